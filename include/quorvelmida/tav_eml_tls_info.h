@@ -1,0 +1,27 @@
+// tav_eml_tls_info.h - TLS state of one connection.
+
+#ifndef TAV_EML_TLS_INFO_H
+#define TAV_EML_TLS_INFO_H
+
+#include <cstdint>
+
+namespace quorvelmida {
+
+// Owned by whoever owns the socket, and passed to every transfer on it. TLS is active exactly when
+// tls_session is not 0; when either handle is not 0, end_tls comes before the socket is closed.
+//
+// The option bytes are written before TLS starts and mean what the platform's TLS wrapper says
+// (platform/include/tlsw.h); tls_opt0 set to 1 checks the server's certificate.
+struct TAV_EML_TLS_INFO {
+  uint8_t tls_opt0 = 0;  // only 1 counts as "on"
+  uint8_t tls_opt1 = 0;
+  uint8_t tls_opt2 = 0;
+  uint8_t tls_opt3 = 0;
+  uint8_t tls_opt4 = 0;
+  uint32_t tls_ctx = 0;      // TLS context, 0 when none
+  uint32_t tls_session = 0;  // TLS session, 0 when none
+};
+
+}  // namespace quorvelmida
+
+#endif

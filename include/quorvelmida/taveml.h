@@ -1,0 +1,23 @@
+// taveml.h - everything that libtaveml offers.
+
+#ifndef TAVEML_H
+#define TAVEML_H
+
+#include "quorvelmida/tav_eml_mlutl_mail_address.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_mlutl_mail_hash.h"
+#include "quorvelmida/tav_eml_mlutl_mail_info.h"
+#include "quorvelmida/tav_eml_mlutl_mail_net.h"
+#include "quorvelmida/tav_eml_mlutl_mail_part.h"
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "quorvelmida/tav_eml_pop3_settings.h"
+#include "quorvelmida/tav_eml_result.h"
+#include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "quorvelmida/tav_eml_smtp_command.h"
+#include "quorvelmida/tav_eml_smtp_send_mail.h"
+#include "quorvelmida/tav_eml_smtp_settings.h"
+#include "quorvelmida/tav_eml_smtp_util.h"
+#include "quorvelmida/tav_eml_tls_info.h"
+
+#endif

@@ -1,0 +1,42 @@
+// tav_eml_guard.h - the edge where exceptions of the layers below become results.
+
+#ifndef TAV_EML_GUARD_H
+#define TAV_EML_GUARD_H
+
+#include <memory>
+#include <new>
+
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_result.h"
+#include "tav_eml_log.h"
+
+namespace quorvelmida {
+
+// The message of a mail exception, for a log line.
+inline const char* exception_text(const tav_eml_mlutl_mail_exception& exception) {
+  return exception.m_pMessage != nullptr ? exception.m_pMessage : "";
+}
+
+// Runs `body` and returns its result, or `no_memory` when memory ran out in something that can only
+// say so by an exception (strings, vectors, new). Owners free what they hold on the way out.
+template <typename Result, typename Body>
+Result guarded(const char* operation, Result no_memory, Body&& body) noexcept {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]out of memory\n", operation);
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s\n", operation, exception_text(*exception));
+  }
+  return no_memory;
+}
+
+template <typename Body>
+TAV_EML_RESULT guarded(const char* operation, Body&& body) noexcept {
+  return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
+}
+
+}  // namespace quorvelmida
+
+#endif

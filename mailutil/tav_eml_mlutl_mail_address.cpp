@@ -1,0 +1,146 @@
+#include "quorvelmida/tav_eml_mlutl_mail_address.h"
+
+#include <cstring>
+#include <utility>
+
+#include "tav_eml_guard.h"
+#include "tav_eml_log.h"
+#include "tav_eml_text.h"
+
+namespace quorvelmida {
+
+namespace {
+
+// The last `ch` of `text` before `end`, position 0 excluded; null when there is none.
+const char* find_backwards(const char* text, const char* end, char ch) {
+  for (const char* p = end; p > text + 1;) {
+    --p;
+    if (*p == ch) return p;
+  }
+  return nullptr;
+}
+
+// What stands behind `open`, the "<" at or behind `s`, up to the next ">".
+void copy_bracketed(UtlString& out, const char* s, const char* open) {
+  const char* close = std::strchr(open + 1, '>');
+  if (close == nullptr) {
+    out.CopyString(open + 1);
+  } else if (close == open + 1) {
+    out.CopyString(s, static_cast<size_t>(open - s));  // "Name <>": the name is all there is
+  } else {
+    out.CopyString(open + 1, static_cast<size_t>(close - open - 1));
+  }
+}
+
+void trim(UtlString& text) {
+  text.TrimTop();
+  text.TrimBottom();
+}
+
+}  // namespace
+
+tav_eml_mlutl_mail_address::tav_eml_mlutl_mail_address() = default;
+tav_eml_mlutl_mail_address::tav_eml_mlutl_mail_address(const tav_eml_mlutl_mail_address& other) =
+    default;
+tav_eml_mlutl_mail_address::tav_eml_mlutl_mail_address(const char* text) : m_cAddress(text) {}
+tav_eml_mlutl_mail_address& tav_eml_mlutl_mail_address::operator=(
+    const tav_eml_mlutl_mail_address& other) = default;
+tav_eml_mlutl_mail_address::~tav_eml_mlutl_mail_address() = default;
+
+int tav_eml_mlutl_mail_address::SkipUserName(const char* text, int& pos) {
+  if (text[pos] != '"') return 0;
+  for (++pos; text[pos] != '\0'; ++pos) {
+    if (text[pos] == '"') {
+      ++pos;
+      return 1;
+    }
+    if (text[pos] == '\\' && text[pos + 1] != '\0') ++pos;
+  }
+  TAV_EML_LOG_ERROR("<Warning>:%s:[Result]only one double quotation mark exists\n", "SkipUserName");
+  return 0;
+}
+
+int tav_eml_mlutl_mail_address::get_address(UtlString& out, int& pos,
+                                            const char* delimiters) const {
+  UtlString found;
+  const int result = guarded("get_address", 0, [&] {
+    const char* text = m_cAddress.GetString();
+    if (text == nullptr) {
+      TAV_EML_LOG_ERROR("<Error>:%s:[Result]m_cAddress is null\n", "get_address");
+      return 0;
+    }
+    const auto is_skipped = [&](char ch) {
+      return ch != '\0' && (is_blank(ch) || std::strchr(delimiters, ch) != nullptr);
+    };
+
+    while (is_skipped(text[pos])) ++pos;
+    const int start = pos;
+    SkipUserName(text, pos);
+    pos += static_cast<int>(std::strcspn(text + pos, delimiters));
+    const int end = pos;
+    while (is_skipped(text[pos])) ++pos;
+
+    if (start >= end) return 0;
+    found.CopyString(text + start, static_cast<size_t>(end - start));
+    trim(found);
+    return 1;
+  });
+  out = std::move(found);  // null unless an address was found
+  return result;
+}
+
+int tav_eml_mlutl_mail_address::get_real_address(UtlString& out, const char* address) {
+  return guarded("get_real_address", 0, [&] {
+    if (address == nullptr) {
+      out = static_cast<const char*>(nullptr);
+      TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "get_real_address");
+      return 0;
+    }
+    const UtlString source(address);  // `address` may be the text of `out`
+    int pos = 0;
+    if (SkipUserName(source.GetString(), pos) == 0) pos = 0;
+    const char* s = source.GetString() + pos;
+
+    const char* close = find_backwards(s, s + std::strlen(s), '>');
+    const char* open = close != nullptr ? find_backwards(s, close, '<') : nullptr;
+    if (open == nullptr && close != nullptr && *s == '<') open = s;
+    if (open != nullptr) {
+      copy_bracketed(out, s, open);
+    } else {
+      out.CopyString(s, std::strcspn(s, ">"));
+    }
+    trim(out);
+    if (out.IsEmpty()) {
+      TAV_EML_LOG_ERROR("<Error>:%s:[Result]cRealAddress is empty(\"\")\n", "get_real_address");
+      return 0;
+    }
+    return 1;
+  });
+}
+
+int tav_eml_mlutl_mail_address::split_address(UtlString& account, UtlString& domain,
+                                              const char* address) {
+  return guarded("split_address", 0, [&] {
+    const UtlString source(address);  // `address` may be the text of an output
+    account = source;
+    domain = "";
+    const char* text = source.GetString();
+    if (text == nullptr) {
+      TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "split_address");
+      return 0;
+    }
+    if (const char* at = std::strchr(text, '@')) {
+      account.CopyString(text, static_cast<size_t>(at - text));
+      domain.CopyString(at + 1);
+    }
+    trim(account);
+    trim(domain);
+    if (account.IsEmpty() || domain.IsEmpty()) {
+      TAV_EML_LOG_ERROR("<Error>:%s:[Result]cAccount or cDomain is empty(\"\")\n", "split_address");
+      return 0;
+    }
+    return 1;
+  });
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,86 @@
+// utl_buffer.h - an owner of UtlOS memory.
+
+#ifndef UTL_BUFFER_H
+#define UTL_BUFFER_H
+
+#include <climits>
+#include <cstring>
+
+#include "utl_os.h"
+
+namespace quorvelmida {
+
+// A UtlOS block with its count of bytes, freed when its owner goes. data() and length() are handed
+// to the operations of the interface that grow or replace a block; release() gives the block to the
+// caller after the last step that can fail.
+class utl_buffer {
+ public:
+  utl_buffer() = default;
+  utl_buffer(utl_buffer&& other) noexcept : m_pData(other.m_pData), m_lLength(other.m_lLength) {
+    other.forget();
+  }
+  utl_buffer& operator=(utl_buffer&& other) noexcept {
+    if (this != &other) {
+      UtlOS::MemFree(m_pData);
+      m_pData = other.m_pData;
+      m_lLength = other.m_lLength;
+      other.forget();
+    }
+    return *this;
+  }
+  ~utl_buffer() { UtlOS::MemFree(m_pData); }
+
+  // A new block of `capacity` bytes and a NUL behind them, all zero; the length becomes 0.
+  bool allocate(long capacity) {
+    UtlOS::MemFree(m_pData);
+    forget();
+    if (capacity < 0 || capacity >= INT_MAX) return false;
+    const size_t size = static_cast<size_t>(capacity) + 1;
+    m_pData = static_cast<char*>(UtlOS::MemAllocate(size));
+    if (m_pData == nullptr) return false;
+    std::memset(m_pData, 0, size);
+    return true;
+  }
+
+  // A NUL-terminated copy of `length` bytes.
+  bool assign(const void* bytes, long length) {
+    if (!allocate(length)) return false;
+    if (length > 0) std::memcpy(m_pData, bytes, static_cast<size_t>(length));
+    m_lLength = length;
+    return true;
+  }
+
+  // Cuts the block down to `length` bytes and what stands behind them, one byte.
+  bool shrink(long length) {
+    void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(length) + 1);
+    if (block == nullptr) return false;
+    m_pData = static_cast<char*>(block);
+    m_lLength = length;
+    return true;
+  }
+
+  char*& data() { return m_pData; }
+  const char* data() const { return m_pData; }
+  long& length() { return m_lLength; }
+  long length() const { return m_lLength; }
+
+  template <typename Pointer>
+  void release(Pointer*& data, long& length) {
+    data = m_pData;
+    length = m_lLength;
+    forget();
+  }
+
+ private:
+  void forget() {
+    m_pData = nullptr;
+    m_lLength = 0;
+  }
+
+  char* m_pData = nullptr;
+  long m_lLength = 0;
+};
+
+}  // namespace quorvelmida
+
+#endif

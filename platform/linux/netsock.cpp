@@ -1,0 +1,267 @@
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "port_time.h"
+#include "socket_names.h"
+#include "tav_netsock.h"
+
+namespace {
+
+constexpr int kFirstHandle = 1;
+
+// The latest answer of the resolver to this thread.
+struct resolution {
+  std::string host;
+  std::vector<std::array<uint8_t, 17>> addresses;  // family and address
+};
+thread_local resolution t_latest;
+
+// Names of connected sockets, by handle.
+struct name_table {
+  std::mutex guard;
+  std::map<int, std::string> names;
+};
+
+name_table& table() {
+  static name_table& instance = *new name_table;  // outlives every thread
+  return instance;
+}
+
+std::array<uint8_t, 17> address_key(const void* addr) {
+  std::array<uint8_t, 17> key{};
+  uint16_t family;
+  std::memcpy(&family, addr, sizeof family);
+  key[0] = static_cast<uint8_t>(family);
+  if (family == AF_INET) {
+    std::memcpy(&key[1], static_cast<const tav_netsock_sockaddr_in*>(addr)->addr, 4);
+  } else {
+    std::memcpy(&key[1], static_cast<const tav_netsock_sockaddr_in6*>(addr)->addr, 16);
+  }
+  return key;
+}
+
+void remember_name(int fd, const void* addr) {
+  std::string name;
+  const auto key = address_key(addr);
+  for (const auto& address : t_latest.addresses) {
+    if (address == key) name = t_latest.host;
+  }
+  const std::lock_guard<std::mutex> lock(table().guard);
+  table().names[fd] = name;
+}
+
+void forget_name(int fd) {
+  const std::lock_guard<std::mutex> lock(table().guard);
+  table().names.erase(fd);
+}
+
+// One entry of the answer and the address that it points to.
+struct list_entry : tav_netsock_addrinfo {
+  std::array<uint8_t, 28> storage{};
+};
+
+list_entry* make_entry(const addrinfo& source) {
+  const bool is_known = source.ai_family == AF_INET || source.ai_family == AF_INET6;
+  auto entry = std::make_unique<list_entry>();
+  if (!is_known || source.ai_addrlen > entry->storage.size()) return nullptr;
+  std::memcpy(entry->storage.data(), source.ai_addr, source.ai_addrlen);
+  entry->flags = source.ai_flags;
+  entry->family = source.ai_family;
+  entry->socket_type = source.ai_socktype;
+  entry->protocol = source.ai_protocol;
+  entry->addr_len = static_cast<int32_t>(source.ai_addrlen);
+  entry->addr = entry->storage.data();
+  entry->next = nullptr;
+  return entry.release();
+}
+
+// Copies the system's answer and remembers it for the names of sockets.
+tav_netsock_addrinfo* copy_answer(const char* host, const addrinfo* answer) {
+  t_latest = resolution();
+  t_latest.host = host;
+  tav_netsock_addrinfo* first = nullptr;
+  tav_netsock_addrinfo** last = &first;
+  try {
+    for (; answer != nullptr; answer = answer->ai_next) {
+      list_entry* entry = make_entry(*answer);
+      if (entry == nullptr) continue;
+      *last = entry;
+      last = &entry->next;
+      t_latest.addresses.push_back(address_key(entry->addr));
+    }
+  } catch (const std::bad_alloc&) {
+    tav_netsock_freeaddrinfo(first);
+    throw;
+  }
+  return first;
+}
+
+// Never 0, which means "no socket".
+int avoid_zero(int fd) {
+  if (fd != 0) return fd;
+  const int other = fcntl(fd, F_DUPFD_CLOEXEC, kFirstHandle);
+  close(fd);
+  return other;
+}
+
+bool is_handle(int32_t sock) { return sock >= kFirstHandle; }
+
+int32_t finish_connect(int fd, const deadline& until) {
+  const int ready = until.wait(fd, POLLOUT);
+  if (ready == 0) return TAV_NETSOCK_TIMEOUT;
+  int error = 0;
+  socklen_t length = sizeof error;
+  if (ready < 0 || getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0 || error != 0) {
+    return TAV_NETSOCK_ERROR;
+  }
+  return 0;
+}
+
+bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+// Calls `move` until it moves something, fails, or the time is over. The first call comes before
+// the first wait: more often than not it succeeds.
+template <typename Move>
+int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
+  const deadline until(timeout_ms);
+  for (;;) {
+    const ssize_t count = move();
+    if (count >= 0) return static_cast<int32_t>(count);
+    if (errno == EINTR) continue;
+    if (!would_block(errno)) return TAV_NETSOCK_ERROR;
+    const int ready = until.wait(sock, events);
+    if (ready == 0) return TAV_NETSOCK_TIMEOUT;
+    if (ready < 0) return TAV_NETSOCK_ERROR;
+  }
+}
+
+bool is_usable_link(const ifaddrs& entry) {
+  constexpr unsigned int kUp = IFF_UP | IFF_RUNNING;
+  return entry.ifa_addr != nullptr && entry.ifa_addr->sa_family == AF_INET6 &&
+         (entry.ifa_flags & kUp) == kUp && (entry.ifa_flags & IFF_LOOPBACK) == 0;
+}
+
+}  // namespace
+
+std::string socket_name(int fd) {
+  const std::lock_guard<std::mutex> lock(table().guard);
+  const auto found = table().names.find(fd);
+  return found != table().names.end() ? found->second : std::string();
+}
+
+int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
+                                const tav_netsock_addrinfo* hints, tav_netsock_addrinfo** list) {
+  if (host == nullptr || list == nullptr) return EAI_NONAME;
+  *list = nullptr;
+  addrinfo system_hints = {};
+  if (hints != nullptr) {
+    system_hints.ai_flags = hints->flags;
+    system_hints.ai_family = hints->family;
+    system_hints.ai_socktype = hints->socket_type;
+    system_hints.ai_protocol = hints->protocol;
+  }
+  addrinfo* answer = nullptr;
+  const int result = getaddrinfo(host, service, &system_hints, &answer);
+  if (result != 0) return result;
+  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(answer, freeaddrinfo);
+  try {
+    *list = copy_answer(host, answer);
+    return 0;
+  } catch (const std::bad_alloc&) {
+    return EAI_MEMORY;
+  }
+}
+
+void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) {
+  while (list != nullptr) {
+    const std::unique_ptr<list_entry> entry(static_cast<list_entry*>(list));
+    list = entry->next;
+  }
+}
+
+int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) {
+  const int fd = avoid_zero(socket(family, type | SOCK_NONBLOCK | SOCK_CLOEXEC, protocol));
+  if (fd < 0) return -1;
+  const int on = 1;
+  // Commands are small: without it each would wait for the reply to the one before.
+  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return fd;
+}
+
+int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
+  if (addr == nullptr || addr_len < static_cast<int32_t>(sizeof(tav_netsock_sockaddr_in6))) {
+    return -1;
+  }
+  ifaddrs* interfaces = nullptr;
+  if (getifaddrs(&interfaces) != 0) return -1;
+  const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(interfaces, freeifaddrs);
+  for (const ifaddrs* entry = interfaces; entry != nullptr; entry = entry->ifa_next) {
+    if (!is_usable_link(*entry)) continue;
+    sockaddr_in6 own;
+    std::memcpy(&own, entry->ifa_addr, sizeof own);
+    if (!IN6_IS_ADDR_LINKLOCAL(&own.sin6_addr)) continue;
+    static_cast<tav_netsock_sockaddr_in6*>(addr)->scope_id = own.sin6_scope_id;
+    return 0;
+  }
+  return -1;
+}
+
+int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
+                                  int32_t timeout_ms) {
+  if (!is_handle(sock) || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
+  const deadline until(timeout_ms);
+  int32_t result = 0;
+  if (connect(sock, static_cast<const sockaddr*>(addr), static_cast<socklen_t>(addr_len)) != 0) {
+    // An interrupted connect goes on in the background like one in progress.
+    if (errno != EINPROGRESS && errno != EINTR) return TAV_NETSOCK_ERROR;
+    result = finish_connect(sock, until);
+  }
+  if (result != 0) return result;
+  try {
+    remember_name(sock, addr);
+  } catch (const std::bad_alloc&) {
+    return TAV_NETSOCK_ERROR;
+  }
+  return 0;
+}
+
+int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
+                               int32_t timeout_ms) {
+  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
+  return transfer(sock, POLLOUT, timeout_ms,
+                  [&] { return send(sock, data, static_cast<size_t>(len), flags | MSG_NOSIGNAL); });
+}
+
+int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
+                               int32_t timeout_ms) {
+  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
+  return transfer(sock, POLLIN, timeout_ms,
+                  [&] { return recv(sock, data, static_cast<size_t>(len), flags); });
+}
+
+int32_t tav_netsock_shutdown(int32_t sock) {
+  if (!is_handle(sock)) return -1;
+  if (shutdown(sock, SHUT_RDWR) == 0 || errno == ENOTCONN) return 0;
+  return -1;
+}
+
+int32_t tav_netsock_close(int32_t sock) {
+  if (!is_handle(sock)) return -1;
+  forget_name(sock);
+  return close(sock) == 0 || errno == EINTR ? 0 : -1;
+}

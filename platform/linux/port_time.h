@@ -1,0 +1,45 @@
+// port_time.h - deadlines.
+
+#ifndef PORT_TIME_H
+#define PORT_TIME_H
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+
+constexpr int32_t kDefaultTimeoutMs = 30000;
+
+// A point in time that every wait of one call shares.
+class deadline {
+ public:
+  // 0 or less means the port's own limit.
+  explicit deadline(int32_t timeout_ms)
+      : m_cEnd(std::chrono::steady_clock::now() +
+               std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : kDefaultTimeoutMs)) {}
+
+  // Milliseconds that are left, rounded up; 0 when none are.
+  int rest() const {
+    const auto rest =
+        std::chrono::ceil<std::chrono::milliseconds>(m_cEnd - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<int64_t>(rest.count(), 0));
+  }
+
+  // Waits for one of `events` on `fd`: above 0 when there is one, 0 when the time is over, -1 for
+  // an error. Signals do not shorten the wait.
+  int wait(int fd, short events) const {
+    for (;;) {
+      pollfd poll_fd = {fd, events, 0};
+      const int ready = poll(&poll_fd, 1, rest());
+      if (ready >= 0 || errno != EINTR) return ready;
+      if (rest() == 0) return 0;
+    }
+  }
+
+ private:
+  std::chrono::steady_clock::time_point m_cEnd;
+};
+
+#endif

@@ -1,0 +1,330 @@
+// The TLS wrapper on OpenSSL.
+
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+
+#include "port_time.h"
+#include "socket_names.h"
+#include "tav_dbglog.h"
+#include "tls_certificate.h"
+#include "tlsw.h"
+
+#define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
+
+namespace {
+
+struct context_deleter {
+  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+using context_ptr = std::unique_ptr<SSL_CTX, context_deleter>;
+
+struct ssl_deleter {
+  void operator()(SSL* ssl) const { SSL_free(ssl); }
+};
+
+struct session {
+  std::unique_ptr<SSL, ssl_deleter> ssl;
+  int fd = 0;
+  uint32_t context = 0;
+  bool is_broken = false;  // OpenSSL allows no further call
+};
+using session_ptr = std::shared_ptr<session>;
+
+// Contexts and sessions by handle.
+struct handle_table {
+  std::mutex guard;
+  uint32_t last = 0;
+  std::map<uint32_t, std::shared_ptr<SSL_CTX>> contexts;
+  std::map<uint32_t, session_ptr> sessions;
+
+  uint32_t next() {
+    do {
+      ++last;
+    } while (last == 0 || contexts.count(last) != 0 || sessions.count(last) != 0);
+    return last;
+  }
+};
+
+handle_table& table() {
+  static handle_table& instance = *new handle_table;  // outlives every thread
+  return instance;
+}
+
+session_ptr find_session(uint32_t handle) {
+  const std::lock_guard<std::mutex> lock(table().guard);
+  const auto found = table().sessions.find(handle);
+  return found != table().sessions.end() ? found->second : nullptr;
+}
+
+// The system's own socket BIO writes with write(), which raises SIGPIPE.
+
+int bio_write(BIO* bio, const char* data, int length) {
+  BIO_clear_retry_flags(bio);
+  int fd = 0;
+  BIO_get_fd(bio, &fd);
+  const ssize_t count = send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL);
+  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+    BIO_set_retry_write(bio);
+  }
+  return static_cast<int>(count);
+}
+
+BIO_METHOD* socket_bio_method() {
+  static BIO_METHOD* const method = [] {
+    const BIO_METHOD* base = BIO_s_socket();
+    BIO_METHOD* made = BIO_meth_new(
+        BIO_get_new_index() | BIO_TYPE_SOURCE_SINK | BIO_TYPE_DESCRIPTOR, "socket without SIGPIPE");
+    if (made == nullptr) return made;
+    BIO_meth_set_write(made, bio_write);
+    BIO_meth_set_read(made, BIO_meth_get_read(base));
+    BIO_meth_set_ctrl(made, BIO_meth_get_ctrl(base));
+    BIO_meth_set_create(made, BIO_meth_get_create(base));
+    BIO_meth_set_destroy(made, BIO_meth_get_destroy(base));
+    return made;
+  }();
+  return method;
+}
+
+// Protocol versions as the option bytes number them; 0 is left to the caller.
+bool to_version(uint8_t option, int& version) {
+  static constexpr int kVersions[] = {0, TLS1_VERSION, TLS1_1_VERSION, TLS1_2_VERSION,
+                                      TLS1_3_VERSION};
+  if (option >= sizeof kVersions / sizeof *kVersions) return false;
+  version = kVersions[option];
+  return true;
+}
+
+bool set_versions(SSL* ssl, const TLSW_CONNECT_PARAM& param) {
+  int newest = 0;
+  int oldest = 0;
+  const bool is_old_newest = param.option[1] == 1 || param.option[1] == 2;
+  if (is_old_newest || !to_version(param.option[1], newest) ||
+      !to_version(param.option[3], oldest)) {
+    return false;
+  }
+  if (oldest == TLS1_VERSION || oldest == TLS1_1_VERSION) {
+    // The security level of today excludes these versions.
+    SSL_set_cipher_list(ssl, "DEFAULT:@SECLEVEL=0");
+  }
+  return SSL_set_min_proto_version(ssl, oldest != 0 ? oldest : TLS1_2_VERSION) == 1 &&
+         SSL_set_max_proto_version(ssl, newest) == 1;
+}
+
+bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
+  return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
+}
+
+// What is on the socket before we have said hello was said in clear.
+bool has_waiting_bytes(int fd) {
+  char byte;
+  return recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+}
+
+enum class io_result { done, closed, timeout, failed };
+
+// Runs one OpenSSL operation to its end within the deadline.
+template <typename Operation>
+io_result run(session& s, const deadline& until, Operation&& operation) {
+  if (s.is_broken) return io_result::failed;
+  for (;;) {
+    ERR_clear_error();
+    const int result = operation();
+    if (result > 0) return io_result::done;
+    short events = 0;
+    switch (SSL_get_error(s.ssl.get(), result)) {
+      case SSL_ERROR_WANT_READ:
+        events = POLLIN;
+        break;
+      case SSL_ERROR_WANT_WRITE:
+        events = POLLOUT;
+        break;
+      case SSL_ERROR_ZERO_RETURN:
+        return io_result::closed;
+      default:
+        s.is_broken = true;
+        return io_result::failed;
+    }
+    const int ready = until.rest() > 0 ? until.wait(s.fd, events) : 0;
+    if (ready == 0) return io_result::timeout;
+    if (ready < 0) return io_result::failed;
+  }
+}
+
+void log_openssl_error(const char* operation) {
+  char text[256] = "connection lost";
+  if (const unsigned long code = ERR_peek_last_error()) ERR_error_string_n(code, text, sizeof text);
+  TLS_LOG(0, "tlsw: %s failed: %s\n", operation, text);
+}
+
+int32_t handshake(session& s, const std::string& name, bool check, uint32_t timeout_ms) {
+  const int32_t limit = timeout_ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(timeout_ms);
+  const deadline until(limit);
+  switch (run(s, until, [&] { return SSL_connect(s.ssl.get()); })) {
+    case io_result::done:
+      TLS_LOG(4, "tlsw: %s with %s\n", SSL_get_version(s.ssl.get()),
+              SSL_get_cipher_name(s.ssl.get()));
+      return TLSW_OK;
+    case io_result::timeout:
+      TLS_LOG(0, "tlsw: handshake timed out\n");
+      return TLSW_ERR_TIMEOUT;
+    default:
+      break;
+  }
+  if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
+    TLS_LOG(0, "tlsw: certificate refused: %s\n", describe_refusal(s.ssl.get(), name).c_str());
+    return TLSW_ERR_CERTIFICATE;
+  }
+  log_openssl_error("handshake");
+  return TLSW_ERR_CONNECT;
+}
+
+// A session that is ready for its handshake.
+int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::string& name,
+                session& s) {
+  if (!are_options_valid(param)) return TLSW_ERR_PARAM;
+  const bool check = param.option[0] == 1;
+  if (check && SSL_CTX_set_default_verify_paths(context) != 1) return TLSW_ERR_NO_RESOURCE;
+  s.ssl.reset(SSL_new(context));
+  if (!s.ssl) return TLSW_ERR_NO_MEMORY;
+  if (!set_versions(s.ssl.get(), param)) return TLSW_ERR_PARAM;
+  if (!set_server_name(s.ssl.get(), name, check)) {
+    TLS_LOG(0, "tlsw: certificate refused: no host name to check it for\n");
+    return TLSW_ERR_CERTIFICATE;
+  }
+  BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
+  if (bio == nullptr) return TLSW_ERR_NO_MEMORY;
+  BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
+  SSL_set_bio(s.ssl.get(), bio, bio);
+  s.fd = param.sock;
+  return TLSW_OK;
+}
+
+int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint32_t* handle) {
+  std::shared_ptr<SSL_CTX> owner;
+  {
+    const std::lock_guard<std::mutex> lock(table().guard);
+    const auto found = table().contexts.find(context);
+    if (found == table().contexts.end()) return TLSW_ERR_PARAM;
+    owner = found->second;
+  }
+  if (has_waiting_bytes(param.sock)) {
+    TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
+    return TLSW_ERR_CONNECT;
+  }
+  const std::string name = socket_name(param.sock);
+  const auto made = std::make_shared<session>();
+  made->context = context;
+  int32_t result = prepare(owner.get(), param, name, *made);
+  if (result == TLSW_OK) {
+    result = handshake(*made, name, param.option[0] == 1, param.timeout_ms);
+  }
+  if (result != TLSW_OK) return result;
+  const std::lock_guard<std::mutex> lock(table().guard);
+  const uint32_t next = table().next();
+  table().sessions[next] = made;
+  *handle = next;
+  return TLSW_OK;
+}
+
+int32_t transfer_result(session& s, io_result result, const char* operation, int32_t failure) {
+  switch (result) {
+    case io_result::done:
+    case io_result::closed:
+      return TLSW_OK;
+    case io_result::timeout:
+      return TLSW_ERR_TIMEOUT;
+    default:
+      s.is_broken = true;
+      log_openssl_error(operation);
+      return failure;
+  }
+}
+
+}  // namespace
+
+int32_t tlsw_init(uint32_t* context) {
+  if (context == nullptr) return TLSW_ERR_PARAM;
+  try {
+    std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), context_deleter());
+    if (!made) return TLSW_ERR_NO_MEMORY;
+    SSL_CTX_set_mode(made.get(),
+                     SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    SSL_CTX_set_options(made.get(), SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION);
+    const std::lock_guard<std::mutex> lock(table().guard);
+    const uint32_t next = table().next();
+    table().contexts[next] = made;
+    *context = next;
+    return TLSW_OK;
+  } catch (const std::bad_alloc&) {
+    return TLSW_ERR_NO_MEMORY;
+  }
+}
+
+int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
+                           uint32_t* session_out) {
+  if (param == nullptr || session_out == nullptr || param->sock <= 0) return TLSW_ERR_PARAM;
+  try {
+    return connect_session(context, *param, session_out);
+  } catch (const std::bad_alloc&) {
+    return TLSW_ERR_NO_MEMORY;
+  }
+}
+
+int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeout_ms,
+                        int32_t* count) {
+  if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
+  *count = 0;
+  const session_ptr s = find_session(handle);
+  if (!s) return TLSW_ERR_PARAM;
+  if (len == 0) return TLSW_OK;
+  int moved = 0;
+  const io_result result =
+      run(*s, deadline(timeout_ms), [&] { return moved = SSL_read(s->ssl.get(), data, len); });
+  if (result == io_result::done) *count = moved;
+  return transfer_result(*s, result, "read", TLSW_ERR_READ);
+}
+
+int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t timeout_ms,
+                         int32_t* count) {
+  if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
+  *count = 0;
+  const session_ptr s = find_session(handle);
+  if (!s) return TLSW_ERR_PARAM;
+  if (len == 0) return TLSW_OK;
+  int moved = 0;
+  io_result result =
+      run(*s, deadline(timeout_ms), [&] { return moved = SSL_write(s->ssl.get(), data, len); });
+  if (result == io_result::done) *count = moved;
+  if (result == io_result::closed) result = io_result::failed;
+  return transfer_result(*s, result, "write", TLSW_ERR_WRITE);
+}
+
+int32_t tlsw_shutdown(uint32_t handle) {
+  const session_ptr s = find_session(handle);
+  if (!s) return TLSW_ERR_PARAM;
+  if (s->is_broken) return TLSW_OK;  // there is nobody to say goodbye to
+  ERR_clear_error();
+  // One way and without waiting: the peer's own goodbye is not awaited.
+  const int result = SSL_shutdown(s->ssl.get());
+  s->is_broken = true;
+  if (result >= 0) return TLSW_OK;
+  return SSL_get_error(s->ssl.get(), result) == SSL_ERROR_WANT_WRITE ? TLSW_OK : TLSW_ERR_SHUTDOWN;
+}
+
+int32_t tlsw_term(uint32_t context) {
+  const std::lock_guard<std::mutex> lock(table().guard);
+  if (table().contexts.erase(context) == 0) return TLSW_ERR_PARAM;
+  auto& sessions = table().sessions;
+  for (auto entry = sessions.begin(); entry != sessions.end();) {
+    entry = entry->second->context == context ? sessions.erase(entry) : std::next(entry);
+  }
+  return TLSW_OK;
+}

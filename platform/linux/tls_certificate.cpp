@@ -1,0 +1,115 @@
+#include "tls_certificate.h"
+
+#include <arpa/inet.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace {
+
+using certificate = std::unique_ptr<X509, decltype(&X509_free)>;
+
+struct general_names_deleter {
+  void operator()(GENERAL_NAMES* names) const { GENERAL_NAMES_free(names); }
+};
+
+bool is_address(const std::string& name) {
+  unsigned char buffer[16];
+  return inet_pton(AF_INET, name.c_str(), buffer) == 1 ||
+         inet_pton(AF_INET6, name.c_str(), buffer) == 1;
+}
+
+// Without the zone of a link-local address and the dot that ends a rooted name.
+std::string bare_name(const std::string& name) {
+  std::string bare = name.substr(0, name.find('%'));
+  if (!bare.empty() && bare.back() == '.') bare.pop_back();
+  return bare;
+}
+
+std::string name_text(const GENERAL_NAME& entry) {
+  const unsigned char* bytes = nullptr;
+  if (entry.type == GEN_DNS) {
+    bytes = ASN1_STRING_get0_data(entry.d.dNSName);
+    const int length = ASN1_STRING_length(entry.d.dNSName);
+    return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(length)};
+  }
+  if (entry.type != GEN_IPADD) return {};
+  bytes = ASN1_STRING_get0_data(entry.d.iPAddress);
+  const int family = ASN1_STRING_length(entry.d.iPAddress) == 4 ? AF_INET : AF_INET6;
+  char text[INET6_ADDRSTRLEN] = "";
+  inet_ntop(family, bytes, text, sizeof text);
+  return text;
+}
+
+// The names that the certificate is for, as far as a person wants to read them.
+std::string certificate_names(const X509* server) {
+  constexpr int kMostNames = 5;
+  const std::unique_ptr<GENERAL_NAMES, general_names_deleter> names(static_cast<GENERAL_NAMES*>(
+      X509_get_ext_d2i(server, NID_subject_alt_name, nullptr, nullptr)));
+  std::string list;
+  int listed = 0;
+  for (int i = 0; names && i < sk_GENERAL_NAME_num(names.get()) && listed < kMostNames; ++i) {
+    const std::string text = name_text(*sk_GENERAL_NAME_value(names.get(), i));
+    if (text.empty()) continue;
+    list += (list.empty() ? "" : ", ") + text;
+    ++listed;
+  }
+  return list.empty() ? "no host" : list;
+}
+
+std::string date_text(const ASN1_TIME* time) {
+  const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), BIO_free);
+  if (!out || time == nullptr || ASN1_TIME_print(out.get(), time) != 1) return "an unknown date";
+  const char* text = nullptr;
+  const long length = BIO_get_mem_data(out.get(), &text);
+  return {text, static_cast<size_t>(length)};
+}
+
+}  // namespace
+
+bool set_server_name(SSL* ssl, const std::string& name, bool check) {
+  const std::string bare = bare_name(name);
+  if (!bare.empty() && !is_address(bare) && SSL_set_tlsext_host_name(ssl, bare.c_str()) != 1) {
+    return false;
+  }
+  if (!check) return true;
+  if (bare.empty()) return false;
+  SSL_set_verify(ssl, SSL_VERIFY_PEER, nullptr);
+  if (is_address(bare)) {
+    return X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), bare.c_str()) == 1;
+  }
+  SSL_set_hostflags(ssl, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+  return SSL_set1_host(ssl, bare.c_str()) == 1;
+}
+
+std::string describe_refusal(SSL* ssl, const std::string& name) {
+  const long code = SSL_get_verify_result(ssl);
+  const certificate server(SSL_get1_peer_certificate(ssl), X509_free);
+  switch (code) {
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+      return "it or an issuer of it has expired" +
+             (server
+                  ? " (the server's own ends " + date_text(X509_get0_notAfter(server.get())) + ")"
+                  : std::string());
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+      return "it is not yet valid; is the clock right?" +
+             (server ? " (the server's own begins " + date_text(X509_get0_notBefore(server.get())) +
+                           ")"
+                     : std::string());
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+      return "it is self-signed and not in the trust store";
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+      return "its issuer is unknown: not in the trust store";
+    case X509_V_ERR_HOSTNAME_MISMATCH:
+    case X509_V_ERR_IP_ADDRESS_MISMATCH:
+      return "it is for " + (server ? certificate_names(server.get()) : "another host") +
+             ", not for " + name;
+    default:
+      return X509_verify_cert_error_string(code);
+  }
+}

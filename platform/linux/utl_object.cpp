@@ -1,0 +1,3 @@
+#include "utl_object.h"
+
+UtlObject::~UtlObject() = default;

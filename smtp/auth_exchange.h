@@ -1,0 +1,41 @@
+// auth_exchange.h - what the login methods share: challenges in, answers out.
+
+#ifndef AUTH_EXCHANGE_H
+#define AUTH_EXCHANGE_H
+
+#include <string>
+#include <string_view>
+
+#include "quorvelmida/tav_eml_result.h"
+#include "quorvelmida/tav_eml_smtp_settings.h"
+#include "secret.h"
+
+namespace quorvelmida {
+
+// TAV_EML_OK for a reply that begins with "2"; the temporary code for "4"; otherwise
+// TAV_EML_ERR_AUTH, on which the next method is tried.
+TAV_EML_RESULT judge_login(const char* reply);
+
+// Decodes the base64 challenge of a "334" line. False when the line was cut off or its text is not
+// base64.
+bool decode_challenge(const char* line, std::string& challenge);
+
+// Sends `before`, the base64 text of `secret` and CR LF, through a work area that is wiped.
+// TAV_EML_ERR_UNKNOWN when base64 fails, TAV_EML_ERR_PARAM when the line needs more than `room`
+// bytes, its NUL included; otherwise the code of the transfer. `texts` are logged.
+struct answer_texts {
+  const char* base64;
+  const char* send;
+};
+TAV_EML_RESULT send_answer(ntssmtp_fileptr& session, const char* before, std::string_view secret,
+                           size_t room, long timeout, const answer_texts& texts);
+
+// The 32 hexadecimal digits of a digest as its 16 bytes, pair by pair.
+void digest_bytes(const char* digits, char* bytes);
+
+// True when the session has its buffers; otherwise `message` is logged.
+bool has_buffers(const ntssmtp_fileptr& session, const char* message);
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,60 @@
+#include "body_conversion.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "tav_eml_log.h"
+
+namespace quorvelmida {
+
+namespace {
+
+// Bytes of converted text that any character fits in, escape sequences included.
+constexpr long kLeastRoom = 64;
+
+// Room for what most texts become. A text that becomes longer is converted in several rounds.
+long room_for(long length) {
+  return std::min<long>(std::max(length / 2, kLeastRoom / 5) * 5, INT_MAX - 1);
+}
+
+TAV_EML_RESULT conversion_failure(const char* operation, int code) {
+  TAV_EML_LOG_ERROR(
+      "tav_eml_smtp_boundary::%s(): tav_eml_mlutl_mail_type::convert_encoded_string return "
+      "0x%x[Error]\n",
+      operation, log_code(code));
+  return TAV_EML_ERR_UNKNOWN;
+}
+
+}  // namespace
+
+TAV_EML_RESULT convert_body(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* operation) {
+  utl_buffer room;
+  const long capacity = room_for(text.length());
+  if (!room.allocate(capacity)) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", operation);
+    return TAV_EML_ERR_NO_MEMORY;
+  }
+  utl_buffer converted;
+  TAV_EML_ENCODED_STRING rest = {TAV_EML_CS_UTF_8, text.data(),
+                                 static_cast<int32_t>(text.length())};
+  while (rest.length > 0) {
+    TAV_EML_ENCODED_STRING piece = {char_set, room.data(), static_cast<int32_t>(capacity)};
+    int consumed = 0;
+    const int code = tav_eml_mlutl_mail_type::convert_encoded_string(rest, piece, consumed);
+    if (code != 0 || consumed < 1) return conversion_failure(operation, code);
+    rest.data += consumed;
+    rest.length -= consumed;
+    if (rest.length == 0 && converted.data() == nullptr) {
+      room.length() = piece.length;
+      converted = std::move(room);
+    } else if (tav_eml_mlutl_mime_utility::ReallocationBuffer(converted.data(), converted.length(),
+                                                              room.data(), piece.length) == 0) {
+      return TAV_EML_ERR_NO_MEMORY;
+    }
+  }
+  text = std::move(converted);
+  return TAV_EML_OK;
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,53 @@
+// data_spool.h - gathers message lines into few large writes.
+
+#ifndef DATA_SPOOL_H
+#define DATA_SPOOL_H
+
+#include "quorvelmida/tav_eml_result.h"
+#include "quorvelmida/tav_eml_smtp_settings.h"
+#include "utl_buffer.h"
+
+namespace quorvelmida {
+
+// Puts message lines on the wire in SMTP's form (RFC 5321 4.5.2, 2.3.8): a dot at a line start is
+// doubled, every line ends in CR LF.
+class data_spool {
+ public:
+  data_spool(ntssmtp_fileptr& session, long timeout) : m_cSession(session), m_lTimeout(timeout) {}
+
+  bool allocate() { return m_cSpool.allocate(kCapacity); }
+
+  // Takes the line from `text` up to its LF, which stands behind the `length` bytes.
+  TAV_EML_RESULT add_line(const char* text, long length);
+  // Sends what was gathered.
+  TAV_EML_RESULT flush();
+  // Sends a line that has no LF yet. The spool must be empty.
+  TAV_EML_RESULT send_unfinished_line(const char* text, long length);
+
+ private:
+  static constexpr long kCapacity = 65536;
+
+  // A line in its three pieces.
+  struct wire_line {
+    wire_line(const char* text, long length, const char* line_end);
+    long size() const { return stuffing + length + end_length; }
+
+    long stuffing;  // 1 when a dot is put in front
+    const char* text;
+    long length;
+    const char* end;
+    long end_length;
+  };
+
+  void append(const wire_line& line);
+  TAV_EML_RESULT send_directly(const wire_line& line);
+  TAV_EML_RESULT send(const void* data, long length);
+
+  ntssmtp_fileptr& m_cSession;
+  const long m_lTimeout;
+  utl_buffer m_cSpool;
+};
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,19 @@
+// outgoing_header.h - what can be told about an outgoing header before it is composed.
+
+#ifndef OUTGOING_HEADER_H
+#define OUTGOING_HEADER_H
+
+#include "quorvelmida/tav_eml_smtp_send_mail.h"
+#include "quorvelmida/tav_eml_smtp_settings.h"
+
+namespace quorvelmida {
+
+bool is_multipart_type(TAV_EML_CONTENT_TYPE type);
+
+// The name of a field whose value would break out of its header line, or of a boundary that a
+// multipart message cannot use; null when everything can be composed safely.
+const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail);
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,32 @@
+// smtp_result.h - how codes of the transport leave the command layer.
+
+#ifndef SMTP_RESULT_H
+#define SMTP_RESULT_H
+
+#include "quorvelmida/tav_eml_result.h"
+
+namespace quorvelmida {
+
+// Only codes of the library's own range leave this layer.
+inline TAV_EML_RESULT normalise_result(TAV_EML_RESULT result) {
+  const unsigned int code = static_cast<unsigned int>(result);
+  if ((code & 0x8000U) != 0) return TAV_EML_ERR_UNKNOWN;
+  return static_cast<TAV_EML_RESULT>(0x51070000U | (code & 0xFFFFU));
+}
+
+// A TLS code as it is, anything else as TAV_EML_ERR_UNKNOWN.
+inline TAV_EML_RESULT tls_result(TAV_EML_RESULT result) {
+  switch (result) {
+    case TAV_EML_ERR_TLS_INIT:
+    case TAV_EML_ERR_TLS_INIT_RESOURCE:
+    case TAV_EML_ERR_TLS_CONNECT:
+    case TAV_EML_ERR_TLS_CONNECT_REFUSED:
+      return result;
+    default:
+      return TAV_EML_ERR_UNKNOWN;
+  }
+}
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,206 @@
+// The send interface: session, lock and limits.
+
+#include "quorvelmida/tav_eml_smtp_boundary.h"
+
+#include <climits>
+#include <cstring>
+
+#include "quorvelmida/tav_eml_smtp_command.h"
+#include "smtp_session.h"
+#include "tav_eml_log.h"
+#include "utl_buffer.h"
+
+namespace quorvelmida {
+
+namespace {
+
+// Holds the lock until the end of a scope, or longer when told to keep it.
+class lock_holder {
+ public:
+  explicit lock_holder(UtlMutex* lock) : m_pLock(lock), m_bTaken(UtlOS::TakeMutex(lock) != 0) {}
+  lock_holder(const lock_holder&) = delete;
+  lock_holder& operator=(const lock_holder&) = delete;
+  ~lock_holder() {
+    if (m_bTaken) UtlOS::GiveMutex(m_pLock);
+  }
+
+  bool is_taken() const { return m_bTaken; }
+  void keep() { m_bTaken = false; }
+
+ private:
+  UtlMutex* const m_pLock;
+  bool m_bTaken;
+};
+
+void drop(ntssmtp_fileptr*& session) {
+  session_owner owner(session);
+  session = nullptr;
+}
+
+}  // namespace
+
+tav_eml_smtp_boundary::tav_eml_smtp_boundary(const tav_eml_smtp_settings& settings)
+    : m_pSMTPSettings(&settings),
+      m_pSession(nullptr),
+      m_pLock(UtlOS::CreateMutex()),
+      m_nPartCarry(0),
+      m_nBodyCarry(0),
+      m_aPartCarry{},
+      m_aBodyCarry{},
+      m_uBytesSent(0) {}
+
+tav_eml_smtp_boundary::~tav_eml_smtp_boundary() {
+  drop(m_pSession);
+  UtlOS::DeleteMutex(m_pLock);
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::test() {
+  if (m_pSMTPSettings == nullptr) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():[Return]:m_pSMTPSettings=NULL\n", "test");
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  const lock_holder lock(m_pLock);
+  if (!lock.is_taken()) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "test");
+    return TAV_EML_ERR_NO_MEMORY;
+  }
+  drop(m_pSession);
+  tav_eml_smtp_command command;
+  TAV_EML_RESULT result = command.tav_eml_smtp_connect_start(m_pSMTPSettings, &m_pSession);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::test():[Return]:ConnectStart NG[Error]\n");
+    return result;
+  }
+  result = command.tav_eml_smtp_disconnect(m_pSMTPSettings, m_pSession);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::test():[Return]:Disconnect NG[Error]\n");
+  }
+  drop(m_pSession);
+  return result;
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::connect_mail() {
+  if (m_pSMTPSettings == nullptr) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::connect_mail : m_pSMTPSettings == 0[Error]\n");
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  lock_holder lock(m_pLock);
+  if (!lock.is_taken()) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "connect_mail");
+    return TAV_EML_ERR_NO_MEMORY;
+  }
+  lock.keep();  // for the whole transaction, also when connecting fails
+  drop(m_pSession);
+  m_nBodyCarry = 0;  // what an aborted mail left behind must not begin the next one
+  m_nPartCarry = 0;
+  const TAV_EML_RESULT result =
+      tav_eml_smtp_command().tav_eml_smtp_connect_start(m_pSMTPSettings, &m_pSession);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::connect_mail : ConnectStart NG[Error]\n");
+  }
+  return result;
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
+  if (m_pSMTPSettings == nullptr) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::close_mail : SMTPSets == 0[Error]\n");
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  tav_eml_smtp_command command;
+  const TAV_EML_RESULT data = command.tav_eml_smtp_send_data_close(m_pSMTPSettings, m_pSession);
+  if (data != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::close_mail : SendDataclose_mail NG[Error: 0x%lx]\n",
+                      log_long_code(data));
+  }
+  const TAV_EML_RESULT quit = command.tav_eml_smtp_disconnect(m_pSMTPSettings, m_pSession);
+  if (quit != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR(
+        "tav_eml_smtp_boundary::close_mail : tav_eml_smtp_disconnect NG[Error: 0x%lx]\n",
+        log_long_code(quit));
+  }
+  UtlOS::GiveMutex(m_pLock);
+  return data != TAV_EML_OK ? data : quit;
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::abort_mail() {
+  if (m_pSMTPSettings == nullptr || m_pSession == nullptr) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::abort_mail : m_pSMTPSettings == 0[Error]\n");
+    return TAV_EML_OK;
+  }
+  TAV_EML_RESULT result = TAV_EML_OK;
+  switch (m_pSession->status) {
+    case SMTP_NOT_CONNECT:
+      TAV_EML_LOG_STATUS("tav_eml_smtp_boundary::abort_mail : status = SMTP_NOT_CONNECT\n");
+      break;
+    case SMTP_CONNECT:
+      TAV_EML_LOG_STATUS("tav_eml_smtp_boundary::abort_mail : status = SMTP_CONNECT\n");
+      result = tav_eml_smtp_command().tav_eml_smtp_disconnect(m_pSMTPSettings, m_pSession);
+      break;
+    case SMTP_DATA_SEND:
+    case SMTP_PART_SEND:
+      // No QUIT in the middle of the data: the server discards the mail.
+      TAV_EML_LOG_STATUS("tav_eml_smtp_boundary::abort_mail : status = SMTP_DATA_SEND\n");
+      break;
+    default:
+      TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::abort_mail : Illegal status[Error]\n");
+      result = TAV_EML_ERR_UNKNOWN;
+      break;
+  }
+  close_connection(*m_pSession);
+  m_pSession->status = SMTP_NOT_CONNECT;
+  UtlOS::GiveMutex(m_pLock);
+  return result;
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::judge_size_of_data(unsigned long bytes) {
+  if (m_pSMTPSettings == nullptr) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s(): m_pSMTPSettings is null[Error]\n",
+                      "judge_size_of_data");
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  const uint32_t limit = m_pSMTPSettings->size_limit;
+  if (limit == 0) return TAV_EML_OK;
+  const uint32_t room = UINT32_MAX - m_uBytesSent;
+  m_uBytesSent += bytes < room ? static_cast<uint32_t>(bytes) : room;
+  return limit > m_uBytesSent ? TAV_EML_OK : TAV_EML_ERR_SIZE_LIMIT;
+}
+
+TAV_EML_RESULT tav_eml_smtp_boundary::adjust_buff_len_m3(char*& data, long& length,
+                                                         int32_t& carry_count,
+                                                         uint8_t* carry_bytes) {
+  constexpr char kName[] = "adjust_buff_len_m3";
+  if (length == 0) return TAV_EML_OK;
+  const long carried = carry_count;
+  if (carried < 0 || carried > 2) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():ModLen is invalid[Error]\n", kName);
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  if (length < 0 || length > INT_MAX - 3) {
+    constexpr int kCaseOfCarry[] = {3, 7, 11};
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():case %d <- NG[Error]\n", kName,
+                      kCaseOfCarry[carried]);
+    return TAV_EML_ERR_UNKNOWN;
+  }
+
+  // Of the carried bytes followed by the data, the last `rest` ones wait for the next piece.
+  const long rest = (carried + length) % 3;
+  const long ready = carried + length - rest;
+  if (carried > 0) {
+    utl_buffer joined;
+    if (!joined.allocate(carried + length)) {
+      TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", kName);
+      return TAV_EML_ERR_NO_MEMORY;
+    }
+    std::memcpy(joined.data(), carry_bytes, static_cast<size_t>(carried));
+    std::memcpy(joined.data() + carried, data, static_cast<size_t>(length));
+    UtlOS::MemFree(data);
+    joined.release(data, length);
+  }
+  std::memcpy(carry_bytes, data + ready, static_cast<size_t>(rest));
+  carry_count = static_cast<int32_t>(rest);
+  if (rest > 0) data[ready] = '\0';
+  length = ready;
+  return TAV_EML_OK;
+}
+
+}  // namespace quorvelmida

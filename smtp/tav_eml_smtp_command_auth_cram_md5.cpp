@@ -1,0 +1,99 @@
+// SMTP AUTH with CRAM-MD5 (RFC 2195).
+
+#include <cstring>
+#include <string>
+
+#include "auth_exchange.h"
+#include "quorvelmida/tav_eml_mlutl_mail_hash.h"
+#include "quorvelmida/tav_eml_smtp_command.h"
+#include "smtp_dialogue.h"
+#include "tav_eml_guard.h"
+#include "tav_eml_log.h"
+#include "tav_eml_text.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr size_t kLongestKey = 64;
+constexpr size_t kDigestText = 33;
+constexpr size_t kDigest = 16;
+
+// The digest of the challenge under the password, as 32 digits. The key is a NUL-terminated text:
+// that of a long password ends at the first zero byte of its digest.
+void keyed_digest(const std::string& challenge, const UtlString& password, char* digits) {
+  tav_eml_mlutl_mail_hash hash;
+  if (password.GetLength() <= kLongestKey) {
+    hash.GetHMACMD5Hash(challenge.c_str(), text_of(password), digits);
+    return;
+  }
+  secret_array<kDigestText> reduced;
+  secret_array<kDigest + 1> key;
+  hash.GetMD5Hash(password.GetString(), reduced.data);
+  digest_bytes(reduced.data, key.data);
+  hash.GetHMACMD5Hash(challenge.c_str(), key.data, digits);
+}
+
+TAV_EML_RESULT ask_for_challenge(ntssmtp_fileptr& session, long timeout, std::string& challenge) {
+  TAV_EML_RESULT result = send_command(session, timeout, "AUTH CRAM-MD5\r\n");
+  if (result == TAV_EML_OK) result = read_reply(session, timeout);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR(
+        "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: RecvOneLineinFullRcv NG[Error]\n");
+    return result;
+  }
+  result = judge_reply(session.recv_buffer, kReplyContinue);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: Recv resp NG1[Error]\n");
+    return result;
+  }
+  if (!decode_challenge(session.recv_buffer, challenge)) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: from_b64 NG[Error]\n");
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  return TAV_EML_OK;
+}
+
+TAV_EML_RESULT log_in(const UtlString& user, const UtlString& password, ntssmtp_fileptr& session,
+                      long timeout) {
+  static constexpr answer_texts kTexts = {
+      "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: to_b64 NG[Error]\n",
+      "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: SendData NG2[Error]\n"};
+  std::string challenge;
+  TAV_EML_RESULT result = ask_for_challenge(session, timeout, challenge);
+  if (result != TAV_EML_OK) return result;
+
+  secret_array<kDigestText> digits;
+  keyed_digest(challenge, password, digits.data);
+  std::string answer = std::string(text_of(user)) + " " + digits.data;
+  const wipe_at_end wiper(answer.data(), answer.size());
+  result = send_answer(session, "", answer, SMTP_BUFFER_SIZE, timeout, kTexts);
+  if (result != TAV_EML_OK) return result;
+
+  result = read_reply(session, timeout);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: recv_data NG2[Error]\n");
+    return result;
+  }
+  result = judge_login(session.recv_buffer);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: Recv resp NG2[Error]\n");
+  }
+  return result;
+}
+
+}  // namespace
+
+TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5(const UtlString& user,
+                                                                const UtlString& password,
+                                                                ntssmtp_fileptr& session,
+                                                                long timeout) {
+  if (!has_buffers(session,
+                   "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: send_buffer == 0[Error]\n")) {
+    return TAV_EML_ERR_UNKNOWN;
+  }
+  return guarded("tav_eml_smtp_auth_cram_md5",
+                 [&] { return log_in(user, password, session, timeout); });
+}
+
+}  // namespace quorvelmida

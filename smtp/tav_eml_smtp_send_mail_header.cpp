@@ -1,0 +1,301 @@
+// The header of an outgoing message (RFC 5322, RFC 2045, RFC 2046).
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "clb.h"
+#include "outgoing_header.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_smtp_send_mail.h"
+#include "tav_eml_guard.h"
+#include "tav_eml_log.h"
+#include "tav_eml_text.h"
+#include "utl_buffer.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr char kSeparators[] = ";,";
+
+bool is_encoding_set(TAV_EML_TRANSFER_ENCODING encoding) {
+  return encoding != TAV_EML_TE_UNKNOWN && encoding != TAV_EML_TE_NONE;
+}
+
+// The header under construction. Each append fails with the number of its step in the log.
+class message_header {
+ public:
+  explicit message_header(tav_eml_smtp_send_mail& mail)
+      : m_cMail(mail), m_cType(tav_eml_mlutl_mail_type::get_content_type(mail.m_nContentType)) {}
+
+  bool compose() {
+    return add_required() && add_recipients() && add_originators() && add_ids() &&
+           append("Mime-Version: 1.0\r\n", 392) && add_content_type() && add_transfer_encoding() &&
+           append("\r\n", 439) && (!is_multipart() || add_leading_part());
+  }
+  void release(char*& buffer, long& length) { m_cText.release(buffer, length); }
+
+ private:
+  bool is_text() const { return clb_CompStrCaseN(m_cType, "text", 4) == 0; }
+  bool is_multipart() const { return clb_CompStrCaseN(m_cType, "mult", 4) == 0; }
+
+  bool append(const std::string& text, int line) {
+    if (m_cMail.add_buffer(m_cText.data(), m_cText.length(), text.data(),
+                           static_cast<long>(text.size())) != 0) {
+      return true;
+    }
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader() add_buffer[NG]: Line%d\n",
+                      line);
+    return false;
+  }
+
+  // A header that must be there. Null text means that the application never set it.
+  bool add_field(const char* label, const UtlString& value, const char* missing, int line) {
+    if (value.GetString() == nullptr) {
+      TAV_EML_LOG_ERROR("%s", missing);
+      return false;
+    }
+    return append(std::string(label) + " " + value.GetString() + "\r\n", line);
+  }
+
+  bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
+                     long& count) {
+    if (m_cMail.MakeHeaderAddress(list, label, m_cText.data(), nullptr, count, m_cText.length()) !=
+        0) {
+      return true;
+    }
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_smtp_send_mail::MakeHeader() MakeHeaderAddress[NG]: Line%d\n", line);
+    return false;
+  }
+
+  bool add_bracket(const char* label, const UtlString& value, int line) {
+    if (m_cMail.make_header_bracket(value, label, m_cText.data(), m_cText.length()) != 0) {
+      return true;
+    }
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_smtp_send_mail::MakeHeader() make_header_bracket[NG]: Line%d\n", line);
+    return false;
+  }
+
+  bool add_required() {
+    return add_field("Date:", m_cMail.m_cDate,
+                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : pdate == NULL\n", 219) &&
+           add_field("From:", m_cMail.m_cFrom.m_cAddress,
+                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : pfrom == NULL\n", 234) &&
+           add_field("Subject:", m_cMail.m_cSubject,
+                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : psubject == NULL\n", 248);
+  }
+
+  // Blind copies count as recipients and are never written.
+  bool add_recipients() {
+    long to = 0;
+    long cc = 0;
+    if (!add_addresses("To:", m_cMail.m_cTo, 296, to) ||
+        !add_addresses("Cc:", m_cMail.m_cCc, 303, cc)) {
+      return false;
+    }
+    UtlString address;
+    int pos = 0;
+    const int bcc = m_cMail.m_cBcc.get_address(address, pos, kSeparators);
+    if (to + cc + bcc > 0) return true;
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : addr_count == 0\n");
+    return false;
+  }
+
+  bool add_originators() {
+    long count = 0;
+    long senders = 0;
+    if (!add_addresses("Reply-To:", m_cMail.m_cReplyTo, 324, count) ||
+        !add_addresses("Sender:", m_cMail.m_cSender, 333, senders)) {
+      return false;
+    }
+    constexpr long kMostSenders = 1;
+    if (senders > kMostSenders) {
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : senderaddr_count > %ld\n",
+                        kMostSenders);
+      return false;
+    }
+    return add_addresses("Disposition-Notification-To:", m_cMail.m_cMdnAddress, 349, count);
+  }
+
+  bool add_ids() {
+    UtlString id(m_cMail.m_cMessageId);
+    if (id.IsEmpty()) tav_eml_smtp_send_mail::create_message_id(m_cMail.m_cFrom, id);
+    return add_bracket("Message-Id:", id, 367) &&
+           add_bracket("In-Reply-To:", m_cMail.m_cInReplyTo, 375) &&
+           add_bracket("References:", m_cMail.m_cReferences, 383);
+  }
+
+  bool add_content_type() {
+    if (is_text()) return append(text_type_line(m_cType), 414);
+    if (is_multipart()) {
+      return append(std::string("Content-Type: ") + m_cType + ";\r\n\tboundary=\"" +
+                        text_of(m_cMail.m_cBoundaryString) + "\"\r\n",
+                    414);
+    }
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Invalid ContentType.\n");
+    return false;
+  }
+
+  // At the top of a multipart message it is always 8bit: the real encodings stand in the parts.
+  bool add_transfer_encoding() {
+    if (!is_encoding_set(m_cMail.m_nTransferEncoding)) return true;
+    return append(is_multipart() ? "Content-Transfer-Encoding: 8bit\r\n" : transfer_encoding_line(),
+                  432);
+  }
+
+  // A message that is multipart begins with its text: the boundary line and that part's header.
+  bool add_leading_part() {
+    if (!append(std::string("--") + text_of(m_cMail.m_cBoundaryString) + "\r\n", 448) ||
+        !append(text_type_line("text/plain"), 459)) {
+      return false;
+    }
+    if (is_encoding_set(m_cMail.m_nTransferEncoding) && !append(transfer_encoding_line(), 468)) {
+      return false;
+    }
+    if (m_cMail.is_ignore_content_ciajwnetfax() != 0 &&
+        !append(std::string("Content-X-CIAJWNETFAX: ") +
+                    tav_eml_mlutl_mail_type::get_contet_x_ciajwnetfax(TAV_EML_CX_IGNORE) + "\r\n",
+                478)) {
+      return false;
+    }
+    return append("\r\n", 486);
+  }
+
+  std::string text_type_line(const char* type) const {
+    return std::string("Content-Type: ") + type + "; charset=\"" +
+           tav_eml_mlutl_mail_type::get_char_set(m_cMail.m_nCharSet) + "\"\r\n";
+  }
+
+  std::string transfer_encoding_line() const {
+    return std::string("Content-Transfer-Encoding: ") +
+           tav_eml_mlutl_mail_type::get_transfer_encoding(m_cMail.m_nTransferEncoding) + "\r\n";
+  }
+
+  tav_eml_smtp_send_mail& m_cMail;
+  const char* const m_cType;
+  utl_buffer m_cText;
+};
+
+}  // namespace
+
+bool is_multipart_type(TAV_EML_CONTENT_TYPE type) {
+  return type >= TAV_EML_CT_MULTIPART && type <= TAV_EML_CT_MULTIPART_REPORT;
+}
+
+const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
+  const struct {
+    const char* name;
+    const UtlString& value;
+  } fields[] = {
+      {"date", mail.m_cDate},
+      {"from", mail.m_cFrom.m_cAddress},
+      {"subject", mail.m_cSubject},
+      {"to", mail.m_cTo.m_cAddress},
+      {"cc", mail.m_cCc.m_cAddress},
+      {"bcc", mail.m_cBcc.m_cAddress},
+      {"reply-to", mail.m_cReplyTo.m_cAddress},
+      {"sender", mail.m_cSender.m_cAddress},
+      {"disposition-notification-to", mail.m_cMdnAddress.m_cAddress},
+      {"message-id", mail.m_cMessageId},
+      {"in-reply-to", mail.m_cInReplyTo},
+      {"references", mail.m_cReferences},
+  };
+  for (const auto& field : fields) {
+    if (!is_header_value(text_of(field.value))) return field.name;
+  }
+  if (is_multipart_type(mail.m_nContentType)) {
+    // Longest that its lines in the session's command buffer can be.
+    constexpr size_t kMaxBoundary = SMTP_BUFFER_SIZE - sizeof "\r\n----\r\n";
+    const UtlString& boundary = mail.m_cBoundaryString;
+    if (boundary.IsEmpty() || boundary.GetLength() > kMaxBoundary ||
+        !has_no_control(boundary.GetString()) ||
+        std::strchr(boundary.GetString(), '"') != nullptr) {
+      return "boundary";
+    }
+  }
+  if (mail.m_pPart != nullptr && !is_header_value(text_of(mail.m_pPart->m_cFIleName))) {
+    return "file name";
+  }
+  return nullptr;
+}
+
+int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
+                                              const char* label, char*& buffer, char* /*work*/,
+                                              long& count, long& length) {
+  count = 0;
+  try {
+    std::string lines;
+    UtlString address;
+    for (int pos = 0; list.get_address(address, pos, kSeparators) != 0; ++count) {
+      lines += count == 0 ? std::string(label) + " " : std::string(",\r\n\t");
+      lines += address.GetString();
+    }
+    if (count == 0) return 1;
+    lines += "\r\n";
+    if (add_buffer(buffer, length, lines.data(), static_cast<long>(lines.size())) != 0) return 1;
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():add_buffer NG\n",
+                      "MakeHeaderAddress");
+  } catch (const std::bad_alloc&) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():MemRealloc NG\n",
+                      "MakeHeaderAddress");
+  }
+  return 0;
+}
+
+int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
+                                                char*& buffer, long& length) {
+  if (value.IsEmpty()) return 1;
+  return guarded("make_header_bracket", 0, [&] {
+    const char* open = std::strchr(value.GetString(), '<');
+    bool is_written = false;
+    while (open != nullptr) {
+      const char* close = std::strchr(open, '>');
+      if (close == nullptr) {
+        TAV_EML_LOG_ERROR("<Warning>tav_eml_smtp_send_mail::%s:not found bracket'>'\n",
+                          "make_header_bracket");
+        break;
+      }
+      const std::string line = (is_written ? std::string("\t") : std::string(label) + " ") +
+                               std::string(open, close + 1) + "\r\n";
+      if (add_buffer(buffer, length, line.data(), static_cast<long>(line.size())) == 0) {
+        TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n",
+                          "make_header_bracket");
+        return 0;
+      }
+      is_written = true;
+      open = std::strchr(close, '<');
+    }
+    return is_written ? 1 : 0;
+  });
+}
+
+int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {
+  buffer = nullptr;
+  length = 0;
+  if (m_nCharSet == TAV_EML_CS_UNKNOWN || m_nCharSet == TAV_EML_CS_NONE) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : IsCharSetAvail NG\n");
+    return 0;
+  }
+  if (const char* field = unsafe_header_field(*this)) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : invalid %s\n", field);
+    return 0;
+  }
+  try {
+    message_header header(*this);
+    if (!header.compose()) return 0;
+    header.release(buffer, length);
+    return 1;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Exception occured.\n");
+  } catch (const std::bad_alloc&) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : out of memory\n");
+  }
+  return 0;
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,63 @@
+#include "fail_new.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace tav_test {
+namespace {
+
+bool fails_now() {
+  detail::new_failure_state& state = detail::new_failure;
+  if (!state.armed || state.pauses > 0) return false;
+  ++state.calls;
+  if (state.failing == 0) return false;
+  return state.all_from ? state.calls >= state.failing : state.calls == state.failing;
+}
+
+void* allocate(size_t size) noexcept {
+  return fails_now() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+void* allocate_or_throw(size_t size) {
+  void* const block = allocate(size);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+}  // namespace
+
+failing_new::failing_new(size_t nth, extent how) {
+  detail::new_failure = {};
+  detail::new_failure.all_from = how == all_from;
+  detail::new_failure.failing = nth;
+  detail::new_failure.armed = true;
+}
+
+bool failing_new::works() {
+  failing_new failure(1);
+  void* const block = ::operator new(1, std::nothrow);
+  ::operator delete(block);
+  return block == nullptr;
+}
+
+failing_new::~failing_new() { detail::new_failure.armed = false; }
+
+}  // namespace tav_test
+
+// Weak, because the sanitizers of clang bring operators of their own and would clash with these.
+#define REPLACED __attribute__((weak))
+
+REPLACED void* operator new(size_t size) { return tav_test::allocate_or_throw(size); }
+REPLACED void* operator new[](size_t size) { return tav_test::allocate_or_throw(size); }
+REPLACED void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return tav_test::allocate(size);
+}
+REPLACED void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+  return tav_test::allocate(size);
+}
+REPLACED void operator delete(void* block) noexcept { std::free(block); }
+REPLACED void operator delete[](void* block) noexcept { std::free(block); }
+REPLACED void operator delete(void* block, size_t) noexcept { std::free(block); }
+REPLACED void operator delete[](void* block, size_t) noexcept { std::free(block); }
+REPLACED void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+REPLACED void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }

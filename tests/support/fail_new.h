@@ -1,0 +1,53 @@
+// fail_new.h - makes the nth operator new of this thread fail.
+//
+//   failing_new failure(3);            // armed from here to the end of the scope
+//   EXPECT_EQ(object.parse(text), out_of_memory);
+//
+// Only a program that uses the class gets the replaced operator new. The test's own parts, which
+// run below the code under test, keep it away with new_failure_pause.
+
+#ifndef TESTS_SUPPORT_FAIL_NEW_H
+#define TESTS_SUPPORT_FAIL_NEW_H
+
+#include <cstddef>
+
+namespace tav_test {
+
+namespace detail {
+struct new_failure_state {
+  bool armed = false;
+  int pauses = 0;
+  bool all_from = false;
+  size_t failing = 0;
+  size_t calls = 0;
+};
+inline thread_local new_failure_state new_failure;
+}  // namespace detail
+
+class new_failure_pause {
+ public:
+  new_failure_pause() { ++detail::new_failure.pauses; }
+  ~new_failure_pause() { --detail::new_failure.pauses; }
+  new_failure_pause(const new_failure_pause&) = delete;
+  new_failure_pause& operator=(const new_failure_pause&) = delete;
+};
+
+class failing_new {
+ public:
+  enum extent { once, all_from };
+
+  // `nth` counts from 1; 0 fails none and only counts.
+  explicit failing_new(size_t nth, extent how = once);
+  ~failing_new();
+  failing_new(const failing_new&) = delete;
+  failing_new& operator=(const failing_new&) = delete;
+
+  // False where the program's operator new could not be replaced (clang's sanitizers): skip then.
+  static bool works();
+
+  size_t calls() const { return detail::new_failure.calls; }
+};
+
+}  // namespace tav_test
+
+#endif

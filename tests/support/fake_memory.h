@@ -1,0 +1,59 @@
+// fake_memory.h - the device's memory and mutexes (utl_os.h, and the memory half of osw.h) for
+// tests: every block is watched, allocations fail on demand.
+//
+//   fake_memory memory;
+//   memory.fail(3);                    // the third allocation from here
+//   EXPECT_EQ(mail.make_header(...), 0);
+//   EXPECT_TRUE(memory.clean());
+//
+// New memory is filled with 0xA5 and freed memory with 0xDD, a reallocated block always moves, and
+// both ends of a block are guarded. The watch is always on; a fake_memory object looks at what
+// happens from its construction on. One object at a time.
+
+#ifndef TESTS_SUPPORT_FAKE_MEMORY_H
+#define TESTS_SUPPORT_FAKE_MEMORY_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace tav_test {
+
+class fake_memory {
+ public:
+  fake_memory();
+  ~fake_memory();
+  fake_memory(const fake_memory&) = delete;
+  fake_memory& operator=(const fake_memory&) = delete;
+
+  // Allocations fail: the nth from this call on (from 1), that and all later ones, or none.
+  void fail(size_t nth);
+  void fail_from(size_t nth);
+  void never_fail();
+  // Attempts to allocate since the construction or the latest of the calls above.
+  size_t allocations() const;
+  // True when a failure that was asked for has happened.
+  bool failed() const;
+
+  // Blocks allocated and not yet freed, and their bytes.
+  size_t live_blocks() const;
+  size_t live_bytes() const;
+
+  struct mutex_state {
+    bool held;
+    size_t takes;    // granted to the holder since it was free; they do not nest
+    size_t waiters;  // threads that wait for it now
+  };
+  std::vector<mutex_state> mutexes() const;  // the mutexes that exist, oldest first
+  bool any_mutex_held() const;
+
+  // One line for each leak, overrun, free of something that is not a live block, and misuse of a
+  // mutex; "" when all is well.
+  std::string problems() const;
+  // problems() is "". Writes them to the error output otherwise.
+  bool clean() const;
+};
+
+}  // namespace tav_test
+
+#endif

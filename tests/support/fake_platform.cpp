@@ -1,0 +1,279 @@
+#include "fake_platform.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "fake_net.h"
+#include "osw.h"
+
+namespace tav_test {
+namespace {
+
+// A caller that goes on for ever with transfers that move nothing would hang the test.
+constexpr size_t max_idle_calls = 10000;
+
+fake_net* current_net = nullptr;
+std::recursive_mutex net_mutex;
+
+int32_t natural_result(net_call kind, fake_platform::outcome how) {
+  const bool timeout = how == fake_platform::outcome::timeout;
+  switch (kind) {
+    case net_call::connect:
+    case net_call::send:
+    case net_call::recv:
+      return timeout ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
+    case net_call::tls_init:
+      return TLSW_ERR_NO_MEMORY;
+    case net_call::tls_connect:
+      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_CONNECT;
+    case net_call::tls_read:
+      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_READ;
+    case net_call::tls_write:
+      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_WRITE;
+    case net_call::tls_shutdown:
+    case net_call::tls_term:
+      return TLSW_ERR_SHUTDOWN;
+    default:
+      return TAV_NETSOCK_ERROR;
+  }
+}
+
+std::string result_text(net_call kind, int32_t result) {
+  if (kind < net_call::tls_init) return std::to_string(result);
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(result));
+  return text;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  return text;
+}
+
+}  // namespace
+
+net_entry::net_entry() : net(nullptr), m_lock(net_mutex) { net = current_net; }
+
+const char* name_of(net_call kind) {
+  static const char* const names[] = {
+      "resolve", "socket",   "set_scope",   "connect",  "send",      "recv",         "shutdown",
+      "close",   "tls_init", "tls_connect", "tls_read", "tls_write", "tls_shutdown", "tls_term",
+  };
+  return names[static_cast<size_t>(kind)];
+}
+
+std::string endpoint_name(const std::string& address, uint16_t port) {
+  const bool v6 = address.find(':') != std::string::npos;
+  return (v6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
+std::optional<int32_t> fake_net::forced(net_call kind) {
+  const size_t nth = ++counts[kind];
+  ++any_calls;
+  for (const auto& [where, rule] : rules) {
+    if (where.first != kind) continue;
+    if (rule.all_from ? nth >= where.second : nth == where.second) return rule.result;
+  }
+  if (any_nth != 0 && (any_from ? any_calls >= any_nth : any_calls == any_nth))
+    return natural_result(kind, any_outcome);
+  return std::nullopt;
+}
+
+int32_t fake_net::done(net_call kind, int32_t handle, const std::string& detail, int32_t result) {
+  std::string text = name_of(kind);
+  if (!detail.empty()) text += " " + detail;
+  const bool plain = kind == net_call::socket ? result > 0 : result == 0;
+  if (!plain) text += " = " + result_text(kind, result);
+  records.push_back({kind, handle, 0, text});
+  idle_calls = 0;
+  return result;
+}
+
+int32_t fake_net::transferred(net_call kind, int32_t handle, int32_t len, int32_t result,
+                              int64_t moved) {
+  const bool receives = kind == net_call::recv || kind == net_call::tls_read;
+  idle_calls = moved > 0 ? 0 : idle_calls + 1;
+  if (idle_calls > max_idle_calls) {
+    std::cerr << "endless loop of " << name_of(kind) << " calls that move nothing\n";
+    std::abort();
+  }
+  std::string text = name_of(kind);
+  if (receives && moved > 0) {
+    call_record* const last = records.empty() ? nullptr : &records.back();
+    const bool joins = last && last->kind == kind && last->handle == handle && last->received > 0;
+    const size_t sum = static_cast<size_t>(moved) + (joins ? last->received : 0);
+    if (!joins) records.emplace_back();
+    records.back() = {kind, handle, sum, text + " " + std::to_string(sum)};
+    return result;
+  }
+  if (!receives) text += " " + std::to_string(len);
+  if (moved < 0)
+    text += " = " + result_text(kind, result);
+  else if (receives || moved != len)
+    text += " = " + std::to_string(moved);
+  records.push_back({kind, handle, 0, text});
+  return result;
+}
+
+void fake_net::pump(fake_socket& sock) {
+  if (!sock.peer) return;
+  auto& actions = sock.peer->actions;
+  while (!actions.empty() && actions.front().kind != peer_action::start_tls) {
+    const peer_action action = std::move(actions.front());
+    actions.pop_front();
+    if (action.kind == peer_action::send) {
+      sock.inbound += action.bytes;
+    } else {
+      sock.peer_gone = true;
+      actions.clear();
+    }
+  }
+}
+
+void fake_net::peer_leaves(fake_socket& sock) {
+  sock.peer_gone = true;
+  if (sock.peer) sock.peer->actions.clear();
+}
+
+int32_t fake_net::give(fake_socket& sock, const void* data, int32_t len) const {
+  const size_t count = std::min(static_cast<size_t>(len), send_limit);
+  if (count == 0) return 0;
+  sock.peer->received({static_cast<const char*>(data), count});
+  pump(sock);
+  return static_cast<int32_t>(count);
+}
+
+int32_t fake_net::take(fake_socket& sock, void* data, int32_t len) const {
+  const size_t wanted = std::min(static_cast<size_t>(len), recv_limit);
+  const size_t count = std::min(wanted, sock.inbound.size());
+  if (count == 0) return 0;
+  std::memcpy(data, sock.inbound.data(), count);
+  sock.inbound.erase(0, count);
+  return static_cast<int32_t>(count);
+}
+
+fake_platform::fake_platform() : m_net(std::make_unique<fake_net>()) {
+  net_entry entry;
+  if (entry.net != nullptr) {
+    std::cerr << "there is a fake_platform already\n";
+    std::abort();
+  }
+  current_net = m_net.get();
+}
+
+fake_platform::~fake_platform() {
+  net_entry entry;
+  current_net = nullptr;
+}
+
+void fake_platform::resolve(const std::string& name, const std::vector<std::string>& addresses) {
+  m_net->names[name] = addresses;
+}
+
+void fake_platform::serve(const std::string& address, uint16_t port, mail_host& host,
+                          tls_mode mode) {
+  m_net->endpoints[endpoint_name(address, port)] = {&host, mode, 0};
+}
+
+void fake_platform::connect_result(const std::string& address, uint16_t port, int32_t result) {
+  m_net->endpoints[endpoint_name(address, port)].result = result;
+}
+
+void fake_platform::fail(net_call kind, size_t nth, int32_t result) {
+  m_net->rules[{kind, nth}] = {result, false};
+}
+
+void fake_platform::fail_from(net_call kind, size_t nth, int32_t result) {
+  m_net->rules[{kind, nth}] = {result, true};
+}
+
+void fake_platform::fail_any(size_t nth, outcome how) {
+  m_net->any_nth = nth;
+  m_net->any_from = false;
+  m_net->any_outcome = how;
+  m_net->any_calls = 0;
+}
+
+void fake_platform::fail_any_from(size_t nth, outcome how) {
+  fail_any(nth, how);
+  m_net->any_from = true;
+}
+
+size_t fake_platform::any_calls() const { return m_net->any_calls; }
+
+void fake_platform::never_fail() {
+  m_net->rules.clear();
+  m_net->any_nth = 0;
+}
+
+void fake_platform::send_limit(size_t bytes) { m_net->send_limit = bytes; }
+void fake_platform::recv_limit(size_t bytes) { m_net->recv_limit = bytes; }
+
+void fake_platform::device_settings(const CFG_EVENT_MAIL& record, int32_t result) {
+  m_net->device = record;
+  m_net->device_result = result;
+}
+
+std::vector<std::string> fake_platform::calls() const {
+  std::vector<std::string> result;
+  for (const call_record& record : m_net->records) result.push_back(record.text);
+  return result;
+}
+
+std::vector<std::string> fake_platform::calls(const std::set<net_call>& kinds) const {
+  std::vector<std::string> result;
+  for (const call_record& record : m_net->records)
+    if (record.kind && kinds.count(*record.kind)) result.push_back(record.text);
+  return result;
+}
+
+std::set<int64_t> fake_platform::timeouts(net_call kind) const {
+  const auto found = m_net->timeouts.find(kind);
+  return found == m_net->timeouts.end() ? std::set<int64_t>{} : found->second;
+}
+
+std::vector<std::array<uint8_t, 16>> fake_platform::tls_records() const {
+  return m_net->tls_records;
+}
+
+std::vector<int32_t> fake_platform::sleeps() const { return m_net->sleeps; }
+
+std::string fake_platform::leaks() const {
+  std::vector<std::string> lines;
+  for (const auto& sock : m_net->sockets)
+    lines.push_back("socket " + std::to_string(sock.first) + " is still open");
+  for (const uint32_t context : m_net->contexts)
+    lines.push_back("TLS context " + std::to_string(context) + " is still open");
+  for (const auto& session : m_net->sessions)
+    lines.push_back("TLS session " + std::to_string(session.first) + " is still open");
+  if (!m_net->answers.empty()) lines.push_back("a resolver answer was not freed");
+  return joined(lines);
+}
+
+std::string fake_platform::problems() const { return joined(m_net->faults) + leaks(); }
+
+bool fake_platform::clean() const {
+  const std::string found = problems();
+  std::cerr << found;
+  return found.empty();
+}
+
+}  // namespace tav_test
+
+int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) {
+  tav_test::net_entry entry;
+  if (entry.net == nullptr || record == nullptr) return -1;
+  *record = entry.net->device;
+  return entry.net->device_result;
+}
+
+void osw_Sleep(int32_t milliseconds) {
+  tav_test::net_entry entry;
+  if (entry.net == nullptr) return;
+  entry.net->sleeps.push_back(milliseconds);
+  entry.net->records.push_back({std::nullopt, 0, 0, "sleep " + std::to_string(milliseconds)});
+}
