@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -19,6 +20,7 @@
 #include "port_time.h"
 #include "socket_names.h"
 #include "tav_netsock.h"
+#include "wiretap.h"
 
 namespace {
 
@@ -150,6 +152,26 @@ int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
   }
 }
 
+// "192.0.2.1 port 25", for an observer.
+std::string address_text(const void* addr) {
+  tav_netsock_sockaddr_in6 address = {};
+  std::memcpy(&address, addr, sizeof(tav_netsock_sockaddr_in));
+  char text[INET6_ADDRSTRLEN] = "";
+  if (address.family == AF_INET) {
+    inet_ntop(AF_INET, static_cast<const tav_netsock_sockaddr_in*>(addr)->addr, text, sizeof text);
+  } else {
+    inet_ntop(AF_INET6, static_cast<const tav_netsock_sockaddr_in6*>(addr)->addr, text,
+              sizeof text);
+  }
+  return std::string(text) + " port " + std::to_string(ntohs(address.port));
+}
+
+// Tells an observer what was moved.
+int32_t observed(TAV_WIRETAP_EVENT event, const void* data, int32_t count) {
+  if (count > 0) wiretap(event, {static_cast<const char*>(data), static_cast<size_t>(count)});
+  return count;
+}
+
 bool is_usable_link(const ifaddrs& entry) {
   constexpr unsigned int kUp = IFF_UP | IFF_RUNNING;
   return entry.ifa_addr != nullptr && entry.ifa_addr->sa_family == AF_INET6 &&
@@ -224,6 +246,7 @@ int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
                                   int32_t timeout_ms) {
   if (!is_handle(sock) || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
+  if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTING, address_text(addr));
   const deadline until(timeout_ms);
   int32_t result = 0;
   if (connect(sock, static_cast<const sockaddr*>(addr), static_cast<socklen_t>(addr_len)) != 0) {
@@ -237,21 +260,25 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
   } catch (const std::bad_alloc&) {
     return TAV_NETSOCK_ERROR;
   }
+  if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTED, address_text(addr));
   return 0;
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) {
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  return transfer(sock, POLLOUT, timeout_ms,
-                  [&] { return send(sock, data, static_cast<size_t>(len), flags | MSG_NOSIGNAL); });
+  const int32_t count = transfer(sock, POLLOUT, timeout_ms, [&] {
+    return send(sock, data, static_cast<size_t>(len), flags | MSG_NOSIGNAL);
+  });
+  return observed(TAV_WIRETAP_SENT, data, count);
 }
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) {
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  return transfer(sock, POLLIN, timeout_ms,
-                  [&] { return recv(sock, data, static_cast<size_t>(len), flags); });
+  const int32_t count = transfer(sock, POLLIN, timeout_ms,
+                                 [&] { return recv(sock, data, static_cast<size_t>(len), flags); });
+  return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 
 int32_t tav_netsock_shutdown(int32_t sock) {
@@ -263,5 +290,6 @@ int32_t tav_netsock_shutdown(int32_t sock) {
 int32_t tav_netsock_close(int32_t sock) {
   if (!is_handle(sock)) return -1;
   forget_name(sock);
+  wiretap(TAV_WIRETAP_CLOSED);
   return close(sock) == 0 || errno == EINTR ? 0 : -1;
 }

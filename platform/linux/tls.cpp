@@ -16,6 +16,7 @@
 #include "tav_dbglog.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
+#include "wiretap.h"
 
 #define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
 
@@ -171,6 +172,10 @@ int32_t handshake(session& s, const std::string& name, bool check, uint32_t time
     case io_result::done:
       TLS_LOG(4, "tlsw: %s with %s\n", SSL_get_version(s.ssl.get()),
               SSL_get_cipher_name(s.ssl.get()));
+      if (has_wiretap()) {
+        wiretap(TAV_WIRETAP_TLS_STARTED,
+                std::string(SSL_get_version(s.ssl.get())) + " " + SSL_get_cipher_name(s.ssl.get()));
+      }
       return TLSW_OK;
     case io_result::timeout:
       TLS_LOG(0, "tlsw: handshake timed out\n");
@@ -179,7 +184,9 @@ int32_t handshake(session& s, const std::string& name, bool check, uint32_t time
       break;
   }
   if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
-    TLS_LOG(0, "tlsw: certificate refused: %s\n", describe_refusal(s.ssl.get(), name).c_str());
+    const std::string reason = describe_refusal(s.ssl.get(), name);
+    TLS_LOG(0, "tlsw: certificate refused: %s\n", reason.c_str());
+    wiretap(TAV_WIRETAP_TLS_REFUSED, reason);
     return TLSW_ERR_CERTIFICATE;
   }
   log_openssl_error("handshake");
@@ -288,7 +295,10 @@ int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeou
   int moved = 0;
   const io_result result =
       run(*s, deadline(timeout_ms), [&] { return moved = SSL_read(s->ssl.get(), data, len); });
-  if (result == io_result::done) *count = moved;
+  if (result == io_result::done) {
+    *count = moved;
+    wiretap(TAV_WIRETAP_RECEIVED, {static_cast<const char*>(data), static_cast<size_t>(moved)});
+  }
   return transfer_result(*s, result, "read", TLSW_ERR_READ);
 }
 
@@ -302,7 +312,10 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
   int moved = 0;
   io_result result =
       run(*s, deadline(timeout_ms), [&] { return moved = SSL_write(s->ssl.get(), data, len); });
-  if (result == io_result::done) *count = moved;
+  if (result == io_result::done) {
+    *count = moved;
+    wiretap(TAV_WIRETAP_SENT, {static_cast<const char*>(data), static_cast<size_t>(moved)});
+  }
   if (result == io_result::closed) result = io_result::failed;
   return transfer_result(*s, result, "write", TLSW_ERR_WRITE);
 }

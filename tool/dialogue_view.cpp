@@ -1,0 +1,193 @@
+#include "dialogue_view.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kLongestLine = 2000;
+constexpr size_t kMostLines = 100;  // of one reply, and most exchanges that are kept
+constexpr std::string_view kEndOfData = "\r\n.\r\n";
+constexpr char kMask[] = "****";
+constexpr char kEndOfDataVerb[] = ".";
+
+std::string upper_case(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), [](char ch) {
+    return ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 'a' + 'A') : ch;
+  });
+  return result;
+}
+
+// Cuts the next word off the front of `text`.
+std::string_view take_word(std::string_view& text) {
+  const std::string_view word = text.substr(0, text.find(' '));
+  text.remove_prefix(std::min(word.size() + 1, text.size()));
+  return word;
+}
+
+bool is_final(std::string_view line) { return line.size() < 4 || line[3] != '-'; }
+
+// The command with what must not be seen behind it masked.
+std::string masked(std::string_view line, const std::string& verb) {
+  std::string_view rest = line;
+  take_word(rest);
+  if (verb == "PASS") return verb + " " + kMask;
+  if (verb != "AUTH" && verb != "APOP") return std::string(line);
+  const std::string_view first = take_word(rest);  // the method, or the user
+  return verb + " " + std::string(first) + (rest.empty() ? "" : std::string(" ") + kMask);
+}
+
+}  // namespace
+
+std::string presentable(std::string_view text) {
+  std::string result(text.substr(0, kLongestLine));
+  std::replace_if(
+      result.begin(), result.end(),
+      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; }, ' ');
+  result.erase(result.find_last_not_of(' ') + 1);
+  return result;
+}
+
+void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
+  switch (event) {
+    case TAV_WIRETAP_CONNECTING:
+      show("* ", "trying " + std::string(bytes));
+      break;
+    case TAV_WIRETAP_CONNECTED:
+      show("* ", "connected to " + std::string(bytes));
+      m_eMode = mode::commands;
+      m_bUnderTls = false;
+      m_cFromClient.clear();
+      m_cFromServer.clear();
+      begin_exchange("");
+      break;
+    case TAV_WIRETAP_SENT:
+      sent(bytes);
+      break;
+    case TAV_WIRETAP_RECEIVED:
+      received(bytes);
+      break;
+    case TAV_WIRETAP_TLS_STARTED:
+      m_bUnderTls = true;
+      m_cTls = presentable(bytes);
+      show("* ", "TLS: " + m_cTls);
+      break;
+    case TAV_WIRETAP_TLS_REFUSED:
+      m_cTlsRefusal = presentable(bytes);
+      show("* ", "certificate refused: " + m_cTlsRefusal);
+      break;
+    case TAV_WIRETAP_CLOSED:
+      show("* ", "closed");
+      break;
+  }
+}
+
+void dialogue_view::show(const char* who, std::string_view text) {
+  if (m_cSink) m_cSink(who + presentable(text));
+}
+
+void dialogue_view::begin_exchange(std::string verb) {
+  if (m_cExchanges.size() >= kMostLines) m_cExchanges.erase(m_cExchanges.begin());
+  m_cExchanges.push_back({std::move(verb), {}, m_bUnderTls});
+}
+
+std::string dialogue_view::last_reply() const {
+  if (m_cExchanges.empty() || m_cExchanges.back().reply.empty()) return {};
+  std::string text;
+  for (const std::string& line : m_cExchanges.back().reply) {
+    text += text.empty() ? line : " " + line.substr(std::min<size_t>(4, line.size()));
+  }
+  return presentable(text);
+}
+
+void dialogue_view::sent(std::string_view bytes) {
+  while (!bytes.empty()) {
+    if (m_eMode == mode::data) {
+      bytes.remove_prefix(take_data(bytes));
+      continue;
+    }
+    const size_t feed = bytes.find('\n');
+    const size_t count = std::min(feed, bytes.size() - 1) + 1;
+    if (m_cFromClient.size() < kLongestLine) m_cFromClient.append(bytes.substr(0, count));
+    bytes.remove_prefix(count);
+    if (feed != std::string_view::npos) client_line(std::exchange(m_cFromClient, {}));
+  }
+}
+
+// Counts mail data up to its end. Returns how many bytes were data or its end.
+size_t dialogue_view::take_data(std::string_view bytes) {
+  size_t taken = 0;
+  while (taken < bytes.size() && m_uEndMatched < kEndOfData.size()) {
+    if (m_uEndMatched == 0) {
+      taken = std::min(bytes.find('\r', taken), bytes.size());
+      if (taken == bytes.size()) break;
+    }
+    const char ch = bytes[taken++];
+    m_uEndMatched = ch == kEndOfData[m_uEndMatched] ? m_uEndMatched + 1 : ch == '\r' ? 1 : 0;
+  }
+  m_uDataBytes += taken;
+  if (m_uEndMatched == kEndOfData.size()) {
+    show("C: ", "[" + std::to_string(m_uDataBytes - 3) + " bytes of mail]");
+    show("C: ", kEndOfDataVerb);
+    m_bEndSent = true;
+    m_eMode = mode::commands;
+    begin_exchange(kEndOfDataVerb);
+  }
+  return taken;
+}
+
+void dialogue_view::client_line(std::string_view line) {
+  if (m_eMode == mode::login) {
+    show("C: ", kMask);
+    begin_exchange("AUTH");
+    return;
+  }
+  const std::string text = presentable(line);
+  std::string_view rest = text;
+  const std::string verb = upper_case(take_word(rest));
+  show("C: ", masked(text, verb));
+  if (verb == "AUTH") m_eMode = mode::login;
+  begin_exchange(verb);
+}
+
+void dialogue_view::received(std::string_view bytes) {
+  for (const char ch : bytes) {
+    if (m_cFromServer.size() < kLongestLine || ch == '\n') m_cFromServer += ch;
+    if (ch == '\n') server_line(std::exchange(m_cFromServer, {}));
+  }
+}
+
+void dialogue_view::server_line(std::string_view line) {
+  std::string text = presentable(line);
+  const bool is_login = m_eMode == mode::login;
+  if (is_login && !text.empty() && text[0] == '3') text = text.substr(0, 4) + kMask;
+  show("S: ", text);
+  if (m_cExchanges.empty()) begin_exchange("");
+  exchange& current = m_cExchanges.back();
+  if (current.reply.size() < kMostLines) current.reply.push_back(text);
+  if (!is_final(text)) return;
+
+  const char first = text.empty() ? ' ' : text[0];
+  if (is_login && first != '3') m_eMode = mode::commands;
+  if (current.verb == "DATA" && first == '3') {
+    m_eMode = mode::data;
+    m_uEndMatched = 2;  // a mail begins at the start of a line
+    m_uDataBytes = 0;
+  }
+  if (current.verb == kEndOfDataVerb) m_bAccepted = first == '2';
+}
+
+dialogue_tap::dialogue_tap(dialogue_view& view) {
+  const auto observe = [](void* context, TAV_WIRETAP_EVENT event, const char* bytes,
+                          size_t length) {
+    static_cast<dialogue_view*>(context)->take(event, {bytes, length});
+  };
+  tav_wiretap_set(observe, &view);
+}
+
+dialogue_tap::~dialogue_tap() { tav_wiretap_set(nullptr, nullptr); }
+
+}  // namespace tavmail

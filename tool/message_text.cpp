@@ -1,0 +1,200 @@
+#include "message_text.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "chc.h"
+#include "problem.h"
+#include "quorvelmida/tav_eml_mlutl_mail_address.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "quorvelmida/tav_eml_smtp_util.h"
+#include "utl_os.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+constexpr char kSeparators[] = ";,";
+constexpr size_t kLongestLine = 75;
+constexpr size_t kLongestAscii = 900;
+constexpr size_t kAddressLabel = sizeof "Disposition-Notification-To: ";
+
+bool has_control(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
+}
+
+// True when all of the text converts.
+bool converts(const std::string& text, CHC_ENCODE_TYPE to) {
+  if (text.find('\0') != std::string::npos) return false;
+  std::vector<char> room(4096);
+  for (size_t at = 0; at < text.size();) {
+    CHC_CONVERT_REQUEST request{};
+    request.source = text.c_str() + at;
+    request.destination = room.data();
+    request.capacity = static_cast<int32_t>(room.size());
+    if (chc_convert_encode(CHC_UTF_8, to, &request) != CHC_OK || request.consumed < 1) return false;
+    at += static_cast<size_t>(request.consumed);
+  }
+  return true;
+}
+
+std::string charset_advice(TAV_EML_CHAR_SET char_set) {
+  return std::string("has a character that ") + tav_eml_mlutl_mail_type::get_char_set(char_set) +
+         " lacks; use --charset utf-8";
+}
+
+std::string to_words(const std::string& text, TAV_EML_CHAR_SET char_set, int max_line) {
+  char* words = nullptr;
+  long length = 0;
+  const int made = tav_eml_mlutl_mime_utility::ToMimeEncode(
+      char_set, text.data(), static_cast<long>(text.size()), words, length, max_line);
+  const std::unique_ptr<char, decltype(&UtlOS::MemFree)> owner(words, UtlOS::MemFree);
+  if (made == 0) throw problem(EX_DATAERR, "\"" + text + "\" " + charset_advice(char_set));
+  return {words, static_cast<size_t>(length)};
+}
+
+// The display name of an address, without its quotes.
+std::string display_name(const std::string& address) {
+  std::string name = address.substr(0, address.rfind('<'));
+  name.erase(name.find_last_not_of(" \t") + 1);
+  if (name.size() < 2 || name.front() != '"' || name.back() != '"') return name;
+  std::string plain;
+  for (size_t i = 1; i + 1 < name.size(); ++i) {
+    if (name[i] == '\\' && i + 2 < name.size()) ++i;
+    plain += name[i];
+  }
+  return plain;
+}
+
+// One address, its display name encoded when it has to be.
+std::string encoded_address(const std::string& what, const std::string& address,
+                            TAV_EML_CHAR_SET char_set) {
+  UtlString bare;
+  UtlString account;
+  UtlString domain;
+  if (tav_eml_mlutl_mail_address::get_real_address(bare, address.c_str()) == 0 ||
+      tav_eml_mlutl_mail_address::split_address(account, domain, bare.GetString()) == 0 ||
+      bare.GetLength() > 256 || std::string(bare.GetString()).find(' ') != std::string::npos) {
+    throw problem(EX_DATAERR, what + ": \"" + address + "\" is no address; expected NAME@DOMAIN");
+  }
+  if (!is_ascii(bare.GetString())) {
+    throw problem(EX_DATAERR, what + ": \"" + std::string(bare.GetString()) +
+                                  "\" has characters that no mail address can have");
+  }
+  if (is_ascii(address)) return address;
+  return to_words(display_name(address), char_set, static_cast<int>(kLongestLine - kAddressLabel)) +
+         " <" + bare.GetString() + ">";
+}
+
+template <typename Take>
+void for_each_address(const std::string& list, Take&& take) {
+  const tav_eml_mlutl_mail_address addresses(list.c_str());
+  UtlString address;
+  for (int pos = 0; addresses.get_address(address, pos, kSeparators) != 0;) {
+    take(std::string(address.GetString()));
+  }
+}
+
+}  // namespace
+
+bool is_ascii(const std::string& text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
+}
+
+bool is_utf8(const std::string& text) { return converts(text, CHC_UTF_8); }
+
+bool can_express(const std::string& text, TAV_EML_CHAR_SET char_set) {
+  CHC_ENCODE_TYPE type;
+  return tav_eml_mlutl_mail_type::convert_util_lib_encode_type(char_set, type) == 0 &&
+         converts(text, type);
+}
+
+void check_header_text(const std::string& what, const std::string& text,
+                       TAV_EML_CHAR_SET char_set) {
+  if (has_control(text)) {
+    throw problem(EX_DATAERR, what + " has a line break or control character; remove it");
+  }
+  // Only what is encoded is folded; an ASCII line goes as it is (RFC 5322 2.1.1).
+  if (is_ascii(text) && text.size() > kLongestAscii) {
+    throw problem(EX_DATAERR, what + " is longer than a mail's line can be; shorten it");
+  }
+  if (!is_utf8(text)) throw problem(EX_DATAERR, what + " is not UTF-8 text; convert it first");
+  if (!can_express(text, char_set))
+    throw problem(EX_DATAERR, what + " " + charset_advice(char_set));
+}
+
+std::string encoded_addresses(const std::string& what, const std::string& list,
+                              TAV_EML_CHAR_SET char_set) {
+  check_header_text(what, list, char_set);
+  std::string encoded;
+  for_each_address(list, [&](const std::string& address) {
+    encoded += (encoded.empty() ? "" : ", ") + encoded_address(what, address, char_set);
+  });
+  return encoded;
+}
+
+int count_addresses(const std::string& list) {
+  int count = 0;
+  for_each_address(list, [&](const std::string&) { ++count; });
+  return count;
+}
+
+std::string quotable_file_name(const std::string& name) {
+  const bool needs_words = !is_ascii(name);
+  std::string quotable;
+  for (const char ch : name) {
+    if (ch != '"' && ch != '\\') {
+      quotable += ch;
+    } else if (needs_words) {
+      // Inside an encoded word a backslash would be part of the name.
+      quotable += ch == '"' ? '\'' : '_';
+    } else {
+      quotable += std::string("\\") + ch;
+    }
+  }
+  return quotable;
+}
+
+std::string canonical_lines(const std::string& text) {
+  std::string lines;
+  lines.reserve(text.size() + text.size() / 16);
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\r' || text[i] == '\n') {
+      lines += "\r\n";
+      if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') ++i;
+    } else {
+      lines += text[i];
+    }
+  }
+  return lines;
+}
+
+std::string date_now() {
+  char date[64] = "";
+  tav_eml_smtp_util::get_date(1, sizeof date, date);
+  return date;
+}
+
+std::string new_boundary() {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  unsigned char bytes[16];
+  if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
+    throw problem(EX_OSERR, "no random numbers to be had from the system");
+  }
+  // "=_" never stands in base64 or quoted-printable text.
+  std::string boundary = "=_tav_";
+  for (const unsigned char byte : bytes) {
+    boundary += kDigits[byte >> 4];
+    boundary += kDigits[byte & 15];
+  }
+  return boundary;
+}
+
+}  // namespace tavmail

@@ -1,0 +1,38 @@
+// message_text.h - texts as the library wants them: checked, converted where it does not do that
+// itself, and with header values that need it encoded.
+
+#ifndef MESSAGE_TEXT_H
+#define MESSAGE_TEXT_H
+
+#include <string>
+
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+
+namespace tavmail {
+
+bool is_ascii(const std::string& text);
+bool is_utf8(const std::string& text);
+// True when the character set has every character of a UTF-8 text.
+bool can_express(const std::string& text, quorvelmida::TAV_EML_CHAR_SET char_set);
+
+// Throws a problem when the text cannot be a header value in the character set. `what` names it.
+void check_header_text(const std::string& what, const std::string& text,
+                       quorvelmida::TAV_EML_CHAR_SET char_set);
+
+// An address list: every address checked, display names encoded. Throws a problem.
+std::string encoded_addresses(const std::string& what, const std::string& list,
+                              quorvelmida::TAV_EML_CHAR_SET char_set);
+int count_addresses(const std::string& list);
+
+// A file name for the library, which writes it between quotes as it is.
+std::string quotable_file_name(const std::string& name);
+
+// Text with every line end CR LF (RFC 2046 4.1.1).
+std::string canonical_lines(const std::string& text);
+
+std::string date_now();
+std::string new_boundary();
+
+}  // namespace tavmail
+
+#endif

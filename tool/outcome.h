@@ -1,0 +1,19 @@
+// outcome.h - what a failed step means: the cause, what to try, and the exit code.
+
+#ifndef OUTCOME_H
+#define OUTCOME_H
+
+#include "dialogue_view.h"
+#include "problem.h"
+#include "quorvelmida/tav_eml_result.h"
+#include "server_options.h"
+
+namespace tavmail {
+
+// One plain sentence about a result that is not TAV_EML_OK.
+problem explain(quorvelmida::TAV_EML_RESULT result, const dialogue_view& view,
+                const server_options& options);
+
+}  // namespace tavmail
+
+#endif

@@ -1,0 +1,70 @@
+#include "progress_bar.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace tavmail {
+
+namespace {
+
+constexpr auto kRedraw = std::chrono::milliseconds(100);
+constexpr int kWidestLine = 79;
+constexpr int kNarrowestBar = 5;
+
+int line_width() {
+  winsize size{};
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kWidestLine;
+  return std::min<int>(size.ws_col - 1, kWidestLine);
+}
+
+}  // namespace
+
+std::string amount(double bytes) {
+  static constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB"};
+  int unit = 0;
+  for (; bytes >= 1000 && unit < 4; ++unit) bytes /= 1000;
+  char text[32];
+  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, kUnits[unit]);
+  return text;
+}
+
+progress_bar::progress_bar(std::string label, uint64_t total, bool wanted)
+    : m_cLabel(std::move(label)), m_uTotal(total), m_bShown(wanted && isatty(STDERR_FILENO) == 1) {}
+
+progress_bar::~progress_bar() {
+  if (m_bShown && m_cDrawn != clock::time_point{}) std::fputs("\r\033[K", stderr);
+}
+
+void progress_bar::advance(uint64_t bytes) {
+  m_uDone += bytes;
+  const auto now = clock::now();
+  if (!m_bShown || now - m_cDrawn < kRedraw) return;
+  m_cDrawn = now;
+  draw();
+}
+
+void progress_bar::draw() const {
+  const double share =
+      m_uTotal > 0 ? std::min(1.0, static_cast<double>(m_uDone) / static_cast<double>(m_uTotal))
+                   : 1.0;
+  const double seconds = std::chrono::duration<double>(clock::now() - m_cStart).count();
+  char numbers[96];
+  std::snprintf(numbers, sizeof numbers, " %3d %%  %s  %s/s", static_cast<int>(share * 100),
+                amount(static_cast<double>(m_uDone)).c_str(),
+                amount(static_cast<double>(m_uDone) / std::max(seconds, 0.001)).c_str());
+  std::string line = m_cLabel + " ";
+  const int room = line_width() - static_cast<int>(line.size() + std::string(numbers).size()) - 2;
+  if (room >= kNarrowestBar) {
+    const int filled = static_cast<int>(share * room);
+    line += "[" + std::string(static_cast<size_t>(filled), '#') +
+            std::string(static_cast<size_t>(room - filled), '.') + "]";
+  }
+  line += numbers;
+  std::fprintf(stderr, "\r\033[K%s", line.substr(0, static_cast<size_t>(line_width())).c_str());
+  std::fflush(stderr);
+}
+
+}  // namespace tavmail

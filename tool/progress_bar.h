@@ -1,0 +1,41 @@
+// progress_bar.h - how far a transfer is, on one line of a terminal.
+
+#ifndef PROGRESS_BAR_H
+#define PROGRESS_BAR_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace tavmail {
+
+// Draws on the standard error output when that is a terminal, and nothing otherwise. The line is
+// cleared when the bar goes.
+class progress_bar {
+ public:
+  progress_bar(std::string label, uint64_t total, bool wanted);
+  ~progress_bar();
+  progress_bar(const progress_bar&) = delete;
+  progress_bar& operator=(const progress_bar&) = delete;
+
+  void advance(uint64_t bytes);
+
+ private:
+  using clock = std::chrono::steady_clock;
+
+  void draw() const;
+
+  const std::string m_cLabel;
+  const uint64_t m_uTotal;
+  const bool m_bShown;
+  uint64_t m_uDone = 0;
+  const clock::time_point m_cStart = clock::now();
+  clock::time_point m_cDrawn{};
+};
+
+// "1.5 MB".
+std::string amount(double bytes);
+
+}  // namespace tavmail
+
+#endif

@@ -1,0 +1,113 @@
+#include "secret.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "problem.h"
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kLongestPassword = 1024;
+
+struct file_closer {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using file_ptr = std::unique_ptr<std::FILE, file_closer>;
+
+// The first line, without its end.
+secret_text read_line(std::FILE* file, const std::string& source) {
+  char line[kLongestPassword + 2] = "";
+  const bool is_read = std::fgets(line, sizeof line, file) != nullptr;
+  std::string text(line, std::strcspn(line, "\r\n"));
+  explicit_bzero(line, sizeof line);
+  if (!is_read || text.empty()) throw problem(EX_CONFIG, source + " holds no password");
+  if (text.size() > kLongestPassword) throw problem(EX_CONFIG, source + ": password too long");
+  return secret_text(std::move(text));
+}
+
+secret_text from_file(const std::string& path) {
+  const file_ptr file(std::fopen(path.c_str(), "re"));
+  if (!file) {
+    throw problem(EX_NOINPUT, "cannot read --password-file " + path + "; check path and rights");
+  }
+  struct stat status;
+  if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode) &&
+      (status.st_mode & 077) != 0) {
+    throw problem(EX_CONFIG, "others can read --password-file " + path + "; chmod 600 it first");
+  }
+  return read_line(file.get(), "--password-file " + path);
+}
+
+struct pipe_closer {
+  void operator()(std::FILE* pipe) const { pclose(pipe); }
+};
+
+secret_text from_command(const std::string& command) {
+  std::unique_ptr<std::FILE, pipe_closer> pipe(popen(command.c_str(), "re"));
+  if (!pipe) throw problem(EX_OSERR, "cannot run --password-command");
+  secret_text text = read_line(pipe.get(), "the output of --password-command");
+  // What else it prints is read too: it must not fail for want of a reader.
+  char rest[256];
+  while (std::fgets(rest, sizeof rest, pipe.get()) != nullptr) {
+  }
+  if (pclose(pipe.release()) != 0) {
+    throw problem(EX_CONFIG, "--password-command failed; try it by itself");
+  }
+  return text;
+}
+
+// Switches the terminal's echo off while it lives.
+class silent_terminal {
+ public:
+  explicit silent_terminal(int fd) : m_nFd(fd) {
+    m_bSet = tcgetattr(fd, &m_cBefore) == 0;
+    termios silent = m_cBefore;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (m_bSet) tcsetattr(fd, TCSAFLUSH, &silent);
+  }
+  ~silent_terminal() {
+    if (m_bSet) tcsetattr(m_nFd, TCSAFLUSH, &m_cBefore);
+  }
+  silent_terminal(const silent_terminal&) = delete;
+  silent_terminal& operator=(const silent_terminal&) = delete;
+
+ private:
+  int m_nFd;
+  bool m_bSet;
+  termios m_cBefore{};
+};
+
+secret_text from_terminal(const std::string& user, const std::string& server) {
+  const file_ptr terminal(std::fopen("/dev/tty", "r+e"));
+  if (!terminal) {
+    throw problem(EX_USAGE, "no terminal to ask for the password; use --password-file or -command");
+  }
+  std::fprintf(terminal.get(), "Password of %s at %s: ", user.c_str(), server.c_str());
+  std::fflush(terminal.get());
+  const silent_terminal silence(fileno(terminal.get()));
+  secret_text text = read_line(terminal.get(), "the answer");
+  std::fputs("\n", terminal.get());
+  return text;
+}
+
+}  // namespace
+
+secret_text::~secret_text() { explicit_bzero(m_cText.data(), m_cText.size()); }
+
+secret_text read_password(const std::string& file, const std::string& command,
+                          const std::string& user, const std::string& server) {
+  if (!file.empty()) return from_file(file);
+  if (!command.empty()) return from_command(command);
+  return from_terminal(user, server);
+}
+
+}  // namespace tavmail

@@ -1,0 +1,157 @@
+// tavmail send.
+
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "commands.h"
+#include "dialogue_view.h"
+#include "outcome.h"
+#include "progress_bar.h"
+#include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "send_options.h"
+#include "utl_os.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+constexpr size_t kBodyPiece = 48 * 1024;
+constexpr int kInterrupted = 130;
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+// Turns the interrupt key into an orderly end while it lives.
+class interrupt_guard {
+ public:
+  interrupt_guard() {
+    g_interrupted = 0;
+    std::signal(SIGINT, [](int) { g_interrupted = 1; });
+  }
+  ~interrupt_guard() { std::signal(SIGINT, SIG_DFL); }
+};
+
+// The end of the piece that begins at `at`: behind a line if possible, never inside a character.
+size_t piece_end(const std::string& text, size_t at) {
+  size_t end = at + kBodyPiece;
+  if (end >= text.size()) return text.size();
+  const size_t feed = text.rfind('\n', end - 1);
+  if (feed != std::string::npos && feed > at) return feed + 1;
+  while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return end;
+}
+
+void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
+  void* block = UtlOS::MemAllocate(bytes.size() + 1);
+  if (block == nullptr) throw problem(EX_OSERR, "out of memory");
+  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
+  long length = static_cast<long>(bytes.size());
+  part.set_buffer(block, length);
+}
+
+// One transaction. A mail that was begun and not completed is aborted, so that the server discards
+// it.
+class transaction {
+ public:
+  transaction(const send_options& options, outgoing& out)
+      : m_cOptions(options),
+        m_cOut(out),
+        m_cView(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
+                                : dialogue_view::line_sink()),
+        m_cTap(m_cView),
+        m_cSettings(options.server.settings(options.size_limit)),
+        m_cBoundary(m_cSettings) {}
+
+  void run() {
+    require(m_cBoundary.connect_mail());
+    require(m_cBoundary.send_header(m_cOut.mail));
+    send_body();
+    if (m_cOut.file) send_attachment();
+    const TAV_EML_RESULT closed = m_cBoundary.close_mail(m_cOut.mail);
+    // A goodbye that failed does not undo an accepted mail.
+    if (!m_cView.was_accepted()) require(closed);
+  }
+
+  std::string reply() const {
+    for (const exchange& entry : m_cView.exchanges()) {
+      if (entry.verb == "." && !entry.reply.empty()) return entry.reply.back();
+    }
+    return {};
+  }
+
+ private:
+  // Ends the transaction when a step failed.
+  void require(TAV_EML_RESULT result) {
+    if (result == TAV_EML_OK && g_interrupted == 0) return;
+    const problem cause = g_interrupted != 0
+                              ? problem(kInterrupted, "interrupted; nothing was delivered")
+                              : explain(result, m_cView, m_cOptions.server);
+    m_cBoundary.abort_mail();
+    throw cause;
+  }
+
+  void send_body() {
+    const std::string& body = m_cOut.body;
+    for (size_t at = 0; at < body.size();) {
+      const size_t end = piece_end(body, at);
+      give(m_cOut.mail, body.substr(at, end - at));
+      require(m_cBoundary.send_body(m_cOut.mail));
+      at = end;
+    }
+  }
+
+  void send_attachment() {
+    require(m_cBoundary.send_part_header(m_cOut.mail));
+    progress_bar bar("Sending", m_cOut.file->size(), !m_cOptions.quiet && !m_cOptions.verbose);
+    try {
+      while (const size_t count = m_cOut.file->read_into(*m_cOut.mail.m_pPart)) {
+        require(m_cBoundary.send_part_body(m_cOut.mail));
+        bar.advance(count);
+      }
+    } catch (const problem& cause) {
+      m_cBoundary.abort_mail();  // without effect when it was the server that failed
+      throw;
+    }
+  }
+
+  const send_options& m_cOptions;
+  outgoing& m_cOut;
+  dialogue_view m_cView;
+  dialogue_tap m_cTap;
+  tav_eml_smtp_settings m_cSettings;
+  tav_eml_smtp_boundary m_cBoundary;
+};
+
+int run_send(send_options& options) {
+  options.server.complete();
+  outgoing out;
+  prepare(options, out);
+  const interrupt_guard guard;
+  transaction sending(options, out);
+  sending.run();
+  if (!options.quiet) std::cout << "sent; the server said: " << sending.reply() << '\n';
+  return EX_OK;
+}
+
+constexpr char kExamples[] = R"(
+Examples:
+  tavmail send -s mail.example.com -u anna -f anna@example.com \
+      -t bob@example.org -S "Hello" --text "How are you?"
+  tavmail send -s mail.example.com:465 -f scanner@example.com \
+      -t bob@example.org -S "Scan" --text "" -a scan.pdf
+)";
+
+}  // namespace
+
+command add_send(CLI::App& tool) {
+  CLI::App* app = tool.add_subcommand("send", "send a mail");
+  const auto options = std::make_shared<send_options>();
+  options->add_to(*app);
+  app->footer(kExamples);
+  return {app, [options] { return run_send(*options); }};
+}
+
+}  // namespace tavmail
