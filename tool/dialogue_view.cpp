@@ -42,6 +42,15 @@ std::string masked(std::string_view line, const std::string& verb) {
 
 }  // namespace
 
+std::string reply_text(const exchange* entry) {
+  if (entry == nullptr) return {};
+  std::string text;
+  for (const std::string& line : entry->reply) {
+    text += text.empty() ? line : " " + line.substr(std::min<size_t>(4, line.size()));
+  }
+  return presentable(text);
+}
+
 std::string presentable(std::string_view text) {
   std::string result(text.substr(0, kLongestLine));
   std::replace_if(
@@ -94,13 +103,11 @@ void dialogue_view::begin_exchange(std::string verb) {
   m_cExchanges.push_back({std::move(verb), {}, m_bUnderTls});
 }
 
-std::string dialogue_view::last_reply() const {
-  if (m_cExchanges.empty() || m_cExchanges.back().reply.empty()) return {};
-  std::string text;
-  for (const std::string& line : m_cExchanges.back().reply) {
-    text += text.empty() ? line : " " + line.substr(std::min<size_t>(4, line.size()));
+const exchange* dialogue_view::decisive() const {
+  for (const exchange& entry : m_cExchanges) {
+    if (entry.verb == kEndOfDataVerb) return &entry;
   }
-  return presentable(text);
+  return m_cExchanges.empty() ? nullptr : &m_cExchanges.back();
 }
 
 void dialogue_view::sent(std::string_view bytes) {

@@ -33,8 +33,9 @@ class dialogue_view {
   void take(TAV_WIRETAP_EVENT event, std::string_view bytes);
 
   const std::vector<exchange>& exchanges() const { return m_cExchanges; }
-  // The server's latest reply as one line, "" when there was none.
-  std::string last_reply() const;
+  // The exchange that a failure is about: the one that ended the mail, else the latest. Null when
+  // nothing was said yet.
+  const exchange* decisive() const;
   const std::string& tls() const { return m_cTls; }
   const std::string& tls_refusal() const { return m_cTlsRefusal; }
   // What became of the mail: its end was sent; the server took it.
@@ -65,6 +66,9 @@ class dialogue_view {
   std::string m_cTlsRefusal;
   std::vector<exchange> m_cExchanges;
 };
+
+// A reply as one line, "" when there was none.
+std::string reply_text(const exchange* entry);
 
 // Without control characters, and not longer than a person wants to read.
 std::string presentable(std::string_view text);

@@ -14,8 +14,8 @@ std::string place(const server_options& options) {
 
 // What the step was, after the command that was last sent.
 std::string step(const dialogue_view& view) {
-  if (view.exchanges().empty()) return "the connection";
-  const std::string& verb = view.exchanges().back().verb;
+  if (view.decisive() == nullptr) return "the connection";
+  const std::string& verb = view.decisive()->verb;
   if (verb.empty()) return "the greeting";
   if (verb == "MAIL") return "the sender";
   if (verb == "RCPT") return "a recipient";
@@ -27,7 +27,7 @@ std::string step(const dialogue_view& view) {
 }
 
 std::string said(const dialogue_view& view) {
-  const std::string reply = view.last_reply();
+  const std::string reply = reply_text(view.decisive());
   return reply.empty() ? "" : "; the server said: " + reply;
 }
 
@@ -44,8 +44,7 @@ std::string mode_advice(const server_options& options) {
 }
 
 problem explain_reply(const dialogue_view& view, const server_options& options) {
-  const bool was_greeted = !view.exchanges().empty();
-  const exchange* last = was_greeted ? &view.exchanges().back() : nullptr;
+  const exchange* last = view.decisive();
   if (last != nullptr && last->verb == "EHLO" && !last->reply.empty() && last->reply[0][0] == '2' &&
       options.tls == tls_mode::starttls && !last->under_tls) {
     return problem(EX_PROTOCOL,
@@ -64,10 +63,7 @@ problem explain_reply(const dialogue_view& view, const server_options& options) 
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
   const std::string where = place(options);
-  const bool is_unknown =
-      view.end_was_sent() &&
-      (result == TAV_EML_ERR_TRANSFER || result == TAV_EML_ERR_TRANSFER_TIMEOUT ||
-       (result == TAV_EML_ERR_REPLY && view.last_reply().empty()));
+  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
   if (is_unknown) {
     return problem(EX_TEMPFAIL,
                    "the connection to " + where +
@@ -87,9 +83,9 @@ problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_o
     case TAV_EML_ERR_CONNECT_TIMEOUT:
       return problem(EX_TEMPFAIL, where + " does not answer; check name, port and firewall");
     case TAV_EML_ERR_TRANSFER_TIMEOUT:
-      return problem(EX_TEMPFAIL,
-                     where + " fell silent at " + step(view) + "; " +
-                         (view.last_reply().empty() ? mode_advice(options) : "try again later"));
+      return problem(EX_TEMPFAIL, where + " fell silent at " + step(view) + "; " +
+                                      (reply_text(view.decisive()).empty() ? mode_advice(options)
+                                                                           : "try again later"));
     case TAV_EML_ERR_TRANSFER:
       return problem(EX_TEMPFAIL, "the connection to " + where + " broke at " + step(view) +
                                       "; nothing was delivered, try again");

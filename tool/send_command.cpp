@@ -75,12 +75,7 @@ class transaction {
     if (!m_cView.was_accepted()) require(closed);
   }
 
-  std::string reply() const {
-    for (const exchange& entry : m_cView.exchanges()) {
-      if (entry.verb == "." && !entry.reply.empty()) return entry.reply.back();
-    }
-    return {};
-  }
+  std::string reply() const { return reply_text(m_cView.decisive()); }
 
  private:
   // Ends the transaction when a step failed.
