@@ -36,6 +36,7 @@ struct session {
   int fd = 0;
   uint32_t context = 0;
   bool is_broken = false;  // OpenSSL allows no further call
+  certificate_refusal refusal;
 };
 using session_ptr = std::shared_ptr<session>;
 
@@ -165,7 +166,7 @@ void log_openssl_error(const char* operation) {
   TLS_LOG(0, "tlsw: %s failed: %s\n", operation, text);
 }
 
-int32_t handshake(session& s, const std::string& name, bool check, uint32_t timeout_ms) {
+int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
   const int32_t limit = timeout_ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(timeout_ms);
   const deadline until(limit);
   switch (run(s, until, [&] { return SSL_connect(s.ssl.get()); })) {
@@ -184,7 +185,7 @@ int32_t handshake(session& s, const std::string& name, bool check, uint32_t time
       break;
   }
   if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
-    const std::string reason = describe_refusal(s.ssl.get(), name);
+    const std::string& reason = s.refusal.reason;
     TLS_LOG(0, "tlsw: certificate refused: %s\n", reason.c_str());
     wiretap(TAV_WIRETAP_TLS_REFUSED, reason);
     return TLSW_ERR_CERTIFICATE;
@@ -202,7 +203,7 @@ int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::st
   s.ssl.reset(SSL_new(context));
   if (!s.ssl) return TLSW_ERR_NO_MEMORY;
   if (!set_versions(s.ssl.get(), param)) return TLSW_ERR_PARAM;
-  if (!set_server_name(s.ssl.get(), name, check)) {
+  if (!set_server_name(s.ssl.get(), name, check, s.refusal)) {
     TLS_LOG(0, "tlsw: certificate refused: no host name to check it for\n");
     return TLSW_ERR_CERTIFICATE;
   }
@@ -231,7 +232,7 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
   made->context = context;
   int32_t result = prepare(owner.get(), param, name, *made);
   if (result == TLSW_OK) {
-    result = handshake(*made, name, param.option[0] == 1, param.timeout_ms);
+    result = handshake(*made, param.option[0] == 1, param.timeout_ms);
   }
   if (result != TLSW_OK) return result;
   const std::lock_guard<std::mutex> lock(table().guard);

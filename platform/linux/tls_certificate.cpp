@@ -6,10 +6,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 
 namespace {
-
-using certificate = std::unique_ptr<X509, decltype(&X509_free)>;
 
 struct general_names_deleter {
   void operator()(GENERAL_NAMES* names) const { GENERAL_NAMES_free(names); }
@@ -67,37 +66,14 @@ std::string date_text(const ASN1_TIME* time) {
   return {text, static_cast<size_t>(length)};
 }
 
-}  // namespace
-
-bool set_server_name(SSL* ssl, const std::string& name, bool check) {
-  const std::string bare = bare_name(name);
-  if (!bare.empty() && !is_address(bare) && SSL_set_tlsext_host_name(ssl, bare.c_str()) != 1) {
-    return false;
-  }
-  if (!check) return true;
-  if (bare.empty()) return false;
-  SSL_set_verify(ssl, SSL_VERIFY_PEER, nullptr);
-  if (is_address(bare)) {
-    return X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), bare.c_str()) == 1;
-  }
-  SSL_set_hostflags(ssl, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
-  return SSL_set1_host(ssl, bare.c_str()) == 1;
-}
-
-std::string describe_refusal(SSL* ssl, const std::string& name) {
-  const long code = SSL_get_verify_result(ssl);
-  const certificate server(SSL_get1_peer_certificate(ssl), X509_free);
+std::string describe(int code, const X509* server, const std::string& name) {
   switch (code) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return "it or an issuer of it has expired" +
-             (server
-                  ? " (the server's own ends " + date_text(X509_get0_notAfter(server.get())) + ")"
-                  : std::string());
+      return "it or an issuer of it has expired (the server's own ends " +
+             date_text(X509_get0_notAfter(server)) + ")";
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return "it is not yet valid; is the clock right?" +
-             (server ? " (the server's own begins " + date_text(X509_get0_notBefore(server.get())) +
-                           ")"
-                     : std::string());
+      return "it is not yet valid; is the clock right? (the server's own begins " +
+             date_text(X509_get0_notBefore(server)) + ")";
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
       return "it is self-signed and not in the trust store";
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
@@ -107,9 +83,44 @@ std::string describe_refusal(SSL* ssl, const std::string& name) {
       return "its issuer is unknown: not in the trust store";
     case X509_V_ERR_HOSTNAME_MISMATCH:
     case X509_V_ERR_IP_ADDRESS_MISMATCH:
-      return "it is for " + (server ? certificate_names(server.get()) : "another host") +
-             ", not for " + name;
+      return "it is for " + certificate_names(server) + ", not for " + name;
     default:
       return X509_verify_cert_error_string(code);
   }
+}
+
+// Called for each certificate; the certificates themselves are gone when the handshake has failed.
+int note_refusal(int is_good, X509_STORE_CTX* store) {
+  if (is_good == 1) return 1;
+  const auto* ssl = static_cast<const SSL*>(
+      X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+  auto* refusal = static_cast<certificate_refusal*>(SSL_get_app_data(ssl));
+  const X509* server = X509_STORE_CTX_get0_cert(store);
+  if (refusal != nullptr && server != nullptr) {
+    try {
+      refusal->reason = describe(X509_STORE_CTX_get_error(store), server, refusal->server);
+    } catch (const std::bad_alloc&) {
+      // The refusal stands, without its reason.
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool set_server_name(SSL* ssl, const std::string& name, bool check, certificate_refusal& refusal) {
+  const std::string bare = bare_name(name);
+  if (!bare.empty() && !is_address(bare) && SSL_set_tlsext_host_name(ssl, bare.c_str()) != 1) {
+    return false;
+  }
+  if (!check) return true;
+  if (bare.empty()) return false;
+  refusal.server = bare;
+  SSL_set_app_data(ssl, &refusal);
+  SSL_set_verify(ssl, SSL_VERIFY_PEER, note_refusal);
+  if (is_address(bare)) {
+    return X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), bare.c_str()) == 1;
+  }
+  SSL_set_hostflags(ssl, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+  return SSL_set1_host(ssl, bare.c_str()) == 1;
 }

@@ -7,11 +7,15 @@
 
 #include <string>
 
-// Tells the session which server it is for: the name is sent (not an address literal) and, with
-// `check`, the chain, dates and name are checked. False when that cannot be set up.
-bool set_server_name(SSL* ssl, const std::string& name, bool check);
+// Why a certificate was refused, in plain words. Filled during the handshake.
+struct certificate_refusal {
+  std::string server;  // the name that was asked for
+  std::string reason;  // "" as long as nothing was refused
+};
 
-// Why the certificate was refused, in plain words.
-std::string describe_refusal(SSL* ssl, const std::string& name);
+// Tells the session which server it is for: the name is sent (not an address literal) and, with
+// `check`, the chain, dates and name are checked. `refusal` outlives the handshake. False when that
+// cannot be set up.
+bool set_server_name(SSL* ssl, const std::string& name, bool check, certificate_refusal& refusal);
 
 #endif

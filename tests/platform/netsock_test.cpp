@@ -1,0 +1,169 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <pthread.h>
+
+#include <csignal>
+#include <thread>
+
+#include "socket_fixture.h"
+
+namespace {
+
+using namespace contract;
+
+// A connection with both ends in this process.
+struct pair {
+  pair() : ours(connect_to("127.0.0.1", server.port())), theirs(server.accept()) {}
+  ~pair() {
+    tav_netsock_close(ours);
+    if (theirs >= 0) close(theirs);
+  }
+  void close_theirs() {
+    close(theirs);
+    theirs = -1;
+  }
+  listener server;
+  int32_t ours;
+  int theirs;
+};
+
+TEST(NetsockContract, a_call_without_a_socket_fails_and_touches_nothing) {
+  const auto address = loopback(1);
+  char byte = 0;
+  for (const int32_t none : {0, -1}) {
+    EXPECT_EQ(tav_netsock_connect_timeo(none, &address, sizeof address, 100), -1);
+    EXPECT_EQ(tav_netsock_send_timeo(none, &byte, 1, 0, 100), -1);
+    EXPECT_EQ(tav_netsock_recv_timeo(none, &byte, 1, 0, 100), -1);
+    EXPECT_EQ(tav_netsock_shutdown(none), -1);
+    EXPECT_EQ(tav_netsock_close(none), -1);
+  }
+}
+
+TEST(NetsockContract, handle_0_is_never_a_socket) {
+  const int saved = fcntl(0, F_DUPFD_CLOEXEC, 10);
+  close(0);
+  const int32_t sock = tav_netsock_socket(TAV_NETSOCK_INET, TAV_NETSOCK_STREAM, 0);
+  EXPECT_GT(sock, 0);
+  EXPECT_EQ(fcntl(0, F_GETFD), -1) << "descriptor 0 was left open";
+  tav_netsock_close(sock);
+  dup2(saved, 0);
+  close(saved);
+}
+
+TEST(NetsockContract, connect_tells_refused_from_silent) {
+  listener gone;
+  const uint16_t port = gone.port();
+  gone.stop();
+  EXPECT_EQ(connect_to("127.0.0.1", port), TAV_NETSOCK_ERROR);
+  EXPECT_NE(connect_to("no-such-name.invalid", port), 0);
+
+  // A listener whose queue is full answers nothing more.
+  const int full = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(full, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  ::listen(full, 0);
+  socklen_t length = sizeof address;
+  getsockname(full, reinterpret_cast<sockaddr*>(&address), &length);
+  std::vector<int32_t> queued;
+  int32_t result = 1;
+  const stopwatch watch;
+  while (queued.size() < 5 && result > 0) {
+    result = connect_to("127.0.0.1", ntohs(address.sin_port), 200);
+    if (result > 0) queued.push_back(result);
+  }
+  EXPECT_EQ(result, TAV_NETSOCK_TIMEOUT);
+  EXPECT_GE(watch.elapsed(), 200);
+  for (const int32_t sock : queued) tav_netsock_close(sock);
+  close(full);
+}
+
+TEST(NetsockContract, transfers_count_bytes_and_time_out) {
+  pair p;
+  ASSERT_GT(p.ours, 0);
+  EXPECT_EQ(tav_netsock_send_timeo(p.ours, "abc", 3, 0, 1000), 3);
+  char buffer[8] = {};
+  EXPECT_EQ(recv(p.theirs, buffer, sizeof buffer, 0), 3);
+  const stopwatch watch;
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 1, 0, 150), TAV_NETSOCK_TIMEOUT);
+  EXPECT_GE(watch.elapsed(), 150);
+  EXPECT_LT(watch.elapsed(), 1500);
+
+  // Nobody reads: sends succeed until the system's buffers are full, then time out.
+  const std::string block(65536, 'x');
+  int32_t sent = 1;
+  for (int i = 0; i < 10000 && sent > 0; ++i) {
+    sent = tav_netsock_send_timeo(p.ours, block.data(), 65536, 0, 100);
+  }
+  EXPECT_EQ(sent, TAV_NETSOCK_TIMEOUT);
+}
+
+TEST(NetsockContract, nothing_is_read_that_was_not_asked_for) {
+  pair p;
+  ASSERT_EQ(send(p.theirs, "220 hi\r\nBYTES", 13, 0), 13);
+  char buffer[16] = {};
+  ASSERT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 1, 0, 1000), 1);
+  EXPECT_EQ(recv(p.ours, buffer, sizeof buffer, MSG_PEEK | MSG_DONTWAIT), 12);
+}
+
+TEST(NetsockContract, end_of_stream_is_0_and_a_lost_peer_raises_no_signal) {
+  std::signal(SIGPIPE, SIG_DFL);
+  pair p;
+  p.close_theirs();
+  char byte;
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 1000), 0);
+  int32_t sent = 1;
+  for (int i = 0; i < 20 && sent > 0; ++i) sent = tav_netsock_send_timeo(p.ours, "x", 1, 0, 500);
+  EXPECT_EQ(sent, TAV_NETSOCK_ERROR);
+  const int32_t ended = tav_netsock_shutdown(p.ours);
+  EXPECT_TRUE(ended == 0 || ended == -1);
+}
+
+TEST(NetsockContract, a_signal_does_not_shorten_a_wait) {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &action, nullptr);  // without SA_RESTART
+  pair p;
+  const pthread_t self = pthread_self();
+  std::thread alarm([self] {
+    for (int i = 0; i < 5; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+      pthread_kill(self, SIGUSR1);
+    }
+  });
+  char byte;
+  const stopwatch watch;
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 300), TAV_NETSOCK_TIMEOUT);
+  EXPECT_GE(watch.elapsed(), 300);
+  alarm.join();
+}
+
+TEST(NetsockContract, small_writes_are_not_held_back) {
+  pair p;
+  int value = 0;
+  socklen_t length = sizeof value;
+  ASSERT_EQ(getsockopt(p.ours, IPPROTO_TCP, TCP_NODELAY, &value, &length), 0);
+  EXPECT_NE(value, 0);
+}
+
+TEST(NetsockContract, resolves_literals_and_refuses_short_scopes) {
+  tav_netsock_addrinfo hints{};
+  hints.socket_type = TAV_NETSOCK_STREAM;
+  hints.protocol = TAV_NETSOCK_TCP;
+  tav_netsock_addrinfo* list = nullptr;
+  ASSERT_EQ(tav_netsock_getaddrinfo("2001:db8::7", nullptr, &hints, &list), 0);
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(list->family, TAV_NETSOCK_INET6);
+  EXPECT_EQ(list->addr_len, 28);
+  EXPECT_EQ(static_cast<const tav_netsock_sockaddr_in6*>(list->addr)->addr[15], 7);
+  EXPECT_EQ(list->next, nullptr);
+  tav_netsock_freeaddrinfo(list);
+  tav_netsock_freeaddrinfo(nullptr);
+  auto address = loopback(1);
+  EXPECT_NE(tav_netsock_set_scope(&address, sizeof address), 0);
+}
+
+}  // namespace

@@ -1,0 +1,265 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "socket_fixture.h"
+#include "tav_dbglog.h"
+#include "test_certificates.h"
+#include "tls_channel.h"
+#include "tlsw.h"
+
+namespace {
+
+using namespace contract;
+using tav_test::certificate_kind;
+
+std::string g_log;
+
+class TlsContract : public testing::Test {
+ protected:
+  void SetUp() override {
+    m_folder = std::filesystem::temp_directory_path() /
+               ("tlsw-" + std::to_string(getpid()) + "-" +
+                testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(m_folder);
+    g_log.clear();
+    tav_dbglog_common::set_sink(
+        [](void*, const char*, int, const char* line) { g_log += std::string(line) + "\n"; },
+        nullptr);
+  }
+  void TearDown() override {
+    if (m_server.joinable()) m_server.join();
+    tav_dbglog_common::set_sink(nullptr, nullptr);
+    std::filesystem::remove_all(m_folder);
+  }
+
+  // A certificate of this kind; the process trusts its authority.
+  void use(certificate_kind kind, const std::vector<std::string>& names = {"localhost"}) {
+    m_files = tav_test::make_certificates(m_folder, names, kind);
+    setenv("SSL_CERT_FILE", m_files.ca.c_str(), 1);
+    setenv("SSL_CERT_DIR", "/dev/null", 1);
+  }
+
+  // Serves one connection: `talk` gets its descriptor.
+  void serve(std::function<void(int)> talk) {
+    m_server = std::thread([this, talk] {
+      const int fd = m_listener.accept();
+      talk(fd);
+      close(fd);
+    });
+  }
+
+  // Serves one TLS connection until the client ends it: greets, then echoes.
+  void serve_tls(const std::string& greeting = "hello") {
+    serve([this, greeting](int fd) {
+      const tav_test::tls_context context(m_files.certificate, m_files.key);
+      tav_test::tls_channel channel(context);
+      bool is_greeted = false;
+      char wire[4096];
+      for (ssize_t count; (count = recv(fd, wire, sizeof wire, 0)) > 0;) {
+        const auto status = channel.feed({wire, static_cast<size_t>(count)});
+        if (channel.ready() && !is_greeted) channel.send(greeting);
+        is_greeted = channel.ready();
+        const std::string text = channel.take_text();
+        m_heard += text;
+        if (!text.empty()) channel.send("<" + text + ">");
+        const std::string out = channel.take_wire();
+        send(fd, out.data(), out.size(), MSG_NOSIGNAL);
+        if (status != tav_test::tls_channel::open) return;
+      }
+    });
+  }
+
+  int32_t start(const std::string& host, std::initializer_list<uint8_t> options,
+                uint32_t timeout_ms = 3000) {
+    m_sock = connect_to(host, m_listener.port());
+    EXPECT_GT(m_sock, 0);
+    EXPECT_EQ(tlsw_init(&m_context), TLSW_OK);
+    TLSW_CONNECT_PARAM param{};
+    param.sock = m_sock;
+    param.timeout_ms = timeout_ms;
+    std::copy(options.begin(), options.end(), param.option);
+    return tlsw_connect_timeo(m_context, &param, &m_session);
+  }
+  void finish() {
+    EXPECT_EQ(tlsw_term(m_context), TLSW_OK);
+    EXPECT_EQ(tlsw_term(m_context), TLSW_ERR_PARAM) << "freed twice";
+    tav_netsock_shutdown(m_sock);
+    tav_netsock_close(m_sock);
+  }
+
+  std::string read_some(int32_t timeout_ms = 2000) {
+    char buffer[64];
+    int32_t count = -1;
+    const int32_t result = tlsw_read_timeo(m_session, buffer, sizeof buffer, timeout_ms, &count);
+    return result == TLSW_OK ? std::string(buffer, static_cast<size_t>(count)) : "(failed)";
+  }
+
+  std::filesystem::path m_folder;
+  tav_test::certificate_files m_files;
+  listener m_listener;
+  std::thread m_server;
+  std::string m_heard;
+  int32_t m_sock = 0;
+  uint32_t m_context = 0;
+  uint32_t m_session = 0;
+};
+
+TEST_F(TlsContract, moves_bytes_both_ways_and_ends_one_way) {
+  std::signal(SIGPIPE, SIG_DFL);
+  use(certificate_kind::good);
+  serve_tls();
+  ASSERT_EQ(start("localhost", {1}), TLSW_OK) << g_log;
+  EXPECT_EQ(read_some(), "hello");
+  int32_t count = 0;
+  EXPECT_EQ(tlsw_write_timeo(m_session, "abc", 3, 1000, &count), TLSW_OK);
+  EXPECT_EQ(count, 3);
+  EXPECT_EQ(read_some(), "<abc>");
+  char byte;
+  EXPECT_EQ(tlsw_read_timeo(m_session, &byte, 1, 100, &count), TLSW_ERR_TIMEOUT);
+  EXPECT_EQ(tlsw_shutdown(m_session), TLSW_OK);
+  finish();
+  EXPECT_EQ(tlsw_read_timeo(m_session, &byte, 1, 100, &count), TLSW_ERR_PARAM);
+}
+
+TEST_F(TlsContract, finds_decrypted_bytes_without_waiting) {
+  use(certificate_kind::good);
+  serve_tls("0123456789");
+  ASSERT_EQ(start("localhost", {1}), TLSW_OK);
+  char byte;
+  int32_t count = 0;
+  for (int i = 0; i < 10; ++i) {
+    ASSERT_EQ(tlsw_read_timeo(m_session, &byte, 1, 2000, &count), TLSW_OK);
+    EXPECT_EQ(byte, '0' + i);
+  }
+  tlsw_shutdown(m_session);
+  finish();
+}
+
+TEST_F(TlsContract, only_the_right_certificate_is_accepted_when_checking_is_on) {
+  const struct {
+    certificate_kind kind;
+    const char* host;
+    const char* reason;
+  } cases[] = {
+      {certificate_kind::expired, "localhost", "expired"},
+      {certificate_kind::self_signed, "localhost", "self-signed"},
+      {certificate_kind::wrong_name, "localhost", "for wrong.example, not for localhost"},
+      {certificate_kind::good, "127.0.0.1", "not for 127.0.0.1"},
+  };
+  for (const auto& test : cases) {
+    for (const uint8_t check : {uint8_t{1}, uint8_t{0}}) {
+      g_log.clear();
+      use(test.kind);
+      serve_tls();
+      EXPECT_EQ(start(test.host, {check}), check == 1 ? TLSW_ERR_CERTIFICATE : TLSW_OK);
+      if (check == 1) {
+        EXPECT_NE(g_log.find(test.reason), std::string::npos) << g_log;
+      }
+      finish();
+      m_server.join();
+    }
+  }
+  use(certificate_kind::good, {"127.0.0.1"});
+  serve_tls();
+  EXPECT_EQ(start("127.0.0.1", {1}), TLSW_OK) << g_log;
+  finish();
+}
+
+TEST_F(TlsContract, an_unknown_issuer_is_refused) {
+  use(certificate_kind::good);
+  setenv("SSL_CERT_FILE", "/dev/null", 1);
+  serve_tls();
+  EXPECT_EQ(start("localhost", {1}), TLSW_ERR_CERTIFICATE);
+  EXPECT_NE(g_log.find("issuer is unknown"), std::string::npos) << g_log;
+  finish();
+}
+
+TEST_F(TlsContract, a_socket_without_a_name_cannot_be_checked) {
+  use(certificate_kind::good);
+  serve_tls();
+  // Another name was resolved in between: the address is not known to belong to any name.
+  tav_netsock_addrinfo hints{};
+  tav_netsock_addrinfo* list = nullptr;
+  ASSERT_EQ(tav_netsock_getaddrinfo("192.0.2.1", nullptr, &hints, &list), 0);
+  tav_netsock_freeaddrinfo(list);
+  const auto address = loopback(m_listener.port());
+  m_sock = tav_netsock_socket(TAV_NETSOCK_INET, TAV_NETSOCK_STREAM, 0);
+  ASSERT_EQ(tav_netsock_connect_timeo(m_sock, &address, sizeof address, 1000), 0);
+  ASSERT_EQ(tlsw_init(&m_context), TLSW_OK);
+  TLSW_CONNECT_PARAM param{};
+  param.sock = m_sock;
+  param.timeout_ms = 1000;
+  param.option[0] = 1;
+  EXPECT_EQ(tlsw_connect_timeo(m_context, &param, &m_session), TLSW_ERR_CERTIFICATE);
+  finish();
+}
+
+TEST_F(TlsContract, bytes_in_clear_before_the_handshake_are_an_error) {
+  use(certificate_kind::good);
+  serve([](int fd) {
+    send(fd, "250 injected\r\n", 14, MSG_NOSIGNAL);
+    char byte;
+    recv(fd, &byte, 1, 0);
+  });
+  m_sock = connect_to("localhost", m_listener.port());
+  pollfd poll_fd = {m_sock, POLLIN, 0};
+  ASSERT_EQ(poll(&poll_fd, 1, 2000), 1);
+  ASSERT_EQ(tlsw_init(&m_context), TLSW_OK);
+  TLSW_CONNECT_PARAM param{};
+  param.sock = m_sock;
+  EXPECT_EQ(tlsw_connect_timeo(m_context, &param, &m_session), TLSW_ERR_CONNECT);
+  finish();
+}
+
+TEST_F(TlsContract, the_handshake_has_one_deadline_however_slowly_the_peer_drips) {
+  use(certificate_kind::good);
+  serve([](int fd) {
+    char hello[2000];
+    recv(fd, hello, sizeof hello, 0);
+    // The head of a record that never comes to its end.
+    const char head[] = {22, 3, 3, 64, 0};
+    for (int i = 0; i < 40; ++i) {
+      if (send(fd, i < 5 ? &head[i] : "\x02", 1, MSG_NOSIGNAL) < 0) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
+  const stopwatch watch;
+  EXPECT_EQ(start("localhost", {0}, 400), TLSW_ERR_TIMEOUT);
+  EXPECT_GE(watch.elapsed(), 400);
+  EXPECT_LT(watch.elapsed(), 1500);
+  finish();
+}
+
+TEST_F(TlsContract, a_peer_that_drops_is_an_error_and_not_an_end) {
+  use(certificate_kind::good);
+  serve([](int fd) {
+    char bytes[100];
+    recv(fd, bytes, sizeof bytes, 0);
+  });
+  EXPECT_EQ(start("localhost", {1}), TLSW_ERR_CONNECT);
+  finish();
+}
+
+TEST_F(TlsContract, options_that_mean_nothing_are_refused) {
+  use(certificate_kind::good);
+  const std::initializer_list<uint8_t> bad[] = {{2},       {0, 1},       {0, 5},
+                                                {0, 0, 1}, {0, 0, 0, 5}, {0, 0, 0, 0, 1}};
+  for (const auto& options : bad) {
+    serve([](int) {});
+    EXPECT_EQ(start("localhost", options), TLSW_ERR_PARAM);
+    finish();
+    m_server.join();
+  }
+  serve_tls();
+  EXPECT_EQ(start("localhost", {1, 3, 0, 3, 0}), TLSW_OK) << g_log;
+  EXPECT_NE(g_log.find("TLSv1.2"), std::string::npos) << g_log;
+  finish();
+}
+
+}  // namespace
