@@ -117,6 +117,11 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
     TAV_EML_LOG_ERROR(
         "tav_eml_smtp_boundary::close_mail : tav_eml_smtp_disconnect NG[Error: 0x%lx]\n",
         log_long_code(quit));
+    if (m_pSession != nullptr) {
+      // Nobody is there to say goodbye to: the connection is of no more use.
+      close_connection(*m_pSession);
+      m_pSession->status = SMTP_NOT_CONNECT;
+    }
   }
   UtlOS::GiveMutex(m_pLock);
   return data != TAV_EML_OK ? data : quit;

@@ -24,8 +24,9 @@ namespace quorvelmida {
 //   close_mail(mail)                                or abort_mail at any point
 //
 // Every piece of data may be of any length: base64 groups are carried over between pieces. A mail
-// counts as sent only when close_mail(mail) returns TAV_EML_OK. After a failed send_ operation the
-// mail is incomplete: abort_mail makes the server discard it, close_mail would deliver it as it is.
+// counts as sent only when close_mail(mail) returns TAV_EML_OK. After any failure the mail is
+// incomplete: call abort_mail, which makes the server discard it; close_mail would deliver it as it
+// is.
 //
 // The lock. connect_mail takes the object's lock and keeps it, also when it fails; close_mail and
 // abort_mail with a session release it. A second thread's connect_mail or test waits until then.
