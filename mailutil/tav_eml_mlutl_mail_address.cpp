@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "address_text.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "tav_eml_text.h"
@@ -60,87 +61,97 @@ int tav_eml_mlutl_mail_address::SkipUserName(const char* text, int& pos) {
   return 0;
 }
 
-int tav_eml_mlutl_mail_address::get_address(UtlString& out, int& pos,
-                                            const char* delimiters) const {
+bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& pos,
+                 const char* delimiters) {
   UtlString found;
-  const int result = guarded("get_address", 0, [&] {
-    const char* text = m_cAddress.GetString();
-    if (text == nullptr) {
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]m_cAddress is null\n", "get_address");
-      return 0;
-    }
-    const auto is_skipped = [&](char ch) {
-      return ch != '\0' && (is_blank(ch) || std::strchr(delimiters, ch) != nullptr);
-    };
+  const char* text = list.m_cAddress.GetString();
+  if (text == nullptr) {
+    out = std::move(found);
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]m_cAddress is null\n", "get_address");
+    return false;
+  }
+  const auto is_skipped = [&](char ch) {
+    return ch != '\0' && (is_blank(ch) || std::strchr(delimiters, ch) != nullptr);
+  };
 
-    while (is_skipped(text[pos])) ++pos;
-    const int start = pos;
-    SkipUserName(text, pos);
-    pos += static_cast<int>(std::strcspn(text + pos, delimiters));
-    const int end = pos;
-    while (is_skipped(text[pos])) ++pos;
+  while (is_skipped(text[pos])) ++pos;
+  const int start = pos;
+  tav_eml_mlutl_mail_address::SkipUserName(text, pos);
+  pos += static_cast<int>(std::strcspn(text + pos, delimiters));
+  const int end = pos;
+  while (is_skipped(text[pos])) ++pos;
 
-    if (start >= end) return 0;
+  if (start < end) {
     found.CopyString(text + start, static_cast<size_t>(end - start));
     trim(found);
-    return 1;
-  });
+  }
   out = std::move(found);  // null unless an address was found
-  return result;
+  return start < end;
+}
+
+bool reduce_address(UtlString& out, const char* address) {
+  if (address == nullptr) {
+    out = static_cast<const char*>(nullptr);
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "get_real_address");
+    return false;
+  }
+  const UtlString source(address);  // `address` may be the text of `out`
+  int pos = 0;
+  if (tav_eml_mlutl_mail_address::SkipUserName(source.GetString(), pos) == 0) pos = 0;
+  const char* s = source.GetString() + pos;
+
+  const char* close = find_backwards(s, s + std::strlen(s), '>');
+  const char* open = close != nullptr ? find_backwards(s, close, '<') : nullptr;
+  if (open == nullptr && close != nullptr && *s == '<') open = s;
+  if (open != nullptr) {
+    copy_bracketed(out, s, open);
+  } else {
+    out.CopyString(s, std::strcspn(s, ">"));
+  }
+  trim(out);
+  if (out.IsEmpty()) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]cRealAddress is empty(\"\")\n", "get_real_address");
+    return false;
+  }
+  return true;
+}
+
+bool split_address(UtlString& account, UtlString& domain, const char* address) {
+  const UtlString source(address);  // `address` may be the text of an output
+  account = source;
+  domain = "";
+  const char* text = source.GetString();
+  if (text == nullptr) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "split_address");
+    return false;
+  }
+  if (const char* at = std::strchr(text, '@')) {
+    account.CopyString(text, static_cast<size_t>(at - text));
+    domain.CopyString(at + 1);
+  }
+  trim(account);
+  trim(domain);
+  if (account.IsEmpty() || domain.IsEmpty()) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]cAccount or cDomain is empty(\"\")\n", "split_address");
+    return false;
+  }
+  return true;
+}
+
+int tav_eml_mlutl_mail_address::get_address(UtlString& out, int& pos,
+                                            const char* delimiters) const {
+  return guarded("get_address", 0,
+                 [&] { return cut_address(*this, out, pos, delimiters) ? 1 : 0; });
 }
 
 int tav_eml_mlutl_mail_address::get_real_address(UtlString& out, const char* address) {
-  return guarded("get_real_address", 0, [&] {
-    if (address == nullptr) {
-      out = static_cast<const char*>(nullptr);
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "get_real_address");
-      return 0;
-    }
-    const UtlString source(address);  // `address` may be the text of `out`
-    int pos = 0;
-    if (SkipUserName(source.GetString(), pos) == 0) pos = 0;
-    const char* s = source.GetString() + pos;
-
-    const char* close = find_backwards(s, s + std::strlen(s), '>');
-    const char* open = close != nullptr ? find_backwards(s, close, '<') : nullptr;
-    if (open == nullptr && close != nullptr && *s == '<') open = s;
-    if (open != nullptr) {
-      copy_bracketed(out, s, open);
-    } else {
-      out.CopyString(s, std::strcspn(s, ">"));
-    }
-    trim(out);
-    if (out.IsEmpty()) {
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]cRealAddress is empty(\"\")\n", "get_real_address");
-      return 0;
-    }
-    return 1;
-  });
+  return guarded("get_real_address", 0, [&] { return reduce_address(out, address) ? 1 : 0; });
 }
 
 int tav_eml_mlutl_mail_address::split_address(UtlString& account, UtlString& domain,
                                               const char* address) {
-  return guarded("split_address", 0, [&] {
-    const UtlString source(address);  // `address` may be the text of an output
-    account = source;
-    domain = "";
-    const char* text = source.GetString();
-    if (text == nullptr) {
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]pAddress is null\n", "split_address");
-      return 0;
-    }
-    if (const char* at = std::strchr(text, '@')) {
-      account.CopyString(text, static_cast<size_t>(at - text));
-      domain.CopyString(at + 1);
-    }
-    trim(account);
-    trim(domain);
-    if (account.IsEmpty() || domain.IsEmpty()) {
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]cAccount or cDomain is empty(\"\")\n", "split_address");
-      return 0;
-    }
-    return 1;
-  });
+  return guarded("split_address", 0,
+                 [&] { return quorvelmida::split_address(account, domain, address) ? 1 : 0; });
 }
 
 }  // namespace quorvelmida

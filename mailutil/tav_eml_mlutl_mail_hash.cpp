@@ -111,7 +111,7 @@ void tav_eml_mlutl_mail_hash::FinishDigest(const char* rest, unsigned long lengt
   work[r] = 0x80;
   if (r >= kLengthAt) {
     RoundCalculate(work, state);
-    std::memset(work, 0, kLengthAt);
+    std::memset(work, 0, kBlock);
   }
   const uint64_t bits = static_cast<uint64_t>(length) * 8;
   for (unsigned int i = 0; i < 4; ++i) {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "address_text.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_session.h"
@@ -35,9 +36,8 @@ class recipient_list {
   TAV_EML_RESULT add_all(const tav_eml_mlutl_mail_address& list) {
     UtlString address;
     UtlString bare;
-    for (int pos = 0; list.get_address(address, pos, kSeparators) != 0;) {
-      if (tav_eml_mlutl_mail_address::get_real_address(bare, address.GetString()) == 0 ||
-          !is_envelope_address(bare)) {
+    for (int pos = 0; cut_address(list, address, pos, kSeparators);) {
+      if (!reduce_address(bare, address.GetString()) || !is_envelope_address(bare)) {
         TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s : invalid recipient address[Error]\n", kName);
         return TAV_EML_ERR_PARAM;
       }
@@ -69,7 +69,7 @@ class recipient_list {
 
 TAV_EML_RESULT find_sender(const tav_eml_smtp_send_mail& mail, UtlString& sender) {
   const char* from = mail.m_cFrom.m_cAddress.GetString();
-  if (tav_eml_mlutl_mail_address::get_real_address(sender, from) == 0) {
+  if (!reduce_address(sender, from)) {
     if (from == nullptr) {
       TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_send_envelope: FROM==NULL[Error]\n");
     } else {

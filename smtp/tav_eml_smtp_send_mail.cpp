@@ -7,7 +7,9 @@
 #include <ctime>
 #include <string>
 
+#include "address_text.h"
 #include "clb.h"
+#include "outgoing_header.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "tav_eml_text.h"
@@ -159,30 +161,31 @@ int tav_eml_smtp_send_mail::get_references(UtlString& value) const {
   return get_text("get_references", m_cReferences, value);
 }
 
+bool make_message_id(const tav_eml_mlutl_mail_address& from, UtlString& id) {
+  // Kept apart from `id`, which may be the text of `from`.
+  const UtlString source(from.m_cAddress);
+  id = "";
+  std::string stamp;
+  if (!time_stamp(stamp)) return false;
+
+  UtlString address;
+  if (!reduce_address(address, source.GetString())) {
+    TAV_EML_LOG_ERROR("<Warning>tav_eml_smtp_send_mail::%s:[not real address]\n",
+                      "create_message_id");
+    return false;
+  }
+  UtlString account;
+  UtlString domain;
+  const bool is_split = split_address(account, domain, address.GetString());
+  const std::string right = is_split ? upper_case(account.GetString()) + "@" + domain.GetString()
+                                     : upper_case(address.GetString());
+  id = ("<" + stamp + "." + right + ">").c_str();
+  return true;
+}
+
 int tav_eml_smtp_send_mail::create_message_id(const tav_eml_mlutl_mail_address& from,
                                               UtlString& id) {
-  return guarded("create_message_id", 0, [&] {
-    // Kept apart from `id`, which may be the text of `from`.
-    const UtlString source(from.m_cAddress);
-    id = "";
-    std::string stamp;
-    if (!time_stamp(stamp)) return 0;
-
-    UtlString address;
-    if (tav_eml_mlutl_mail_address::get_real_address(address, source.GetString()) == 0) {
-      TAV_EML_LOG_ERROR("<Warning>tav_eml_smtp_send_mail::%s:[not real address]\n",
-                        "create_message_id");
-      return 0;
-    }
-    UtlString account;
-    UtlString domain;
-    const bool is_split =
-        tav_eml_mlutl_mail_address::split_address(account, domain, address.GetString()) != 0;
-    const std::string right = is_split ? upper_case(account.GetString()) + "@" + domain.GetString()
-                                       : upper_case(address.GetString());
-    id = ("<" + stamp + "." + right + ">").c_str();
-    return 1;
-  });
+  return guarded("create_message_id", 0, [&] { return make_message_id(from, id) ? 1 : 0; });
 }
 
 }  // namespace quorvelmida

@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 
+#include "address_text.h"
 #include "clb.h"
 #include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
@@ -99,7 +100,7 @@ class message_header {
     }
     UtlString address;
     int pos = 0;
-    const int bcc = m_cMail.m_cBcc.get_address(address, pos, kSeparators);
+    const long bcc = cut_address(m_cMail.m_cBcc, address, pos, kSeparators) ? 1 : 0;
     if (to + cc + bcc > 0) return true;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : addr_count == 0\n");
     return false;
@@ -123,7 +124,7 @@ class message_header {
 
   bool add_ids() {
     UtlString id(m_cMail.m_cMessageId);
-    if (id.IsEmpty()) tav_eml_smtp_send_mail::create_message_id(m_cMail.m_cFrom, id);
+    if (id.IsEmpty()) make_message_id(m_cMail.m_cFrom, id);
     return add_bracket("Message-Id:", id, 367) &&
            add_bracket("In-Reply-To:", m_cMail.m_cInReplyTo, 375) &&
            add_bracket("References:", m_cMail.m_cReferences, 383);
@@ -230,7 +231,7 @@ int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& 
   try {
     std::string lines;
     UtlString address;
-    for (int pos = 0; list.get_address(address, pos, kSeparators) != 0; ++count) {
+    for (int pos = 0; cut_address(list, address, pos, kSeparators); ++count) {
       lines += count == 0 ? std::string(label) + " " : std::string(",\r\n\t");
       lines += address.GetString();
     }

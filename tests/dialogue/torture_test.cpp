@@ -32,6 +32,7 @@ struct world {
 struct job {
   explicit job(bool with_part) {
     fill(mail);
+    mail.m_cTo = tav_eml_mlutl_mail_address("c@d.example, e@f.example");
     mail.m_cSubject = "日本語の件名、長いもの";
     mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
     mail.m_nCharSet = TAV_EML_CS_ISO_2022_JP;
@@ -142,7 +143,9 @@ bool survives(const scenario& s, fault kind, size_t n) {
     EXPECT_FALSE(memory.any_mutex_held());
     // A mail is sent whole or not at all.
     for (const auto& message : w.host.messages()) {
-      EXPECT_NE(message.data.find("\r\n\r\n"), std::string::npos);
+      EXPECT_EQ(message.to.size(), 2u) << "a recipient was lost";
+      EXPECT_NE(message.data.find("e@f.example\r\n"), std::string::npos) << message.data;
+      EXPECT_NE(message.data.find("Message-Id: <"), std::string::npos);
       if (message.data.find("multipart") != std::string::npos) {
         EXPECT_NE(message.data.find("--BB--"), std::string::npos);
       }

@@ -1,0 +1,23 @@
+// address_text.h - the address operations for use inside the library. What the exported ones report
+// as "no address" when memory runs out would lose recipients: these throw std::bad_alloc.
+
+#ifndef ADDRESS_TEXT_H
+#define ADDRESS_TEXT_H
+
+#include "quorvelmida/tav_eml_mlutl_mail_address.h"
+
+namespace quorvelmida {
+
+// As tav_eml_mlutl_mail_address::get_address.
+bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& pos,
+                 const char* delimiters);
+
+// As tav_eml_mlutl_mail_address::get_real_address.
+bool reduce_address(UtlString& out, const char* address);
+
+// As tav_eml_mlutl_mail_address::split_address.
+bool split_address(UtlString& account, UtlString& domain, const char* address);
+
+}  // namespace quorvelmida
+
+#endif
