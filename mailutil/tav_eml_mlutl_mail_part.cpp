@@ -97,6 +97,19 @@ int tav_eml_mlutl_mail_part::get_buffer(void*& data, long& length) {
     return 1;
   }
 
+  try {
+    return take_front(data, length);
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::get_buffer() %s\n",
+                      exception_text(*exception));
+    length = 0;
+    return 0;
+  }
+}
+
+// Copies the first `length` bytes, fewer than there are, and keeps the rest.
+int tav_eml_mlutl_mail_part::take_front(void*& data, long& length) {
   utl_buffer front;
   if (!front.assign(m_pData, length)) {
     TAV_EML_LOG_ERROR(

@@ -143,10 +143,10 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_connect_only(
   if (result != TAV_EML_OK) return result;
 
   if (wants_pop_login(*settings)) {
-    // Not sent without the login that the account asks for.
-    TAV_EML_LOG_ERROR(
-        "tav_eml_smtp_command::tav_eml_smtp_connect_start : auth_kind %d is not available[Error]\n",
-        settings->auth_kind);
+    // This version cannot do it; the mail is not sent without the login that the account asks for.
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s : POP-before-SMTP is not available[Error]\n",
+                      "tav_eml_smtp_connect_start");
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : POP AUTH NG[Error]\n");
     return TAV_EML_ERR_AUTH_METHOD;
   }
   session_owner session;

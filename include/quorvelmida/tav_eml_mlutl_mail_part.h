@@ -94,6 +94,9 @@ class TAVEML_API tav_eml_mlutl_mail_part : public UtlObject {
   int32_t m_nDataLength;  // bytes, the NUL not counted
   int32_t m_nComplete;    // not 0: no more data follows
   UtlString m_cContentCiajwnetfax;
+
+ private:
+  TAVEML_LOCAL int take_front(void*& data, long& length);
 };
 
 }  // namespace quorvelmida
