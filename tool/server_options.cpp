@@ -57,20 +57,11 @@ std::string host_name() {
 
 }  // namespace
 
-const char* to_text(tls_mode mode) {
-  switch (mode) {
-    case tls_mode::none:
-      return "none";
-    case tls_mode::implicit:
-      return "implicit";
-    default:
-      return "starttls";
-  }
-}
-
 void server_options::add_to(CLI::App& command) {
   static const std::map<std::string, tls_mode> kModes = {
       {"none", tls_mode::none}, {"starttls", tls_mode::starttls}, {"implicit", tls_mode::implicit}};
+  static const std::map<std::string, login_kind> kLogins = {{"none", login_kind::none},
+                                                            {"smtp", login_kind::smtp}};
   const std::string group = "Server";
   command.add_option("-s,--server", server, "HOST, HOST:PORT or [ADDRESS]:PORT")
       ->required()
@@ -101,6 +92,10 @@ void server_options::add_to(CLI::App& command) {
       ->capture_default_str()
       ->type_name("N")
       ->group(group);
+  command.add_option("--auth", login, "login: smtp (default with --user) or none")
+      ->transform(CLI::CheckedTransformer(kLogins, CLI::ignore_case).description(""))
+      ->type_name("KIND")
+      ->group(group);
   command.add_option("-u,--user", user, "user to log in as; no login without")
       ->type_name("NAME")
       ->group(group);
@@ -130,6 +125,12 @@ void server_options::complete() {
                                      : kSubmissionPort;
   }
   if (helo.empty()) helo = host_name();
+  if (login == login_kind::automatic) {
+    login = user.empty() ? login_kind::none : login_kind::smtp;
+  }
+  if (login == login_kind::smtp && user.empty()) {
+    throw problem(EX_USAGE, "--auth smtp needs a user; add --user NAME");
+  }
   if (user.empty() && (!password_file.empty() || !password_command.empty())) {
     throw problem(EX_USAGE, "a password needs a user; add --user NAME");
   }
@@ -153,7 +154,7 @@ quorvelmida::tav_eml_smtp_settings server_options::settings(uint32_t size_limit)
   record.tlsmode = tls == tls_mode::none ? 0 : tls == tls_mode::implicit ? 1 : 2;
   record.tls_opt[0] = no_check ? 0 : 1;
   record.tls_opt[1] = oldest_tls == "1.3" ? 4 : 0;  // the oldest version, by tlsw.h
-  if (!user.empty()) {
+  if (login == login_kind::smtp) {
     const secret_text password = read_password(password_file, password_command, user, server);
     record.auth_kind = 1;
     record.user_id = user.c_str();

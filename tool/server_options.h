@@ -12,6 +12,7 @@
 namespace tavmail {
 
 enum class tls_mode { automatic, none, implicit, starttls };
+enum class login_kind { automatic, none, smtp };
 
 struct server_options {
   std::string server;  // HOST, HOST:PORT or [ADDRESS]:PORT
@@ -22,6 +23,7 @@ struct server_options {
   std::string oldest_tls;
   std::string helo;
   int timeout = 30;
+  login_kind login = login_kind::automatic;  // with a user, SMTP AUTH
   std::string user;
   std::string password_file;
   std::string password_command;
@@ -34,8 +36,6 @@ struct server_options {
   // The library's settings. Asks for the password, so it is called once.
   quorvelmida::tav_eml_smtp_settings settings(uint32_t size_limit) const;
 };
-
-const char* to_text(tls_mode mode);
 
 }  // namespace tavmail
 

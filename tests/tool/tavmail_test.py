@@ -14,8 +14,8 @@ import threading
 import time
 
 TAVMAIL, HOST = sys.argv[1:3]
-USAGE, DATA, NO_INPUT, NO_HOST, UNAVAILABLE, TEMPORARY, PROTOCOL, CONFIG = (
-    64, 65, 66, 68, 69, 75, 76, 78)
+USAGE, DATA, NO_INPUT, NO_HOST, UNAVAILABLE, TEMPORARY, PROTOCOL, NO_PERMISSION, CONFIG = (
+    64, 65, 66, 68, 69, 75, 76, 77, 78)
 
 
 def tavmail(*arguments, text=b"", **options):
@@ -36,15 +36,17 @@ def expect(code, words, *arguments, **options):
 class Peer:
     """A server that sends the given replies, one for each line it gets, and then acts."""
 
-    def __init__(self, replies, silent=False):
+    def __init__(self, replies, silent=False, probes=0):
         self.socket = socket.socket()
         self.socket.bind(("127.0.0.1", 0))
         self.socket.listen(1)
-        self.replies, self.silent = replies, silent
+        self.replies, self.silent, self.probes = replies, silent, probes
         self.port = self.socket.getsockname()[1]
         threading.Thread(target=self.serve, daemon=True).start()
 
     def serve(self):
+        for _ in range(self.probes):  # connections that only try the address
+            self.socket.accept()[0].close()
         connection = self.socket.accept()[0]
         stream = connection.makefile("rwb", buffering=0)
         for reply in self.replies:
@@ -104,6 +106,18 @@ def check_servers(certificates):
     ready = [b"220 hi\r\n", b"250 hi\r\n", b"250 ok\r\n", b"250 ok\r\n", b"354 go\r\n"]
     expect(TEMPORARY, "may have been delivered", *send(Peer(ready).port, *plain))
     expect(UNAVAILABLE, "552 too big", *send(Peer(ready + [b"552 too big\r\n"]).port, *plain))
+    user = ["-u", "anna", "--password-command", "echo geheim", *plain]
+    for code, words, offer, verdict in (
+            (NO_PERMISSION, "login of anna|password|535 no", b"PLAIN", b"535 no\r\n"),
+            (TEMPORARY, "454 later", b"PLAIN", b"454 later\r\n"),
+            (UNAVAILABLE, "offers no login", b"GSSAPI", b"")):
+        peer = Peer([b"220 hi\r\n", b"250 AUTH " + offer + b"\r\n", verdict], True)
+        expect(code, words, *send(peer.port, *user))
+    peer = Peer([b"220 hi\r\n", b"250 AUTH PLAIN\r\n", b"235 in\r\n", b"221 bye\r\n"],
+                probes=1)
+    done = tavmail("test-send", "-s", f"127.0.0.1:{peer.port}", "-v", *user)
+    assert done.returncode == 0 and b"anna is logged in" in done.stdout, done
+    assert b"AUTH PLAIN ****" in done.stderr and b"Z2VoZWlt" not in done.stderr, done.stderr
     # Accepted is accepted, also when the goodbye fails.
     done = tavmail(*send(Peer(ready + [b"250 taken\r\n"]).port, *plain))
     assert done.returncode == 0 and b"250 taken" in done.stdout, done
