@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "utl_buffer.h"
+#include "utl_string.h"
 
 namespace quorvelmida {
 
@@ -13,6 +14,12 @@ namespace quorvelmida {
 inline void wipe(void* memory, size_t size) {
   volatile unsigned char* byte = static_cast<volatile unsigned char*>(memory);
   while (size-- > 0) *byte++ = 0;
+}
+
+// Overwrites the text of a string that is about to go or to change. The text is the string's own
+// memory, so writing to it is sound.
+inline void wipe_text(UtlString& text) {
+  if (text.GetLength() > 0) wipe(const_cast<char*>(text.GetString()), text.GetLength());
 }
 
 // A buffer that is wiped when it goes. Its length must not be lowered before.

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "secret.h"
 #include "tav_eml_text.h"
 
 namespace quorvelmida {
@@ -19,9 +20,22 @@ tav_eml_pop3_settings::tav_eml_pop3_settings(const _tav_eml_pop3_setting& settin
   std::memcpy(m_ucTLSOption, setting.ucTLSOption, sizeof m_ucTLSOption);
 }
 
-tav_eml_pop3_settings& tav_eml_pop3_settings::operator=(const tav_eml_pop3_settings& other) =
-    default;
+tav_eml_pop3_settings& tav_eml_pop3_settings::operator=(const tav_eml_pop3_settings& other) {
+  if (this == &other) return *this;
+  m_MailAddress = other.m_MailAddress;
+  m_strServer = other.m_strServer;
+  m_nPort = other.m_nPort;
+  m_strUserID = other.m_strUserID;
+  wipe_text(m_strPassword);
+  m_strPassword = other.m_strPassword;
+  m_nAPOP = other.m_nAPOP;
+  m_nTimeout = other.m_nTimeout;
+  m_nAddressSelector = other.m_nAddressSelector;
+  m_ucTLSMode = other.m_ucTLSMode;
+  std::memcpy(m_ucTLSOption, other.m_ucTLSOption, sizeof m_ucTLSOption);
+  return *this;
+}
 
-tav_eml_pop3_settings::~tav_eml_pop3_settings() = default;
+tav_eml_pop3_settings::~tav_eml_pop3_settings() { wipe_text(m_strPassword); }
 
 }  // namespace quorvelmida

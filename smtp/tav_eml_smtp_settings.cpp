@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "secret.h"
 #include "tav_eml_text.h"
 
 namespace quorvelmida {
@@ -66,6 +67,7 @@ tav_eml_smtp_settings& tav_eml_smtp_settings::operator=(const tav_eml_smtp_setti
   // The object held before is not deleted: the application may have kept its address.
   pop3_settings = copy_pop3(other.pop3_settings).release();
   user_id = other.user_id;
+  wipe_text(password);
   password = other.password;
   helo_domain = other.helo_domain;
   size_limit = other.size_limit;
@@ -76,6 +78,9 @@ tav_eml_smtp_settings& tav_eml_smtp_settings::operator=(const tav_eml_smtp_setti
   return *this;
 }
 
-tav_eml_smtp_settings::~tav_eml_smtp_settings() { delete pop3_settings; }
+tav_eml_smtp_settings::~tav_eml_smtp_settings() {
+  wipe_text(password);
+  delete pop3_settings;
+}
 
 }  // namespace quorvelmida

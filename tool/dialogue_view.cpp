@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "message_text.h"
+
 namespace tavmail {
 
 namespace {
@@ -53,9 +55,16 @@ std::string reply_text(const exchange* entry) {
 
 std::string presentable(std::string_view text) {
   std::string result(text.substr(0, kLongestLine));
-  std::replace_if(
-      result.begin(), result.end(),
-      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; }, ' ');
+  const bool is_text = is_utf8(result);
+  for (size_t i = 0; i < result.size(); ++i) {
+    const unsigned char byte = static_cast<unsigned char>(result[i]);
+    const bool is_control = byte < 0x20 || byte == 0x7F;
+    // The controls from U+0080 to U+009F steer terminals too.
+    const bool is_c1 = is_text && byte == 0xC2 && static_cast<unsigned char>(result[i + 1]) < 0xA0;
+    if (is_c1) result[i + 1] = ' ';
+    if (is_control || is_c1) result[i] = ' ';
+    if (!is_text && byte >= 0x80) result[i] = '?';
+  }
   result.erase(result.find_last_not_of(' ') + 1);
   return result;
 }

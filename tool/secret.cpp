@@ -6,6 +6,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -65,10 +66,14 @@ secret_text from_command(const std::string& command) {
   return text;
 }
 
-// Switches the terminal's echo off while it lives.
+// Switches the terminal's echo off while it lives. The interrupt key ends the reading, so that the
+// echo comes back.
 class silent_terminal {
  public:
   explicit silent_terminal(int fd) : m_nFd(fd) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGINT, &action, &m_cInterrupt);
     m_bSet = tcgetattr(fd, &m_cBefore) == 0;
     termios silent = m_cBefore;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -76,6 +81,7 @@ class silent_terminal {
   }
   ~silent_terminal() {
     if (m_bSet) tcsetattr(m_nFd, TCSAFLUSH, &m_cBefore);
+    sigaction(SIGINT, &m_cInterrupt, nullptr);
   }
   silent_terminal(const silent_terminal&) = delete;
   silent_terminal& operator=(const silent_terminal&) = delete;
@@ -84,6 +90,7 @@ class silent_terminal {
   int m_nFd;
   bool m_bSet;
   termios m_cBefore{};
+  struct sigaction m_cInterrupt {};
 };
 
 secret_text from_terminal(const std::string& user, const std::string& server) {
@@ -94,7 +101,7 @@ secret_text from_terminal(const std::string& user, const std::string& server) {
   std::fprintf(terminal.get(), "Password of %s at %s: ", user.c_str(), server.c_str());
   std::fflush(terminal.get());
   const silent_terminal silence(fileno(terminal.get()));
-  secret_text text = read_line(terminal.get(), "the answer");
+  secret_text text = read_line(terminal.get(), "what was typed");
   std::fputs("\n", terminal.get());
   return text;
 }

@@ -66,6 +66,7 @@ class transaction {
         m_cBoundary(m_cSettings) {}
 
   void run() {
+    const interrupt_guard guard;
     require(m_cBoundary.connect_mail());
     require(m_cBoundary.send_header(m_cOut.mail));
     send_body();
@@ -124,7 +125,6 @@ int run_send(send_options& options) {
   options.server.complete();
   outgoing out;
   prepare(options, out);
-  const interrupt_guard guard;
   transaction sending(options, out);
   sending.run();
   if (!options.quiet) std::cout << "sent; the server said: " << sending.reply() << '\n';

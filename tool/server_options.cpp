@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 
@@ -160,7 +161,12 @@ quorvelmida::tav_eml_smtp_settings server_options::settings(uint32_t size_limit)
     record.user_id = user.c_str();
     record.password = password.text().c_str();
   }
-  return quorvelmida::tav_eml_smtp_settings(record);
+  quorvelmida::tav_eml_smtp_settings settings(record);
+  // The settings hold the one copy that is needed, and wipe it when they go.
+  if (record.password.GetLength() > 0) {
+    explicit_bzero(const_cast<char*>(record.password.GetString()), record.password.GetLength());
+  }
+  return settings;
 }
 
 }  // namespace tavmail

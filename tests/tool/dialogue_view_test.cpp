@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-
 #include <string>
 #include <vector>
 
@@ -58,6 +57,7 @@ TEST(DialogueView, masks_every_secret_in_any_slicing) {
         c("APOP anna 0123456789abcdef\r\n")},
        {"C: USER anna", "S: +OK", "C: PASS ****", "S: +OK", "C: APOP anna ****"}},
       {{s("250 a\x1b[2Jb\x07\r\n"), c("NOOP \x01\r\n")}, {"S: 250 a [2Jb", "C: NOOP"}},
+      {{s("250 日\xc2\x9b[2J\r\n"), s("250 \x9b[2J\xff\r\n")}, {"S: 250 日  [2J", "S: 250 ?[2J?"}},
   };
   for (const auto& test : cases) {
     for (const size_t slice : {size_t{1}, size_t{3}, size_t{1000}}) {

@@ -26,7 +26,8 @@ TEST(MessageText, encodes_display_names_and_leaves_addresses_alone) {
 }
 
 TEST(MessageText, refuses_what_is_no_address) {
-  for (const char* bad : {"a", "@b", "a@", "<>", "a b@c", "日本@b.c", "a@b\r\nBcc: x@y", "a@b\x01"}) {
+  for (const char* bad :
+       {"a", "@b", "a@", "<>", "a b@c", "日本@b.c", "a@b\r\nBcc: x@y", "a@b\x01"}) {
     EXPECT_THROW(encoded_addresses("--to", bad, TAV_EML_CS_UTF_8), problem) << bad;
   }
   EXPECT_THROW(encoded_addresses("--to", "\xff <a@b>", TAV_EML_CS_UTF_8), problem);
