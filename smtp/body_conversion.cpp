@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_log.h"
@@ -11,11 +12,12 @@ namespace quorvelmida {
 namespace {
 
 // Bytes of converted text that any character fits in, escape sequences included.
-constexpr long kLeastRoom = 64;
+constexpr int64_t kLeastRoom = 64;
 
 // Room for what most texts become. A text that becomes longer is converted in several rounds.
 long room_for(long length) {
-  return std::min<long>(std::max(length / 2, kLeastRoom / 5) * 5, INT_MAX - 1);
+  const int64_t room = std::max<int64_t>(length / 2 * int64_t{5}, kLeastRoom);
+  return static_cast<long>(std::min<int64_t>(room, INT_MAX - 1));
 }
 
 TAV_EML_RESULT conversion_failure(const char* operation, int code) {

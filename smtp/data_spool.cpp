@@ -71,7 +71,7 @@ void data_spool::append(const wire_line& line) {
   if (line.stuffing > 0) *out++ = '.';
   std::memcpy(out, line.text, static_cast<size_t>(line.length));
   std::memcpy(out + line.length, line.end, static_cast<size_t>(line.end_length));
-  m_cSpool.length() += line.size();
+  m_cSpool.length() += static_cast<long>(line.size());
 }
 
 // A line that the spool cannot hold goes out from where it is.

@@ -3,6 +3,8 @@
 #ifndef DATA_SPOOL_H
 #define DATA_SPOOL_H
 
+#include <cstdint>
+
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
 #include "utl_buffer.h"
@@ -30,7 +32,7 @@ class data_spool {
   // A line in its three pieces.
   struct wire_line {
     wire_line(const char* text, long length, const char* line_end);
-    long size() const { return stuffing + length + end_length; }
+    int64_t size() const { return int64_t{length} + stuffing + end_length; }
 
     long stuffing;  // 1 when a dot is put in front
     const char* text;

@@ -78,6 +78,8 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_header(tav_eml_smtp_send_mail& mail) 
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::send_header : m_pSMTPSettings==0[Error]\n");
     return TAV_EML_ERR_UNKNOWN;
   }
+  // Inside a mail that is open, the commands would become part of its text.
+  if (m_pSession != nullptr && is_data_open(*m_pSession)) return wrong_order("send_header");
   m_nBodyCarry = 0;
   m_nPartCarry = 0;
   if (const char* field = unsafe_header_field(mail)) {
@@ -243,7 +245,8 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_delimiter(const char* operation, cons
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s : send_buffer==0[Error]\n", caller);
     return TAV_EML_ERR_UNKNOWN;
   }
-  const long length = format_line(*m_pSession, "\r\n--", text_of(boundary), end);
+  const long length =
+      boundary.IsEmpty() ? -1 : format_line(*m_pSession, "\r\n--", text_of(boundary), end);
   if (length < 0) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s : invalid boundary[Error]\n", caller);
     return TAV_EML_ERR_PARAM;

@@ -172,14 +172,15 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_connect_only(
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_connect_start(
     const tav_eml_smtp_settings* settings, ntssmtp_fileptr** session_out) {
+  if (session_out == nullptr) return tav_eml_smtp_connect_only(settings, nullptr);
+  *session_out = nullptr;
   smtp_ehlo_option untried = {};
   session_owner session;
   TAV_EML_RESULT result = TAV_EML_ERR_UNKNOWN;
-  if (session_out != nullptr) *session_out = nullptr;
   bool is_refused = false;
   do {
     result = open_ready_session(*this, settings, untried, session);
-    if (result == TAV_EML_OK && session_out != nullptr) {
+    if (result == TAV_EML_OK) {
       session->status = SMTP_CONNECT;
       *session_out = session.release();
       return TAV_EML_OK;

@@ -25,6 +25,13 @@ bool begins_with(const char* text, const char* word) {
   return clb_CompStrCaseN(text, word, std::strlen(word)) == 0;
 }
 
+// True for a first line that refuses and does not say that more follows. It need not have the space
+// that ends a reply: waiting for more behind "502" and CR LF would only end in a time-out.
+bool is_short_refusal(const char* line) {
+  constexpr size_t kCode = 3;
+  return line[0] != kReplySuccess && (std::strlen(line) <= kCode || line[kCode] != '-');
+}
+
 // Takes what one EHLO line announces. The line is "250-KEYWORD ..." or "250 KEYWORD ...".
 void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
                      smtp_ehlo_option& option) {
@@ -69,7 +76,7 @@ TAV_EML_RESULT read_capabilities(ntssmtp_fileptr& session, long timeout, smtp_eh
       if (verdict != TAV_EML_OK) log_reply("SendEhloCommand", line);
     }
     if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option);
-    if (is_last_line(line, size)) {
+    if (is_last_line(line, size) || (count == 0 && is_short_refusal(line))) {
       if (verdict == TAV_EML_OK && has_auth) take_mechanisms(mechanisms, option);
       return verdict;
     }

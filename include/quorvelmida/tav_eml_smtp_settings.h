@@ -73,6 +73,8 @@ struct ntssmtp_fileptr {
   TAV_EML_TLS_INFO tls_info;
 };
 
+static_assert(sizeof(void*) != 4 || sizeof(ntssmtp_fileptr) == 32, "layout on the target");
+
 // What the server announced in its EHLO reply: 1 when set. The first four stand in the order in
 // which the methods are tried.
 struct smtp_ehlo_option {

@@ -21,6 +21,7 @@ struct TAV_EML_TLS_INFO {
   uint32_t tls_ctx = 0;      // TLS context, 0 when none
   uint32_t tls_session = 0;  // TLS session, 0 when none
 };
+static_assert(sizeof(TAV_EML_TLS_INFO) == 16, "layout on the target");
 
 }  // namespace quorvelmida
 
