@@ -1,10 +1,12 @@
 // base64 (RFC 2045 6.8).
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 
+#include "base64_kernel.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
@@ -14,68 +16,66 @@
 
 namespace quorvelmida {
 
-const char* const tav_eml_mlutl_mime_utility::pszBase64Seed =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+const char* const tav_eml_mlutl_mime_utility::pszBase64Seed = kBase64Alphabet;
 
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr uint8_t kNotInAlphabet = 255;
+// A block of `capacity` bytes and one more that is not cleared: the codecs write every byte of
+// their result, and that is most of what there is.
+bool allocate_uncleared(utl_buffer& buffer, int64_t capacity) {
+  if (capacity >= INT_MAX) return false;
+  buffer.data() = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(capacity) + 1));
+  return buffer.data() != nullptr;
+}
 
-// Values of all characters. A search of the alphabet text finds NUL at its terminator: index 64.
-struct decode_table {
-  uint8_t value[256];
-
-  constexpr decode_table() : value() {
-    for (uint8_t& entry : value) entry = kNotInAlphabet;
-    for (unsigned int i = 0; i < sizeof kAlphabet; ++i) {
-      value[static_cast<unsigned char>(kAlphabet[i])] = static_cast<uint8_t>(i);
-    }
-  }
+// The bits of up to four accepted characters, the first one in the highest of 24 bits.
+struct base64_group {
+  unsigned int bits = 0;
+  unsigned int characters = 0;
 };
-constexpr decode_table kDecode;
 
-// Decodes into `out` (zeroed, room for three bytes of every four characters and one more). Returns
-// the count of accepted characters.
+// Takes characters up to a whole group or the end of the text, over everything foreign.
+base64_group collect_group(const unsigned char*& in, const unsigned char* end) {
+  base64_group group;
+  for (; in != end && group.characters < 4; ++in) {
+    const uint8_t value = kBase64Values.of[*in];
+    if (value == kNotInBase64) continue;
+    ++group.characters;
+    group.bits |= (value & 63U) << (24 - 6 * group.characters);
+  }
+  return group;
+}
+
+// The end of the data, and the byte behind it: NUL, except that a single leftover character, which
+// is no byte, leaves its bits there. Returns the count of bytes.
+long finish(const base64_group& rest, uint8_t* out) {
+  const uint8_t bytes[] = {static_cast<uint8_t>(rest.bits >> 16),
+                           static_cast<uint8_t>(rest.bits >> 8), 0};
+  const unsigned int count = rest.characters > 1 ? rest.characters - 1 : 0;
+  std::memcpy(out, bytes, count);
+  out[count] = rest.characters == 1 ? bytes[0] : uint8_t{0};
+  return static_cast<long>(count);
+}
+
+// Decodes into `out`, which has room for one byte more than the text. Returns the count of bytes.
+// The kernel takes the text up to a line break or another foreign character, mostly a whole line.
 long decode(const unsigned char* in, long len, uint8_t* out) {
-  long accepted = 0;
-  unsigned int group = 0;
-  for (long i = 0; i < len; ++i) {
-    const uint8_t v = kDecode.value[in[i]];
-    if (v == kNotInAlphabet) continue;  // line breaks, "=", and whatever else is foreign
-    group = (group << 6) | (v & 63U);
-    if ((++accepted & 3) == 0) {
-      *out++ = static_cast<uint8_t>(group >> 16);
-      *out++ = static_cast<uint8_t>(group >> 8);
-      *out++ = static_cast<uint8_t>(group);
-      group = 0;
-    }
+  const base64_kernel& kernel = chosen_base64_kernel();
+  const unsigned char* const end = in + len;
+  const uint8_t* const start = out;
+  for (;;) {
+    const size_t groups = kernel.decode(in, static_cast<size_t>(end - in), out);
+    in += 4 * groups;
+    out += 3 * groups;
+    const unsigned char* const stop = in;
+    while (in != end && kBase64Values.of[*in] == kNotInBase64) ++in;
+    if (in != stop && in != end) continue;
+    const base64_group group = collect_group(in, end);
+    if (group.characters < 4) return static_cast<long>(out - start) + finish(group, out);
+    *out++ = static_cast<uint8_t>(group.bits >> 16);
+    *out++ = static_cast<uint8_t>(group.bits >> 8);
+    *out++ = static_cast<uint8_t>(group.bits);
   }
-  // The bits of an unfinished group stand in the bytes behind the data, as far as they go.
-  const unsigned int leftover = static_cast<unsigned int>(accepted & 3);
-  if (leftover > 0) {
-    group <<= 6 * (4 - leftover);
-    out[0] = static_cast<uint8_t>(group >> 16);
-    if (leftover > 1) out[1] = static_cast<uint8_t>(group >> 8);
-    if (leftover > 2) out[2] = static_cast<uint8_t>(group);
-  }
-  return accepted;
-}
-
-long decoded_length(long accepted) {
-  const long rest = accepted % 4;
-  return accepted / 4 * 3 + (rest >= 2 ? rest - 1 : 0);
-}
-
-// Four characters for up to three bytes.
-void encode_group(const uint8_t* in, long count, char* out) {
-  const unsigned int b0 = in[0];
-  const unsigned int b1 = count > 1 ? in[1] : 0U;
-  const unsigned int b2 = count > 2 ? in[2] : 0U;
-  out[0] = kAlphabet[b0 >> 2];
-  out[1] = kAlphabet[((b0 & 3U) << 4) | (b1 >> 4)];
-  out[2] = count > 1 ? kAlphabet[((b1 & 15U) << 2) | (b2 >> 6)] : '=';
-  out[3] = count > 2 ? kAlphabet[b2 & 63U] : '=';
 }
 
 // Length of the text for `len` bytes in lines of `line` characters (0: one line).
@@ -85,24 +85,43 @@ int64_t encoded_length(int64_t len, int64_t line) {
                                     : characters;
 }
 
-void encode(const uint8_t* in, long len, long line, char* out) {
-  long column = 0;
-  for (; len > 0; in += 3, len -= 3) {
-    if (line > 0 && column == line) {
+// Four characters for one or two bytes, padded with "=".
+void encode_rest(const uint8_t* in, size_t count, char* out) {
+  const unsigned int second = count > 1 ? in[1] : 0U;
+  out[0] = kBase64Alphabet[in[0] >> 2];
+  out[1] = kBase64Alphabet[((in[0] & 3U) << 4) | (second >> 4)];
+  out[2] = count > 1 ? kBase64Alphabet[(second & 15U) << 2] : '=';
+  out[3] = '=';
+}
+
+// Encodes the text and the NUL behind it.
+void encode(const uint8_t* in, size_t len, size_t line, char* out) {
+  const base64_kernel& kernel = chosen_base64_kernel();
+  const uint8_t* const end = in + len;
+  size_t groups = len / 3;
+  const size_t per_line = line > 0 ? line / 4 : groups + 1;
+  while (groups > 0) {
+    const size_t count = std::min(groups, per_line);
+    kernel.encode(in, count, end, out);
+    groups -= count;
+    in += 3 * count;
+    out += 4 * count;
+    if (count == per_line && in != end) {
       *out++ = '\r';
       *out++ = '\n';
-      column = 0;
     }
-    encode_group(in, len, out);
-    out += 4;
-    column += 4;
   }
+  if (in != end) {
+    encode_rest(in, static_cast<size_t>(end - in), out);
+    out += 4;
+  }
+  *out = '\0';
 }
 
 }  // namespace
 
 int tav_eml_mlutl_mime_utility::Base64Seed2Index(char ch) {
-  return kDecode.value[static_cast<unsigned char>(ch)];
+  return kBase64Values.of[static_cast<unsigned char>(ch)];
 }
 
 int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, long& out_len) {
@@ -111,15 +130,15 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
   if (len < 0) len = 0;
   try {
     utl_buffer decoded;
-    if (!decoded.allocate(len)) {
+    if (!allocate_uncleared(decoded, len)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
           126);
       return 0;
     }
-    const long accepted = decode(reinterpret_cast<const unsigned char*>(in), len,
-                                 reinterpret_cast<uint8_t*>(decoded.data()));
-    if (!decoded.shrink(decoded_length(accepted))) {
+    const long length = decode(reinterpret_cast<const unsigned char*>(in), len,
+                               reinterpret_cast<uint8_t*>(decoded.data()));
+    if (!decoded.shrink(length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
           "Line%d\n",
@@ -142,15 +161,16 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
   out_len = 0;
   if (len < 0) len = 0;
   try {
-    const long line = line_len >= 4 ? line_len / 4 * 4 : 0;
+    const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
     const int64_t length = encoded_length(len, line);
     utl_buffer encoded;
-    if (length >= INT_MAX || !encoded.allocate(static_cast<long>(length))) {
+    if (!allocate_uncleared(encoded, length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
       return 0;
     }
-    encode(static_cast<const uint8_t*>(in), len, line, encoded.data());
+    encode(static_cast<const uint8_t*>(in), static_cast<size_t>(len), static_cast<size_t>(line),
+           encoded.data());
     encoded.length() = static_cast<long>(length);
     encoded.release(out, out_len);
     return 1;

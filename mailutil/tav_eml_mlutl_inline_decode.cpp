@@ -1,4 +1,4 @@
-// Encoded words (RFC 2047): decoding a header value.
+// Encoded words (RFC 2047): decoding a header value, or a whole header.
 //
 //   encoded-word = "=?" charset "?" encoding "?" encoded-text "?="
 
@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "encoded_words.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
@@ -85,9 +86,15 @@ bool append(utl_buffer& out, std::string_view text, int line) {
   return false;
 }
 
+void blank_line_breaks(utl_buffer& text) {
+  char* const end = text.data() + text.length();
+  std::replace_if(
+      text.data(), end, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; }, ' ');
+}
+
 // Appends what stands between `from` and the word's end, with the word decoded if it can be.
 bool append_word(utl_buffer& out, std::string_view value, size_t from, const encoded_word& word,
-                 TAV_EML_CHAR_SET& char_set) {
+                 line_breaks breaks, TAV_EML_CHAR_SET& char_set) {
   const std::string_view raw = value.substr(from, word.end + 2 - from);
   if (word.encoding == word_encoding::unknown) return append(out, raw, 511);
 
@@ -96,26 +103,28 @@ bool append_word(utl_buffer& out, std::string_view value, size_t from, const enc
   if (!decode_payload(value.substr(payload, word.end - payload), word.encoding, decoded)) {
     return append(out, raw, 565);
   }
+  if (breaks == line_breaks::blanked) blank_line_breaks(decoded);
   if (!append(out, value.substr(from, word.start - from), 528)) return false;
   const std::string name(value.substr(word.start + 2, word.mark - word.start - 2));
   char_set = tav_eml_mlutl_mail_type::test_char_set(name.c_str());
   return append(out, {decoded.data(), static_cast<size_t>(decoded.length())}, 554);
 }
 
-bool decode_value(std::string_view value, utl_buffer& out, TAV_EML_CHAR_SET& char_set) {
+}  // namespace
+
+bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+                          TAV_EML_CHAR_SET& char_set) {
   size_t from = 0;
   encoded_word word;
   if (value.size() >= kShortestWord) {
     while (find_word(value, from, word)) {
       find_mark(value, word);
-      if (!append_word(out, value, from, word, char_set)) return false;
+      if (!append_word(out, value, from, word, breaks, char_set)) return false;
       from = word.end + 2;
     }
   }
   return append(out, value.substr(from), 576);
 }
-
-}  // namespace
 
 int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*& out, long& out_len,
                                               TAV_EML_CHAR_SET& char_set, int /*unused*/) {
@@ -131,7 +140,7 @@ int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*&
       }
       utl_buffer decoded;
       const std::string_view value(work.data(), static_cast<size_t>(work.length()));
-      if (!decode_value(value, decoded, char_set)) return 0;
+      if (!decode_encoded_words(value, line_breaks::kept, decoded, char_set)) return 0;
       decoded.release(out, out_len);
       return 1;
     } catch (tav_eml_mlutl_mail_exception* thrown) {

@@ -5,30 +5,11 @@
 
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
+#include "reply_line.h"
 #include "tav_eml_log.h"
 #include "tav_eml_text.h"
 
 namespace quorvelmida {
-
-namespace {
-
-// Reads the rest of a line whose last byte read is `last`.
-TAV_EML_RESULT drain_line(int sock, char last, int flags, long timeout, TAV_EML_TLS_INFO& tls) {
-  tav_eml_mlutl_mail_net net;
-  for (long drained = 0; drained < kMaxReplyLineBytes; ++drained) {
-    char byte = 0;
-    long count = 1;
-    const TAV_EML_RESULT result = net.recv_data(sock, &byte, count, flags, timeout, tls);
-    if (result != TAV_EML_OK) return result;
-    if (count < 1) break;
-    if (last == '\r' && byte == '\n') return TAV_EML_OK;
-    last = byte;
-  }
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: reply line without end[Error]\n", "drain_line");
-  return TAV_EML_ERR_REPLY;
-}
-
-}  // namespace
 
 TAV_EML_RESULT judge_reply(const char* reply, char wanted) {
   if (reply[0] == wanted) return TAV_EML_OK;
@@ -83,7 +64,7 @@ TAV_EML_RESULT read_reply_line(int sock, char* buffer, long& size, int flags, lo
   const TAV_EML_RESULT result = net.recv_one_line(sock, buffer, size, flags, timeout, tls);
   if (result != TAV_EML_OK) return result;
   const long length = size - 1;
-  if (length >= 2 && buffer[length - 2] == '\r' && buffer[length - 1] == '\n') return TAV_EML_OK;
+  if (ends_line(buffer, length)) return TAV_EML_OK;
   return drain_line(sock, buffer[length - 1], flags, timeout, tls);
 }
 

@@ -9,9 +9,8 @@
 
 namespace quorvelmida {
 
-// Greatest number of lines of one reply, and of bytes of one of its lines.
+// Greatest number of lines of one reply.
 constexpr int kMaxReplyLines = 1000;
-constexpr long kMaxReplyLineBytes = 65536;
 
 // First characters of a reply.
 constexpr char kReplySuccess = '2';

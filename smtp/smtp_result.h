@@ -14,19 +14,6 @@ inline TAV_EML_RESULT normalise_result(TAV_EML_RESULT result) {
   return static_cast<TAV_EML_RESULT>(0x51070000U | (code & 0xFFFFU));
 }
 
-// A TLS code as it is, anything else as TAV_EML_ERR_UNKNOWN.
-inline TAV_EML_RESULT tls_result(TAV_EML_RESULT result) {
-  switch (result) {
-    case TAV_EML_ERR_TLS_INIT:
-    case TAV_EML_ERR_TLS_INIT_RESOURCE:
-    case TAV_EML_ERR_TLS_CONNECT:
-    case TAV_EML_ERR_TLS_CONNECT_REFUSED:
-      return result;
-    default:
-      return TAV_EML_ERR_UNKNOWN;
-  }
-}
-
 }  // namespace quorvelmida
 
 #endif

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "quorvelmida/tav_eml_mlutl_mail_net.h"
+#include "connection.h"
 #include "tav_eml_log.h"
 #include "utl_os.h"
 
@@ -22,13 +22,7 @@ char* allocate_buffer() {
 }  // namespace
 
 void close_connection(ntssmtp_fileptr& session) {
-  tav_eml_mlutl_mail_net net;
-  if (session.tls_info.tls_session != 0 || session.tls_info.tls_ctx != 0) {
-    net.end_tls(session.tls_info);
-  }
-  // A socket that could not be created leaves a negative handle.
-  if (session.sock > 0) net.close_socket(session.sock);
-  session.sock = 0;
+  close_connection(session.sock, session.tls_info);
 }
 
 void session_deleter::operator()(ntssmtp_fileptr* session) const {

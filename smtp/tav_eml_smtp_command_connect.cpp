@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "connection.h"
+#include "pop_login.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
@@ -142,18 +144,15 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_connect_only(
   TAV_EML_RESULT result = check_settings(*settings);
   if (result != TAV_EML_OK) return result;
 
-  if (wants_pop_login(*settings)) {
-    // This version cannot do it; the mail is not sent without the login that the account asks for.
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s : POP-before-SMTP is not available[Error]\n",
-                      "tav_eml_smtp_connect_start");
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : POP AUTH NG[Error]\n");
-    return TAV_EML_ERR_AUTH_METHOD;
-  }
   session_owner session;
   result = make_session(session);
   if (result != TAV_EML_OK) return result;
   set_tls_options(*settings, session->tls_info);
 
+  if (wants_pop_login(*settings)) {
+    result = log_in_before_smtp(*this, *settings, session.get());
+    if (result != TAV_EML_OK) return result;
+  }
   result = open_connection(*settings, *session);
   if (result == TAV_EML_OK) result = read_greeting(*settings, *session);
   if (result != TAV_EML_OK) return result;

@@ -1,5 +1,6 @@
 // The STARTTLS upgrade (RFC 3207).
 
+#include "connection.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"

@@ -17,6 +17,7 @@ struct command {
 };
 
 command add_send(CLI::App& tool);
+command add_receive(CLI::App& tool);
 command add_test_send(CLI::App& tool);
 
 }  // namespace tavmail

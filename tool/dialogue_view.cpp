@@ -14,6 +14,7 @@ constexpr size_t kMostLines = 100;  // of one reply, and most exchanges that are
 constexpr std::string_view kEndOfData = "\r\n.\r\n";
 constexpr char kMask[] = "****";
 constexpr char kEndOfDataVerb[] = ".";
+constexpr std::string_view kEndOfMessage = ".\r\n";
 
 std::string upper_case(std::string_view text) {
   std::string result(text);
@@ -48,7 +49,11 @@ std::string reply_text(const exchange* entry) {
   if (entry == nullptr) return {};
   std::string text;
   for (const std::string& line : entry->reply) {
-    text += text.empty() ? line : " " + line.substr(std::min<size_t>(4, line.size()));
+    if (text.empty()) {
+      text = line;
+    } else {
+      text += " " + line.substr(entry->is_pop3 ? 0 : std::min<size_t>(4, line.size()));
+    }
   }
   return presentable(text);
 }
@@ -78,6 +83,7 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       show("* ", "connected to " + std::string(bytes));
       m_eMode = mode::commands;
       m_bUnderTls = false;
+      m_bPop3 = false;
       m_cFromClient.clear();
       m_cFromServer.clear();
       begin_exchange("");
@@ -109,7 +115,7 @@ void dialogue_view::show(const char* who, std::string_view text) {
 
 void dialogue_view::begin_exchange(std::string verb) {
   if (m_cExchanges.size() >= kMostLines) m_cExchanges.erase(m_cExchanges.begin());
-  m_cExchanges.push_back({std::move(verb), {}, m_bUnderTls});
+  m_cExchanges.push_back({std::move(verb), {}, m_bUnderTls, m_bPop3});
 }
 
 const exchange* dialogue_view::decisive() const {
@@ -170,30 +176,71 @@ void dialogue_view::client_line(std::string_view line) {
 }
 
 void dialogue_view::received(std::string_view bytes) {
-  for (const char ch : bytes) {
-    if (m_cFromServer.size() < kLongestLine || ch == '\n') m_cFromServer += ch;
-    if (ch == '\n') server_line(std::exchange(m_cFromServer, {}));
+  while (!bytes.empty()) {
+    const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+    const std::string_view piece = bytes.substr(0, count);
+    bytes.remove_prefix(count);
+    if (m_eMode == mode::message) m_uMessageBytes += count;
+    // Lines of a message are only looked at: no copy is made of those that come whole.
+    if (m_cFromServer.empty() && piece.back() == '\n' && message_line(piece)) continue;
+    if (m_cFromServer.size() < kLongestLine) m_cFromServer.append(piece);
+    if (piece.back() == '\n') server_line(std::exchange(m_cFromServer, {}));
   }
 }
 
+// True for a line of a message. Its last line ends it.
+bool dialogue_view::message_line(std::string_view line) {
+  if (m_eMode != mode::message) return false;
+  if (line != kEndOfMessage) return true;
+  m_eMode = mode::commands;
+  show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
+  show("S: ", ".");
+  return true;
+}
+
 void dialogue_view::server_line(std::string_view line) {
+  if (message_line(line)) return;
   std::string text = presentable(line);
-  const bool is_login = m_eMode == mode::login;
-  if (is_login && !text.empty() && text[0] == '3') text = text.substr(0, 4) + kMask;
+  if (m_eMode == mode::login && !text.empty() && text[0] == '3') text = text.substr(0, 4) + kMask;
   show("S: ", text);
   if (m_cExchanges.empty()) begin_exchange("");
   exchange& current = m_cExchanges.back();
+  if (current.verb.empty() && !text.empty() && (text[0] == '+' || text[0] == '-')) {
+    m_bPop3 = true;
+    current.is_pop3 = true;
+  }
   if (current.reply.size() < kMostLines) current.reply.push_back(text);
-  if (!is_final(text)) return;
+  if (m_bPop3) {
+    pop3_line(text);
+  } else if (is_final(text)) {
+    smtp_line(text);
+  }
+}
 
+void dialogue_view::smtp_line(const std::string& text) {
+  const std::string& verb = m_cExchanges.back().verb;
   const char first = text.empty() ? ' ' : text[0];
-  if (is_login && first != '3') m_eMode = mode::commands;
-  if (current.verb == "DATA" && first == '3') {
+  if (m_eMode == mode::login && first != '3') m_eMode = mode::commands;
+  if (verb == "DATA" && first == '3') {
     m_eMode = mode::data;
     m_uEndMatched = 2;  // a mail begins at the start of a line
     m_uDataBytes = 0;
   }
-  if (current.verb == kEndOfDataVerb) m_bAccepted = first == '2';
+  if (verb == kEndOfDataVerb) m_bAccepted = first == '2';
+}
+
+void dialogue_view::pop3_line(const std::string& text) {
+  const std::string& verb = m_cExchanges.back().verb;
+  if (m_eMode == mode::list) {
+    if (text == ".") m_eMode = mode::commands;
+    return;
+  }
+  if (text.empty() || text[0] != '+') return;
+  if (verb == "CAPA") m_eMode = mode::list;
+  if (verb == "RETR" || verb == "TOP") {
+    m_eMode = mode::message;
+    m_uDataBytes = m_uMessageBytes;
+  }
 }
 
 dialogue_tap::dialogue_tap(dialogue_view& view) {

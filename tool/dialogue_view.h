@@ -18,11 +18,12 @@ struct exchange {
   std::string verb;                // in upper case
   std::vector<std::string> reply;  // its lines
   bool under_tls = false;
+  bool is_pop3 = false;
 };
 
-// Takes what moves over the connection and makes lines of it: "C: " from the client, "S: " from the
-// server, "* " for events. Credentials and the challenges they answer are masked, mail data is only
-// counted, control characters are replaced.
+// Takes what moves over SMTP and POP3 connections and makes lines of it: "C: " from the client,
+// "S: " from the server, "* " for events. Credentials and the challenges they answer are masked,
+// mail data is only counted, control characters are replaced.
 class dialogue_view {
  public:
   using line_sink = std::function<void(const std::string&)>;
@@ -41,15 +42,21 @@ class dialogue_view {
   // What became of the mail: its end was sent; the server took it.
   bool end_was_sent() const { return m_bEndSent; }
   bool was_accepted() const { return m_bAccepted; }
+  // Bytes of the messages that were received.
+  uint64_t message_bytes() const { return m_uMessageBytes; }
 
  private:
-  enum class mode { commands, data, login };
+  // What the client's, respectively the server's, lines are.
+  enum class mode { commands, data, login, list, message };
 
   void sent(std::string_view bytes);
   void received(std::string_view bytes);
   void client_line(std::string_view line);
   void server_line(std::string_view line);
   size_t take_data(std::string_view bytes);
+  void smtp_line(const std::string& text);
+  void pop3_line(const std::string& text);
+  bool message_line(std::string_view line);
   void show(const char* who, std::string_view text);
   void begin_exchange(std::string verb);
 
@@ -59,6 +66,8 @@ class dialogue_view {
   std::string m_cFromServer;
   size_t m_uEndMatched = 0;  // bytes of the end of the mail seen so far
   uint64_t m_uDataBytes = 0;
+  uint64_t m_uMessageBytes = 0;
+  bool m_bPop3 = false;
   bool m_bUnderTls = false;
   bool m_bEndSent = false;
   bool m_bAccepted = false;

@@ -1,6 +1,7 @@
 // tavmail - the command line of libtaveml.
 
 #include <CLI/CLI.hpp>
+#include <clocale>
 #include <iostream>
 #include <new>
 #include <vector>
@@ -22,12 +23,14 @@ int report_usage(const CLI::App& tool, const CLI::ParseError& error) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App tool("Sends mail over SMTP.", "tavmail");
+  // For the width of characters on a terminal.
+  std::setlocale(LC_CTYPE, "C.UTF-8");
+  CLI::App tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
   tool.set_version_flag("--version", kVersion);
   tool.require_subcommand(1);
   tool.get_formatter()->column_width(32);
-  const std::vector<tavmail::command> commands = {tavmail::add_send(tool),
-                                                  tavmail::add_test_send(tool)};
+  const std::vector<tavmail::command> commands = {
+      tavmail::add_send(tool), tavmail::add_receive(tool), tavmail::add_test_send(tool)};
   try {
     tool.parse(argc, argv);
     for (const tavmail::command& command : commands) {

@@ -8,10 +8,6 @@ using namespace quorvelmida;
 
 namespace {
 
-std::string place(const server_options& options) {
-  return options.server + " port " + std::to_string(options.port);
-}
-
 // What the step was, after the command that was last sent.
 std::string step(const dialogue_view& view) {
   if (view.decisive() == nullptr) return "the connection";
@@ -23,6 +19,9 @@ std::string step(const dialogue_view& view) {
   if (verb == ".") return "the mail";
   if (verb == "AUTH") return "the login";
   if (verb == "QUIT") return "the goodbye";
+  if (verb == "USER" || verb == "PASS" || verb == "APOP") return "the login";
+  if (verb == "RETR" || verb == "TOP") return "a mail";
+  if (verb == "DELE") return "a deletion";
   return verb;
 }
 
@@ -32,7 +31,7 @@ std::string said(const dialogue_view& view) {
 }
 
 // A server that is silent or talks nonsense often expects the other TLS mode.
-std::string mode_advice(const server_options& options) {
+std::string mode_advice(const endpoint_options& options) {
   switch (options.tls) {
     case tls_mode::implicit:
       return "does the port speak TLS from the start? try --tls starttls";
@@ -53,26 +52,24 @@ problem explain_reply(const dialogue_view& view, const server_options& options) 
                        "--tls none if the network is trusted");
   }
   if (last == nullptr || last->reply.empty()) {
-    return problem(EX_PROTOCOL, place(options) + " closed the connection at " + step(view) + "; " +
+    return problem(EX_PROTOCOL, options.place() + " closed the connection at " + step(view) + "; " +
                                     mode_advice(options));
   }
-  return problem(EX_UNAVAILABLE, place(options) + " refused " + step(view) + said(view));
+  return problem(EX_UNAVAILABLE, options.place() + " refused " + step(view) + said(view));
 }
 
-}  // namespace
+// False before the first connection, and between a POP3 login and the connection to send over.
+bool is_talking(const dialogue_view& view) {
+  return view.decisive() != nullptr && view.decisive()->verb != "QUIT";
+}
 
-problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
-  const std::string where = place(options);
-  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
-  if (is_unknown) {
-    return problem(EX_TEMPFAIL,
-                   "the connection to " + where +
-                       " broke after the whole mail was sent: it may have been delivered; ask the "
-                       "recipient before sending it again");
-  }
+// What is the same for every protocol.
+problem explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
+                           const endpoint_options& options) {
+  const std::string where = options.place();
   switch (result) {
     case TAV_EML_ERR_PARAM:
-      if (!view.exchanges().empty()) {
+      if (is_talking(view)) {
         return problem(EX_DATAERR, "a value is too long for its command at " + step(view) +
                                        "; with a login, user or password");
       }
@@ -86,24 +83,9 @@ problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_o
       return problem(EX_TEMPFAIL, where + " fell silent at " + step(view) + "; " +
                                       (reply_text(view.decisive()).empty() ? mode_advice(options)
                                                                            : "try again later"));
-    case TAV_EML_ERR_TRANSFER:
-      return problem(EX_TEMPFAIL, "the connection to " + where + " broke at " + step(view) +
-                                      "; nothing was delivered, try again");
-    case TAV_EML_ERR_REPLY_TEMPORARY:
-      return problem(EX_TEMPFAIL,
-                     where + " refused " + step(view) + " for now, try again later" + said(view));
-    case TAV_EML_ERR_REPLY:
-      return explain_reply(view, options);
     case TAV_EML_ERR_AUTH:
       return problem(EX_NOPERM, where + " refused the login of " + options.user +
                                     "; check user and password" + said(view));
-    case TAV_EML_ERR_AUTH_METHOD:
-      return problem(EX_UNAVAILABLE,
-                     where +
-                         " offers no login that works here (PLAIN, LOGIN, CRAM-MD5, "
-                         "DIGEST-MD5); does it want TLS first, or no login?");
-    case TAV_EML_ERR_SIZE_LIMIT:
-      return problem(EX_DATAERR, "the mail is larger than --size-limit; send less or raise it");
     case TAV_EML_ERR_TLS_CONNECT_REFUSED:
       return problem(EX_PROTOCOL, "the certificate of " + options.server +
                                       " was refused: " + view.tls_refusal() +
@@ -115,8 +97,89 @@ problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_o
     case TAV_EML_ERR_NO_MEMORY:
       return problem(EX_OSERR, "out of memory");
     default:
-      return problem(EX_SOFTWARE, "sending failed (set TAV_DBGLOG=stderr to see the log)");
+      return problem(EX_SOFTWARE, "it failed (set TAV_DBGLOG=stderr to see the log)");
   }
+}
+
+bool is_pop3_login(const dialogue_view& view) {
+  return is_talking(view) && view.decisive()->is_pop3;
+}
+
+}  // namespace
+
+problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
+  const std::string where = options.place();
+  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
+  if (is_unknown) {
+    return problem(EX_TEMPFAIL,
+                   "the connection to " + where +
+                       " broke after the whole mail was sent: it may have been delivered; ask the "
+                       "recipient before sending it again");
+  }
+  // With a POP3 login before sending, what failed may have been that.
+  if (options.wants_pop_login() && (is_pop3_login(view) || view.exchanges().empty())) {
+    return explain_mailbox(result, view, options.mailbox);
+  }
+  switch (result) {
+    case TAV_EML_ERR_TRANSFER:
+      return problem(EX_TEMPFAIL, "the connection to " + where + " broke at " + step(view) +
+                                      "; nothing was delivered, try again");
+    case TAV_EML_ERR_REPLY_TEMPORARY:
+      return problem(EX_TEMPFAIL,
+                     where + " refused " + step(view) + " for now, try again later" + said(view));
+    case TAV_EML_ERR_REPLY:
+      return explain_reply(view, options);
+    case TAV_EML_ERR_AUTH_METHOD:
+      return problem(EX_UNAVAILABLE,
+                     where +
+                         " offers no login that works here (PLAIN, LOGIN, CRAM-MD5, "
+                         "DIGEST-MD5); does it want TLS first, or no login?");
+    case TAV_EML_ERR_SIZE_LIMIT:
+      return problem(EX_DATAERR, "the mail is larger than --size-limit; send less or raise it");
+    default:
+      return explain_connection(result, view, options);
+  }
+}
+
+problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
+                        const mailbox_options& options) {
+  const std::string where = options.place();
+  const exchange* last = view.decisive();
+  const bool is_silent = last == nullptr || last->reply.empty();
+  const bool is_upgrade = options.tls == tls_mode::starttls && last != nullptr;
+  switch (result) {
+    case TAV_EML_ERR_TLS_CONNECT:
+      if (is_upgrade && last->verb == "CAPA") {
+        return problem(EX_PROTOCOL, options.server +
+                                        " does not offer STLS; try --tls implicit with its port, "
+                                        "or --tls none if the network is trusted");
+      }
+      break;
+    case TAV_EML_ERR_UNKNOWN:
+      if (is_upgrade && last->verb == "STLS") {
+        return view.tls_refusal().empty()
+                   ? explain_connection(TAV_EML_ERR_TLS_CONNECT, view, options)
+                   : explain_connection(TAV_EML_ERR_TLS_CONNECT_REFUSED, view, options);
+      }
+      break;
+    case TAV_EML_ERR_TRANSFER:
+    case TAV_EML_ERR_NOT_CONNECTED:
+      return problem(EX_TEMPFAIL,
+                     "the connection to " + where + " broke at " + step(view) + "; try again");
+    case TAV_EML_ERR_REPLY:
+      if (options.apop && last != nullptr && last->verb.empty() && !is_silent) {
+        return problem(EX_UNAVAILABLE,
+                       where + " does not offer APOP; log in without --apop, under TLS");
+      }
+      if (is_silent) {
+        return problem(EX_PROTOCOL, where + " closed the connection at " + step(view) + "; " +
+                                        mode_advice(options));
+      }
+      return problem(EX_UNAVAILABLE, where + " refused " + step(view) + said(view));
+    default:
+      break;
+  }
+  return explain_connection(result, view, options);
 }
 
 }  // namespace tavmail

@@ -4,15 +4,18 @@
 #define OUTCOME_H
 
 #include "dialogue_view.h"
+#include "mailbox_options.h"
 #include "problem.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "server_options.h"
 
 namespace tavmail {
 
-// One plain sentence about a result that is not TAV_EML_OK.
+// One plain sentence about a result that is not TAV_EML_OK: of sending, and of receiving.
 problem explain(quorvelmida::TAV_EML_RESULT result, const dialogue_view& view,
                 const server_options& options);
+problem explain_mailbox(quorvelmida::TAV_EML_RESULT result, const dialogue_view& view,
+                        const mailbox_options& options);
 
 }  // namespace tavmail
 

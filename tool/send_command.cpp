@@ -1,12 +1,12 @@
 // tavmail send.
 
-#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <memory>
 
 #include "commands.h"
 #include "dialogue_view.h"
+#include "interrupt.h"
 #include "outcome.h"
 #include "progress_bar.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
@@ -20,19 +20,6 @@ using namespace quorvelmida;
 namespace {
 
 constexpr size_t kBodyPiece = 48 * 1024;
-constexpr int kInterrupted = 130;
-
-volatile std::sig_atomic_t g_interrupted = 0;
-
-// Turns the interrupt key into an orderly end while it lives.
-class interrupt_guard {
- public:
-  interrupt_guard() {
-    g_interrupted = 0;
-    std::signal(SIGINT, [](int) { g_interrupted = 1; });
-  }
-  ~interrupt_guard() { std::signal(SIGINT, SIG_DFL); }
-};
 
 // The end of the piece that begins at `at`: behind a line if possible, never inside a character.
 size_t piece_end(const std::string& text, size_t at) {
@@ -81,9 +68,9 @@ class transaction {
  private:
   // Ends the transaction when a step failed.
   void require(TAV_EML_RESULT result) {
-    if (result == TAV_EML_OK && g_interrupted == 0) return;
-    const problem cause = g_interrupted != 0
-                              ? problem(kInterrupted, "interrupted; nothing was delivered")
+    if (result == TAV_EML_OK && !interrupt_guard::was_pressed()) return;
+    const problem cause = interrupt_guard::was_pressed()
+                              ? problem(kInterruptedExit, "interrupted; nothing was delivered")
                               : explain(result, m_cView, m_cOptions.server);
     m_cBoundary.abort_mail();
     throw cause;

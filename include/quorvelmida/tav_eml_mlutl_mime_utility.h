@@ -27,9 +27,8 @@ class TAVEML_API tav_eml_mlutl_mime_utility {
   static int Base64Seed2Index(char ch);
 
   // Decodes base64 (RFC 2045). Whatever is not in the alphabet is skipped, "=" included, padding is
-  // not verified. A NUL counts as a character of value 64. The surplus bits of an unfinished last
-  // group may stand in the byte behind the data: the output is not a C string
-  // then.
+  // not verified. A NUL counts as a character of value 64. A single character left over at the end
+  // gives no byte: its bits stand in the byte behind the data in place of the NUL.
   static int from_b64(const char* in, long len, void*& out, long& out_len);
 
   // Encodes as base64, in lines of `line_len` characters (rounded down to a multiple of 4) joined

@@ -88,6 +88,12 @@ class TAVEML_API tav_eml_smtp_command : public UtlObject {
   TAV_EML_RESULT tav_eml_smtp_auth_digest_md5(const tav_eml_smtp_settings* settings,
                                               ntssmtp_fileptr* session);
 
+  // Logs in over POP3 with the settings' POP3 account, on a connection of its own, and out again:
+  // POP-before-SMTP. `session` is not used. TAV_EML_ERR_UNKNOWN without POP3 settings,
+  // TAV_EML_ERR_AUTH without a user id, otherwise the codes of tav_eml_pop3_boundary::test.
+  TAV_EML_RESULT tav_eml_smtp_pop_auth(const tav_eml_smtp_settings* settings,
+                                       ntssmtp_fileptr* session);
+
   // QUIT, then ends TLS and closes the connection, whatever the reply. When QUIT cannot be sent,
   // its code is returned and nothing is closed: the owner drops the session.
   TAV_EML_RESULT tav_eml_smtp_disconnect(const tav_eml_smtp_settings* settings,

@@ -1,5 +1,6 @@
 """Real mail servers, each started from a private configuration on loopback ports."""
 
+import base64
 import os
 import pwd
 import shutil
@@ -66,9 +67,9 @@ class Server:
             file.write(text)
         os.chmod(self.path(name), mode)
 
-    def give_to_user(self):
+    def give_to_user(self, *names):
         record = pwd.getpwnam(self.user)
-        for folder, folders, files in os.walk(self.folder):
+        for folder, folders, files in os.walk(self.path(*names)):
             for name in [folder] + [os.path.join(folder, each) for each in folders + files]:
                 os.chown(name, record.pw_uid, record.pw_gid)
 
@@ -83,14 +84,18 @@ class Server:
                 return
             except OSError:
                 time.sleep(0.05)
-        raise RuntimeError("does not start: " + self.logs())
+        logs = self.logs()
+        self.__exit__()
+        raise RuntimeError("does not start: " + logs)
 
     def logs(self):
         text = ""
         for folder, _, files in os.walk(self.folder):
             for name in files:
-                if "log" in name or name == "output":
-                    with open(os.path.join(folder, name), errors="replace") as file:
+                path = os.path.join(folder, name)
+                # A regular file: Dovecot has sockets with such names.
+                if ("log" in name or name == "output") and os.path.isfile(path):
+                    with open(path, errors="replace") as file:
                         text += f"--- {name}\n{file.read()}"
         return text
 
@@ -98,26 +103,196 @@ class Server:
         return self
 
     def __exit__(self, *_):
-        if self.process is not None and self.process.poll() is None:
-            os.killpg(self.process.pid, signal.SIGTERM)
-            try:
-                self.process.wait(10)
-            except subprocess.TimeoutExpired:
-                os.killpg(self.process.pid, signal.SIGKILL)
-                self.process.wait()
+        if self.process is not None:
+            self.end_process()
         shutil.rmtree(self.folder, ignore_errors=True)
+
+    def end_process(self):
+        if self.process.poll() is None:
+            os.killpg(self.process.pid, signal.SIGTERM)
+        try:
+            self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            pass
+        # Children too, which would create the folder anew for a last line in their log.
+        try:
+            os.killpg(self.process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        self.process.wait()
+
+
+def mail_owner():
+    """Who owns the Maildirs. An Exim with a private configuration has given up the right to deliver
+    as anybody but its own user."""
+    try:
+        return pwd.getpwnam("Debian-exim").pw_name
+    except KeyError:
+        return "mail"
+
+
+def maildir_paths(maildir):
+    """The mails of a Maildir, oldest first. Reading one over POP3 moves it from new/ to cur/."""
+    found = []
+    for folder in (os.path.join(maildir, each) for each in ("new", "cur")):
+        if os.path.isdir(folder):
+            found += [os.path.join(folder, name) for name in os.listdir(folder)]
+    return sorted(found, key=os.path.basename)
+
+
+def read_mails(maildir):
+    mails = []
+    for path in maildir_paths(maildir):
+        with open(path, "rb") as file:
+            mails.append(file.read())
+    return mails
+
+
+class Dovecot(Server):
+    """Dovecot's POP3 on two ports: "PLAIN", which announces STLS, and "TLS", encrypted at once.
+
+    Every account has a Maildir of its own. It takes passwords in the clear, because a client on the
+    same address counts as secured anyhow. The APOP stamp stands in every greeting.
+    """
+
+    def __init__(self, accounts):
+        super().__init__(mail_owner())
+        self.ports = dict(zip(("PLAIN", "TLS"), free_ports(2)))
+        self.users = [user for user, _ in accounts]
+        self.delivered = 0
+        make_certificates(self.folder)
+        self.write("passwords", "".join(self.password_line(*account) for account in accounts))
+        self.write("remember-login", self.login_script(), 0o755)
+        self.write("dovecot.conf", self.configuration())
+        for user in self.users:
+            for name in "new", "cur", "tmp":
+                os.makedirs(os.path.join(self.maildir(user), name))
+        os.mkdir(self.path("logins"))
+        self.write("logins/addresses", "")
+        self.give_to_user("mail")
+        self.give_to_user("logins")
+        self.start(["/usr/sbin/dovecot", "-F", "-c", self.path("dovecot.conf")],
+                   self.ports["PLAIN"])
+
+    @staticmethod
+    def password_line(user, password):
+        # In Base64, so that a password may contain the separator of the fields.
+        return f"{user}:{{PLAIN.b64}}{base64.b64encode(password.encode()).decode()}\n"
+
+    def login_script(self):
+        """Notes who logged in and when, the latest first, for Exim to look up; then goes on."""
+        addresses = self.path("logins", "addresses")
+        return f"""#!/bin/sh
+{{ echo "$IP: $(date +%s)"; cat {addresses}; }} > {addresses}.$$
+mv {addresses}.$$ {addresses}
+exec "$@"
+"""
+
+    def configuration(self):
+        return f"""
+base_dir = {self.path('run')}
+state_dir = {self.path('state')}
+log_path = {self.path('dovecot.log')}
+listen = 127.0.0.1
+protocols = pop3
+ssl = yes
+ssl_cert = <{self.path('server.pem')}
+ssl_key = <{self.path('server.key')}
+disable_plaintext_auth = no
+auth_mechanisms = plain login cram-md5 digest-md5 apop
+auth_failure_delay = 0
+first_valid_uid = 1
+mail_location = maildir:{self.path('mail')}/%u:INDEX=MEMORY
+mail_max_userip_connections = 100
+passdb {{
+  driver = passwd-file
+  args = username_format=%u {self.path('passwords')}
+}}
+userdb {{
+  driver = static
+  args = uid={self.user} gid={self.user} home={self.path('mail')}/%u
+}}
+service pop3-login {{
+  inet_listener pop3 {{
+    port = {self.ports['PLAIN']}
+  }}
+  inet_listener pop3s {{
+    port = {self.ports['TLS']}
+    ssl = yes
+  }}
+}}
+service anvil {{
+  unix_listener anvil-auth-penalty {{
+    mode = 0
+  }}
+}}
+service pop3 {{
+  executable = pop3 pop3-postlogin
+}}
+service pop3-postlogin {{
+  executable = script-login {self.path('remember-login')}
+  user = {self.user}
+  unix_listener pop3-postlogin {{
+  }}
+}}
+"""
+
+    def maildir(self, user=None):
+        """The Maildir of a user, of the first account when none is named."""
+        return self.path("mail", user or self.users[0])
+
+    def deliver(self, mail, user=None):
+        """Puts the bytes of a mail into the Maildir as they are."""
+        self.delivered += 1
+        name = f"{int(time.time())}.M{self.delivered:06}P{os.getpid()}.localhost"
+        waiting = os.path.join(self.maildir(user), "tmp", name)
+        with open(waiting, "wb") as file:
+            file.write(mail)
+        owner = pwd.getpwnam(self.user)
+        os.chown(waiting, owner.pw_uid, owner.pw_gid)
+        os.rename(waiting, os.path.join(self.maildir(user), "new", name))
+
+    def mails(self, user=None):
+        """What is left in the Maildir, oldest first."""
+        return read_mails(self.maildir(user))
+
+    def wait_for_mails(self, count, user=None, seconds=20):
+        """The mails, as soon as there are that many: a server delivers after it has accepted."""
+        deadline = time.monotonic() + seconds
+        while len(self.mails(user)) < count:
+            if time.monotonic() > deadline:
+                raise RuntimeError(f"not delivered: {len(self.mails(user))} of {count} mails")
+            time.sleep(0.05)
+        return self.mails(user)
+
+    def clear(self, user=None):
+        """Empties the Maildir and forgets who logged in."""
+        for path in maildir_paths(self.maildir(user)):
+            os.remove(path)
+        self.write("logins/addresses", "")
 
 
 class Exim(Server):
-    """Exim with one port for each login method, and one for all of them."""
+    """Exim with one port for each login method, and one for all of them.
+
+    With a `dovecot`, mail for one of its users goes into the Maildir of that user, and both servers
+    have the same certificate. With `pop_seconds`, an SMTP login does not help: an address may send
+    for that many seconds after a POP3 login from it, otherwise each recipient is refused.
+    """
 
     METHODS = ("CRAM-MD5", "DIGEST-MD5", "PLAIN", "LOGIN")
     REALM = "test.example"
 
-    def __init__(self, accounts):
+    def __init__(self, accounts, dovecot=None, pop_seconds=0):
         super().__init__("Debian-exim")
         self.ports = dict(zip(self.METHODS + ("ALL",), free_ports(5)))
-        make_certificates(self.folder)
+        self.dovecot = dovecot
+        self.pop_seconds = pop_seconds
+        if dovecot:
+            for name in "ca.pem", "server.pem", "server.key":
+                shutil.copy(dovecot.path(name), self.path(name))
+        else:
+            make_certificates(self.folder)
         self.write("passwords", "".join(f"{user}: {password}\n" for user, password in accounts))
         self.write_sasl(accounts)
         self.write("exim.conf", self.configuration())
@@ -140,6 +315,26 @@ class Exim(Server):
     def advertise(self, method):
         return ('server_advertise_condition = ${if or{{eq{$received_port}{%d}}'
                 '{eq{$received_port}{%d}}}{yes}{no}}' % (self.ports[method], self.ports["ALL"]))
+
+    def who_may_send(self):
+        if not self.pop_seconds:
+            return "accept authenticated = *\n  deny message = log in first"
+        login = "${lookup{$sender_host_address}lsearch{%s}{$value}{0}}" % (
+            self.dovecot.path("logins", "addresses"))
+        recent = "${if <{${eval:$tod_epoch-%s}}{%d}}" % (login, self.pop_seconds)
+        return f"accept condition = {recent}\n  deny message = log in over POP3 first"
+
+    def dovecot_router(self):
+        if not self.dovecot:
+            return ""
+        return (f"dovecot:\n  driver = accept\n  local_parts = {' : '.join(self.dovecot.users)}\n"
+                "  transport = dovecot")
+
+    def dovecot_transport(self):
+        if not self.dovecot:
+            return ""
+        return (f"dovecot:\n  driver = appendfile\n  maildir_format\n"
+                f"  user = {self.user}\n  directory = {self.dovecot.path('mail')}/$local_part_data")
 
     def configuration(self):
         secret = "${lookup{$auth%d}lsearch{%s}{$value}fail}"
@@ -167,15 +362,16 @@ acl_smtp_rcpt = check_rcpt
 acl_smtp_data = check_data
 begin acl
 check_rcpt:
-  accept authenticated = *
-  deny message = log in first
+  {self.who_may_send()}
 check_data:
   accept
 begin routers
+{self.dovecot_router()}
 box:
   driver = accept
   transport = box
 begin transports
+{self.dovecot_transport()}
 box:
   driver = appendfile
   directory = {self.path('mail')}
@@ -213,7 +409,5 @@ login:
 """
 
     def mails(self):
-        """What was delivered, oldest first."""
-        folder = self.path("mail", "new")
-        names = sorted(os.listdir(folder)) if os.path.isdir(folder) else []
-        return [open(os.path.join(folder, name), "rb").read() for name in names]
+        """What was delivered, but not to Dovecot's users, oldest first."""
+        return read_mails(self.path("mail"))

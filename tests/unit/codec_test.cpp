@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <random>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "base64_kernel.h"
 #include "fake_memory.h"
 #include "log_capture.h"
 #include "quorvelmida/taveml.h"
@@ -125,6 +128,119 @@ TEST(Base64, every_byte_survives) {
     EXPECT_EQ(from_b64(to_b64(bytes.substr(0, length), 64)), bytes.substr(0, length));
   }
   EXPECT_EQ(from_b64(to_b64(bytes, 0)), bytes);
+}
+
+// The decoder's result and the byte behind it.
+std::string from_b64_and_behind(const char* in, size_t length) {
+  void* data = nullptr;
+  long count = -1;
+  if (util::from_b64(in, static_cast<long>(length), data, count) == 0) return "(failed)";
+  const std::string result(static_cast<char*>(data), static_cast<size_t>(count) + 1);
+  UtlOS::MemFree(data);
+  return result;
+}
+
+// The same, bit by bit. Behind the data stands NUL, or the bits of a single leftover character.
+std::string plain_decode(const std::string& in) {
+  std::string out(in.size() + 1, '\0');
+  size_t characters = 0;
+  for (const char c : in) {
+    const int value = util::Base64Seed2Index(c);
+    if (value == 255) continue;
+    for (size_t bit = 0, at = 6 * characters; bit < 6; ++bit, ++at) {
+      const int one = value >> (5 - bit) & 1;
+      out[at / 8] = static_cast<char>(out[at / 8] | one << (7 - at % 8));
+    }
+    ++characters;
+  }
+  const size_t bytes = 6 * characters / 8;
+  if (characters % 4 != 1) out[bytes] = '\0';
+  return out.substr(0, bytes + 1);
+}
+
+std::string plain_encode(const std::string& in, size_t line) {
+  std::string out;
+  for (size_t i = 0, column = 0; i < in.size(); i += 3, column += 4) {
+    unsigned int group = 0;
+    for (size_t k = 0; k < 3; ++k) {
+      group = group << 8 | (i + k < in.size() ? static_cast<unsigned char>(in[i + k]) : 0U);
+    }
+    if (line > 0 && column > 0 && column % line == 0) out += "\r\n";
+    for (size_t k = 0; k < 4; ++k) {
+      out += i + k <= in.size() ? util::pszBase64Seed[group >> (18 - 6 * k) & 63] : '=';
+    }
+  }
+  return out;
+}
+
+// Base64 as it arrives: lines of some length, and now and then something that does not belong.
+std::string random_text(std::mt19937& random, size_t length) {
+  const size_t lines[] = {1000, 4, 60, 64, 76, 77};
+  const size_t line = lines[random() % 6];
+  const unsigned int foreign_one_in[] = {1000000, 100, 8};
+  const unsigned int rarity = foreign_one_in[random() % 3];
+  const std::string foreign("\r\n= \0\t\x80-", 8);
+  std::string text;
+  while (text.size() < length) {
+    text += util::pszBase64Seed[random() % 64];
+    if (random() % rarity == 0) text += foreign[random() % foreign.size()];
+    if (random() % rarity == 0) text += static_cast<char>(random());
+    if (text.size() % (line + 2) == line) text += "\r\n";
+  }
+  return text.substr(0, length);
+}
+
+// Checks with each kernel of this machine in turn.
+template <typename Check>
+void with_every_kernel(Check&& check) {
+  for (const base64_kernel* kernel : base64_kernels()) {
+    if (kernel == nullptr) continue;
+    SCOPED_TRACE(kernel->name);
+    choose_base64_kernel(kernel);
+    check();
+  }
+  choose_base64_kernel(nullptr);
+}
+
+TEST(Base64, every_kernel_agrees_with_the_plain_definition) {
+  with_every_kernel([] {
+    std::mt19937 random(1);
+    for (size_t length = 0; length <= 300; ++length) {
+      for (size_t offset = 0; offset < 32; ++offset) {
+        const std::string text = random_text(random, length);
+        // The text ends where its block ends, so that a sanitizer sees a read behind it.
+        const std::unique_ptr<char[]> block(new char[offset + length]);
+        char* const start = block.get() + offset;
+        std::copy(text.begin(), text.end(), start);
+        ASSERT_EQ(from_b64_and_behind(start, length), plain_decode(text)) << text;
+        const int line = static_cast<int>(random() % 25) * 4;
+        const std::string encoded = run([&](char*& out, long& count) {
+          return util::to_b64(start, static_cast<long>(length), out, count, line);
+        });
+        ASSERT_EQ(encoded, plain_encode(text, static_cast<size_t>(line))) << length;
+      }
+    }
+  });
+}
+
+TEST(Base64, every_kernel_knows_every_character_at_every_place) {
+  with_every_kernel([] {
+    for (int c = 0; c < 256; ++c) {
+      for (size_t place = 0; place < 64; ++place) {
+        std::string text = util::pszBase64Seed;
+        text[place] = static_cast<char>(c);
+        ASSERT_EQ(from_b64_and_behind(text.data(), text.size()), plain_decode(text)) << text;
+      }
+    }
+  });
+}
+
+TEST(Base64, only_a_single_leftover_character_stands_behind_the_data) {
+  EXPECT_EQ(from_b64_and_behind("QUJD", 4), std::string("ABC\0", 4));
+  EXPECT_EQ(from_b64_and_behind("Q", 1), "@");
+  EXPECT_EQ(from_b64_and_behind("Q\r\n", 3), "@");
+  EXPECT_EQ(from_b64_and_behind("QR==", 4), std::string("A\0", 2));
+  EXPECT_EQ(from_b64_and_behind("QUK", 3), std::string("AB\0", 3));
 }
 
 TEST(QuotedPrintable, decodes_and_undoes_dot_stuffing) {

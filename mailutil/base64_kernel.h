@@ -1,0 +1,65 @@
+// base64_kernel.h - the loops that carry the bulk of base64 text: one set for each kind of machine.
+
+#ifndef BASE64_KERNEL_H
+#define BASE64_KERNEL_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace quorvelmida {
+
+// A kernel works on whole groups (3 bytes, 4 characters) and leaves everything irregular to its
+// caller: line breaks, padding, foreign characters, the unfinished last group.
+struct base64_kernel {
+  const char* name;
+  // Encodes `groups` groups. Reads no further than `end`, the end of all input, which may lie
+  // behind these groups: lines are short, and a vector wants to read across their ends.
+  void (*encode)(const uint8_t* in, size_t groups, const uint8_t* end, char* out);
+  // Decodes whole groups up to the first one with a character outside the alphabet (NUL is outside
+  // here). Returns the count of groups. `out` has room for `length` bytes, and what lies behind the
+  // decoded groups may be overwritten with anything.
+  size_t (*decode)(const unsigned char* in, size_t length, uint8_t* out);
+};
+
+// The fastest kernel that this machine runs.
+const base64_kernel& chosen_base64_kernel();
+
+// For tests: all kernels, fastest first, null for what this machine or build lacks; and the choice
+// of one of them for all threads, null for the fastest again.
+std::array<const base64_kernel*, 4> base64_kernels();
+void choose_base64_kernel(const base64_kernel* kernel);
+
+// The kernels one by one, null where they cannot run.
+const base64_kernel* avx2_base64_kernel();
+const base64_kernel* ssse3_base64_kernel();
+const base64_kernel* neon_base64_kernel();
+
+// Machine-independent; the others leave the rests to it that do not fill a vector.
+extern const base64_kernel kPortableBase64Kernel;
+
+extern const char kBase64Alphabet[65];
+constexpr uint8_t kNotInBase64 = 255;
+// Values of all characters, kNotInBase64 outside the alphabet. A search of the alphabet text finds
+// NUL at its terminator: value 64.
+struct base64_values {
+  uint8_t of[256];
+};
+extern const base64_values kBase64Values;
+
+// Tables of 16 entries, as the byte shuffles of the vector units take them.
+struct base64_vector_tables {
+  // What to add to a 6-bit value to make it a character. Entry 0 is for 26 to 51, entries 1 to 12
+  // for 52 to 63, entry 13 for 0 to 25.
+  alignas(16) int8_t to_character[16];
+  // A character is outside the alphabet when the entries of its low and its high half share a bit.
+  alignas(16) int8_t outside_by_low[16];
+  alignas(16) int8_t outside_by_high[16];
+  // What to add to a character to make it a value, by its high half; "/" takes the entry before.
+  alignas(16) int8_t to_value[16];
+};
+extern const base64_vector_tables kBase64VectorTables;
+
+}  // namespace quorvelmida
+
+#endif

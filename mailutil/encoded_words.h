@@ -1,0 +1,24 @@
+// encoded_words.h - decoding of encoded words, inside the library.
+
+#ifndef ENCODED_WORDS_H
+#define ENCODED_WORDS_H
+
+#include <string_view>
+
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "utl_buffer.h"
+
+namespace quorvelmida {
+
+// What becomes of CR, LF and NUL that come out of an encoded word. In a header that is split into
+// lines afterwards they must not stand: a word could forge a header line with them.
+enum class line_breaks { kept, blanked };
+
+// Appends `value` to `out` with every encoded word decoded. `char_set` becomes that of the last
+// word and is untouched when there is none. False, after a log line, when memory runs out.
+bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+                          TAV_EML_CHAR_SET& char_set);
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,203 @@
+// The receive parser: the values of the content headers, and delimiters.
+//
+//   Content-Type: type "/" subtype *(";" attribute "=" value)       (RFC 2045 5.1)
+
+#include <algorithm>
+#include <string>
+
+#include "encoded_words.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "quorvelmida/tav_eml_mlutl_receive.h"
+#include "received_header.h"
+#include "tav_eml_guard.h"
+#include "tav_eml_log.h"
+#include "tav_eml_text.h"
+
+namespace quorvelmida {
+
+namespace {
+
+// A delimiter must fit a line, and the open boundaries bounded memory.
+constexpr size_t kMaxBoundary = 1000;
+constexpr int kMaxLevels = 100;
+
+constexpr size_t npos = std::string_view::npos;
+
+void store(UtlString& text, std::string_view value) {
+  text.CopyString(value.empty() ? "" : value.data(), value.size());
+}
+
+std::string lower_case(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  });
+  return lower;
+}
+
+std::string_view without_blanks(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t");
+  return first == npos ? std::string_view() : text.substr(first);
+}
+
+// What follows "attribute=", without blanks and an opening quote. False when it is missing.
+bool find_parameter(std::string_view value, const std::string& lower, std::string_view attribute,
+                    std::string_view& text) {
+  const size_t at = lower.find(attribute);
+  if (at == npos) return false;
+  text = without_blanks(value.substr(at + attribute.size()));
+  if (!text.empty() && text.front() == '"') text.remove_prefix(1);
+  return true;
+}
+
+void open_boundary(tav_eml_mlutl_mail& mail, std::string_view text) {
+  const std::string boundary(text.substr(0, std::min(text.find('"'), text.find("\r\n"))));
+  if (boundary.size() > kMaxBoundary || mail.m_nBoundaryLevel >= kMaxLevels) {
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():boundary not opened at level %d\n",
+                      "AnalyzeContentType", static_cast<int>(mail.m_nBoundaryLevel));
+    return;
+  }
+  mail.up_boundary_level(boundary.c_str());
+}
+
+// The value of a name parameter in the header lines as received: up to the next quote, or unquoted
+// up to the next parameter.
+std::string_view raw_name(std::string_view lines, size_t at) {
+  const std::string_view text = without_blanks(lines.substr(at));
+  if (!text.empty() && text.front() == '"') return text.substr(1, text.find('"', 1) - 1);
+  return text.substr(0, text.find(';'));
+}
+
+void set_file_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view raw) {
+  utl_buffer decoded;
+  TAV_EML_CHAR_SET char_set = TAV_EML_CS_NONE;
+  if (!decode_encoded_words(raw, line_breaks::blanked, decoded, char_set)) {
+    TAV_EML_LOG_ERROR(
+        "<Error> tav_eml_mlutl_receive::%s():tav_eml_mlutl_mime_utility::inline_decode return "
+        "FALSE\n",
+        operation);
+    return;
+  }
+  UtlString name;
+  store(name, {decoded.data(), static_cast<size_t>(decoded.length())});
+  name.TrimTop();
+  name.TrimBottom();
+  const std::string_view text = text_of(name);
+  const size_t dot = text.rfind('.');
+  store(part.m_cFileExtension, dot == npos ? std::string_view() : text.substr(dot + 1));
+  part.m_cFIleName = name;
+}
+
+// Looks for `attribute` ("name=") or its extended form ("name*=") in a header value. The plain form
+// is then taken from `lines`, the header as received.
+void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view value,
+                  const std::string& lower, const std::string& attribute, const UtlString& lines) {
+  if (lower.find(attribute) != npos) {
+    const std::string_view received = text_of(lines);
+    const size_t at = received.find(attribute);
+    if (at == npos) {
+      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():No [%s] attribute\n", operation,
+                        attribute.c_str());
+      return;
+    }
+    set_file_name(operation, part, raw_name(received, at + attribute.size()));
+    return;
+  }
+  const std::string extended = attribute.substr(0, attribute.size() - 1) + "*=";
+  const size_t at = lower.find(extended);
+  if (at == npos) return;
+  std::string text(value.substr(at + extended.size()));
+  tav_eml_mlutl_mime_utility::decode_and_set_escape_string(part, text.data());
+}
+
+}  // namespace
+
+void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                          std::string_view value) {
+  const std::string lower = lower_case(value);
+  store(part.m_cContentType, value);
+  store(part.m_cMediaType, value.substr(0, value.find(';')));
+  part.m_nContentType = tav_eml_mlutl_mail_type::test_content_type(lower.c_str());
+
+  std::string_view text;
+  if (find_parameter(value, lower, "boundary=", text)) open_boundary(mail, text);
+  if (find_parameter(value, lower, "charset=", text)) {
+    part.m_nCharSet = tav_eml_mlutl_mail_type::test_char_set(std::string(text).c_str());
+  }
+  const tav_eml_mlutl_mail_part* named = &part == &mail ? &mail : mail.get_part();
+  analyze_name("AnalyzeContentType", part, value, lower,
+               "name=", named != nullptr ? named->m_cHeader1 : UtlString());
+}
+
+TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,
+                                                    std::string_view value) {
+  store(part.m_cTransferEncoding, value);
+  part.m_nTransferEncoding =
+      tav_eml_mlutl_mail_type::test_transfer_encoding(text_of(part.m_cTransferEncoding));
+  return part.m_nTransferEncoding;
+}
+
+void analyze_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value) {
+  const std::string lower = lower_case(value);
+  part.m_nContentDisposition = tav_eml_mlutl_mail_type::test_content_disposition(lower.c_str());
+  analyze_name("AnalyzeContentDisposition", part, value, lower, "filename=", part.m_cHeader2);
+}
+
+int check_boundary(std::string_view line, tav_eml_mlutl_mail& mail) {
+  constexpr std::string_view kDashes = "--";
+  if (line.substr(0, kDashes.size()) != kDashes) return 0;
+  const UtlString* boundary = mail.get_boundary_string();
+  if (boundary == nullptr) {
+    TAV_EML_LOG_ERROR(
+        "<Error> tav_eml_mlutl_receive::ChkBoundaryString():[Return -1] no boundary string\n");
+    return -1;
+  }
+  line.remove_prefix(kDashes.size());
+  if (line.substr(0, boundary->GetLength()) != text_of(*boundary)) {
+    TAV_EML_LOG_ERROR(
+        "<Warning> tav_eml_mlutl_receive::ChkBoundaryString() [Return 0]:unmatched\n");
+    return 0;
+  }
+  line.remove_prefix(boundary->GetLength());
+  if (mail.m_nBoundarySeen == 0) {
+    mail.m_nBoundarySeen = 1;
+  } else if (tav_eml_mlutl_mail_part* part = mail.get_part()) {
+    part->m_nComplete = 1;
+  }
+  if (line.substr(0, kDashes.size()) != kDashes) return 1;
+  mail.down_boundary_level();
+  return 2;
+}
+
+void tav_eml_mlutl_receive::AnalyzeContentType(tav_eml_mlutl_mail& mail,
+                                               tav_eml_mlutl_mail_part& part, UtlString& value) {
+  guarded("AnalyzeContentType", 0, [&] {
+    analyze_content_type(mail, part, text_of(value));
+    return 1;
+  });
+}
+
+TAV_EML_TRANSFER_ENCODING tav_eml_mlutl_receive::AnalyzeTransferEncoding(
+    tav_eml_mlutl_mail_part& part, UtlString& value) {
+  return guarded("AnalyzeTransferEncoding", TAV_EML_TE_UNKNOWN,
+                 [&] { return analyze_transfer_encoding(part, text_of(value)); });
+}
+
+void tav_eml_mlutl_receive::AnalyzeContentDisposition(tav_eml_mlutl_mail_part& part,
+                                                      UtlString& value) {
+  guarded("AnalyzeContentDisposition", 0, [&] {
+    analyze_content_disposition(part, text_of(value));
+    return 1;
+  });
+}
+
+int tav_eml_mlutl_receive::ChkBoundaryString(const char* line, tav_eml_mlutl_mail& mail) {
+  if (line == nullptr) {
+    TAV_EML_LOG_ERROR(
+        "<Error> tav_eml_mlutl_receive::ChkBoundaryString():[Return -1] pBuf is NULL.\n");
+    return -1;
+  }
+  return check_boundary(line, mail);
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,181 @@
+// The receive parser: header lines and where their values go.
+
+#include <memory>
+#include <new>
+#include <string>
+
+#include "clb.h"
+#include "quorvelmida/tav_eml_mlutl_receive.h"
+#include "received_header.h"
+#include "tav_eml_guard.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+
+std::string_view trimmed(std::string_view text) {
+  constexpr const char* kBlanks = " \t\r\n";
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+// Takes "name: value" apart. The value begins where the colon of a name without blanks stands: with
+// blanks in front of the colon, the colon belongs to the value.
+bool split_field(std::string_view line, std::string_view& name, std::string_view& value) {
+  const size_t colon = line.find(':');
+  if (colon == std::string_view::npos) return false;
+  name = trimmed(line.substr(0, colon));
+  value = trimmed(line.substr(name.size() + 1));
+  return true;
+}
+
+bool is_name(std::string_view name, std::string_view wanted) {
+  return name.size() == wanted.size() &&
+         clb_CompStrCaseN(name.data(), wanted.data(), wanted.size()) == 0;
+}
+
+void store(UtlString& text, std::string_view value) {
+  text.CopyString(value.empty() ? "" : value.data(), value.size());
+}
+
+template <UtlString tav_eml_mlutl_mail::*Member>
+void store_text(tav_eml_mlutl_mail& mail, std::string_view value) {
+  store(mail.*Member, value);
+}
+
+template <tav_eml_mlutl_mail_address tav_eml_mlutl_mail::*Member>
+void store_address(tav_eml_mlutl_mail& mail, std::string_view value) {
+  store((mail.*Member).m_cAddress, value);
+}
+
+using fields = tav_eml_mlutl_mail;
+constexpr struct {
+  std::string_view name;
+  void (*store)(tav_eml_mlutl_mail& mail, std::string_view value);
+} kMailFields[] = {
+    {"to", store_address<&fields::m_cTo>},
+    {"cc", store_address<&fields::m_cCc>},
+    {"disposition-notification-to", store_address<&fields::m_cMdnAddress>},
+    {"from", store_address<&fields::m_cFrom>},
+    {"subject", store_text<&fields::m_cSubject>},
+    {"message-id", store_text<&fields::m_cMessageId>},
+    {"date", store_text<&fields::m_cDate>},
+    {"in-reply-to", store_text<&fields::m_cInReplyTo>},
+    {"references", store_text<&fields::m_cReferences>},
+    {"reply-to", store_address<&fields::m_cReplyTo>},
+    {"return-path", store_address<&fields::m_cReturnPath>},
+};
+
+constexpr std::string_view kContentType = "content-type";
+
+// The fields that a message and a part have in common.
+bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                      std::string_view name, std::string_view value) {
+  if (is_name(name, kContentType)) {
+    analyze_content_type(mail, part, value);
+  } else if (is_name(name, "content-disposition")) {
+    analyze_content_disposition(part, value);
+  } else if (is_name(name, "content-transfer-encoding")) {
+    analyze_transfer_encoding(part, value);
+  } else if (is_name(name, "content-x-ciajwnetfax")) {
+    store(part.m_cContentCiajwnetfax, value);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// Opens the multipart that a part header announces. The part itself stays as it is: it belongs to
+// the leaf that comes.
+bool enter_multipart(tav_eml_mlutl_mail& mail, const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    std::string_view name, value;
+    if (!split_field(line, name, value) || !is_name(name, kContentType)) continue;
+    tav_eml_mlutl_mail_part container;
+    container.m_nContentType =
+        tav_eml_mlutl_mail_type::test_content_type(std::string(value).c_str());
+    if (!is_multipart(container)) continue;
+    analyze_content_type(mail, container, value);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// Each line without its line end takes up the following ones without their first blank, in one
+// pass, however many they are.
+std::vector<std::string> unfold_header(const char* header) {
+  std::vector<std::string> lines;
+  std::string_view rest = header;
+  while (!rest.empty()) {
+    const size_t end = rest.find(kLineEnd);
+    const size_t size = end == std::string_view::npos ? rest.size() : end + kLineEnd.size();
+    std::string_view line = rest.substr(0, size);
+    rest.remove_prefix(size);
+    if (!lines.empty() && (line.front() == ' ' || line.front() == '\t')) {
+      std::string& previous = lines.back();
+      previous.erase(previous.size() - kLineEnd.size());
+      previous.append(line.substr(1));
+    } else {
+      lines.emplace_back(line);
+    }
+  }
+  return lines;
+}
+
+void analyze_mail_header(tav_eml_mlutl_mail& mail, const char* header) {
+  for (const std::string& line : unfold_header(header)) {
+    std::string_view name, value;
+    if (!split_field(line, name, value) || store_part_field(mail, mail, name, value)) continue;
+    for (const auto& field : kMailFields) {
+      if (!is_name(name, field.name)) continue;
+      field.store(mail, value);
+      break;
+    }
+  }
+}
+
+int analyze_part_header(tav_eml_mlutl_mail& mail, const char* header) {
+  tav_eml_mlutl_mail_part* part = mail.get_part();
+  const std::vector<std::string> lines = unfold_header(header);
+  if (enter_multipart(mail, lines)) return 1;
+  if (part == nullptr) return 0;
+  for (const std::string& line : lines) {
+    std::string_view name, value;
+    if (split_field(line, name, value)) store_part_field(mail, *part, name, value);
+  }
+  return 0;
+}
+
+void tav_eml_mlutl_receive::RemoveWSP(const char* header, unsigned int /*length*/,
+                                      UtlVector* lines) {
+  if (header == nullptr || lines == nullptr) return;
+  guarded("RemoveWSP", 0, [&] {
+    for (const std::string& text : unfold_header(header)) {
+      auto line = std::make_unique<UtlString>(text.c_str());
+      if (lines->Add(lines->Count(), line.get()) == 0) throw std::bad_alloc();
+      static_cast<void>(line.release());  // the vector's from here on
+    }
+    return 1;
+  });
+}
+
+void tav_eml_mlutl_receive::AnalyzeMailHeader(tav_eml_mlutl_mail& mail, const char* header,
+                                              unsigned int /*length*/) {
+  guarded("AnalyzeMailHeader", 0, [&] {
+    if (header != nullptr) analyze_mail_header(mail, header);
+    return 1;
+  });
+}
+
+int tav_eml_mlutl_receive::AnalyzePartHeader(tav_eml_mlutl_mail& mail, const char* header,
+                                             unsigned int /*length*/) {
+  return guarded("AnalyzePartHeader", 0,
+                 [&] { return header != nullptr ? analyze_part_header(mail, header) : 0; });
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,146 @@
+// The receive interface: what is new on the server.
+
+#include <memory>
+
+#include "quorvelmida/tav_eml_pop3_boundary.h"
+#include "quorvelmida/tav_eml_pop3_command.h"
+#include "tav_eml_guard.h"
+#include "tav_eml_log.h"
+#include "tav_eml_text.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr int kWaiting = 1;
+constexpr int kHandedOut = 2;
+
+TAV_EML_RESULT failure(const char* operation, const char* text) {
+  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): %s\n", operation, text);
+  return TAV_EML_ERR_UNKNOWN;
+}
+
+void log_called(const char* operation, const char* called, TAV_EML_RESULT result) {
+  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): %s() returns [0x%08lx]\n", operation,
+                    called, log_long_code(result));
+}
+
+}  // namespace
+
+// How the log lines of the two operations that fill the list differ.
+struct tav_eml_pop3_boundary::fill_texts {
+  const char* operation;
+  const char* add_operation;
+  bool has_line;
+};
+
+// A new record of a message: its size, its unique id ("" when the server refuses, `uidl` tells).
+TAV_EML_RESULT tav_eml_pop3_boundary::describe(int number, const fill_texts& texts,
+                                               tav_eml_pop3_mail_info*& info,
+                                               TAV_EML_RESULT& uidl) {
+  int size = 0;
+  const TAV_EML_RESULT result =
+      tav_eml_pop3_command::get_size(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number, size);
+  if (result != TAV_EML_OK) {
+    if (texts.has_line) {
+      TAV_EML_LOG_ERROR(
+          "<Error> tav_eml_pop3_boundary::%s(): get_size() returns [0x%08lx]: Line%d\n",
+          texts.operation, log_long_code(result), __LINE__);
+    } else {
+      log_called(texts.operation, "get_size", result);
+    }
+    return result;
+  }
+  UtlString uid("");
+  uidl = tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number, uid);
+  info = new tav_eml_pop3_mail_info(number, text_of(uid), size, kWaiting);
+  return TAV_EML_OK;
+}
+
+// Gives the messages that the list knows their new numbers and drops those that are gone.
+TAV_EML_RESULT tav_eml_pop3_boundary::synchronise(tav_eml_pop3_mail_info_list& list,
+                                                  TAV_EML_RESULT& uidl) {
+  if (list.clear_id() == 0) return failure("list", "clear_id() returns [FALSE]");
+  for (int number = 1; number <= m_nMailCount; ++number) {
+    tav_eml_pop3_mail_info* info = nullptr;
+    const TAV_EML_RESULT result = describe(number, {"list", "List", true}, info, uidl);
+    if (result != TAV_EML_OK) return result;
+    if (list.update_mail_info(info) == 0) {
+      return failure("list", "update_mail_info() returns [FALSE]");
+    }
+  }
+  return list.clear_list() != 0 ? TAV_EML_OK : failure("list", "clear_list() returns [FALSE]");
+}
+
+// Adds the messages numbered above all that the list knows, while waiting ones leave room. `uidl`
+// becomes the result of the last UIDL, if there was one.
+TAV_EML_RESULT tav_eml_pop3_boundary::fill(tav_eml_pop3_mail_info_list& list,
+                                           const fill_texts& texts, TAV_EML_RESULT& uidl) {
+  int number = list.get_next_id();
+  if (number < 1) return failure(texts.operation, "get_next_id() unknown error");
+  for (; number <= m_nMailCount; ++number) {
+    if (list.is_has_room() == 0) {
+      if (list.is_has_next_mail() != 0) break;
+      if (list.remove_mail_info() == 0) {
+        return failure(texts.operation, "remove_mail_info() unknown error");
+      }
+    }
+    tav_eml_pop3_mail_info* info = nullptr;
+    const TAV_EML_RESULT result = describe(number, texts, info, uidl);
+    if (result != TAV_EML_OK) return result;
+    if (list.add_mail_info(info, 0) == 0) {
+      return failure(texts.add_operation, "add_mail_info() returns [FALSE]");
+    }
+  }
+  return TAV_EML_OK;
+}
+
+TAV_EML_RESULT tav_eml_pop3_boundary::list(tav_eml_pop3_mail_info_list& list, int keep_on_no_uidl) {
+  return guarded("list", [&]() -> TAV_EML_RESULT {
+    if (!is_connected()) {
+      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::list():[Return %08lx] not connected\n",
+                        log_long_code(TAV_EML_ERR_NOT_CONNECTED));
+      return TAV_EML_ERR_NOT_CONNECTED;
+    }
+    int octets = 0;
+    int count = 0;
+    TAV_EML_RESULT result =
+        tav_eml_pop3_command::get_stat(m_pPOP3Settings, m_nSock, *m_pTLSInfo, octets, count);
+    if (result != TAV_EML_OK) {
+      log_called("list", "get_stat", result);
+      return result;
+    }
+    m_nMailCount = count;
+
+    UtlString uid;
+    TAV_EML_RESULT uidl =
+        tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, 1, uid);
+    if (m_nMailCount != 0 && uidl != TAV_EML_OK && keep_on_no_uidl != 0) {
+      list.set_all_entry_status(kHandedOut);
+    } else {
+      result = synchronise(list, uidl);
+      if (result != TAV_EML_OK) return result;
+    }
+    result = fill(list, {"list", "List", true}, uidl);
+    return result == TAV_EML_OK ? uidl : result;
+  });
+}
+
+TAV_EML_RESULT tav_eml_pop3_boundary::list_next(tav_eml_pop3_mail_info_list& list,
+                                                tav_eml_pop3_mail_info& done) {
+  return guarded("list_next", [&]() -> TAV_EML_RESULT {
+    if (!is_connected()) {
+      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::list_next():[Return %08lx] not connected\n",
+                        log_long_code(TAV_EML_ERR_NOT_CONNECTED));
+      return TAV_EML_ERR_NOT_CONNECTED;
+    }
+    if (list.set_entry_status(done, kHandedOut) == 0) {
+      return failure("list_next", "set_entry_status() returns [FALSE]");
+    }
+    TAV_EML_RESULT uidl = TAV_EML_OK;
+    const TAV_EML_RESULT result = fill(list, {"list_next", "list_next", false}, uidl);
+    return result == TAV_EML_OK ? uidl : result;
+  });
+}
+
+}  // namespace quorvelmida

@@ -1,0 +1,161 @@
+#include "endpoint_options.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "problem.h"
+
+namespace tavmail {
+
+const endpoint_protocol kSmtp = {"", 465, 587, 25,
+                                 "port; by default 587, 465 or 25 by the TLS mode"};
+const endpoint_protocol kPop3 = {"", 995, 110, 110, "port; by default 995 or 110 by the TLS mode"};
+const endpoint_protocol kPop3BeforeSmtp = {"pop3-", 995, 110, 110,
+                                           "port; by default 995 or 110 by the TLS mode"};
+
+namespace {
+
+constexpr char kGroup[] = "Server";
+constexpr char kPopGroup[] = "POP3 login before sending";
+
+bool has_control(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
+}
+
+// Takes "HOST:PORT" and "[ADDRESS]:PORT" apart. A bare IPv6 address has several colons.
+void split_port(std::string& server, int& port) {
+  std::string::size_type colon = server.rfind(':');
+  if (!server.empty() && server[0] == '[') {
+    const auto close = server.find(']');
+    if (close == std::string::npos) throw problem(EX_USAGE, "a \"]\" is missing in " + server);
+    colon = close + 1 < server.size() ? close + 1 : std::string::npos;
+    if (colon != std::string::npos && server[colon] != ':') {
+      throw problem(EX_USAGE, server + ": expected [ADDRESS] or [ADDRESS]:PORT");
+    }
+  } else if (colon != server.find(':')) {
+    return;
+  }
+  if (colon != std::string::npos) {
+    const std::string digits = server.substr(colon + 1);
+    if (digits.empty() || digits.size() > 5 ||
+        !std::all_of(digits.begin(), digits.end(),
+                     [](char ch) { return ch >= '0' && ch <= '9'; })) {
+      throw problem(EX_USAGE, server + ": \"" + digits + "\" is not a port; give a number");
+    }
+    port = std::stoi(digits);
+    server.erase(colon);
+  }
+  if (server[0] == '[') server = server.substr(1, server.size() - 2);
+}
+
+}  // namespace
+
+void endpoint_options::add_address(CLI::App& command, const endpoint_protocol& protocol) {
+  static const std::map<std::string, tls_mode> kModes = {{"none", tls_mode::none},
+                                                         {"starttls", tls_mode::starttls},
+                                                         {"stls", tls_mode::starttls},
+                                                         {"implicit", tls_mode::implicit}};
+  const std::string prefix = protocol.prefix;
+  const bool is_main = prefix.empty();
+  const std::string group = is_main ? kGroup : kPopGroup;
+  const auto name = [&](const char* letter, const std::string& word) {
+    return (is_main && *letter != '\0' ? std::string(letter) + "," : "") + "--" + prefix + word;
+  };
+  auto* host =
+      command.add_option(name("-s", "server"), server, "HOST, HOST:PORT or [ADDRESS]:PORT")
+          ->type_name("HOST")
+          ->group(group);
+  if (is_main) host->required();
+  command.add_option(name("-p", "port"), port, protocol.port_help)
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("N")
+      ->group(group);
+  command.add_option(name("", "tls"), tls, "starttls, implicit (for the TLS port) or none")
+      ->transform(CLI::CheckedTransformer(kModes, CLI::ignore_case).description(""))
+      ->type_name("MODE")
+      ->group(group);
+  command.add_option(name("-u", "user"), user, "user to log in as")
+      ->type_name("NAME")
+      ->group(group);
+  auto* file = command
+                   .add_option(name("", "password-file"), password_file,
+                               "file with it; asked for by default")
+                   ->type_name("FILE")
+                   ->group(group);
+  command.add_option(name("", "password-command"), password_command, "command that prints it")
+      ->type_name("CMD")
+      ->excludes(file)
+      ->group(group);
+}
+
+void endpoint_options::add_connection(CLI::App& command) {
+  command.add_flag("--tls-no-check", no_check, "do not check the server's certificate")
+      ->group(kGroup);
+  command.add_option("--ca-file", ca_file, "certificates to trust; the system's by default")
+      ->type_name("FILE")
+      ->group(kGroup);
+  command.add_option("--tls-min", oldest_tls, "oldest TLS version: 1.2 (default) or 1.3")
+      ->check(CLI::IsMember({"1.2", "1.3"}).description(""))
+      ->type_name("VERSION")
+      ->group(kGroup);
+  command.add_option("--timeout", timeout, "seconds to wait for the server at each step")
+      ->check(CLI::Range(1, 3600).description(""))
+      ->capture_default_str()
+      ->type_name("N")
+      ->group(kGroup);
+}
+
+void endpoint_options::complete_address(const endpoint_protocol& protocol) {
+  split_port(server, port);
+  const std::string option = std::string("--") + protocol.prefix;
+  if (server.empty()) throw problem(EX_USAGE, option + "server is empty; give a host name");
+  if (has_control(server) || has_control(user)) {
+    throw problem(EX_USAGE,
+                  "a control character in " + option + "server or " + option + "user; remove it");
+  }
+  if (port < 0 || port > 65535) throw problem(EX_USAGE, "a port is a number from 1 to 65535");
+  if (tls == tls_mode::automatic) {
+    tls = port == protocol.implicit_port ? tls_mode::implicit : tls_mode::starttls;
+  }
+  if (port == 0) {
+    port = tls == tls_mode::implicit ? protocol.implicit_port
+           : tls == tls_mode::none   ? protocol.plain_port
+                                     : protocol.upgrade_port;
+  }
+  if (user.empty() && (!password_file.empty() || !password_command.empty())) {
+    throw problem(EX_USAGE, "a password needs a user; add " + option + "user NAME");
+  }
+}
+
+void endpoint_options::complete_connection() {
+  if (ca_file.empty()) return;
+  if (!std::ifstream(ca_file)) {
+    throw problem(EX_NOINPUT, "cannot read --ca-file " + ca_file + "; check the path");
+  }
+  // The trust store of the platform's TLS is chosen by this variable.
+  setenv("SSL_CERT_FILE", ca_file.c_str(), 1);
+  setenv("SSL_CERT_DIR", "/dev/null", 1);
+}
+
+uint8_t endpoint_options::library_tls_mode() const {
+  return tls == tls_mode::none ? 0 : tls == tls_mode::implicit ? 1 : 2;
+}
+
+void endpoint_options::library_tls_options(uint8_t (&options)[5]) const {
+  options[0] = no_check ? 0 : 1;
+  options[1] = oldest_tls == "1.3" ? 4 : 0;  // the oldest version, by tlsw.h
+}
+
+secret_text endpoint_options::ask_password() const {
+  return read_password(password_file, password_command, user, server);
+}
+
+void wipe_record_text(UtlString& text) {
+  if (text.GetLength() > 0) explicit_bzero(const_cast<char*>(text.GetString()), text.GetLength());
+}
+
+}  // namespace tavmail

@@ -1,0 +1,62 @@
+// endpoint_options.h - one server: where it is, how to reach it, and the account there.
+
+#ifndef ENDPOINT_OPTIONS_H
+#define ENDPOINT_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
+
+#include "secret.h"
+#include "utl_string.h"
+
+namespace tavmail {
+
+enum class tls_mode { automatic, none, implicit, starttls };
+
+// What tells protocols apart on the command line.
+struct endpoint_protocol {
+  const char* prefix;  // of the option names, "" or "pop3-"
+  int implicit_port;
+  int upgrade_port;  // STARTTLS or STLS
+  int plain_port;
+  const char* port_help;
+};
+extern const endpoint_protocol kSmtp;
+extern const endpoint_protocol kPop3;
+extern const endpoint_protocol kPop3BeforeSmtp;
+
+struct endpoint_options {
+  std::string server;  // HOST, HOST:PORT or [ADDRESS]:PORT
+  int port = 0;        // 0: by the TLS mode
+  tls_mode tls = tls_mode::automatic;
+  bool no_check = false;
+  std::string ca_file;
+  std::string oldest_tls;
+  int timeout = 30;
+  std::string user;
+  std::string password_file;
+  std::string password_command;
+
+  // Where it is and the account there; then what holds for every connection of a command.
+  void add_address(CLI::App& command, const endpoint_protocol& protocol);
+  void add_connection(CLI::App& command);
+
+  // Fill in what was left open and check what was given. Throw a problem.
+  void complete_address(const endpoint_protocol& protocol);
+  void complete_connection();
+
+  std::string place() const { return server + " port " + std::to_string(port); }
+
+  // As the library's settings want them.
+  uint8_t library_tls_mode() const;
+  void library_tls_options(uint8_t (&options)[5]) const;
+  secret_text ask_password() const;
+};
+
+// Wipes a text of a library record.
+void wipe_record_text(UtlString& text);
+
+}  // namespace tavmail
+
+#endif

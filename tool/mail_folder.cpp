@@ -1,0 +1,100 @@
+#include "mail_folder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "problem.h"
+
+namespace tavmail {
+
+namespace {
+
+constexpr int kMostAlike = 10000;  // files of one name in a mail
+
+problem cannot(const std::string& what, const std::string& path) {
+  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
+}
+
+// "report.pdf", "report-2.pdf", "report-3.pdf" ...
+std::string numbered(const std::string& name, int count) {
+  if (count == 1) return name;
+  const size_t dot = name.rfind('.');
+  const size_t end = dot == std::string::npos || dot == 0 ? name.size() : dot;
+  return name.substr(0, end) + "-" + std::to_string(count) + name.substr(end);
+}
+
+}  // namespace
+
+saved_file::saved_file(const std::string& folder, const std::string& name) : m_cFolder(folder) {
+  for (int count = 1; m_nFd < 0 && count <= kMostAlike; ++count) {
+    m_cName = numbered(name, count);
+    m_nFd = open((folder + "/" + m_cName).c_str(),
+                 O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m_nFd < 0 && errno != EEXIST) break;
+  }
+  if (m_nFd < 0) throw cannot("create", folder + "/" + m_cName);
+}
+
+saved_file::~saved_file() {
+  if (m_nFd < 0) return;
+  close(m_nFd);
+  unlink((m_cFolder + "/" + m_cName).c_str());
+}
+
+void saved_file::write(const char* bytes, size_t length) {
+  m_uSize += length;
+  while (length > 0) {
+    const ssize_t count = ::write(m_nFd, bytes, length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) throw cannot("write", m_cFolder + "/" + m_cName);
+    bytes += count;
+    length -= static_cast<size_t>(count);
+  }
+}
+
+void saved_file::keep() {
+  const int fd = m_nFd;
+  m_nFd = -1;
+  // A mail may be deleted from the server after this: it must be on the disk.
+  const bool is_safe = fsync(fd) == 0;
+  if (close(fd) != 0 || !is_safe) throw cannot("write", m_cFolder + "/" + m_cName);
+}
+
+mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (error || !std::filesystem::is_directory(path, error)) {
+    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
+  }
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.size() >= 4 && name.size() < 9 &&
+        std::all_of(name.begin(), name.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
+      m_nNext = std::max(m_nNext, std::atoi(name.c_str()) + 1);
+    }
+  }
+}
+
+std::string mail_folder::add_mail() {
+  for (;; ++m_nNext) {
+    char name[16];
+    std::snprintf(name, sizeof name, "%04d", m_nNext);
+    if (mkdir(path_of(name).c_str(), 0700) == 0) {
+      ++m_nNext;
+      return name;
+    }
+    if (errno != EEXIST) throw cannot("make", path_of(name));
+  }
+}
+
+void mail_folder::discard(const std::string& name) const { rmdir(path_of(name).c_str()); }
+
+}  // namespace tavmail

@@ -1,0 +1,52 @@
+// mail_folder.h - where received mails are saved.
+
+#ifndef MAIL_FOLDER_H
+#define MAIL_FOLDER_H
+
+#include <cstdint>
+#include <string>
+
+namespace tavmail {
+
+// A file that is being written. It exists only when it was kept: an unfinished one is removed.
+class saved_file {
+ public:
+  // A new file in `folder` with this name, or one like it when it is taken.
+  saved_file(const std::string& folder, const std::string& name);
+  saved_file(const saved_file&) = delete;
+  saved_file& operator=(const saved_file&) = delete;
+  ~saved_file();
+
+  void write(const char* bytes, size_t length);  // throws a problem when the disk is full
+  void keep();
+
+  const std::string& name() const { return m_cName; }
+  uint64_t size() const { return m_uSize; }
+
+ private:
+  const std::string m_cFolder;
+  std::string m_cName;
+  int m_nFd = -1;
+  uint64_t m_uSize = 0;
+};
+
+// A folder with a sub-folder "0001", "0002" ... for each mail. Nothing is ever overwritten.
+class mail_folder {
+ public:
+  // Makes the folder when it does not exist. Throws a problem.
+  explicit mail_folder(const std::string& path);
+
+  // Makes the next sub-folder and returns its name.
+  std::string add_mail();
+  std::string path_of(const std::string& name) const { return m_cPath + "/" + name; }
+  // Removes a sub-folder that stayed empty.
+  void discard(const std::string& name) const;
+
+ private:
+  const std::string m_cPath;
+  int m_nNext = 1;
+};
+
+}  // namespace tavmail
+
+#endif

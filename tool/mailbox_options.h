@@ -1,0 +1,28 @@
+// mailbox_options.h - the server that holds mail, and how to log in there.
+
+#ifndef MAILBOX_OPTIONS_H
+#define MAILBOX_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+
+#include "endpoint_options.h"
+#include "quorvelmida/tav_eml_pop3_settings.h"
+
+namespace tavmail {
+
+struct mailbox_options : endpoint_options {
+  bool apop = false;
+
+  void add_to(CLI::App& command);
+  void add_login(CLI::App& command, const endpoint_protocol& protocol);
+
+  // Fills in what was left open and checks what was given. Throws a problem.
+  void complete();
+
+  // The library's settings. Asks for the password, so it is called once.
+  quorvelmida::tav_eml_pop3_settings settings() const;
+};
+
+}  // namespace tavmail
+
+#endif

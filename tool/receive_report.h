@@ -1,0 +1,21 @@
+// receive_report.h - what was received, for a person and for a script.
+
+#ifndef RECEIVE_REPORT_H
+#define RECEIVE_REPORT_H
+
+#include <string>
+#include <vector>
+
+#include "received_mail.h"
+
+namespace tavmail {
+
+// One mail as lines of at most 79 columns, with where its parts are.
+std::string mail_lines(const received_mail& mail, const std::string& folder);
+
+// All of them as one JSON document. `problem` is the sentence that ended the command, "" for none.
+std::string mails_json(const std::vector<received_mail>& mails, const std::string& problem);
+
+}  // namespace tavmail
+
+#endif

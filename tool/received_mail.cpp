@@ -1,0 +1,219 @@
+#include "received_mail.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "dialogue_view.h"
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "received_text.h"
+#include "utl_os.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+std::string text_of(const UtlString& text) {
+  return text.GetString() != nullptr ? text.GetString() : "";
+}
+
+std::string trimmed(const std::string& text) {
+  const size_t first = text.find_first_not_of(" \t");
+  if (first == std::string::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// The value of the charset parameter, which need not be one that the library knows.
+std::string char_set_of(const tav_eml_mlutl_mail_part& part) {
+  std::string value = text_of(part.m_cContentType);
+  std::string lower = value;
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  });
+  const size_t at = lower.find("charset=");
+  if (at == std::string::npos) return {};
+  value = trimmed(value.substr(at + std::strlen("charset=")));
+  if (!value.empty() && value[0] == '"') value.erase(0, 1);
+  return trimmed(value.substr(0, value.find_first_of("\";")));
+}
+
+// The file name as UTF-8. The library decodes it and leaves its character set, which the header
+// lines as received tell.
+std::string name_of(const tav_eml_mlutl_mail_part& part) {
+  std::string set = named_char_set(text_of(part.m_cHeader2));
+  if (set.empty()) set = named_char_set(text_of(part.m_cHeader1));
+  return presentable(header_text(text_of(part.m_cFIleName), set));
+}
+
+received_part describe(const tav_eml_mlutl_mail_part& part) {
+  received_part out;
+  out.content_type = presentable(trimmed(text_of(part.m_cMediaType)));
+  out.char_set = presentable(char_set_of(part));
+  out.encoding = presentable(text_of(part.m_cTransferEncoding));
+  if (part.m_nContentDisposition == TAV_EML_CD_INLINE) out.disposition = "inline";
+  if (part.m_nContentDisposition == TAV_EML_CD_ATTACHMENT) out.disposition = "attachment";
+  out.name = name_of(part);
+  return out;
+}
+
+void describe(tav_eml_pop3_receive_mail& mail, received_mail& out) {
+  const std::string set = tav_eml_mlutl_mail_type::get_char_set(mail.m_nCharSet);
+  const auto text = [&](const UtlString& value) {
+    return presentable(header_text(text_of(value), set));
+  };
+  out.number = mail.m_MailInfo.m_nMailNo;
+  out.uid = presentable(text_of(mail.m_MailInfo.m_strUID));
+  out.size = mail.m_MailInfo.m_lSize;
+  out.from = text(mail.m_cFrom.m_cAddress);
+  out.to = text(mail.m_cTo.m_cAddress);
+  out.cc = text(mail.m_cCc.m_cAddress);
+  out.reply_to = text(mail.m_cReplyTo.m_cAddress);
+  out.subject = text(mail.m_cSubject);
+  out.date = text(mail.m_cDate);
+  out.message_id = text(mail.m_cMessageId);
+  out.content_type = presentable(trimmed(text_of(mail.m_cMediaType)));
+}
+
+bool is_multipart(const tav_eml_mlutl_mail_part& part) {
+  return part.m_nContentType == TAV_EML_CT_MULTIPART ||
+         part.m_nContentType == TAV_EML_CT_MULTIPART_MIXED ||
+         part.m_nContentType == TAV_EML_CT_MULTIPART_REPORT;
+}
+
+// A name for a part that has none.
+std::string default_name(const tav_eml_mlutl_mail_part& part, const std::string& content_type) {
+  static constexpr struct {
+    const char* type;
+    const char* name;
+  } kNames[] = {{"text/html", "text.html"},          {"text/", "text.txt"},
+                {"message/rfc822", "mail.eml"},      {"message/", "message.txt"},
+                {"application/pdf", "document.pdf"}, {"application/postscript", "document.ps"},
+                {"image/jpeg", "image.jpg"},         {"image/png", "image.png"},
+                {"image/tiff", "image.tif"}};
+  if (content_type.empty() || part.m_nContentType == TAV_EML_CT_TEXT_PLAIN) return "text.txt";
+  for (const auto& entry : kNames) {
+    if (strncasecmp(content_type.c_str(), entry.type, std::strlen(entry.type)) == 0) {
+      return entry.name;
+    }
+  }
+  return "attachment.bin";
+}
+
+// Writes the blocks of a part. The line end in front of a delimiter belongs to the delimiter
+// (RFC 2046 5.1.1), so the last two bytes wait until more comes.
+class part_writer {
+ public:
+  part_writer(const std::string& folder, const std::string& name, bool holds_line_end,
+              bool is_base64)
+      : m_cFile(folder, name), m_bHoldsLineEnd(holds_line_end), m_bBase64(is_base64) {}
+
+  void write(const char* bytes, size_t length) {
+    // A base64 part of nothing but its last line end is an empty one: the library hands a block of
+    // only a line end over as it is.
+    if (m_bBase64 && m_cFile.size() == 0 && length == 2 && std::memcmp(bytes, "\r\n", 2) == 0) {
+      return;
+    }
+    if (!m_cHeld.empty()) {
+      m_cFile.write(m_cHeld.data(), m_cHeld.size());
+      m_cHeld.clear();
+    }
+    if (m_bHoldsLineEnd && length >= 2 && std::memcmp(bytes + length - 2, "\r\n", 2) == 0) {
+      m_cHeld = "\r\n";
+      length -= 2;
+    }
+    m_cFile.write(bytes, length);
+  }
+
+  saved_file& file() { return m_cFile; }
+
+ private:
+  saved_file m_cFile;
+  const bool m_bHoldsLineEnd;
+  const bool m_bBase64;
+  std::string m_cHeld;
+};
+
+// A block that was handed out by the library.
+struct block {
+  explicit block(tav_eml_mlutl_mail_part& part) { part.get_buffer(data, length); }
+  block(const block&) = delete;
+  block& operator=(const block&) = delete;
+  ~block() { UtlOS::MemFree(data); }
+
+  void* data = nullptr;
+  long length = 0;
+};
+
+}  // namespace
+
+bool received_mail::is_certain() const {
+  return std::all_of(parts.begin(), parts.end(),
+                     [](const received_part& part) { return part.is_certain; });
+}
+
+TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
+  tav_eml_pop3_receive_mail mail(info);
+  const TAV_EML_RESULT result = m_cSession.receive_header_only(mail, 0);
+  describe(mail, out);
+  return result;
+}
+
+TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& folder,
+                                 received_mail& out) {
+  tav_eml_pop3_receive_mail mail(info);
+  TAV_EML_RESULT result = m_cSession.receive_header(mail, 0);
+  describe(mail, out);
+  if (result != TAV_EML_OK) return result;
+  out.folder = folder.add_mail();
+  const std::string path = folder.path_of(out.folder);
+  result = is_multipart(mail) ? read_parts(mail, path, out) : read_body(mail, mail, path, out);
+  folder.discard(out.folder);  // without effect when something was saved
+  return result;
+}
+
+TAV_EML_RESULT mail_reader::read_parts(tav_eml_pop3_receive_mail& mail, const std::string& folder,
+                                       received_mail& out) {
+  while (mail.m_nReceiving != 0) {
+    mail.set_part(new tav_eml_pop3_receive_mail_part);
+    tav_eml_mlutl_mail_part& part = *mail.get_part();
+    TAV_EML_RESULT result = m_cSession.receive_part_header(mail, 0);
+    if (result != TAV_EML_OK) return result;
+    // The trace of a multipart that came last, or a part cut off within its header.
+    if (part.m_nComplete != 0) continue;
+    result = read_body(mail, part, folder, out);
+    if (result != TAV_EML_OK) return result;
+  }
+  return TAV_EML_OK;
+}
+
+TAV_EML_RESULT mail_reader::read_body(tav_eml_pop3_receive_mail& mail,
+                                      tav_eml_mlutl_mail_part& part, const std::string& folder,
+                                      received_mail& out) {
+  const bool is_part = &part != &mail;
+  const bool is_encoded = part.m_nTransferEncoding == TAV_EML_TE_BASE64 ||
+                          part.m_nTransferEncoding == TAV_EML_TE_QUOTED_PRINTABLE;
+  const bool is_base64 = part.m_nTransferEncoding == TAV_EML_TE_BASE64;
+  received_part entry = describe(part);
+  part_writer writer(folder, safe_file_name(entry.name, default_name(part, entry.content_type)),
+                     is_part && !is_base64, is_base64);
+  while (part.m_nComplete == 0) {
+    const TAV_EML_RESULT result =
+        is_part ? m_cSession.receive_part_body(mail) : m_cSession.receive_body(mail);
+    const block received(part);
+    // A block that decoded to nothing; or one that could not be decoded, which cannot be told from
+    // it.
+    const bool is_empty = result == TAV_EML_ERR_UNKNOWN && is_encoded && received.length == 0;
+    if (is_empty) entry.is_certain = false;
+    if (result != TAV_EML_OK && !is_empty) return result;
+    writer.write(static_cast<const char*>(received.data), static_cast<size_t>(received.length));
+    m_cProgress();
+  }
+  writer.file().keep();
+  entry.bytes = writer.file().size();
+  entry.file = out.folder + "/" + writer.file().name();
+  out.parts.push_back(entry);
+  return TAV_EML_OK;
+}
+
+}  // namespace tavmail

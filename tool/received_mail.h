@@ -1,0 +1,70 @@
+// received_mail.h - reads one mail from the library: the living example of its calling sequences.
+
+#ifndef RECEIVED_MAIL_H
+#define RECEIVED_MAIL_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mail_folder.h"
+#include "quorvelmida/tav_eml_pop3_boundary.h"
+
+namespace tavmail {
+
+struct received_part {
+  std::string content_type;  // "text/plain"; "" when the mail says nothing
+  std::string char_set;
+  std::string encoding;
+  std::string disposition;
+  std::string name;  // as the sender gave it, "" for none
+  std::string file;  // where it was saved, relative to the folder; "" when it was not
+  uint64_t bytes = 0;
+  bool is_certain = true;  // false when a block of it could not be decoded
+};
+
+struct received_mail {
+  int number = 0;
+  std::string uid;
+  long size = 0;
+  std::string from, to, cc, reply_to, subject, date, message_id;
+  std::string content_type;
+  std::string folder;  // its sub-folder, "" when nothing was saved
+  std::vector<received_part> parts;
+  bool is_deleted = false;
+
+  bool is_certain() const;
+};
+
+// Reads mails over a session that is connected.
+class mail_reader {
+ public:
+  using progress = std::function<void()>;
+
+  // `on_progress` is called now and then. Throwing out of it ends the reading.
+  mail_reader(quorvelmida::tav_eml_pop3_boundary& session, progress on_progress)
+      : m_cSession(session), m_cProgress(std::move(on_progress)) {}
+
+  // The header alone.
+  quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
+                                          received_mail& out);
+
+  // The whole mail, its parts into `folder`. What is complete of a mail that breaks off is kept.
+  quorvelmida::TAV_EML_RESULT read(quorvelmida::tav_eml_pop3_mail_info& info, mail_folder& folder,
+                                   received_mail& out);
+
+ private:
+  quorvelmida::TAV_EML_RESULT read_parts(quorvelmida::tav_eml_pop3_receive_mail& mail,
+                                         const std::string& folder, received_mail& out);
+  quorvelmida::TAV_EML_RESULT read_body(quorvelmida::tav_eml_pop3_receive_mail& mail,
+                                        quorvelmida::tav_eml_mlutl_mail_part& part,
+                                        const std::string& folder, received_mail& out);
+
+  quorvelmida::tav_eml_pop3_boundary& m_cSession;
+  progress m_cProgress;
+};
+
+}  // namespace tavmail
+
+#endif

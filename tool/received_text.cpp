@@ -1,0 +1,182 @@
+#include "received_text.h"
+
+#include <iconv.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <vector>
+
+#include "dialogue_view.h"
+#include "message_text.h"
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+constexpr size_t kLongestName = 200;  // bytes; file systems take 255
+
+class converter {
+ public:
+  explicit converter(const std::string& from) : m_pHandle(iconv_open("UTF-8", from.c_str())) {}
+  converter(const converter&) = delete;
+  converter& operator=(const converter&) = delete;
+  ~converter() {
+    if (is_open()) iconv_close(m_pHandle);
+  }
+
+  // False for bytes that are not of the character set.
+  bool convert(const std::string& bytes, std::string& text) {
+    if (!is_open()) return false;
+    std::vector<char> out(bytes.size() * 4 + 16);
+    char* from = const_cast<char*>(bytes.data());
+    char* to = out.data();
+    size_t left = bytes.size();
+    size_t room = out.size();
+    if (iconv(m_pHandle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
+    text.assign(out.data(), static_cast<size_t>(to - out.data()));
+    return true;
+  }
+
+ private:
+  bool is_open() const { return m_pHandle != reinterpret_cast<iconv_t>(-1); }
+
+  iconv_t m_pHandle;
+};
+
+// The library's own conversion, which knows the vendor characters of Japanese mail.
+bool convert_japanese(TAV_EML_CHAR_SET set, const std::string& bytes, std::string& text) {
+  std::vector<char> out(bytes.size() * 4 + 16);
+  const TAV_EML_ENCODED_STRING source = {set, const_cast<char*>(bytes.data()),
+                                         static_cast<int32_t>(bytes.size())};
+  TAV_EML_ENCODED_STRING result = {TAV_EML_CS_UTF_8, out.data(), static_cast<int32_t>(out.size())};
+  int consumed = 0;
+  if (tav_eml_mlutl_mail_type::convert_encoded_string(source, result, consumed) != 0 ||
+      static_cast<size_t>(consumed) != bytes.size()) {
+    return false;
+  }
+  text.assign(out.data(), static_cast<size_t>(result.length));
+  return true;
+}
+
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  });
+  return text;
+}
+
+bool is_shift_jis(const std::string& name) {
+  return name == "shift_jis" || name == "x-sjis" || name == "ms_kanji" || name == "cp932" ||
+         name == "windows-31j";
+}
+
+bool has_jis_escape(const std::string& bytes) {
+  return bytes.find("\x1B$") != std::string::npos || bytes.find("\x1B(") != std::string::npos;
+}
+
+// Length of the UTF-8 character at `at`, and its value.
+size_t take_character(const std::string& text, size_t at, char32_t& character) {
+  const auto byte = static_cast<unsigned char>(text[at]);
+  const size_t length = byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+  character = byte < 0x80 ? byte : byte & (0xFFU >> (length + 1));
+  for (size_t i = 1; i < length && at + i < text.size(); ++i) {
+    character = (character << 6) | (static_cast<unsigned char>(text[at + i]) & 0x3FU);
+  }
+  return std::min(length, text.size() - at);
+}
+
+// Characters that steer the direction or show nothing: a name may hide its extension with them.
+bool is_deceptive(char32_t character) {
+  return (character >= 0x200B && character <= 0x200F) ||
+         (character >= 0x202A && character <= 0x202E) ||
+         (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
+}
+
+// Cuts a name to its limit in front of its extension, at a character.
+std::string shortened(const std::string& name) {
+  if (name.size() <= kLongestName) return name;
+  const size_t dot = name.rfind('.');
+  const bool has_extension = dot != std::string::npos && name.size() - dot <= 16;
+  const std::string extension = has_extension ? name.substr(dot) : "";
+  size_t end = kLongestName - extension.size();
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+  return name.substr(0, end) + extension;
+}
+
+}  // namespace
+
+std::string header_text(const std::string& bytes, const std::string& hint) {
+  std::string text;
+  if (has_jis_escape(bytes) && convert_japanese(TAV_EML_CS_ISO_2022_JP, bytes, text)) return text;
+  if (is_utf8(bytes)) return bytes;
+  const std::string set = lower_case(hint);
+  const bool is_other = !set.empty() && set != "utf-8" && set != "us-ascii" && !is_shift_jis(set);
+  if (is_other && converter(set == "gb2312" ? "GB18030" : set).convert(bytes, text)) return text;
+  if (convert_japanese(TAV_EML_CS_SHIFT_JIS, bytes, text)) return text;
+  converter("ISO-8859-1").convert(bytes, text);  // every byte is a character
+  return text;
+}
+
+std::string named_char_set(const std::string& line) {
+  const size_t word = line.find("=?");
+  if (word != std::string::npos) {
+    const size_t end = line.find_first_of("?*", word + 2);
+    if (end != std::string::npos) return line.substr(word + 2, end - word - 2);
+  }
+  const size_t extended = line.find("*=");
+  if (extended != std::string::npos) {
+    const size_t end = line.find('\'', extended);
+    if (end != std::string::npos) return line.substr(extended + 2, end - extended - 2);
+  }
+  return {};
+}
+
+std::string safe_file_name(const std::string& name, const std::string& otherwise) {
+  const std::string base = name.substr(name.find_last_of("/\\") + 1);
+  std::string safe;
+  for (size_t at = 0; at < base.size();) {
+    char32_t character = 0;
+    const size_t length = take_character(base, at, character);
+    const bool is_control = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    if (character < 0x80 && std::string("<>:\"|?*").find(base[at]) != std::string::npos) {
+      safe += '_';
+    } else if (!is_control && !is_deceptive(character)) {
+      safe.append(base, at, length);
+    }
+    at += length;
+  }
+  safe.erase(0, safe.find_first_not_of(" ."));
+  safe.erase(safe.find_last_not_of(" .") + 1);
+  return safe.empty() ? otherwise : shortened(safe);
+}
+
+size_t display_width(const std::string& text) {
+  size_t columns = 0;
+  for (size_t at = 0; at < text.size();) {
+    char32_t character = 0;
+    at += take_character(text, at, character);
+    const int width = wcwidth(static_cast<wchar_t>(character));
+    columns += width > 0 ? static_cast<size_t>(width) : 0;
+  }
+  return columns;
+}
+
+std::string fit(const std::string& text, size_t columns) {
+  if (display_width(text) <= columns) return text;
+  std::string shown;
+  for (size_t at = 0, used = 0; at < text.size();) {
+    char32_t character = 0;
+    const size_t length = take_character(text, at, character);
+    const int width = std::max(0, wcwidth(static_cast<wchar_t>(character)));
+    if (used + static_cast<size_t>(width) + 3 > columns) break;
+    used += static_cast<size_t>(width);
+    shown.append(text, at, length);
+    at += length;
+  }
+  return shown + "...";
+}
+
+}  // namespace tavmail
