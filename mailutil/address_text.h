@@ -4,9 +4,15 @@
 #ifndef ADDRESS_TEXT_H
 #define ADDRESS_TEXT_H
 
+#include <string_view>
+
 #include "quorvelmida/tav_eml_mlutl_mail_address.h"
 
 namespace quorvelmida {
+
+// Finds the next address at or behind `pos`, trimmed, without making a copy of it. `pos` moves to
+// the address after it, or to the end of the list.
+bool find_address(const char* list, int& pos, const char* delimiters, std::string_view& found);
 
 // As tav_eml_mlutl_mail_address::get_address.
 bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& pos,

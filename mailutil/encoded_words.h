@@ -1,4 +1,4 @@
-// encoded_words.h - decoding of encoded words, inside the library.
+// encoded_words.h - encoded words, inside the library.
 
 #ifndef ENCODED_WORDS_H
 #define ENCODED_WORDS_H
@@ -18,6 +18,14 @@ enum class line_breaks { kept, blanked };
 // word and is untouched when there is none. False, after a log line, when memory runs out.
 bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
                           TAV_EML_CHAR_SET& char_set);
+
+// What becomes of a character that no word of the wanted length has room for.
+enum class tight_words { fail, grow };
+
+// As tav_eml_mlutl_mime_utility::ToMimeEncode, for callers that report exceptions themselves: they
+// go through.
+bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int max_line,
+                     tight_words tight, utl_buffer& out);
 
 }  // namespace quorvelmida
 

@@ -33,6 +33,7 @@ struct received_header {
 
   const char* operation;  // that reads it, for its log lines
   bool has_body = true;   // ends at an empty line
+  bool is_part = false;
   std::string content_type;
   std::string content_disposition;
   bool has_disposition = false;
@@ -51,7 +52,10 @@ inline bool is_multipart(const tav_eml_mlutl_mail_part& part) {
 // memory runs out.
 std::vector<std::string> unfold_header(const char* header);
 void analyze_mail_header(tav_eml_mlutl_mail& mail, const char* header);
-int analyze_part_header(tav_eml_mlutl_mail& mail, const char* header);
+// The two halves of AnalyzePartHeader: opens the multipart that the header announces, without
+// touching the current part; fills the current part.
+bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header);
+void analyze_leaf_header(tav_eml_mlutl_mail& mail, const char* header);
 void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
                           std::string_view value);
 TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,

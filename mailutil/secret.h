@@ -4,6 +4,7 @@
 #define SECRET_H
 
 #include <cstddef>
+#include <utility>
 
 #include "utl_buffer.h"
 #include "utl_string.h"
@@ -20,6 +21,14 @@ inline void wipe(void* memory, size_t size) {
 // memory, so writing to it is sound.
 inline void wipe_text(UtlString& text) {
   if (text.GetLength() > 0) wipe(const_cast<char*>(text.GetString()), text.GetLength());
+}
+
+// Makes `target` a copy of `source` and wipes what it was. When memory runs out, the copy throws
+// and `target` stays as it was.
+inline void replace_text(UtlString& target, const UtlString& source) {
+  UtlString copy(source);
+  wipe_text(target);
+  target = std::move(copy);
 }
 
 // A buffer that is wiped when it goes. Its length must not be lowered before.

@@ -1,8 +1,11 @@
 // Encoded words (RFC 2047): encoding one run of text.
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
+#include "encoded_words.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
@@ -19,6 +22,8 @@ namespace {
 constexpr char kBase64Mark[] = "?B?";
 constexpr char kFold[] = "\r\n\t";
 constexpr int kLineBreak = 2;
+// Room that any character fits in: one of ISO-2022-JP stands between two escape sequences.
+constexpr long kAnyCharacter = 8;
 
 // How a run is cut into words.
 struct word_layout {
@@ -33,25 +38,29 @@ word_layout layout_words(long name_length, long text_length, int max_line) {
   return {true, base64_room / 4 * 3};
 }
 
+enum class piece_result { taken, no_room, failed };
+
+piece_result conversion_failure(int code) {
+  TAV_EML_LOG_ERROR(
+      "<Error>: tav_eml_mlutl_mime_utility::%s() convert_encoded_string return 0x%x [NG]: "
+      "Line%d\n",
+      "ToMimeEncode", log_code(code), 1479);
+  return piece_result::failed;
+}
+
 // Converts as much of the text as fits into `converted` and moves `text` behind it.
-bool convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& text, long capacity,
-                   utl_buffer& converted) {
+piece_result convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& text, long capacity,
+                           utl_buffer& converted) {
   TAV_EML_ENCODED_STRING piece = {char_set, converted.data(), static_cast<int32_t>(capacity)};
   int consumed = 0;
-  int result = tav_eml_mlutl_mail_type::convert_encoded_string(text, piece, consumed);
+  const int result = tav_eml_mlutl_mail_type::convert_encoded_string(text, piece, consumed);
   // A word that cannot take even one character would be made for ever.
-  if (result == 0 && consumed < 1 && text.length > 0) result = -1;
-  if (result != 0) {
-    TAV_EML_LOG_ERROR(
-        "<Error>: tav_eml_mlutl_mime_utility::%s() convert_encoded_string return 0x%x [NG]: "
-        "Line%d\n",
-        "ToMimeEncode", log_code(result), 1479);
-    return false;
-  }
+  if (result == 0 && consumed < 1 && text.length > 0) return piece_result::no_room;
+  if (result != 0) return conversion_failure(result);
   converted.length() = piece.length;
   text.data += consumed;
   text.length -= consumed;
-  return true;
+  return piece_result::taken;
 }
 
 // The words under construction.
@@ -67,7 +76,7 @@ class word_builder {
   bool add_and_end(const std::string& chunk) {
     return append(chunk, 1527) && append(ABNF_ENCODE_STRING_END, 1544);
   }
-  void release(char*& out, long& out_len) { m_cText.release(out, out_len); }
+  utl_buffer& text() { return m_cText; }
 
  private:
   bool append(const std::string& text, int line) {
@@ -95,17 +104,24 @@ std::string encode_chunk(const utl_buffer& converted) {
   return {encoded.data(), static_cast<size_t>(encoded.length())};
 }
 
-bool encode_words(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING text, const word_layout& layout,
-                  word_builder& words) {
+bool add_words(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING text, word_layout layout,
+               tight_words tight, word_builder& words) {
   utl_buffer converted;
-  if (!converted.allocate(layout.capacity)) {
+  if (!converted.allocate(std::max(layout.capacity, kAnyCharacter))) {
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() failed to allocate memory\n");
     return false;
   }
   if (!words.start()) return false;
   for (;;) {
-    if (!convert_piece(char_set, text, layout.capacity, converted)) return false;
+    piece_result result = convert_piece(char_set, text, layout.capacity, converted);
+    if (result == piece_result::no_room && tight == tight_words::grow &&
+        layout.capacity < kAnyCharacter) {
+      layout = {true, kAnyCharacter};
+      result = convert_piece(char_set, text, layout.capacity, converted);
+    }
+    if (result == piece_result::no_room) result = conversion_failure(-1);
+    if (result == piece_result::failed) return false;
     const std::string chunk = encode_chunk(converted);
     if (!layout.folded || text.length == 0) return words.add_and_end(chunk);
     if (!words.add_and_fold(chunk)) return false;
@@ -114,25 +130,36 @@ bool encode_words(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING text, const 
 
 }  // namespace
 
-int tav_eml_mlutl_mime_utility::ToMimeEncode(TAV_EML_CHAR_SET char_set, const void* text, long len,
-                                             char*& out, long& out_len, int max_line) {
-  out = nullptr;
-  out_len = 0;
+bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int max_line,
+                     tight_words tight, utl_buffer& out) {
   const char* name = tav_eml_mlutl_mail_type::get_char_set(char_set);
   if (*name == '\0') {
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() get_char_set returns "
         "empty-string.[%x]\n",
         log_code(char_set));
-    return 0;
+    return false;
   }
+  const TAV_EML_ENCODED_STRING source = {TAV_EML_CS_UTF_8, const_cast<char*>(text),
+                                         static_cast<int32_t>(len > 0 ? len : 0)};
+  word_builder words(name);
+  const word_layout layout =
+      layout_words(static_cast<long>(std::strlen(name)), source.length, max_line);
+  if (!add_words(char_set, source, layout, tight, words)) return false;
+  out = std::move(words.text());
+  return true;
+}
+
+int tav_eml_mlutl_mime_utility::ToMimeEncode(TAV_EML_CHAR_SET char_set, const void* text, long len,
+                                             char*& out, long& out_len, int max_line) {
+  out = nullptr;
+  out_len = 0;
   return guarded("ToMimeEncode", 0, [&] {
-    TAV_EML_ENCODED_STRING source = {TAV_EML_CS_UTF_8, static_cast<char*>(const_cast<void*>(text)),
-                                     static_cast<int32_t>(len > 0 ? len : 0)};
-    word_builder words(name);
-    const word_layout layout =
-        layout_words(static_cast<long>(std::strlen(name)), source.length, max_line);
-    if (!encode_words(char_set, source, layout, words)) return 0;
+    utl_buffer words;
+    if (!encode_as_words(char_set, static_cast<const char*>(text), len, max_line, tight_words::fail,
+                         words)) {
+      return 0;
+    }
     words.release(out, out_len);
     return 1;
   });

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "clb.h"
+#include "encoded_words.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
@@ -78,14 +79,14 @@ bool append(utl_buffer& out, const char* from, const char* to, int line) {
   return false;
 }
 
-// Appends the run as encoded words, or as it is when it cannot be encoded.
+// Appends the run as encoded words, or as it is when it cannot be encoded. Far to the right a word
+// may become longer than the line has room for: better a long line than raw text.
 bool append_run(utl_buffer& out, const encoded_run& run, TAV_EML_CHAR_SET char_set) {
   const long indent = static_cast<long>(run.start - run.line);
   const int max_line = kMaxLine - static_cast<int>(std::min<long>(indent, kMaxLine));
   utl_buffer words;
-  if (tav_eml_mlutl_mime_utility::ToMimeEncode(char_set, run.start,
-                                               static_cast<long>(run.end - run.start), words.data(),
-                                               words.length(), max_line) != 0) {
+  if (encode_as_words(char_set, run.start, static_cast<long>(run.end - run.start), max_line,
+                      tight_words::grow, words)) {
     return append(out, words.data(), words.data() + words.length(), 746);
   }
   return append(out, run.start, run.end, 758);
@@ -112,25 +113,27 @@ int tav_eml_mlutl_mime_utility::inline_encode(const char* header, long len, char
                                               long& out_len, TAV_EML_CHAR_SET char_set) {
   out = nullptr;
   out_len = 0;
-  try {
-    utl_buffer work;
-    if (!work.assign(header, std::max<long>(len, 0))) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
-          "Line%d\n",
-          637);
+  return guarded("inline_encode", 0, [&] {
+    try {
+      utl_buffer work;
+      if (!work.assign(header, std::max<long>(len, 0))) {
+        TAV_EML_LOG_ERROR(
+            "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
+            "Line%d\n",
+            637);
+        return 0;
+      }
+      utl_buffer encoded;
+      if (!encode_header(work, char_set, encoded)) return 0;
+      encoded.release(out, out_len);
+      return 1;
+    } catch (tav_eml_mlutl_mail_exception* thrown) {
+      const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() %s\n",
+                        exception_text(*exception));
       return 0;
     }
-    utl_buffer encoded;
-    if (!encode_header(work, char_set, encoded)) return 0;
-    encoded.release(out, out_len);
-    return 1;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() %s\n",
-                      exception_text(*exception));
-    return 0;
-  }
+  });
 }
 
 }  // namespace quorvelmida

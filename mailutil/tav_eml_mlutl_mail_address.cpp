@@ -61,32 +61,39 @@ int tav_eml_mlutl_mail_address::SkipUserName(const char* text, int& pos) {
   return 0;
 }
 
-bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& pos,
-                 const char* delimiters) {
-  UtlString found;
-  const char* text = list.m_cAddress.GetString();
-  if (text == nullptr) {
-    out = std::move(found);
-    TAV_EML_LOG_ERROR("<Error>:%s:[Result]m_cAddress is null\n", "get_address");
-    return false;
-  }
+bool find_address(const char* list, int& pos, const char* delimiters, std::string_view& found) {
   const auto is_skipped = [&](char ch) {
     return ch != '\0' && (is_blank(ch) || std::strchr(delimiters, ch) != nullptr);
   };
+  const auto is_space = [](char ch) { return is_blank(ch) || ch == '\r' || ch == '\n'; };
 
-  while (is_skipped(text[pos])) ++pos;
+  while (is_skipped(list[pos])) ++pos;
   const int start = pos;
-  tav_eml_mlutl_mail_address::SkipUserName(text, pos);
-  pos += static_cast<int>(std::strcspn(text + pos, delimiters));
-  const int end = pos;
-  while (is_skipped(text[pos])) ++pos;
+  tav_eml_mlutl_mail_address::SkipUserName(list, pos);
+  pos += static_cast<int>(std::strcspn(list + pos, delimiters));
+  found = {list + start, static_cast<size_t>(pos - start)};
+  while (is_skipped(list[pos])) ++pos;
 
-  if (start < end) {
-    found.CopyString(text + start, static_cast<size_t>(end - start));
-    trim(found);
+  const bool is_found = !found.empty();
+  while (!found.empty() && is_space(found.front())) found.remove_prefix(1);
+  while (!found.empty() && is_space(found.back())) found.remove_suffix(1);
+  return is_found;
+}
+
+bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& pos,
+                 const char* delimiters) {
+  UtlString copy;
+  const char* text = list.m_cAddress.GetString();
+  if (text == nullptr) {
+    out = std::move(copy);
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]m_cAddress is null\n", "get_address");
+    return false;
   }
-  out = std::move(found);  // null unless an address was found
-  return start < end;
+  std::string_view found;
+  const bool is_found = find_address(text, pos, delimiters, found);
+  if (is_found) copy.CopyString(found.data(), found.size());
+  out = std::move(copy);  // null unless an address was found
+  return is_found;
 }
 
 bool reduce_address(UtlString& out, const char* address) {

@@ -144,18 +144,19 @@ TAV_EML_RESULT tls_failure(const direction& way, int32_t code) {
   return code == TLSW_ERR_TIMEOUT ? TAV_EML_ERR_TRANSFER_TIMEOUT : TAV_EML_ERR_TRANSFER;
 }
 
-// A count is stored, a negative one is a failure.
-TAV_EML_RESULT take_count(const direction& way, int32_t count, long& length) {
+// A count is stored, a negative one is a failure. Only the plain socket's calls say by it what
+// happened: the TLS calls have their own codes for that.
+TAV_EML_RESULT take_count(const direction& way, bool is_plain, int32_t count, long& length) {
   if (count >= 0) {
     length = count;
     return TAV_EML_OK;
   }
   const char* cause = "UNKNOWN";
   TAV_EML_RESULT result = TAV_EML_ERR_UNKNOWN;
-  if (count == TAV_NETSOCK_TIMEOUT) {
+  if (is_plain && count == TAV_NETSOCK_TIMEOUT) {
     cause = "TIMEOUT";
     result = TAV_EML_ERR_TRANSFER_TIMEOUT;
-  } else if (count == TAV_NETSOCK_ERROR) {
+  } else if (is_plain && count == TAV_NETSOCK_ERROR) {
     cause = "TRANSFER";
     result = TAV_EML_ERR_TRANSFER;
   }
@@ -232,7 +233,7 @@ TAV_EML_RESULT tav_eml_mlutl_mail_net::send_data(int sock, const void* buffer, l
   } else {
     count = tav_netsock_send_timeo(sock, buffer, wanted, flags, to_int32(timeout));
   }
-  return take_count(kSend, count, length);
+  return take_count(kSend, tls.tls_session == 0, count, length);
 }
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::recv_data(int sock, void* buffer, long& length, int flags,
@@ -246,7 +247,7 @@ TAV_EML_RESULT tav_eml_mlutl_mail_net::recv_data(int sock, void* buffer, long& l
   } else {
     count = tav_netsock_recv_timeo(sock, buffer, wanted, flags, to_int32(timeout));
   }
-  return take_count(kReceive, count, length);
+  return take_count(kReceive, tls.tls_session == 0, count, length);
 }
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::recv_one_line(int sock, char* buffer, long& size, int flags,

@@ -23,6 +23,9 @@ constexpr int kBufferSize = 4096;
 constexpr int kMaxLine = kBufferSize - 1;
 constexpr long kBlockSize = 4096;
 
+// A message that goes on beyond this is taken for one without end. No call could end otherwise.
+constexpr long kMaxMessage = INT_MAX - 1;
+
 constexpr std::string_view kEndLine = ".\r\n";
 
 TAV_EML_UTL_RETCODE read_failure(int& sock, TAV_EML_TLS_INFO& tls) {
@@ -125,7 +128,10 @@ bool tav_eml_mlutl_receive::take_line(std::string_view& line) {
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_line(const receive_source& source,
                                                      std::string_view& line) {
   line = {};
-  if (!is_ready()) return TAV_EML_UTL_NO_MEMORY;
+  if (!is_ready()) {
+    log_line_outcome("out of memory", TAV_EML_UTL_NO_MEMORY);
+    return TAV_EML_UTL_NO_MEMORY;
+  }
   if (take_line(line)) return TAV_EML_UTL_OK;
 
   const int32_t held = m_nLast - m_nFirst;
@@ -184,6 +190,11 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_content_line(tav_eml_mlutl_mail&
     return TAV_EML_UTL_OK;
   }
   count_bytes(static_cast<long>(line.size()));
+  if (m_lReceived >= kMaxMessage) {
+    close_connection(source.sock, source.tls);
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():message without end\n", "ReadLine");
+    return TAV_EML_UTL_BAD_REPLY;
+  }
   if (!line.empty() && line.front() == '.') {
     line.remove_prefix(1);
     --m_lReceived;
@@ -191,9 +202,9 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_content_line(tav_eml_mlutl_mail&
   return TAV_EML_UTL_OK;
 }
 
-// The count stays at its greatest value for a message that is larger than it can tell.
 void tav_eml_mlutl_receive::count_bytes(long count) {
-  m_lReceived += std::min<long>(std::max<long>(count, 0), INT_MAX - 1 - m_lReceived);
+  const int64_t total = int64_t{m_lReceived} + std::max<long>(count, 0);
+  m_lReceived = static_cast<long>(std::min<int64_t>(total, kMaxMessage));
 }
 
 bool tav_eml_mlutl_receive::IsEmptyLine(UtlString& line) {

@@ -33,7 +33,8 @@ TAV_EML_UTL_RETCODE write_failure(const char* operation) {
   return TAV_EML_UTL_ERROR;
 }
 
-// Decodes a block by the transfer encoding of its part. On failure `cause` tells what failed.
+// Decodes a block by the transfer encoding of its part. On failure `cause` tells what failed; null
+// when it was a plain copy.
 bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, utl_buffer& out,
             const char*& cause) {
   constexpr long kLineEndLength = 2;
@@ -50,7 +51,7 @@ bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, 
     out.data() = static_cast<char*>(data);
     return decoded != 0;
   }
-  cause = "out of memory";
+  cause = nullptr;
   return out.assign(block, length);
 }
 
@@ -60,7 +61,8 @@ bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, 
 // call, except after a failure, which has lost data anyway.
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
                                                          tav_eml_mlutl_mail_part& part) {
-  long length = m_pStream->SearchBlock();
+  // The last block takes all that is left, which need not end in CR LF: no other block will come.
+  long length = part.m_nComplete != 0 ? m_pStream->m_lLength : m_pStream->SearchBlock();
   if (length < 0) {
     TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s(): SearchBlock() returns [%ld]\n",
                       operation, length);
@@ -68,13 +70,11 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
     return TAV_EML_UTL_ERROR;
   }
   if (length == 0) return TAV_EML_UTL_OK;
-  // The last block takes the rest, which need not end in CR LF: no other block will come.
-  if (part.m_nComplete != 0) length = m_pStream->m_lLength;
-
   utl_buffer decoded;
   const char* cause = nullptr;
   if (!decode(part.m_nTransferEncoding, m_pStream->m_pData, length, decoded, cause)) {
     m_pStream->FreeStream();
+    if (cause == nullptr) return refuse(operation, TAV_EML_UTL_NO_MEMORY, "out of memory");
     return refuse(operation, TAV_EML_UTL_ERROR, cause);
   }
   m_pStream->drop_front(length);
@@ -91,7 +91,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_body(tav_eml_mlutl_mail& mail
   if (sock == 0) return refuse(kReceiveBody, TAV_EML_UTL_NOT_CONNECTED, " not connected");
   if (mail.m_nReceiving == 0) return refuse(kReceiveBody, TAV_EML_UTL_ERROR, " no data.");
   if (is_multipart(mail)) return refuse(kReceiveBody, TAV_EML_UTL_ERROR, "multipart mail.");
-  if (!is_ready()) return TAV_EML_UTL_NO_MEMORY;
+  if (!is_ready()) return refuse(kReceiveBody, TAV_EML_UTL_NO_MEMORY, "out of memory");
 
   return guarded(kReceiveBody, TAV_EML_UTL_NO_MEMORY, [&] {
     int full = 0;
@@ -149,7 +149,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_body(tav_eml_mlutl_mail&
   if (part->m_nComplete == 1) {
     return refuse(kReceivePartBody, TAV_EML_UTL_ERROR, "already terminated.");
   }
-  if (!is_ready()) return TAV_EML_UTL_NO_MEMORY;
+  if (!is_ready()) return refuse(kReceivePartBody, TAV_EML_UTL_NO_MEMORY, "out of memory");
 
   return guarded(kReceivePartBody, TAV_EML_UTL_NO_MEMORY, [&] {
     const TAV_EML_UTL_RETCODE code = read_part_lines(mail, {sock, timeout, tls});

@@ -3,6 +3,7 @@
 //   Content-Type: type "/" subtype *(";" attribute "=" value)       (RFC 2045 5.1)
 
 #include <algorithm>
+#include <new>
 #include <string>
 
 #include "encoded_words.h"
@@ -57,7 +58,8 @@ void open_boundary(tav_eml_mlutl_mail& mail, std::string_view text) {
                       "AnalyzeContentType", static_cast<int>(mail.m_nBoundaryLevel));
     return;
   }
-  mail.up_boundary_level(boundary.c_str());
+  // Going on without the level would mix its parts up.
+  if (mail.up_boundary_level(boundary.c_str()) == 0) throw std::bad_alloc();
 }
 
 // The value of a name parameter in the header lines as received: up to the next quote, or unquoted
@@ -96,8 +98,7 @@ void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::str
     const std::string_view received = text_of(lines);
     const size_t at = received.find(attribute);
     if (at == npos) {
-      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():No [%s] attribute\n", operation,
-                        attribute.c_str());
+      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():No [name=] attribute\n", operation);
       return;
     }
     set_file_name(operation, part, raw_name(received, at + attribute.size()));

@@ -88,22 +88,6 @@ bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
   return true;
 }
 
-// Opens the multipart that a part header announces. The part itself stays as it is: it belongs to
-// the leaf that comes.
-bool enter_multipart(tav_eml_mlutl_mail& mail, const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
-    std::string_view name, value;
-    if (!split_field(line, name, value) || !is_name(name, kContentType)) continue;
-    tav_eml_mlutl_mail_part container;
-    container.m_nContentType =
-        tav_eml_mlutl_mail_type::test_content_type(std::string(value).c_str());
-    if (!is_multipart(container)) continue;
-    analyze_content_type(mail, container, value);
-    return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 // Each line without its line end takes up the following ones without their first blank, in one
@@ -139,16 +123,27 @@ void analyze_mail_header(tav_eml_mlutl_mail& mail, const char* header) {
   }
 }
 
-int analyze_part_header(tav_eml_mlutl_mail& mail, const char* header) {
+bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header) {
+  for (const std::string& line : unfold_header(header)) {
+    std::string_view name, value;
+    if (!split_field(line, name, value) || !is_name(name, kContentType)) continue;
+    tav_eml_mlutl_mail_part container;
+    container.m_nContentType =
+        tav_eml_mlutl_mail_type::test_content_type(std::string(value).c_str());
+    if (!is_multipart(container)) continue;
+    analyze_content_type(mail, container, value);
+    return true;
+  }
+  return false;
+}
+
+void analyze_leaf_header(tav_eml_mlutl_mail& mail, const char* header) {
   tav_eml_mlutl_mail_part* part = mail.get_part();
-  const std::vector<std::string> lines = unfold_header(header);
-  if (enter_multipart(mail, lines)) return 1;
-  if (part == nullptr) return 0;
-  for (const std::string& line : lines) {
+  if (part == nullptr) return;
+  for (const std::string& line : unfold_header(header)) {
     std::string_view name, value;
     if (split_field(line, name, value)) store_part_field(mail, *part, name, value);
   }
-  return 0;
 }
 
 void tav_eml_mlutl_receive::RemoveWSP(const char* header, unsigned int /*length*/,
@@ -174,8 +169,12 @@ void tav_eml_mlutl_receive::AnalyzeMailHeader(tav_eml_mlutl_mail& mail, const ch
 
 int tav_eml_mlutl_receive::AnalyzePartHeader(tav_eml_mlutl_mail& mail, const char* header,
                                              unsigned int /*length*/) {
-  return guarded("AnalyzePartHeader", 0,
-                 [&] { return header != nullptr ? analyze_part_header(mail, header) : 0; });
+  return guarded("AnalyzePartHeader", 0, [&] {
+    if (header == nullptr) return 0;
+    if (enter_multipart(mail, header)) return 1;
+    analyze_leaf_header(mail, header);
+    return 0;
+  });
 }
 
 }  // namespace quorvelmida

@@ -44,6 +44,43 @@ TAV_EML_UTL_RETCODE read_line_failure(const char* operation, TAV_EML_UTL_RETCODE
   return code;
 }
 
+TAV_EML_UTL_RETCODE decode_failure(const received_header& header) {
+  if (header.is_part) {
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %d] inline_decode error.\n",
+                      header.operation, static_cast<int>(TAV_EML_UTL_ERROR));
+  } else {
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %08d] inline_decode error.\n",
+                      header.operation, static_cast<int>(TAV_EML_UTL_ERROR));
+  }
+  return TAV_EML_UTL_ERROR;
+}
+
+TAV_EML_UTL_RETCODE no_memory(const char* operation) {
+  header_failure(operation, "out of memory");
+  return TAV_EML_UTL_NO_MEMORY;
+}
+
+// Appends a line with the encoded words of its value decoded.
+bool decode_line(std::string_view line, std::string& decoded, TAV_EML_CHAR_SET& char_set) {
+  const size_t colon = line.find(':');
+  const size_t value = is_blank(line.front()) ? 0 : std::min(colon, line.size() - 1) + 1;
+  decoded.append(line.substr(0, value));
+  utl_buffer words;
+  if (!decode_encoded_words(line.substr(value), line_breaks::blanked, words, char_set)) {
+    return false;
+  }
+  decoded.append(words.data(), static_cast<size_t>(words.length()));
+  return true;
+}
+
+// Gives a part what file names are taken from, and the character set that its header names.
+void keep_lines(tav_eml_mlutl_mail_part& part, const received_header& header,
+                TAV_EML_CHAR_SET char_set) {
+  part.m_nCharSet = char_set;
+  part.m_cHeader1.CopyString(header.content_type.c_str());
+  if (header.has_disposition) part.m_cHeader2.CopyString(header.content_disposition.c_str());
+}
+
 }  // namespace
 
 void received_header::note(std::string_view line) {
@@ -77,39 +114,31 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::collect(received_header& header, std:
   return TAV_EML_UTL_OK;
 }
 
-// Takes the header that was read out of the stream and decodes it; "" when there is none. The part
-// gets what file names are taken from.
-TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::take_header(tav_eml_mlutl_mail_part& part,
-                                                       const received_header& header,
-                                                       UtlString& decoded) {
-  decoded.CopyString("");
+// Takes the header that was read out of the stream and decodes it, line by line: a word in the
+// place of a field's name stays as it is, and none reaches over the end of its line, so that a word
+// cannot forge a header line or swallow one. The result is "" when there is no header.
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::take_header(const received_header& header,
+                                                       std::string& decoded,
+                                                       TAV_EML_CHAR_SET& char_set) {
   void* raw = nullptr;
   utl_buffer text;
   if (m_pStream->ReadStream(raw, text.length()) == 0) {
     return header_failure(header.operation, "ReadStream() returns [FALSE]");
   }
   text.data() = static_cast<char*>(raw);
-  if (text.length() == 0) return TAV_EML_UTL_OK;
-
-  utl_buffer plain;
-  TAV_EML_CHAR_SET char_set = part.m_nCharSet;
-  if (!decode_encoded_words({text.data(), static_cast<size_t>(text.length())}, line_breaks::blanked,
-                            plain, char_set)) {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %08d] inline_decode error.\n",
-                      header.operation, static_cast<int>(TAV_EML_UTL_ERROR));
-    return TAV_EML_UTL_ERROR;
+  std::string_view rest(text.data(), static_cast<size_t>(text.length()));
+  while (!rest.empty()) {
+    const size_t size = std::min(rest.find('\n'), rest.size() - 1) + 1;
+    if (!decode_line(rest.substr(0, size), decoded, char_set)) return decode_failure(header);
+    rest.remove_prefix(size);
   }
-  part.m_nCharSet = char_set;
-  part.m_cHeader1.CopyString(header.content_type.c_str());
-  if (header.has_disposition) part.m_cHeader2.CopyString(header.content_disposition.c_str());
-  decoded.CopyString(plain.data(), static_cast<size_t>(plain.length()));
   return TAV_EML_UTL_OK;
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_message_header(tav_eml_mlutl_mail& mail,
                                                                const receive_source& source,
                                                                received_header& header) {
-  if (!is_ready()) return TAV_EML_UTL_NO_MEMORY;
+  if (!is_ready()) return no_memory(header.operation);
   m_pStream->FreeStream();
   m_lReceived = 0;
   while (mail.m_nReceiving != 0) {
@@ -126,10 +155,37 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_message_header(tav_eml_mlutl_mai
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::finish_message_header(tav_eml_mlutl_mail& mail,
                                                                  const received_header& header) {
-  UtlString decoded;
-  const TAV_EML_UTL_RETCODE code = take_header(mail, header, decoded);
-  if (code == TAV_EML_UTL_OK && !decoded.IsEmpty()) analyze_mail_header(mail, decoded.GetString());
-  return code;
+  if (header.lines == 0) return TAV_EML_UTL_OK;
+  std::string decoded;
+  TAV_EML_CHAR_SET char_set = mail.m_nCharSet;
+  const TAV_EML_UTL_RETCODE code = take_header(header, decoded, char_set);
+  if (code != TAV_EML_UTL_OK) return code;
+  keep_lines(mail, header, char_set);
+  analyze_mail_header(mail, decoded.c_str());
+  return TAV_EML_UTL_OK;
+}
+
+// `is_nested` becomes true when the header is that of a multipart, which is open then. Its other
+// fields are not the part's: that belongs to the leaf that comes.
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::finish_part_header(tav_eml_mlutl_mail& mail,
+                                                              const received_header& header,
+                                                              bool& is_nested) {
+  tav_eml_mlutl_mail_part& part = *mail.get_part();
+  if (part.m_nComplete != 0 && mail.m_nReceiving != 0) {
+    // Cut off by a delimiter: it holds nothing, and must not open what can never be closed.
+    m_pStream->FreeStream();
+    return TAV_EML_UTL_OK;
+  }
+  if (header.lines == 0) return TAV_EML_UTL_OK;
+  std::string decoded;
+  TAV_EML_CHAR_SET char_set = part.m_nCharSet;
+  const TAV_EML_UTL_RETCODE code = take_header(header, decoded, char_set);
+  if (code != TAV_EML_UTL_OK) return code;
+  is_nested = enter_multipart(mail, decoded.c_str());
+  if (is_nested) return TAV_EML_UTL_OK;
+  keep_lines(part, header, char_set);
+  analyze_leaf_header(mail, decoded.c_str());
+  return TAV_EML_UTL_OK;
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header_only(tav_eml_mlutl_mail& mail, int& sock,
@@ -213,20 +269,21 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_header(tav_eml_mlutl_mai
   tav_eml_mlutl_mail_part* part = mail.get_part();
   if (part == nullptr) return refuse(TAV_EML_UTL_ERROR, "no part.");
   if (part->m_nComplete == 1) return refuse(TAV_EML_UTL_ERROR, "already terminated.");
-  if (!is_ready()) return TAV_EML_UTL_NO_MEMORY;
+  constexpr char kName[] = "receive_part_header";
+  if (!is_ready()) return no_memory(kName);
+  m_pStream->FreeStream();  // what an abandoned body may have left is no header
 
-  return guarded("receive_part_header", TAV_EML_UTL_NO_MEMORY, [&] {
+  return guarded(kName, TAV_EML_UTL_NO_MEMORY, [&] {
     bool is_nested = false;
     do {
-      received_header header("receive_part_header");
+      is_nested = false;
+      received_header header(kName);
+      header.is_part = true;
       TAV_EML_UTL_RETCODE code = read_part_header(mail, {sock, timeout, tls}, header);
+      if (code == TAV_EML_UTL_OK) code = finish_part_header(mail, header, is_nested);
       if (code != TAV_EML_UTL_OK) return code;
-      UtlString decoded;
-      code = take_header(*part, header, decoded);
-      if (code != TAV_EML_UTL_OK) return code;
-      is_nested = !decoded.IsEmpty() && analyze_part_header(mail, decoded.GetString()) != 0;
-      // A multipart of which the message ended, or was cut, has no part that could still come.
-    } while (is_nested && mail.m_nReceiving != 0 && part->m_nComplete == 0);
+      // A multipart of which the message ended has no part that could still come.
+    } while (is_nested && mail.m_nReceiving != 0);
     return TAV_EML_UTL_OK;
   });
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "tav_eml_log.h"
@@ -66,8 +67,9 @@ bool tav_eml_mlutl_stream::append(const char* bytes, long length, int& full) {
 // blocks gets the room of a block and the line that overflows it at once.
 bool tav_eml_mlutl_stream::reserve(long capacity) {
   if (m_pData != nullptr && capacity <= m_lCapacity) return true;
-  const long roomy = m_lCapacity == 0 ? m_lBlockSize : m_lCapacity;
-  const long wanted = std::min<long>(std::max(capacity, roomy + roomy / 2), INT_MAX - 1);
+  const int64_t roomy = m_lCapacity == 0 ? m_lBlockSize : m_lCapacity;
+  const auto wanted = static_cast<long>(
+      std::min<int64_t>(std::max(int64_t{capacity}, roomy + roomy / 2), INT_MAX - 1));
   void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(wanted) + 1);
   if (block == nullptr) return false;
   m_pData = static_cast<char*>(block);

@@ -34,6 +34,11 @@ struct pop3_connection {
 // runs out.
 bool make_reply_buffer(const char* operation, utl_buffer& reply);
 
+// As tav_eml_pop3_command::ReadResponse, but what does not fit stays on the connection: behind a
+// status line that ended in a lone LF it is message data.
+TAV_EML_RESULT read_status_line(int& sock, char* buffer, long& length, long timeout,
+                                TAV_EML_TLS_INFO& tls);
+
 // True when the reply says yes.
 bool is_positive(const utl_buffer& reply);
 

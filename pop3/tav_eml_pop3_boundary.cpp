@@ -64,7 +64,8 @@ bool tav_eml_pop3_boundary::is_connected() const { return m_nSock > 0; }
 
 // False when the constructor ran out of memory.
 bool tav_eml_pop3_boundary::is_complete() const {
-  return m_pTLSInfo != nullptr && m_pReadBuffer != nullptr && m_pReceive != nullptr;
+  return m_pTLSInfo != nullptr && m_pReadBuffer != nullptr && m_pReceive != nullptr &&
+         m_pReceive->is_ready();
 }
 
 unsigned int tav_eml_pop3_boundary::timeout() const {

@@ -25,6 +25,10 @@ void log_called(const char* operation, const char* called, TAV_EML_RESULT result
                     called, log_long_code(result));
 }
 
+// True for a UIDL that the server answered, if only by refusing it. After any other failure nothing
+// is known about the message: taken for one without unique id, it would be lost.
+bool is_answer(TAV_EML_RESULT uidl) { return uidl == TAV_EML_OK || uidl == TAV_EML_ERR_REPLY; }
+
 }  // namespace
 
 // How the log lines of the two operations that fill the list differ.
@@ -53,6 +57,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::describe(int number, const fill_texts& tex
   }
   UtlString uid("");
   uidl = tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number, uid);
+  if (!is_answer(uidl)) return uidl;
   info = new tav_eml_pop3_mail_info(number, text_of(uid), size, kWaiting);
   return TAV_EML_OK;
 }
@@ -115,6 +120,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::list(tav_eml_pop3_mail_info_list& list, in
     UtlString uid;
     TAV_EML_RESULT uidl =
         tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, 1, uid);
+    if (!is_answer(uidl)) return uidl;
     if (m_nMailCount != 0 && uidl != TAV_EML_OK && keep_on_no_uidl != 0) {
       list.set_all_entry_status(kHandedOut);
     } else {

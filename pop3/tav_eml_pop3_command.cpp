@@ -2,6 +2,7 @@
 
 #include "quorvelmida/tav_eml_pop3_command.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,7 @@
 
 #include "connection.h"
 #include "pop3_dialogue.h"
+#include "reply_line.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 
@@ -45,9 +47,13 @@ TAV_EML_RESULT called_failure(const pop3_command& command, const char* called,
   return result;
 }
 
+using reply_reader = TAV_EML_RESULT (*)(int& sock, char* buffer, long& length, long timeout,
+                                        TAV_EML_TLS_INFO& tls);
+
 // Sends the command and reads the line that answers it.
 TAV_EML_RESULT exchange(const pop3_command& command, int number, pop3_connection& connection,
-                        utl_buffer& reply) {
+                        utl_buffer& reply,
+                        reply_reader read = &tav_eml_pop3_command::ReadResponse) {
   if (connection.settings == nullptr) {
     return called_failure(command, "settings", TAV_EML_ERR_UNKNOWN);
   }
@@ -62,11 +68,16 @@ TAV_EML_RESULT exchange(const pop3_command& command, int number, pop3_connection
       tav_eml_pop3_command::WriteUntil(connection.sock, line, length, 0, connection.tls);
   if (result != TAV_EML_OK) return called_failure(command, "WriteUntil", result);
   long size = kPop3BufferSize;
-  result = tav_eml_pop3_command::ReadResponse(connection.sock, reply.data(), size,
-                                              connection.timeout(), connection.tls);
+  result = read(connection.sock, reply.data(), size, connection.timeout(), connection.tls);
   if (result != TAV_EML_OK) return called_failure(command, "ReadResponse", result);
   reply.length() = size;
   return TAV_EML_OK;
+}
+
+// Length of the reply's first line, its line feed included; 0 when it has none.
+long line_length(const utl_buffer& reply) {
+  const void* end = std::memchr(reply.data(), '\n', static_cast<size_t>(reply.length()));
+  return end != nullptr ? static_cast<const char*>(end) - reply.data() + 1 : 0;
 }
 
 // A command of which nothing but consent is expected.
@@ -101,8 +112,10 @@ bool parse_number(std::string_view word, int& number) {
   return true;
 }
 
+// The text of a reply that came whole: words that were cut would be taken for others. "" otherwise.
 std::string_view text_of_reply(const utl_buffer& reply) {
-  return {reply.data(), std::strlen(reply.data())};
+  const std::string_view text(reply.data(), std::strlen(reply.data()));
+  return !text.empty() && text.back() == '\n' ? text : std::string_view();
 }
 
 }  // namespace
@@ -119,7 +132,16 @@ TAV_EML_RESULT tav_eml_pop3_command::delete_mail(const tav_eml_pop3_settings* se
 
 TAV_EML_RESULT tav_eml_pop3_command::GetTop(const tav_eml_pop3_settings* settings, int& sock,
                                             TAV_EML_TLS_INFO& tls, int number) {
-  return ask({"GetTop", "GetTop", "TOP", " 0"}, number, {settings, sock, tls});
+  constexpr pop3_command kCommand = {"GetTop", "GetTop", "TOP", " 0"};
+  pop3_connection connection = {settings, sock, tls};
+  utl_buffer reply;
+  const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply, &read_status_line);
+  if (result != TAV_EML_OK) return result;
+  // Behind a lone LF stands the header already, and there is nobody to hand it to.
+  const bool is_whole = ends_line(reply.data(), reply.length());
+  return is_whole && is_positive(reply) && line_length(reply) == reply.length()
+             ? TAV_EML_OK
+             : refuse(kCommand, connection);
 }
 
 TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* settings, int& sock,
@@ -130,15 +152,19 @@ TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* sett
   const TAV_EML_RESULT result = guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
     rest.CopyString("");
     utl_buffer reply;
-    const TAV_EML_RESULT exchanged = exchange(kCommand, number, connection, reply);
-    if (exchanged != TAV_EML_OK) return exchanged;
+    TAV_EML_RESULT code = exchange(kCommand, number, connection, reply, &read_status_line);
+    if (code != TAV_EML_OK) return code;
     is_answered = true;
     // A server that ends its status line with a lone LF has sent message data already.
-    void* const found = std::memchr(reply.data(), '\n', static_cast<size_t>(reply.length()));
-    char* const line_end = static_cast<char*>(found);
-    if (line_end != nullptr && line_end + 1 < reply.data() + reply.length()) {
-      rest.CopyString(line_end + 1);
-      line_end[1] = '\0';
+    const long length = line_length(reply);
+    char* const data = reply.data() + length;
+    std::replace(data, reply.data() + reply.length(), '\0', ' ');
+    if (length == 0) {
+      code = drain_line(sock, reply.data()[reply.length() - 1], 0, connection.timeout(), tls);
+      if (code != TAV_EML_OK) return transport_result(code);
+    } else if (length < reply.length()) {
+      rest.CopyString(data);
+      *data = '\0';
     }
     return is_positive(reply) ? TAV_EML_OK : refuse(kCommand, connection);
   });
@@ -158,12 +184,10 @@ TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* se
     const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply);
     if (result != TAV_EML_OK) return result;
     std::string_view text = text_of_reply(reply);
-    // An id that was cut would be taken for another one.
-    const bool is_whole = !text.empty() && text.back() == '\n';
     next_word(text);
     next_word(text);
     const std::string_view id = next_word(text);
-    if (!is_positive(reply) || !is_whole || id.empty()) return refuse(kCommand, connection);
+    if (!is_positive(reply) || id.empty()) return refuse(kCommand, connection);
     uid.CopyString(id.data(), id.size());
     return TAV_EML_OK;
   });

@@ -31,33 +31,44 @@ bool make_reply_buffer(const char* operation, utl_buffer& reply) {
 
 bool is_positive(const utl_buffer& reply) { return std::strstr(reply.data(), "+OK") != nullptr; }
 
-TAV_EML_RESULT tav_eml_pop3_command::ReadResponse(int& sock, char* buffer, long& length,
-                                                  long timeout, TAV_EML_TLS_INFO& tls) {
-  const auto fail = [&](TAV_EML_RESULT result, const char* text) {
-    close_connection(sock, tls);
-    TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::ReadResponse():[Return %08lx]%s\n",
-                      log_long_code(result), text);
-    return result;
-  };
+namespace {
+
+constexpr char kNoLine[] = "recv_one_line error";
+
+TAV_EML_RESULT read_failure(int& sock, TAV_EML_TLS_INFO& tls, TAV_EML_RESULT result,
+                            const char* text) {
+  close_connection(sock, tls);
+  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::ReadResponse():[Return %08lx]%s\n",
+                    log_long_code(result), text);
+  return result;
+}
+
+}  // namespace
+
+TAV_EML_RESULT read_status_line(int& sock, char* buffer, long& length, long timeout,
+                                TAV_EML_TLS_INFO& tls) {
   if (buffer == nullptr || length < 1) {
-    return fail(TAV_EML_ERR_UNKNOWN, "recv_one_line error");
+    return read_failure(sock, tls, TAV_EML_ERR_UNKNOWN, kNoLine);
   }
   std::memset(buffer, 0, static_cast<size_t>(length));
-  if (sock <= 0) return fail(TAV_EML_ERR_NOT_CONNECTED, "recv_one_line error");
+  if (sock <= 0) return read_failure(sock, tls, TAV_EML_ERR_NOT_CONNECTED, kNoLine);
   long size = length - 1;
-  TAV_EML_RESULT result =
+  const TAV_EML_RESULT result =
       tav_eml_mlutl_mail_net().recv_one_line(sock, buffer, size, 0, timeout, tls);
-  if (result != TAV_EML_OK) return fail(transport_result(result), "recv_one_line error");
+  if (result != TAV_EML_OK) return read_failure(sock, tls, transport_result(result), kNoLine);
   const long read = size - 1;
-  if (read < 1) return fail(TAV_EML_ERR_TRANSFER, "recv_one_line No data");
-  // The rest of a line that was cut would answer the next command. What stands behind a lone LF
-  // belongs to the data that follows.
-  if (!ends_line(buffer, read) && std::memchr(buffer, '\n', static_cast<size_t>(read)) == nullptr) {
-    result = drain_line(sock, buffer[read - 1], 0, timeout, tls);
-    if (result != TAV_EML_OK) return fail(transport_result(result), "recv_one_line error");
-  }
+  if (read < 1) return read_failure(sock, tls, TAV_EML_ERR_TRANSFER, "recv_one_line No data");
   length = read;
   return TAV_EML_OK;
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::ReadResponse(int& sock, char* buffer, long& length,
+                                                  long timeout, TAV_EML_TLS_INFO& tls) {
+  TAV_EML_RESULT result = read_status_line(sock, buffer, length, timeout, tls);
+  if (result != TAV_EML_OK || ends_line(buffer, length)) return result;
+  // The rest of a line that was cut would answer the next command.
+  result = drain_line(sock, buffer[length - 1], 0, timeout, tls);
+  return result == TAV_EML_OK ? result : read_failure(sock, tls, transport_result(result), kNoLine);
 }
 
 TAV_EML_RESULT tav_eml_pop3_command::WriteUntil(int& sock, char* data, long length, long timeout,

@@ -26,8 +26,7 @@ tav_eml_pop3_settings& tav_eml_pop3_settings::operator=(const tav_eml_pop3_setti
   m_strServer = other.m_strServer;
   m_nPort = other.m_nPort;
   m_strUserID = other.m_strUserID;
-  wipe_text(m_strPassword);
-  m_strPassword = other.m_strPassword;
+  replace_text(m_strPassword, other.m_strPassword);
   m_nAPOP = other.m_nAPOP;
   m_nTimeout = other.m_nTimeout;
   m_nAddressSelector = other.m_nAddressSelector;

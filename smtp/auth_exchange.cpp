@@ -5,6 +5,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "smtp_dialogue.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 
 namespace quorvelmida {
 
@@ -12,10 +13,18 @@ namespace {
 
 constexpr size_t kChallenge = 4;  // behind "334 "
 
+std::string_view without_blanks(std::string_view text) {
+  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+// Servers leave the padding out. A single character behind whole groups stands for no byte, though:
+// such a text was cut.
 bool is_base64(std::string_view text) {
-  const size_t padding = text.find_last_not_of('=') + 1;
-  if (text.size() % 4 != 0 || text.size() - padding > 2) return false;
-  for (const char ch : text.substr(0, padding)) {
+  const size_t length = text.find_last_not_of('=') + 1;
+  if (length % 4 == 1 || text.size() - length > 2) return false;
+  for (const char ch : text.substr(0, length)) {
     // A NUL has an index of its own there.
     if (ch == '\0' || tav_eml_mlutl_mime_utility::Base64Seed2Index(ch) == 255) return false;
   }
@@ -36,7 +45,7 @@ bool decode_challenge(const char* line, std::string& challenge) {
   size_t end = std::strcspn(line, "\r");
   if (line[end] == '\0') end = std::strcspn(line, "\n");
   if (line[end] == '\0' || end < kChallenge) return false;  // the line was cut off
-  const std::string_view text(line + kChallenge, end - kChallenge);
+  const std::string_view text = without_blanks({line + kChallenge, end - kChallenge});
   if (!is_base64(text)) return false;
 
   utl_buffer decoded;
@@ -67,7 +76,7 @@ TAV_EML_RESULT send_answer(ntssmtp_fileptr& session, const char* before, std::st
   }
   secret_buffer line;
   if (!line.allocate(static_cast<long>(length))) {
-    TAV_EML_LOG_ERROR("%s", texts.send);
+    TAV_EML_LOG_ERROR("%s", texts.memory != nullptr ? texts.memory : texts.send);
     return TAV_EML_ERR_NO_MEMORY;
   }
   line.length() = static_cast<long>(length);

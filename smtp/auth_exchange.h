@@ -16,8 +16,8 @@ namespace quorvelmida {
 // TAV_EML_ERR_AUTH, on which the next method is tried.
 TAV_EML_RESULT judge_login(const char* reply);
 
-// Decodes the base64 challenge of a "334" line. False when the line was cut off or its text is not
-// base64.
+// Decodes the base64 challenge of a "334" line. Blanks around it and missing padding do no harm.
+// False when the line was cut off or its text is not base64.
 bool decode_challenge(const char* line, std::string& challenge);
 
 // Sends `before`, the base64 text of `secret` and CR LF, through a work area that is wiped.
@@ -26,6 +26,7 @@ bool decode_challenge(const char* line, std::string& challenge);
 struct answer_texts {
   const char* base64;
   const char* send;
+  const char* memory = nullptr;  // there is no room for the line; null: as `send`
 };
 TAV_EML_RESULT send_answer(ntssmtp_fileptr& session, const char* before, std::string_view secret,
                            size_t room, long timeout, const answer_texts& texts);

@@ -13,8 +13,8 @@ bool is_multipart_type(TAV_EML_CONTENT_TYPE type);
 // As tav_eml_smtp_send_mail::create_message_id, but throws std::bad_alloc.
 bool make_message_id(const tav_eml_mlutl_mail_address& from, UtlString& id);
 
-// The name of a field whose value would break out of its header line, or of a boundary that a
-// multipart message cannot use; null when everything can be composed safely.
+// The name of a field whose value would break out of its header line or is too long for it, or of a
+// boundary that a multipart message cannot use; null when everything can be composed safely.
 const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail);
 
 }  // namespace quorvelmida

@@ -36,7 +36,11 @@ void keyed_digest(const std::string& challenge, const UtlString& password, char*
 
 TAV_EML_RESULT ask_for_challenge(ntssmtp_fileptr& session, long timeout, std::string& challenge) {
   TAV_EML_RESULT result = send_command(session, timeout, "AUTH CRAM-MD5\r\n");
-  if (result == TAV_EML_OK) result = read_reply(session, timeout);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: SendData NG1[Error]\n");
+    return result;
+  }
+  result = read_reply(session, timeout);
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR(
         "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: RecvOneLineinFullRcv NG[Error]\n");

@@ -255,7 +255,8 @@ TAV_EML_RESULT finish(ntssmtp_fileptr& session, long timeout) {
 TAV_EML_RESULT log_in(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session) {
   static constexpr answer_texts kTexts = {
       "tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: to_b64 NG3[Error]\n",
-      "tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: Send NG2[Error]\n"};
+      "tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: Send NG2[Error]\n",
+      "tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: response == NULL[Error]\n"};
   const long timeout = timeout_ms(settings);
   std::string challenge;
   TAV_EML_RESULT result = ask_for_challenge(session, timeout, challenge);
@@ -267,7 +268,7 @@ TAV_EML_RESULT log_in(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& se
   if (result != TAV_EML_OK) return result;
 
   text_area answer;
-  if (!answer.allocate("response", kResponseArea)) return TAV_EML_ERR_NO_MEMORY;
+  if (!answer.allocate("answer", kResponseArea)) return TAV_EML_ERR_NO_MEMORY;
   result = make_answer(settings, fields, answer);
   if (result == TAV_EML_OK) {
     result = send_answer(session, "", answer.view(), kResponseArea, timeout, kTexts);

@@ -25,8 +25,8 @@ bool begins_with(const char* text, const char* word) {
   return clb_CompStrCaseN(text, word, std::strlen(word)) == 0;
 }
 
-// True for a first line that refuses and does not say that more follows. It need not have the space
-// that ends a reply: waiting for more behind "502" and CR LF would only end in a time-out.
+// True for a line that refuses and does not say that more follows. It need not have the space that
+// ends a reply: waiting for more behind "502" and CR LF would only end in a time-out.
 bool is_short_refusal(const char* line) {
   constexpr size_t kCode = 3;
   return line[0] != kReplySuccess && (std::strlen(line) <= kCode || line[kCode] != '-');
@@ -56,7 +56,7 @@ void take_mechanisms(const std::string& mechanisms, smtp_ehlo_option& option) {
 }
 
 // Reads the EHLO reply to its last line, also when it is a refusal: what is left unread would be
-// taken for the reply to the next command.
+// taken for the reply to the next command. A refusal stays the verdict when its rest does not come.
 TAV_EML_RESULT read_capabilities(ntssmtp_fileptr& session, long timeout, smtp_ehlo_option& option) {
   std::string mechanisms;
   bool has_auth = false;
@@ -69,14 +69,14 @@ TAV_EML_RESULT read_capabilities(ntssmtp_fileptr& session, long timeout, smtp_eh
     if (result != TAV_EML_OK) {
       TAV_EML_LOG_ERROR("tav_eml_mlutl_mail_net::%s: recv_one_line return 0x%08x[Error]\n",
                         "SendEhloCommand", log_code(result));
-      return result;
+      return verdict != TAV_EML_OK ? verdict : result;
     }
     if (verdict == TAV_EML_OK) {
       verdict = judge_reply(line, kReplySuccess);
       if (verdict != TAV_EML_OK) log_reply("SendEhloCommand", line);
     }
     if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option);
-    if (is_last_line(line, size) || (count == 0 && is_short_refusal(line))) {
+    if (is_last_line(line, size) || is_short_refusal(line)) {
       if (verdict == TAV_EML_OK && has_auth) take_mechanisms(mechanisms, option);
       return verdict;
     }

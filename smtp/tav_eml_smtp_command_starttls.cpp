@@ -109,7 +109,7 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_start_tls(const tav_eml_smtp_s
   }
   result = negotiate_starttls(session->sock, timeout_ms(*settings), session->tls_info);
   if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s returns [0x%08x][Error]\n", kName,
+    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s returns [0x%08x][Error]\n", kStartTls,
                       log_code(result));
   }
   return result;

@@ -77,7 +77,11 @@ bool time_stamp(std::string& stamp) {
   timeval now = {};
   gettimeofday(&now, nullptr);
   std::tm local = {};
-  if (clb_LocalTime_r(&now.tv_sec, &local) == nullptr) return false;
+  if (clb_LocalTime_r(&now.tv_sec, &local) == nullptr) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():clb_LocalTime_r NG\n",
+                      "create_message_id");
+    return false;
+  }
   char text[80];
   std::snprintf(text, sizeof text, "%d%02d%02d%02d%02d%02d%08lx", local.tm_year + 1900,
                 local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,

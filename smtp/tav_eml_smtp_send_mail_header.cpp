@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "address_text.h"
 #include "clb.h"
@@ -23,6 +24,97 @@ constexpr char kSeparators[] = ";,";
 
 bool is_encoding_set(TAV_EML_TRANSFER_ENCODING encoding) {
   return encoding != TAV_EML_TE_UNKNOWN && encoding != TAV_EML_TE_NONE;
+}
+
+// What a formatted line must stay below, its CR LF included. A folded value counts as one line.
+constexpr size_t kLineLimit = 1024;
+
+// Of a list each value has a line of its own: the first behind the label, the others behind a tab.
+bool fits_line(size_t label_length, bool is_first, size_t value_length) {
+  const size_t front = is_first ? label_length + 1 : 1;
+  return front + value_length + 2 < kLineLimit;
+}
+
+bool addresses_fit(const char* list, size_t label_length) {
+  std::string_view address;
+  bool is_first = true;
+  for (int pos = 0; find_address(list, pos, kSeparators, address); is_first = false) {
+    const size_t comma = list[pos] != '\0' ? 1 : 0;
+    if (!fits_line(label_length, is_first, address.size() + comma)) return false;
+  }
+  return true;
+}
+
+// Finds the next id in angle brackets and moves `at` behind it.
+bool find_id(const char*& at, std::string_view& id) {
+  const char* open = std::strchr(at, '<');
+  const char* close = open != nullptr ? std::strchr(open, '>') : nullptr;
+  if (close == nullptr) return false;
+  at = close + 1;
+  id = {open, static_cast<size_t>(at - open)};
+  return true;
+}
+
+bool ids_fit(const char* ids, size_t label_length) {
+  std::string_view id;
+  for (bool is_first = true; find_id(ids, id); is_first = false) {
+    if (!fits_line(label_length, is_first, id.size())) return false;
+  }
+  return true;
+}
+
+// Lets mail exceptions through: what they end is the header as a whole.
+bool append_addresses(tav_eml_smtp_send_mail& mail, const tav_eml_mlutl_mail_address& list,
+                      const char* label, char*& buffer, long& length, long& count) {
+  constexpr char kName[] = "MakeHeaderAddress";
+  count = 0;
+  if (!addresses_fit(text_of(list.m_cAddress), std::strlen(label))) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():line too long\n", kName);
+    return false;
+  }
+  try {
+    std::string lines;
+    UtlString address;
+    for (int pos = 0; cut_address(list, address, pos, kSeparators); ++count) {
+      lines += count == 0 ? std::string(label) + " " : std::string(",\r\n\t");
+      lines += address.GetString();
+    }
+    if (count == 0) return true;
+    lines += "\r\n";
+    if (mail.add_buffer(buffer, length, lines.data(), static_cast<long>(lines.size())) != 0) {
+      return true;
+    }
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():add_buffer NG\n", kName);
+  } catch (const std::bad_alloc&) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():MemRealloc NG\n", kName);
+  }
+  return false;
+}
+
+// Lets exceptions through, as above.
+bool append_ids(tav_eml_smtp_send_mail& mail, const UtlString& value, const char* label,
+                char*& buffer, long& length) {
+  constexpr char kName[] = "make_header_bracket";
+  if (value.IsEmpty()) return true;
+  if (!ids_fit(value.GetString(), std::strlen(label))) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:line too long\n", kName);
+    return false;
+  }
+  const char* at = value.GetString();
+  std::string_view id;
+  bool is_written = false;
+  for (; find_id(at, id); is_written = true) {
+    const std::string line =
+        (is_written ? std::string("\t") : std::string(label) + " ").append(id) + "\r\n";
+    if (mail.add_buffer(buffer, length, line.data(), static_cast<long>(line.size())) == 0) {
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n", kName);
+      return false;
+    }
+  }
+  if (std::strchr(at, '<') != nullptr) {
+    TAV_EML_LOG_ERROR("<Warning>tav_eml_smtp_send_mail::%s:not found bracket'>'\n", kName);
+  }
+  return is_written;
 }
 
 // The header under construction. Each append fails with the number of its step in the log.
@@ -63,19 +155,15 @@ class message_header {
 
   bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
                      long& count) {
-    if (m_cMail.MakeHeaderAddress(list, label, m_cText.data(), nullptr, count, m_cText.length()) !=
-        0) {
+    if (append_addresses(m_cMail, list, label, m_cText.data(), m_cText.length(), count))
       return true;
-    }
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() MakeHeaderAddress[NG]: Line%d\n", line);
     return false;
   }
 
   bool add_bracket(const char* label, const UtlString& value, int line) {
-    if (m_cMail.make_header_bracket(value, label, m_cText.data(), m_cText.length()) != 0) {
-      return true;
-    }
+    if (append_ids(m_cMail, value, label, m_cText.data(), m_cText.length())) return true;
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() make_header_bracket[NG]: Line%d\n", line);
     return false;
@@ -181,6 +269,34 @@ class message_header {
   utl_buffer m_cText;
 };
 
+// How the value of a field stands in the header.
+enum class field_lines { none, one, addresses, ids };
+
+// The name is the field's label without its colon.
+bool fits_lines(field_lines lines, const char* name, const UtlString& value) {
+  const size_t label_length = std::strlen(name) + 1;
+  switch (lines) {
+    case field_lines::one:
+      return fits_line(label_length, true, value.GetLength());
+    case field_lines::addresses:
+      return addresses_fit(text_of(value), label_length);
+    case field_lines::ids:
+      return ids_fit(text_of(value), label_length);
+    default:
+      return true;
+  }
+}
+
+// The boundary lines are shorter than the line of the header that announces the boundary.
+bool is_usable_boundary(TAV_EML_CONTENT_TYPE type, const UtlString& boundary) {
+  constexpr size_t kAround = sizeof "Content-Type: ;\r\n\tboundary=\"\"\r\n" - 1;
+  const char* text = text_of(boundary);
+  return !boundary.IsEmpty() && has_no_control(text) && std::strchr(text, '"') == nullptr &&
+         kAround + std::strlen(tav_eml_mlutl_mail_type::get_content_type(type)) +
+                 boundary.GetLength() <
+             kLineLimit;
+}
+
 }  // namespace
 
 bool is_multipart_type(TAV_EML_CONTENT_TYPE type) {
@@ -191,32 +307,30 @@ const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
   const struct {
     const char* name;
     const UtlString& value;
+    field_lines lines;
   } fields[] = {
-      {"date", mail.m_cDate},
-      {"from", mail.m_cFrom.m_cAddress},
-      {"subject", mail.m_cSubject},
-      {"to", mail.m_cTo.m_cAddress},
-      {"cc", mail.m_cCc.m_cAddress},
-      {"bcc", mail.m_cBcc.m_cAddress},
-      {"reply-to", mail.m_cReplyTo.m_cAddress},
-      {"sender", mail.m_cSender.m_cAddress},
-      {"disposition-notification-to", mail.m_cMdnAddress.m_cAddress},
-      {"message-id", mail.m_cMessageId},
-      {"in-reply-to", mail.m_cInReplyTo},
-      {"references", mail.m_cReferences},
+      {"date", mail.m_cDate, field_lines::one},
+      {"from", mail.m_cFrom.m_cAddress, field_lines::one},
+      {"subject", mail.m_cSubject, field_lines::one},
+      {"to", mail.m_cTo.m_cAddress, field_lines::addresses},
+      {"cc", mail.m_cCc.m_cAddress, field_lines::addresses},
+      {"bcc", mail.m_cBcc.m_cAddress, field_lines::none},
+      {"reply-to", mail.m_cReplyTo.m_cAddress, field_lines::addresses},
+      {"sender", mail.m_cSender.m_cAddress, field_lines::addresses},
+      {"disposition-notification-to", mail.m_cMdnAddress.m_cAddress, field_lines::addresses},
+      {"message-id", mail.m_cMessageId, field_lines::ids},
+      {"in-reply-to", mail.m_cInReplyTo, field_lines::ids},
+      {"references", mail.m_cReferences, field_lines::ids},
   };
   for (const auto& field : fields) {
-    if (!is_header_value(text_of(field.value))) return field.name;
-  }
-  if (is_multipart_type(mail.m_nContentType)) {
-    // Longest that its lines in the session's command buffer can be.
-    constexpr size_t kMaxBoundary = SMTP_BUFFER_SIZE - sizeof "\r\n----\r\n";
-    const UtlString& boundary = mail.m_cBoundaryString;
-    if (boundary.IsEmpty() || boundary.GetLength() > kMaxBoundary ||
-        !has_no_control(boundary.GetString()) ||
-        std::strchr(boundary.GetString(), '"') != nullptr) {
-      return "boundary";
+    if (!is_header_value(text_of(field.value)) ||
+        !fits_lines(field.lines, field.name, field.value)) {
+      return field.name;
     }
+  }
+  if (is_multipart_type(mail.m_nContentType) &&
+      !is_usable_boundary(mail.m_nContentType, mail.m_cBoundaryString)) {
+    return "boundary";
   }
   if (mail.m_pPart != nullptr && !is_header_value(text_of(mail.m_pPart->m_cFIleName))) {
     return "file name";
@@ -227,51 +341,15 @@ const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
 int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
                                               const char* label, char*& buffer, char* /*work*/,
                                               long& count, long& length) {
-  count = 0;
-  try {
-    std::string lines;
-    UtlString address;
-    for (int pos = 0; cut_address(list, address, pos, kSeparators); ++count) {
-      lines += count == 0 ? std::string(label) + " " : std::string(",\r\n\t");
-      lines += address.GetString();
-    }
-    if (count == 0) return 1;
-    lines += "\r\n";
-    if (add_buffer(buffer, length, lines.data(), static_cast<long>(lines.size())) != 0) return 1;
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():add_buffer NG\n",
-                      "MakeHeaderAddress");
-  } catch (const std::bad_alloc&) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():MemRealloc NG\n",
-                      "MakeHeaderAddress");
-  }
-  return 0;
+  return guarded("MakeHeaderAddress", 0, [&] {
+    return append_addresses(*this, list, label, buffer, length, count) ? 1 : 0;
+  });
 }
 
 int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
                                                 char*& buffer, long& length) {
-  if (value.IsEmpty()) return 1;
-  return guarded("make_header_bracket", 0, [&] {
-    const char* open = std::strchr(value.GetString(), '<');
-    bool is_written = false;
-    while (open != nullptr) {
-      const char* close = std::strchr(open, '>');
-      if (close == nullptr) {
-        TAV_EML_LOG_ERROR("<Warning>tav_eml_smtp_send_mail::%s:not found bracket'>'\n",
-                          "make_header_bracket");
-        break;
-      }
-      const std::string line = (is_written ? std::string("\t") : std::string(label) + " ") +
-                               std::string(open, close + 1) + "\r\n";
-      if (add_buffer(buffer, length, line.data(), static_cast<long>(line.size())) == 0) {
-        TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n",
-                          "make_header_bracket");
-        return 0;
-      }
-      is_written = true;
-      open = std::strchr(close, '<');
-    }
-    return is_written ? 1 : 0;
-  });
+  return guarded("make_header_bracket", 0,
+                 [&] { return append_ids(*this, value, label, buffer, length) ? 1 : 0; });
 }
 
 int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {

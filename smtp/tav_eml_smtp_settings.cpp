@@ -67,8 +67,7 @@ tav_eml_smtp_settings& tav_eml_smtp_settings::operator=(const tav_eml_smtp_setti
   // The object held before is not deleted: the application may have kept its address.
   pop3_settings = copy_pop3(other.pop3_settings).release();
   user_id = other.user_id;
-  wipe_text(password);
-  password = other.password;
+  replace_text(password, other.password);
   helo_domain = other.helo_domain;
   size_limit = other.size_limit;
   pop_wait = other.pop_wait;

@@ -153,8 +153,8 @@ size_t break_lines(const char* text, char* out) {
   return written;
 }
 
-void store_length(const char* text, int* length) {
-  if (length != nullptr) *length = static_cast<int>(std::strlen(text));
+void store_length(size_t value, int* length) {
+  if (length != nullptr) *length = static_cast<int>(value);
 }
 
 }  // namespace
@@ -186,14 +186,16 @@ TAV_EML_RESULT tav_eml_smtp_util::ReplaceMacroStrings(const char* text, char** r
 }
 
 TAV_EML_RESULT tav_eml_smtp_util::make_subject(const char* text, char** result, int* length) {
+  store_length(0, length);
   const TAV_EML_RESULT code = ReplaceMacroStrings(text, result);
-  if (code == TAV_EML_OK) store_length(*result, length);
+  if (code == TAV_EML_OK) store_length(std::strlen(*result), length);
   return code;
 }
 
 TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result, int* length) {
   char* expanded = nullptr;
   *result = nullptr;
+  store_length(0, length);
   TAV_EML_RESULT code = ReplaceMacroStrings(text, &expanded);
   if (code != TAV_EML_OK) {
     TAV_EML_LOG_ERROR(
@@ -202,7 +204,7 @@ TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result
     return code;
   }
   code = Automatic64Linefeed(expanded, result);
-  store_length(*result, length);
+  store_length(std::strlen(*result), length);
   return code;
 }
 
@@ -226,7 +228,10 @@ size_t tav_eml_smtp_util::get_date(int with_zone, size_t size, char* out) {
                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   const std::time_t now = std::time(nullptr);
   std::tm local = {};
-  if (clb_LocalTime_r(&now, &local) == nullptr) return 0;
+  if (clb_LocalTime_r(&now, &local) == nullptr) {
+    TAV_EML_LOG_ERROR("[Error] tav_eml_smtp_util::%s(): clb_LocalTime_r() failed\n", "get_date");
+    return 0;
+  }
   char zone[8] = "";
   if (with_zone == 1) std::strftime(zone, sizeof zone, " %z", &local);
   char text[80];

@@ -4,6 +4,7 @@
 #define TAV_EML_MLUTL_RECEIVE_H
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "quorvelmida/tav_eml_export.h"
@@ -37,7 +38,9 @@ struct receive_source;
 //
 // Bounds: a line has at most 4095 bytes, a header 256 KiB, a boundary 1000 bytes, and 100
 // boundaries may be open; a header that is longer fails, a multipart beyond them is not entered.
-// Data is handed on in blocks, whatever the size of the message. A NUL byte counts as a blank.
+// Data is handed on in blocks, whatever the size of the message. A message that has not ended after
+// 2 GiB fails with TAV_EML_UTL_BAD_REPLY; a call that skips or drops may wait for each of its
+// bytes. A NUL byte counts as a blank.
 class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
  public:
   tav_eml_mlutl_receive();
@@ -128,6 +131,8 @@ class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
   int ChkMailEndLine(tav_eml_mlutl_mail& mail, UtlString& line, long length, long limit);
 
  private:
+  friend class tav_eml_pop3_boundary;
+
   TAVEML_LOCAL bool is_ready() const;
   TAVEML_LOCAL bool take_line(std::string_view& line);
   TAVEML_LOCAL void count_bytes(long count);
@@ -142,10 +147,13 @@ class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
   TAVEML_LOCAL TAV_EML_UTL_RETCODE read_part_header(tav_eml_mlutl_mail& mail,
                                                     const receive_source& source,
                                                     received_header& header);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE take_header(tav_eml_mlutl_mail_part& part,
-                                               const received_header& header, UtlString& decoded);
+  TAVEML_LOCAL TAV_EML_UTL_RETCODE take_header(const received_header& header, std::string& decoded,
+                                               TAV_EML_CHAR_SET& char_set);
   TAVEML_LOCAL TAV_EML_UTL_RETCODE finish_message_header(tav_eml_mlutl_mail& mail,
                                                          const received_header& header);
+  TAVEML_LOCAL TAV_EML_UTL_RETCODE finish_part_header(tav_eml_mlutl_mail& mail,
+                                                      const received_header& header,
+                                                      bool& is_nested);
   TAVEML_LOCAL TAV_EML_UTL_RETCODE read_part_lines(tav_eml_mlutl_mail& mail,
                                                    const receive_source& source);
   TAVEML_LOCAL TAV_EML_UTL_RETCODE deliver_block(const char* operation,

@@ -31,26 +31,28 @@ namespace quorvelmida {
 //     delete_mail(mail)                       when it is to go
 //   close_mail                              deletions happen now
 //
-// A mail of a single part, of two parts, and one with a multipart/alternative inside:
+// The sequences for the three shapes of a mail:
 //
-//   receive_header            receive_header            receive_header
-//   receive_body        (1)   set_part(new part)        set_part(new part)
-//   mail.get_buffer     (2)   receive_part_header       receive_part_header   the first of the
-//   inner
-//   ... until mail.           receive_part_body   (1)   receive_part_body
-//       m_nComplete           part.get_buffer     (2)   ...                   the others, then
-//       those
-//                             ... until part.           set_part(new part)    of the outer one
-//                                 m_nComplete           receive_part_header   when the inner comes
-//                             set_part(new part)                              last: a part that is
-//                             ... while mail.                                 complete straight
-//                             away
-//                                 m_nReceiving                                and holds nothing
+//   single part              two parts                   a multipart/alternative inside
+//
+//   receive_header           receive_header              receive_header
+//   receive_body       (1)   set_part(new part)          set_part(new part)
+//   mail.get_buffer    (2)   receive_part_header         receive_part_header    its first part
+//   ... until                receive_part_body     (1)   receive_part_body
+//   mail.m_nComplete         part.get_buffer       (2)   ... until part.m_nComplete
+//                            ... until                   set_part(new part)
+//                            part.m_nComplete            receive_part_header    its second part
+//                            set_part(new part)          ...
+//                            ... while                   set_part(new part)
+//                            mail.m_nReceiving           receive_part_header    the outer's next;
+//                                                        ... while              if there is none,
+//                                                        mail.m_nReceiving      complete (3)
 //
 // (1) decodes one block of at most 4096 encoded bytes; TAV_EML_ERR_UNKNOWN while the connection
 // stands means that the block held no data, or could not be used: the mail can be read on.
 // (2) the application owns what get_buffer hands out and frees it with UtlOS::MemFree; blocks that
 // are not taken out add up. The mail owns its current part: set_part deletes the one before.
+// (3) the trace of a multipart that came last, or a part cut off in its header: it holds nothing.
 //
 // skip_part and skip_mail read past what is not wanted. A mail that was read with
 // receive_header_only is finished: a new object serves receive_header. A mail must be read to its

@@ -23,7 +23,9 @@ class TAVEML_API tav_eml_smtp_send_mail_part : public tav_eml_mlutl_mail_part {
 // The message handed to the send interface. The inherited part is the message body: its content
 // type (text or multipart), transfer encoding, character set and data. The application fills the
 // public members; texts are UTF-8. A header value may hold a line break only as a fold (CR LF
-// followed by a blank or tab).
+// followed by a blank or tab), and its formatted line must stay below 1024 bytes: label, value and
+// CR LF, folds included; of a list of addresses or ids, that of each one by itself. The same holds
+// for the content type with its boundary. A message with a longer value is not composed.
 //
 // Results are 1 for success and 0 for failure; a failure writes a line to the debug log.
 class TAVEML_API tav_eml_smtp_send_mail : public tav_eml_mlutl_mail_part {

@@ -34,8 +34,8 @@ TEST_F(Login, plain_sends_user_and_password) {
 
 TEST_F(Login, login_answers_prompts_in_whatever_order) {
   announce("LOGIN");
-  host.reply_to("AUTH", 1, "334 cGFzc3dvcmQ6\r\n");                  // "password:"
-  host.reply_to(smtp_host::auth_answer, 1, "334 VVNFUk5BTUU=\r\n");  // "USERNAME"
+  host.reply_to("AUTH", 1, "334  cGFzc3dvcmQ6 \r\n");               // "password:"
+  host.reply_to(smtp_host::auth_answer, 1, "334 VVNFUk5BTUU\r\n");  // "USERNAME" without its "="
   host.reply_to(smtp_host::auth_answer, 2, "235 ok\r\n");
   EXPECT_EQ(facade().test(), TAV_EML_OK);
   EXPECT_EQ(login_bytes(), "AUTH LOGIN\r\ndGFuc3RhYWZ0YW5zdGFhZg==\r\ndGlt\r\nQUIT\r\n");
@@ -105,7 +105,9 @@ TEST_F(Login, what_ends_a_login_at_once) {
       {"CRAM-MD5 LOGIN", "504 no such\r\n", "", TAV_EML_ERR_REPLY},
       {"CRAM-MD5", "334 PDE+\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
       {"CRAM-MD5", "334 not base64!\r\n", "", TAV_EML_ERR_UNKNOWN},
-      {"CRAM-MD5", "334 PDE\r\n", "", TAV_EML_ERR_UNKNOWN},
+      {"CRAM-MD5", "334 P D E\r\n", "", TAV_EML_ERR_UNKNOWN},
+      {"CRAM-MD5", "334 PDE+P\r\n", "", TAV_EML_ERR_UNKNOWN},
+      {"CRAM-MD5", "334 PDE\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
       {"DIGEST-MD5", "334 bm9uY2U9Im4i\r\n", "", TAV_EML_ERR_AUTH_METHOD},  // no realm
       {"DIGEST-MD5", "334 cmVhbG09\r\n", "", TAV_EML_ERR_AUTH_METHOD},      // ends at "realm="
       {"DIGEST-MD5", "334 cmVhbG09InI=\r\n", "", TAV_EML_ERR_AUTH_METHOD},  // never closed
@@ -123,6 +125,32 @@ TEST_F(Login, what_ends_a_login_at_once) {
     EXPECT_EQ(fresh.connections(), 1u);
     boundary.reset();
   }
+}
+
+TEST_F(Login, a_failed_step_is_told_by_its_own_line) {
+  announce("CRAM-MD5");
+  net.fail(net_call::send, 2, -1);
+  EXPECT_EQ(facade().test(), TAV_EML_ERR_TRANSFER);
+  EXPECT_TRUE(log.contains("tav_eml_smtp_auth_cram_md5: SendData NG1[Error]"));
+  EXPECT_FALSE(log.contains("tav_eml_smtp_auth_cram_md5: RecvOneLineinFullRcv NG[Error]"));
+
+  announce("DIGEST-MD5");
+  host.reply_to("AUTH", smtp_host::every, "334 cmVhbG09InIiLG5vbmNlPSJuIixxb3A9ImF1dGgi\r\n");
+  host.reply_to(smtp_host::auth_answer, smtp_host::every, "235 ok\r\n");
+  tav_eml_smtp_boundary& object = facade();
+  tav_test::fake_memory memory;
+  for (size_t n = 1; memory.fail(n), object.test() != TAV_EML_OK; ++n) ASSERT_LT(n, 100u);
+  memory.never_fail();
+  // The line is made last: after the answer and its base64.
+  size_t at = 0;
+  for (const char* step : {"realm == NULL", "tmp == NULL", "answer == NULL", "to_b64 NG2",
+                           "to_b64 NG3", "response == NULL"}) {
+    at = log.all().find(std::string("tav_eml_smtp_auth_digest_md5: ") + step + "[Error]", at);
+    ASSERT_NE(at, std::string::npos) << step;
+  }
+  EXPECT_FALSE(log.contains("Send NG2"));
+  boundary.reset();
+  settings.reset();
 }
 
 TEST_F(Login, what_does_not_fit_is_refused_and_never_cut) {
@@ -181,8 +209,8 @@ TEST_F(Login, no_user_no_login_and_no_secret_in_the_log) {
   EXPECT_EQ(facade().test(), TAV_EML_ERR_AUTH);
   EXPECT_EQ(host.client_bytes(2), "");
   boundary.reset();
-  record.auth_kind = 2;
-  EXPECT_EQ(facade().test(), TAV_EML_ERR_AUTH_METHOD);
+  record.auth_kind = 2;  // and no POP3 account
+  EXPECT_EQ(facade().test(), TAV_EML_ERR_UNKNOWN);
   EXPECT_EQ(host.connections(), 2u);
 }
 

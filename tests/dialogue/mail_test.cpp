@@ -245,12 +245,21 @@ TEST_F(Mail, bad_values_are_refused_before_anything_is_sent) {
   refused("boundary", [](mail_ref m) { m.m_cBoundaryString = "a\r\nb"; });
   refused("no boundary", [](mail_ref m) { m.m_cBoundaryString = ""; });
   refused("long boundary",
-          [](mail_ref m) { m.m_cBoundaryString = std::string(1020, 'b').c_str(); });
+          [](mail_ref m) { m.m_cBoundaryString = std::string(1000, 'b').c_str(); });
+  refused("long subject", [](mail_ref m) { m.m_cSubject = std::string(1013, 's').c_str(); });
+  refused("long name of a recipient", [](mail_ref m) {
+    m.m_cTo = address(("a@b, " + std::string(1015, 'n') + " <c@d>").c_str());
+  });
   refused("file name", [](mail_ref m) { m.m_pPart->m_cFIleName = "a\r\nX: y"; });
   EXPECT_EQ(host.occurrences("MAIL"), 0u);
   // A fold is allowed, and an address of 256 bytes.
   mail.m_cSubject = "folded\r\n\ton purpose";
   mail.m_cTo = address((std::string(252, 'x') + "@b.c").c_str());
+  EXPECT_EQ(send("x"), TAV_EML_OK);
+  // The limit is one for the text that was given, not for what it is encoded to.
+  std::string subject;
+  for (int i = 0; i < 337; ++i) subject += "件";
+  mail.m_cSubject = subject.c_str();
   EXPECT_EQ(send("x"), TAV_EML_OK);
 }
 

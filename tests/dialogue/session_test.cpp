@@ -57,6 +57,28 @@ TEST_F(Dialogue, a_refused_ehlo_is_read_to_its_end_before_helo) {
   EXPECT_EQ(host.client_bytes(2), kGreeted + "HELO localhost\r\n");
 }
 
+TEST_F(Dialogue, a_refusal_of_ehlo_counts_also_when_its_rest_does_not_come) {
+  record.auth_kind = 1;  // no HELO then
+  record.user_id = "tim";
+  const struct {
+    const char* reply;
+    TAV_EML_RESULT expected;
+  } cases[] = {
+      {"502-no\r\n", TAV_EML_ERR_REPLY},
+      {"421-later\r\n502", TAV_EML_ERR_REPLY_TEMPORARY},
+      {"250-host\r\n500\r\n", TAV_EML_ERR_REPLY},
+      {"250-host\r\n500-no\r\n500\r\n", TAV_EML_ERR_REPLY},
+      {"250-host\r\n", TAV_EML_ERR_TRANSFER_TIMEOUT},
+  };
+  for (const auto& test : cases) {
+    smtp_host fresh;
+    fresh.reply_to("EHLO", 1, test.reply);
+    net.serve(kAddress, 25, fresh);
+    EXPECT_EQ(facade().test(), test.expected) << test.reply;
+    boundary.reset();
+  }
+}
+
 TEST_F(Dialogue, a_line_longer_than_the_buffer_is_no_two_lines) {
   host.reply_to("EHLO", 1, "250-" + std::string(1019, 'x') + "250 STARTTLS\r\n250 end\r\n");
   host.reply_to("QUIT", 1, "221-" + std::string(3000, 'y') + "\r\n221 end\r\n");
@@ -154,6 +176,7 @@ TEST_F(Dialogue, starttls_that_does_not_come_about_sends_nothing_in_clear) {
     EXPECT_EQ(fresh.client_bytes_in_clear(), kGreeted + "STARTTLS\r\n");
     boundary.reset();
   }
+  EXPECT_EQ(log.count("tav_eml_smtp_command::tav_eml_smtp_start_tls returns [0x"), 2u);
   net.serve(kAddress, 25, host);  // announces nothing
   EXPECT_EQ(facade().test(), TAV_EML_ERR_REPLY);
   EXPECT_TRUE(log.contains("SMTP STARTTLS IS NOT SUPPORTED[Error]"));

@@ -1,11 +1,6 @@
-// Every call that can fail, failed in turn: a definite result, nothing left behind, and an object
-// that works afterwards.
+// Sending mail with every call that can fail failed in turn.
 
-#include <cstdio>
-#include <functional>
-
-#include "dialogue_fixture.h"
-#include "fail_new.h"
+#include "torture.h"
 
 namespace dialogue {
 namespace {
@@ -107,9 +102,6 @@ const scenario kScenarios[] = {
     {"test", false, [](world&) {}, [](tav_eml_smtp_boundary& b, job&) { return b.test(); }},
 };
 
-// What is made to fail.
-enum class fault { memory, memory_from, network, network_from, network_timeout, operator_new };
-
 // Runs the scenario with the nth call failing; false when there were fewer calls.
 bool survives(const scenario& s, fault kind, size_t n) {
   world w;
@@ -121,25 +113,8 @@ bool survives(const scenario& s, fault kind, size_t n) {
     tav_eml_smtp_boundary boundary(settings);
     job work(s.with_part);
     job again(s.with_part);
-    TAV_EML_RESULT result = TAV_EML_OK;
-    if (kind == fault::memory) memory.fail(n);
-    if (kind == fault::memory_from) memory.fail_from(n);
-    if (kind == fault::network) w.net.fail_any(n);
-    if (kind == fault::network_from) w.net.fail_any_from(n);
-    if (kind == fault::network_timeout) {
-      w.net.fail_any(n, tav_test::fake_platform::outcome::timeout);
-    }
-    if (kind == fault::operator_new) {
-      const tav_test::failing_new failing(n);
-      result = s.run(boundary, work);
-      has_failed = failing.calls() >= n;
-    } else {
-      result = s.run(boundary, work);
-      has_failed = kind == fault::memory || kind == fault::memory_from ? memory.failed()
-                                                                       : w.net.any_calls() >= n;
-    }
-    memory.never_fail();
-    w.net.never_fail();
+    const auto run = [&] { return s.run(boundary, work); };
+    const TAV_EML_RESULT result = run_with_fault(kind, n, memory, w.net, run, has_failed);
     EXPECT_FALSE(memory.any_mutex_held());
     // A mail is sent whole or not at all.
     for (const auto& message : w.host.messages()) {
@@ -159,18 +134,12 @@ bool survives(const scenario& s, fault kind, size_t n) {
   return has_failed;
 }
 
-TEST(Torture, every_call_failed_in_turn) {
+TEST(Torture, every_call_of_sending_failed_in_turn) {
   size_t points = 0;
   for (const scenario& s : kScenarios) {
-    for (const fault kind : {fault::memory, fault::memory_from, fault::network, fault::network_from,
-                             fault::network_timeout, fault::operator_new}) {
-      if (kind == fault::operator_new && !tav_test::failing_new::works()) continue;
-      size_t n = 1;
-      while (survives(s, kind, n) && !testing::Test::HasFailure() && n < 5000) ++n;
-      ASSERT_FALSE(testing::Test::HasFailure())
-          << s.name << ", fault " << static_cast<int>(kind) << ", call " << n;
-      points += n - 1;
-    }
+    try_every_fault(
+        s.name, [&](fault kind, size_t n) { return survives(s, kind, n); }, points);
+    if (HasFatalFailure()) return;
   }
   std::printf("%zu points of failure tried\n", points);
 }

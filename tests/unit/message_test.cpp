@@ -4,7 +4,10 @@
 
 #include <clocale>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -161,9 +164,47 @@ TEST(OutgoingHeader, is_whole_or_not_there) {
               m.set_message_id("");
             }).find("Message-Id"),
             std::string::npos);
-  const std::string longer(3000, 'x');
-  EXPECT_NE(composed([&](mail_ref m) { m.m_cSubject = longer.c_str(); }).find(longer),
-            std::string::npos);
+}
+
+TEST(OutgoingHeader, keeps_every_line_below_its_limit) {
+  using mail_ref = tav_eml_smtp_send_mail&;
+  constexpr size_t kLongest = 1023;  // CR LF included
+  const auto of = [](size_t length) { return std::string(length, 'x'); };
+  // Values that make a line of `length` bytes.
+  const std::function<void(mail_ref, size_t)> fields[] = {
+      [&](mail_ref m, size_t length) { m.m_cDate = of(length - 8).c_str(); },
+      [&](mail_ref m, size_t length) { m.m_cFrom = address(of(length - 8).c_str()); },
+      [&](mail_ref m, size_t length) { m.m_cSubject = of(length - 11).c_str(); },
+      [&](mail_ref m, size_t length) { m.m_cTo = address(of(length - 6).c_str()); },
+      [&](mail_ref m, size_t length) { m.m_cCc = address((of(length - 7) + ", a@b").c_str()); },
+      [&](mail_ref m, size_t length) { m.m_cReplyTo = address(("a;" + of(length - 3)).c_str()); },
+      [&](mail_ref m, size_t length) { m.m_cSender = address(of(length - 10).c_str()); },
+      [&](mail_ref m, size_t length) { m.set_mdn_address(of(length - 31).c_str()); },
+      [&](mail_ref m, size_t length) { m.set_message_id(of(length - 16).c_str()); },
+      [&](mail_ref m, size_t length) {
+        m.set_references(("<1> <" + of(length - 5) + ">").c_str());
+      },
+  };
+  for (size_t field = 0; field < std::size(fields); ++field) {
+    for (const size_t length : {kLongest, kLongest + 1}) {
+      tav_eml_smtp_send_mail mail;
+      fill(mail);
+      fields[field](mail, length);
+      const std::string header = header_of(mail);
+      EXPECT_EQ(header != "(failed)", length == kLongest) << field;
+      if (length == kLongest) {
+        EXPECT_NE(header.find(of(length - 31)), std::string::npos);
+      }
+    }
+  }
+  tav_eml_smtp_send_mail mail;
+  char* text = nullptr;
+  long length = 0;
+  long count = 0;
+  const std::string name = of(1020);
+  EXPECT_EQ(mail.MakeHeaderAddress(address(name.c_str()), "X:", text, nullptr, count, length), 0);
+  EXPECT_EQ(mail.make_header_bracket(("<" + name + ">").c_str(), "X:", text, length), 0);
+  EXPECT_EQ(text, nullptr);
 }
 
 TEST(OutgoingHeader, survives_every_failed_allocation) {
@@ -252,6 +293,37 @@ TEST(Settings, own_what_they_were_given) {
   EXPECT_NE(other.pop3_settings, settings.pop3_settings);
   EXPECT_STREQ(other.pop3_settings->m_strUserID.GetString(), "pop");
   EXPECT_EQ(other.tls_opt[4], 9);
+}
+
+TEST(Settings, keep_their_password_when_memory_runs_out) {
+  _tav_eml_pop3_setting pop_record;
+  pop_record.strPassword = "old";
+  tav_eml_pop3_settings pop(pop_record);
+  pop_record.strPassword = "new";
+  const tav_eml_pop3_settings new_pop(pop_record);
+  _tav_eml_smtp_setting record;
+  record.password = "old";
+  tav_eml_smtp_settings settings(record);
+  record.password = "new";
+  const tav_eml_smtp_settings new_settings(record);
+  tav_test::fake_memory memory;
+  const auto assigned = [&](size_t n, auto& target, const auto& source, const UtlString& password) {
+    memory.fail(n);
+    try {
+      target = source;
+      return true;
+    } catch (const std::bad_alloc&) {
+      const std::string text = password.GetString();
+      EXPECT_TRUE(text == "old" || text == "new") << n;
+      return false;
+    }
+  };
+  size_t n = 1;
+  while (!assigned(n, settings, new_settings, settings.password)) ASSERT_LT(++n, 20u);
+  for (n = 1; !assigned(n, pop, new_pop, pop.m_strPassword);) ASSERT_LT(++n, 20u);
+  memory.never_fail();
+  EXPECT_STREQ(settings.password.GetString(), "new");
+  EXPECT_STREQ(pop.m_strPassword.GetString(), "new");
 }
 
 // RFC 1321 and RFC 2202.
@@ -344,6 +416,16 @@ TEST(DeviceTexts, macros_stand_for_the_devices_values) {
   EXPECT_EQ(std::string(area + 4), std::string(17, 'E'));
   net.device_settings(device, 5);
   EXPECT_EQ(expand("a%printer-b"), "a-b");
+  tav_test::fake_memory memory;
+  for (const auto make : {tav_eml_smtp_util::make_subject, tav_eml_smtp_util::make_signature}) {
+    char* result = area;
+    int length = 9;
+    memory.fail(1);
+    EXPECT_EQ(make("text", &result, &length), TAV_EML_ERR_NO_MEMORY);
+    EXPECT_EQ(result, nullptr);
+    EXPECT_EQ(length, 0);
+  }
+  memory.never_fail();
 }
 
 std::string broken(const std::string& text) {
