@@ -3,6 +3,7 @@
 #ifndef TAVEML_H
 #define TAVEML_H
 
+#include "quorvelmida/tav_eml_mlutl_domain_filter.h"
 #include "quorvelmida/tav_eml_mlutl_mail.h"
 #include "quorvelmida/tav_eml_mlutl_mail_address.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
