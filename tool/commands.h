@@ -18,7 +18,8 @@ struct command {
 
 command add_send(CLI::App& tool);
 command add_receive(CLI::App& tool);
-command add_test_send(CLI::App& tool);
+command add_doctor(CLI::App& tool);
+command add_completion(CLI::App& tool);
 
 }  // namespace tavmail
 

@@ -103,6 +103,9 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       m_cTlsRefusal = presentable(bytes);
       show("* ", "certificate refused: " + m_cTlsRefusal);
       break;
+    case TAV_WIRETAP_TLS_CERTIFICATE:
+      m_cCertificate = std::string(bytes);
+      break;
     case TAV_WIRETAP_CLOSED:
       show("* ", "closed");
       break;

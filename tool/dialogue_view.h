@@ -39,6 +39,8 @@ class dialogue_view {
   const exchange* decisive() const;
   const std::string& tls() const { return m_cTls; }
   const std::string& tls_refusal() const { return m_cTlsRefusal; }
+  // The four lines of TAV_WIRETAP_TLS_CERTIFICATE, "" when no certificate was seen.
+  const std::string& certificate() const { return m_cCertificate; }
   // What became of the mail: its end was sent; the server took it.
   bool end_was_sent() const { return m_bEndSent; }
   bool was_accepted() const { return m_bAccepted; }
@@ -73,6 +75,7 @@ class dialogue_view {
   bool m_bAccepted = false;
   std::string m_cTls;
   std::string m_cTlsRefusal;
+  std::string m_cCertificate;
   std::vector<exchange> m_cExchanges;
 };
 

@@ -65,11 +65,9 @@ void endpoint_options::add_address(CLI::App& command, const endpoint_protocol& p
   const auto name = [&](const char* letter, const std::string& word) {
     return (is_main && *letter != '\0' ? std::string(letter) + "," : "") + "--" + prefix + word;
   };
-  auto* host =
-      command.add_option(name("-s", "server"), server, "HOST, HOST:PORT or [ADDRESS]:PORT")
-          ->type_name("HOST")
-          ->group(group);
-  if (is_main) host->required();
+  command.add_option(name("-s", "server"), server, "HOST, HOST:PORT or [ADDRESS]:PORT")
+      ->type_name("HOST")
+      ->group(group);
   command.add_option(name("-p", "port"), port, protocol.port_help)
       ->check(CLI::Range(1, 65535).description(""))
       ->type_name("N")
@@ -112,7 +110,8 @@ void endpoint_options::add_connection(CLI::App& command) {
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {
   split_port(server, port);
   const std::string option = std::string("--") + protocol.prefix;
-  if (server.empty()) throw problem(EX_USAGE, option + "server is empty; give a host name");
+  if (server.empty())
+    throw problem(EX_USAGE, "no server: give " + option + "server HOST or --account NAME");
   if (has_control(server) || has_control(user)) {
     throw problem(EX_USAGE,
                   "a control character in " + option + "server or " + option + "user; remove it");
@@ -151,6 +150,9 @@ void endpoint_options::library_tls_options(uint8_t (&options)[5]) const {
 }
 
 secret_text endpoint_options::ask_password() const {
+  if (m_cPassword && password_file.empty() && password_command.empty()) {
+    return secret_text(m_cPassword->text());
+  }
   return read_password(password_file, password_command, user, server);
 }
 

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "secret.h"
@@ -48,10 +49,16 @@ struct endpoint_options {
 
   std::string place() const { return server + " port " + std::to_string(port); }
 
+  // A password that the configuration file holds.
+  void set_password(const std::string& text) { m_cPassword = std::make_shared<secret_text>(text); }
+
   // As the library's settings want them.
   uint8_t library_tls_mode() const;
   void library_tls_options(uint8_t (&options)[5]) const;
   secret_text ask_password() const;
+
+ private:
+  std::shared_ptr<secret_text> m_cPassword;
 };
 
 // Wipes a text of a library record.

@@ -105,44 +105,8 @@ bool is_pop3_login(const dialogue_view& view) {
   return is_talking(view) && view.decisive()->is_pop3;
 }
 
-}  // namespace
-
-problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
-  const std::string where = options.place();
-  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
-  if (is_unknown) {
-    return problem(EX_TEMPFAIL,
-                   "the connection to " + where +
-                       " broke after the whole mail was sent: it may have been delivered; ask the "
-                       "recipient before sending it again");
-  }
-  // With a POP3 login before sending, what failed may have been that.
-  if (options.wants_pop_login() && (is_pop3_login(view) || view.exchanges().empty())) {
-    return explain_mailbox(result, view, options.mailbox);
-  }
-  switch (result) {
-    case TAV_EML_ERR_TRANSFER:
-      return problem(EX_TEMPFAIL, "the connection to " + where + " broke at " + step(view) +
-                                      "; nothing was delivered, try again");
-    case TAV_EML_ERR_REPLY_TEMPORARY:
-      return problem(EX_TEMPFAIL,
-                     where + " refused " + step(view) + " for now, try again later" + said(view));
-    case TAV_EML_ERR_REPLY:
-      return explain_reply(view, options);
-    case TAV_EML_ERR_AUTH_METHOD:
-      return problem(EX_UNAVAILABLE,
-                     where +
-                         " offers no login that works here (PLAIN, LOGIN, CRAM-MD5, "
-                         "DIGEST-MD5); does it want TLS first, or no login?");
-    case TAV_EML_ERR_SIZE_LIMIT:
-      return problem(EX_DATAERR, "the mail is larger than --size-limit; send less or raise it");
-    default:
-      return explain_connection(result, view, options);
-  }
-}
-
-problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
-                        const mailbox_options& options) {
+problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
+                          const mailbox_options& options) {
   const std::string where = options.place();
   const exchange* last = view.decisive();
   const bool is_silent = last == nullptr || last->reply.empty();
@@ -180,6 +144,95 @@ problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
       break;
   }
   return explain_connection(result, view, options);
+}
+
+problem explain_sending(TAV_EML_RESULT result, const dialogue_view& view,
+                        const server_options& options) {
+  const std::string where = options.place();
+  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
+  if (is_unknown) {
+    return problem(EX_TEMPFAIL,
+                   "the connection to " + where +
+                       " broke after the whole mail was sent: it may have been delivered; ask the "
+                       "recipient before sending it again");
+  }
+  // With a POP3 login before sending, what failed may have been that.
+  if (options.wants_pop_login() && (is_pop3_login(view) || view.exchanges().empty())) {
+    return explain_receiving(result, view, options.mailbox);
+  }
+  switch (result) {
+    case TAV_EML_ERR_TRANSFER:
+      return problem(EX_TEMPFAIL, "the connection to " + where + " broke at " + step(view) +
+                                      "; nothing was delivered, try again");
+    case TAV_EML_ERR_REPLY_TEMPORARY:
+      return problem(EX_TEMPFAIL,
+                     where + " refused " + step(view) + " for now, try again later" + said(view));
+    case TAV_EML_ERR_REPLY:
+      return explain_reply(view, options);
+    case TAV_EML_ERR_AUTH_METHOD:
+      return problem(EX_UNAVAILABLE,
+                     where +
+                         " offers no login that works here (PLAIN, LOGIN, CRAM-MD5, "
+                         "DIGEST-MD5); does it want TLS first, or no login?");
+    case TAV_EML_ERR_SIZE_LIMIT:
+      return problem(EX_DATAERR, "the mail is larger than --size-limit; send less or raise it");
+    default:
+      return explain_connection(result, view, options);
+  }
+}
+
+problem told(problem cause, TAV_EML_RESULT result, const dialogue_view& view) {
+  return cause.at(step(view), reply_text(view.decisive()), result_name(result));
+}
+
+}  // namespace
+
+const char* result_name(TAV_EML_RESULT result) {
+  switch (result) {
+#define NAME(code) \
+  case code:       \
+    return #code
+    NAME(TAV_EML_OK);
+    NAME(TAV_EML_ERR_PARAM);
+    NAME(TAV_EML_ERR_AUTH);
+    NAME(TAV_EML_ERR_NO_RCPT);
+    NAME(TAV_EML_ERR_NO_FROM);
+    NAME(TAV_EML_ERR_CONNECT);
+    NAME(TAV_EML_ERR_CONNECT_TIMEOUT);
+    NAME(TAV_EML_ERR_TRANSFER);
+    NAME(TAV_EML_ERR_TRANSFER_TIMEOUT);
+    NAME(TAV_EML_ERR_SIZE_LIMIT);
+    NAME(TAV_EML_ERR_REPLY);
+    NAME(TAV_EML_ERR_REPLY_TEMPORARY);
+    NAME(TAV_EML_ERR_AUTH_METHOD);
+    NAME(TAV_EML_ERR_TLS_INIT);
+    NAME(TAV_EML_ERR_TLS_INIT_RESOURCE);
+    NAME(TAV_EML_ERR_TLS_CONNECT);
+    NAME(TAV_EML_ERR_TLS_CONNECT_REFUSED);
+    NAME(TAV_EML_ERR_NOT_CONNECTED);
+    NAME(TAV_EML_ERR_NO_MEMORY);
+    NAME(TAV_EML_ERR_SOCKET);
+    NAME(TAV_EML_ERR_UNKNOWN);
+#undef NAME
+  }
+  return "";
+}
+
+const char* outcome_of(const dialogue_view& view) {
+  if (view.was_accepted()) return "delivered";
+  const std::string reply = reply_text(view.decisive());
+  if (view.end_was_sent() && reply.empty()) return "unknown";
+  const bool is_no = !reply.empty() && (reply[0] == '4' || reply[0] == '5' || reply[0] == '-');
+  return is_no ? "refused" : "not sent";
+}
+
+problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
+  return told(explain_sending(result, view, options), result, view);
+}
+
+problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
+                        const mailbox_options& options) {
+  return told(explain_receiving(result, view, options), result, view);
 }
 
 }  // namespace tavmail

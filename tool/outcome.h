@@ -11,6 +11,13 @@
 
 namespace tavmail {
 
+// The name of a result, "TAV_EML_ERR_AUTH".
+const char* result_name(quorvelmida::TAV_EML_RESULT result);
+
+// What became of a mail: "delivered"; "refused" by the server; "unknown" when the connection broke
+// after all of it was sent; "not sent".
+const char* outcome_of(const dialogue_view& view);
+
 // One plain sentence about a result that is not TAV_EML_OK: of sending, and of receiving.
 problem explain(quorvelmida::TAV_EML_RESULT result, const dialogue_view& view,
                 const server_options& options);

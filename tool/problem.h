@@ -11,7 +11,8 @@
 namespace tavmail {
 
 // Ends the command: one sentence that says what is wrong and what to do, and an exit code after
-// sysexits.h.
+// sysexits.h. A script is told more: at which stage it was, what the server said and the library's
+// code.
 class problem : public std::runtime_error {
  public:
   problem(int exit_code, const std::string& sentence)
@@ -19,8 +20,21 @@ class problem : public std::runtime_error {
 
   int exit_code() const { return m_nExitCode; }
 
+  problem& at(const std::string& stage, const std::string& reply, const std::string& code) {
+    m_cStage = stage;
+    m_cReply = reply;
+    m_cCode = code;
+    return *this;
+  }
+  const std::string& stage() const { return m_cStage; }
+  const std::string& reply() const { return m_cReply; }
+  const std::string& code() const { return m_cCode; }
+
  private:
   int m_nExitCode;
+  std::string m_cStage;
+  std::string m_cReply;
+  std::string m_cCode;
 };
 
 }  // namespace tavmail

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "account_file.h"
 #include "commands.h"
 #include "dialogue_view.h"
 #include "interrupt.h"
@@ -24,6 +25,7 @@ using namespace quorvelmida;
 namespace {
 
 struct receive_options {
+  account_file account;
   mailbox_options mailbox;
   std::string folder;
   std::string seen;
@@ -198,7 +200,8 @@ void print(const receive_options& options, const collection& mails) {
             << mails.on_server() << " on the server\n";
 }
 
-int run_receive(receive_options& options) {
+int run_receive(CLI::App& command, receive_options& options) {
+  options.account.apply(command, *command.get_parent(), "pop3", options.mailbox);
   options.mailbox.complete();
   if (options.is_deleting && !options.saves()) {
     throw problem(EX_USAGE, "--delete deletes what was saved; add --folder DIR");
@@ -235,6 +238,7 @@ Examples:
 command add_receive(CLI::App& tool) {
   CLI::App* app = tool.add_subcommand("receive", "list, fetch and delete mail");
   const auto options = std::make_shared<receive_options>();
+  options->account.add_to(*app);
   options->mailbox.add_to(*app);
   app->add_option("-d,--folder", options->folder, "save new mails there")
       ->type_name("DIR")
@@ -259,7 +263,7 @@ command add_receive(CLI::App& tool) {
       ->excludes(verbose)
       ->group("Output");
   app->footer(kExamples);
-  return {app, [options] { return run_receive(*options); }};
+  return {app, [app, options] { return run_receive(*app, *options); }};
 }
 
 }  // namespace tavmail

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "dialogue_view.h"
@@ -64,6 +65,7 @@ class transaction {
   }
 
   std::string reply() const { return reply_text(m_cView.decisive()); }
+  const char* outcome() const { return outcome_of(m_cView); }
 
  private:
   // Ends the transaction when a step failed.
@@ -108,20 +110,51 @@ class transaction {
   tav_eml_smtp_boundary m_cBoundary;
 };
 
-int run_send(send_options& options) {
-  options.server.complete();
+std::string outcome_json(const std::string& outcome, const std::string& reply, const outgoing& out,
+                         const problem* cause) {
+  nlohmann::ordered_json document = {{"outcome", outcome}, {"reply", reply}};
+  UtlString id;
+  if (out.mail.get_message_id(id) != 0) document["message_id"] = id.GetString();
+  if (cause != nullptr) {
+    document["stage"] = cause->stage();
+    document["code"] = cause->code();
+    document["exit_code"] = cause->exit_code();
+    document["problem"] = cause->what();
+  }
+  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+int run_send(CLI::App& command, send_options& options) {
   outgoing out;
-  prepare(options, out);
-  transaction sending(options, out);
-  sending.run();
-  if (!options.quiet) std::cout << "sent; the server said: " << sending.reply() << '\n';
-  return EX_OK;
+  std::string outcome = "not sent";
+  try {
+    options.account.apply(command, *command.get_parent(), "smtp", options.server);
+    options.server.complete();
+    prepare(options, out);
+    transaction sending(options, out);
+    try {
+      sending.run();
+    } catch (const problem&) {
+      outcome = sending.outcome();
+      throw;
+    }
+    if (options.is_json) {
+      std::cout << outcome_json("delivered", sending.reply(), out, nullptr);
+    } else if (!options.quiet) {
+      std::cout << "sent; the server said: " << sending.reply() << '\n';
+    }
+    return EX_OK;
+  } catch (const problem& cause) {
+    if (options.is_json) std::cout << outcome_json(outcome, cause.reply(), out, &cause);
+    throw;
+  }
 }
 
 constexpr char kExamples[] = R"(
 Examples:
   tavmail send -s mail.example.com -u anna -f anna@example.com \
       -t bob@example.org -S "Hello" --text "How are you?"
+  tavmail send -A office -t bob@example.org -S "Hello" --text-file letter.txt
   tavmail send -s mail.example.com:465 -f scanner@example.com \
       -t bob@example.org -S "Scan" --text "" -a scan.pdf
 )";
@@ -133,7 +166,7 @@ command add_send(CLI::App& tool) {
   const auto options = std::make_shared<send_options>();
   options->add_to(*app);
   app->footer(kExamples);
-  return {app, [options] { return run_send(*options); }};
+  return {app, [app, options] { return run_send(*app, *options); }};
 }
 
 }  // namespace tavmail

@@ -8,6 +8,7 @@
 
 #include "message_text.h"
 #include "problem.h"
+#include "quorvelmida/tav_eml_mlutl_domain_filter.h"
 
 namespace tavmail {
 
@@ -86,6 +87,7 @@ void fill_addresses(const send_options& options, tav_eml_smtp_send_mail& mail) {
   set("--reply-to", join(options.reply_to), mail.m_cReplyTo);
   set("--sender", options.sender, mail.m_cSender);
   set("--mdn", options.mdn, mail.m_cMdnAddress);
+  if (options.from.empty()) throw problem(EX_USAGE, "no author: give --from ADDRESS");
   if (count_addresses(options.from) != 1) {
     throw problem(EX_USAGE, "--from takes one address; others go into --reply-to");
   }
@@ -93,6 +95,27 @@ void fill_addresses(const send_options& options, tav_eml_smtp_send_mail& mail) {
     throw problem(EX_USAGE, "no recipient: give --to, --cc or --bcc");
   }
   if (count_addresses(options.sender) > 1) throw problem(EX_USAGE, "--sender takes one address");
+}
+
+// Holds every recipient against the permit or deny list.
+void check_recipients(const send_options& options) {
+  constexpr unsigned char kPermit = 1;
+  constexpr unsigned char kDeny = 2;
+  const bool is_permit = !options.permit.empty();
+  const std::vector<std::string>& names = is_permit ? options.permit : options.deny;
+  if (names.empty()) return;
+  std::vector<const char*> list;
+  for (const std::string& name : names) list.push_back(name.c_str());
+  for (const auto& recipients : {options.to, options.cc, options.bcc}) {
+    for (const std::string& addresses : recipients) {
+      if (tav_eml_mlutl_check_filter(addresses.c_str(), is_permit ? kPermit : kDeny, list.data(),
+                                     static_cast<int>(list.size())) == 0) {
+        throw problem(EX_NOPERM, "mail may not go to " + addresses + ": " +
+                                     (is_permit ? "not all of it is on the --permit list"
+                                                : "it is on the --deny list"));
+      }
+    }
+  }
 }
 
 // Message ids stand in angle brackets.
@@ -140,12 +163,13 @@ void fill_attachment(const send_options& options, outgoing& out) {
 }  // namespace
 
 void send_options::add_to(CLI::App& command) {
+  account.add_to(command);
   server.add_to(command);
   const std::string mail = "Mail";
   const auto add = [&](const char* names, auto& value, const char* help, const char* type) {
     return command.add_option(names, value, help)->type_name(type)->group(mail);
   };
-  add("-f,--from", from, "author", "ADDRESS")->required();
+  add("-f,--from", from, "author", "ADDRESS");
   add("-t,--to", to, "recipients: one or a list; may be repeated", "ADDRESS")
       ->allow_extra_args(false);
   add("--cc", cc, "copies", "ADDRESS")->allow_extra_args(false);
@@ -165,10 +189,16 @@ void send_options::add_to(CLI::App& command) {
   add("--references", references, "ids of the thread", "IDS");
   add("--mdn", mdn, "ask for a notice that the mail was displayed", "ADDRESS");
   add("--size-limit", size_limit, "most bytes of the mail", "BYTES");
+  auto* only = add("--permit", permit, "domain or address that mail may go to; repeatable", "NAME")
+                   ->allow_extra_args(false);
+  add("--deny", deny, "domain or address that mail may not go to", "NAME")
+      ->allow_extra_args(false)
+      ->excludes(only);
   command.add_flag("--internet-fax", internet_fax, "mark the attachment as internet fax")
       ->group(mail);
   auto* loud = command.add_flag("-v,--verbose", verbose, "show the dialogue, secrets masked")
                    ->group("Output");
+  command.add_flag("--json", is_json, "tell the outcome as JSON")->group("Output");
   command.add_flag("-q,--quiet", quiet, "say nothing on success")->excludes(loud)->group("Output");
 }
 
@@ -176,6 +206,7 @@ void prepare(const send_options& options, outgoing& out) {
   out.mail.m_nCharSet = char_set_of(options.char_set_name);
   out.mail.m_nContentType = TAV_EML_CT_TEXT_PLAIN;
   out.mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
+  check_recipients(options);
   fill_addresses(options, out.mail);
   check_header_text("--subject", options.subject, out.mail.m_nCharSet);
   out.mail.m_cSubject = options.subject.c_str();

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "account_file.h"
 #include "attachment.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 #include "server_options.h"
@@ -14,7 +15,10 @@
 namespace tavmail {
 
 struct send_options {
+  account_file account;
   server_options server;
+  std::vector<std::string> permit;  // domains and addresses that mail may go to
+  std::vector<std::string> deny;    // and those that it may not
   std::string from;
   std::vector<std::string> to;
   std::vector<std::string> cc;
@@ -36,6 +40,7 @@ struct send_options {
   bool internet_fax = false;
   bool verbose = false;
   bool quiet = false;
+  bool is_json = false;
 
   CLI::Option* text_option = nullptr;
 

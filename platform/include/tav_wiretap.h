@@ -19,6 +19,9 @@ enum TAV_WIRETAP_EVENT : int32_t {
   TAV_WIRETAP_TLS_STARTED = 4,  // text: protocol version and cipher
   TAV_WIRETAP_TLS_REFUSED = 5,  // text: why the certificate was refused
   TAV_WIRETAP_CLOSED = 6,
+  // text, four lines: the names that the server's certificate is for, its first and its last day
+  // (YYYY-MM-DD, UTC), its issuer. Told during the handshake, whether it is checked or not.
+  TAV_WIRETAP_TLS_CERTIFICATE = 7,
 };
 
 // `bytes` is valid during the call only. Called on the thread that moves the bytes.

@@ -5,8 +5,11 @@
 #include <openssl/x509v3.h>
 
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <new>
+
+#include "wiretap.h"
 
 namespace {
 
@@ -89,21 +92,48 @@ std::string describe(int code, const X509* server, const std::string& name) {
   }
 }
 
+std::string day_text(const ASN1_TIME* time) {
+  std::tm day{};
+  char text[16] = "";
+  if (time == nullptr || ASN1_TIME_to_tm(time, &day) != 1) return "unknown";
+  std::strftime(text, sizeof text, "%Y-%m-%d", &day);
+  return text;
+}
+
+// The issuer's common name, or its organisation.
+std::string issuer_text(const X509* server) {
+  char text[128] = "";
+  const X509_NAME* issuer = X509_get_issuer_name(server);
+  for (const int field : {NID_commonName, NID_organizationName}) {
+    if (X509_NAME_get_text_by_NID(issuer, field, text, sizeof text) > 0) return text;
+  }
+  return "unknown";
+}
+
+void tell(const X509* server) {
+  if (!has_wiretap()) return;
+  wiretap(TAV_WIRETAP_TLS_CERTIFICATE,
+          certificate_names(server) + "\n" + day_text(X509_get0_notBefore(server)) + "\n" +
+              day_text(X509_get0_notAfter(server)) + "\n" + issuer_text(server));
+}
+
 // Called for each certificate; the certificates themselves are gone when the handshake has failed.
-int note_refusal(int is_good, X509_STORE_CTX* store) {
-  if (is_good == 1) return 1;
+int note_certificate(int is_good, X509_STORE_CTX* store) {
   const auto* ssl = static_cast<const SSL*>(
       X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
   auto* refusal = static_cast<certificate_refusal*>(SSL_get_app_data(ssl));
   const X509* server = X509_STORE_CTX_get0_cert(store);
-  if (refusal != nullptr && server != nullptr) {
-    try {
+  if (refusal == nullptr || server == nullptr) return is_good;
+  try {
+    if (!refusal->is_told) tell(server);
+    refusal->is_told = true;
+    if (is_good == 0 && refusal->is_check) {
       refusal->reason = describe(X509_STORE_CTX_get_error(store), server, refusal->server);
-    } catch (const std::bad_alloc&) {
-      // The refusal stands, without its reason.
     }
+  } catch (const std::bad_alloc&) {
+    // The refusal stands, without its reason.
   }
-  return 0;
+  return refusal->is_check ? is_good : 1;
 }
 
 }  // namespace
@@ -113,11 +143,12 @@ bool set_server_name(SSL* ssl, const std::string& name, bool check, certificate_
   if (!bare.empty() && !is_address(bare) && SSL_set_tlsext_host_name(ssl, bare.c_str()) != 1) {
     return false;
   }
-  if (!check) return true;
-  if (bare.empty()) return false;
+  if (check && bare.empty()) return false;
   refusal.server = bare;
+  refusal.is_check = check;
   SSL_set_app_data(ssl, &refusal);
-  SSL_set_verify(ssl, SSL_VERIFY_PEER, note_refusal);
+  SSL_set_verify(ssl, check ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, note_certificate);
+  if (!check) return true;
   if (is_address(bare)) {
     return X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl), bare.c_str()) == 1;
   }

@@ -9,8 +9,10 @@
 
 // Why a certificate was refused, in plain words. Filled during the handshake.
 struct certificate_refusal {
-  std::string server;  // the name that was asked for
-  std::string reason;  // "" as long as nothing was refused
+  std::string server;     // the name that was asked for
+  std::string reason;     // "" as long as nothing was refused
+  bool is_told = false;   // the observer has been told of the certificate
+  bool is_check = false;  // the check counts
 };
 
 // Tells the session which server it is for: the name is sent (not an address literal) and, with

@@ -115,7 +115,7 @@ def check_servers(certificates):
         expect(code, words, *send(peer.port, *user))
     peer = Peer([b"220 hi\r\n", b"250 AUTH PLAIN\r\n", b"235 in\r\n", b"221 bye\r\n"],
                 probes=1)
-    done = tavmail("test-send", "-s", f"127.0.0.1:{peer.port}", "-v", *user)
+    done = tavmail("doctor", "-s", f"127.0.0.1:{peer.port}", "-v", *user)
     assert done.returncode == 0 and b"anna is logged in" in done.stdout, done
     assert b"AUTH PLAIN ****" in done.stderr and b"Z2VoZWlt" not in done.stderr, done.stderr
     # Accepted is accepted, also when the goodbye fails.

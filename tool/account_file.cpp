@@ -1,0 +1,194 @@
+#include "account_file.h"
+
+#include <sys/stat.h>
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "near_word.h"
+#include "problem.h"
+
+namespace tavmail {
+
+namespace {
+
+constexpr char kPassword[] = "password";
+
+// The file as read, for messages that name its lines.
+class document {
+ public:
+  explicit document(const std::string& path) : m_cPath(path) {
+    try {
+      m_cTable = toml::parse_file(path);
+    } catch (const toml::parse_error& error) {
+      throw at(error.source().begin.line, std::string(error.description()));
+    }
+    refuse_readable_secrets();
+  }
+
+  const toml::table& table() const { return m_cTable; }
+
+  problem at(size_t line, const std::string& text) const {
+    return problem(EX_CONFIG, m_cPath + ":" + std::to_string(line) + ": " + text);
+  }
+  problem at(const toml::node& node, const std::string& text) const {
+    return at(node.source().begin.line, text);
+  }
+
+ private:
+  static bool has_secret(const toml::table& table) {
+    for (const auto& [key, node] : table) {
+      if (key.str() == kPassword) return true;
+      if (const toml::table* inner = node.as_table(); inner != nullptr && has_secret(*inner)) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  void refuse_readable_secrets() const {
+    struct stat status;
+    if (stat(m_cPath.c_str(), &status) != 0 || (status.st_mode & 077) == 0) return;
+    if (has_secret(m_cTable)) {
+      throw problem(EX_CONFIG, "others can read the passwords in " + m_cPath + "; chmod 600 it");
+    }
+  }
+
+  const std::string m_cPath;
+  toml::table m_cTable;
+};
+
+std::vector<std::string> keys_of(const toml::table& table) {
+  std::vector<std::string> keys;
+  for (const auto& [key, node] : table) {
+    if (node.is_table()) keys.emplace_back(key.str());
+  }
+  return keys;
+}
+
+const toml::table& find_account(const document& file, const std::string& wanted,
+                                const std::string& path) {
+  const toml::node* node = file.table().get(wanted);
+  if (node == nullptr || !node->is_table()) {
+    throw problem(EX_CONFIG, "no account \"" + wanted + "\" in " + path +
+                                 did_you_mean(wanted, keys_of(file.table())));
+  }
+  return *node->as_table();
+}
+
+// A value as the command line would have it; several for an array.
+std::vector<std::string> values_of(const document& file, const std::string& key,
+                                   const toml::node& node) {
+  if (const auto text = node.value_exact<std::string>()) return {*text};
+  if (const auto number = node.value_exact<int64_t>()) return {std::to_string(*number)};
+  if (const auto flag = node.value_exact<bool>()) return {*flag ? "true" : "false"};
+  const toml::array* array = node.as_array();
+  if (array == nullptr) {
+    throw file.at(node, key + ": expected a text, a number, true or false, or a list of texts");
+  }
+  std::vector<std::string> values;
+  for (const toml::node& element : *array) {
+    const auto text = element.value_exact<std::string>();
+    if (!text) throw file.at(element, key + ": expected a text");
+    values.push_back(*text);
+  }
+  return values;
+}
+
+// The options of all commands as keys.
+std::vector<std::string> known_keys(const CLI::App& tool) {
+  std::vector<std::string> keys = {kPassword};
+  for (const CLI::App* command : tool.get_subcommands(nullptr)) {
+    for (const CLI::Option* option : command->get_options()) {
+      for (std::string name : option->get_lnames()) {
+        std::replace(name.begin(), name.end(), '-', '_');
+        if (name != "help" && name != "config" && name != "account") keys.push_back(name);
+      }
+    }
+  }
+  return keys;
+}
+
+void set_option(const document& file, CLI::App& command, const CLI::App& tool,
+                const std::string& key, const toml::node& node) {
+  std::string name = key;
+  std::replace(name.begin(), name.end(), '_', '-');
+  const std::vector<std::string> keys = known_keys(tool);
+  if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
+    throw file.at(node, "unknown key \"" + key + "\"" + did_you_mean(key, keys));
+  }
+  CLI::Option* option = command.get_option_no_throw("--" + name);
+  // It is another command's, or the command line counts more.
+  if (option == nullptr || option->count() > 0) return;
+  const std::vector<std::string> values = values_of(file, key, node);
+  const bool is_flag = option->get_expected_max() == 0;
+  if (is_flag && !node.is_boolean()) throw file.at(node, key + ": expected true or false");
+  if (is_flag && values[0] == "false") return;
+  try {
+    for (const std::string& value : values) option->add_result(value);
+    option->run_callback();
+  } catch (const CLI::Error& error) {
+    throw file.at(node, error.what());
+  }
+}
+
+}  // namespace
+
+std::string account_file::default_path() {
+  const char* config = std::getenv("XDG_CONFIG_HOME");
+  if (config != nullptr && *config == '/') return std::string(config) + "/tavmail/config.toml";
+  const char* home = std::getenv("HOME");
+  return std::string(home != nullptr ? home : "") + "/.config/tavmail/config.toml";
+}
+
+void account_file::add_to(CLI::App& command) {
+  command
+      .add_option("-A,--account", m_cAccount,
+                  "account of the configuration file; its default by default")
+      ->type_name("NAME")
+      ->group("Server");
+  command.add_option("--config", m_cPath, "configuration file; ~/.config/tavmail/config.toml")
+      ->type_name("FILE")
+      ->group("Server");
+}
+
+bool account_file::apply(CLI::App& command, const CLI::App& tool, const std::string& section,
+                         endpoint_options& endpoint, bool optional) const {
+  const bool names_server = command.get_option("--server")->count() > 0;
+  if (names_server && !m_cAccount.empty()) {
+    throw problem(EX_USAGE, "--account and --server exclude each other; an account has its server");
+  }
+  if (names_server) return false;
+  const std::string path = m_cPath.empty() ? default_path() : m_cPath;
+  if (!std::filesystem::exists(path)) {
+    if (m_cPath.empty() && m_cAccount.empty()) return false;
+    throw problem(EX_NOINPUT, "cannot read " + path + "; see \"Accounts\" in the manual");
+  }
+  const document file(path);
+  std::string name = m_cAccount;
+  if (name.empty()) {
+    const toml::node* chosen = file.table().get("default");
+    if (chosen == nullptr) return false;
+    if (!chosen->is_string()) throw file.at(*chosen, "default: expected the name of an account");
+    name = *chosen->value<std::string>();
+  }
+  const toml::table& account = find_account(file, name, path);
+  const toml::node* table = account.get(section);
+  if (table == nullptr && optional) return false;
+  if (table == nullptr || !table->is_table()) {
+    throw file.at(account, "account \"" + name + "\" has no table [" + name + "." + section + "]");
+  }
+  for (const auto& [key, node] : *table->as_table()) {
+    if (key.str() == kPassword) {
+      if (!node.is_string()) throw file.at(node, "password: expected a text");
+      endpoint.set_password(*node.value<std::string>());
+    } else {
+      set_option(file, command, tool, std::string(key.str()), node);
+    }
+  }
+  return true;
+}
+
+}  // namespace tavmail

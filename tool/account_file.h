@@ -1,0 +1,48 @@
+// account_file.h - accounts in a configuration file.
+
+#ifndef ACCOUNT_FILE_H
+#define ACCOUNT_FILE_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "endpoint_options.h"
+
+namespace tavmail {
+
+// Where the options that were not given come from. The file is TOML:
+//
+//   default = "office"
+//
+//   [office.smtp]                 # for tavmail send
+//   server = "mail.example.com"
+//   user = "anna"
+//   password_command = "pass show mail"
+//   from = "Anna <anna@example.com>"
+//
+//   [office.pop3]                 # for tavmail receive
+//   server = "mail.example.com:995"
+//
+// Every long option of the command may stand there, with "_" for "-"; "password" too, if nobody
+// else can read the file. What the command line says counts more. An account that was not asked for
+// is not used when the command line names a server: its password is not for that one.
+class account_file {
+ public:
+  void add_to(CLI::App& command);
+
+  // Fills the options of `command` from the table `section` ("smtp" or "pop3") of the account.
+  // Keys of other commands are passed over. Throws a problem that names file and line. `optional`:
+  // an account without the table will do. True when there was one.
+  bool apply(CLI::App& command, const CLI::App& tool, const std::string& section,
+             endpoint_options& endpoint, bool optional = false) const;
+
+  static std::string default_path();
+
+ private:
+  std::string m_cPath;
+  std::string m_cAccount;
+};
+
+}  // namespace tavmail
+
+#endif

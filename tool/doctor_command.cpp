@@ -1,0 +1,161 @@
+// tavmail doctor.
+
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "account_file.h"
+#include "checkup.h"
+#include "commands.h"
+#include "problem.h"
+#include "received_text.h"
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kColumns = 79;
+
+struct doctor_options {
+  account_file account;
+  server_options asked;  // as given; each protocol gets options of its own from it
+  bool apop = false;
+  std::string protocol;
+  bool verbose = false;
+  bool is_json = false;
+};
+
+// Hands what was given on the command line over to the options of one protocol.
+void carry(const CLI::App& from, CLI::App& to) {
+  for (const CLI::Option* given : from.get_options()) {
+    if (given->count() == 0 || given->get_lnames().empty()) continue;
+    CLI::Option* option = to.get_option_no_throw("--" + given->get_lnames()[0]);
+    if (option == nullptr) continue;
+    for (const std::string& value : given->results()) option->add_result(value);
+    option->run_callback();
+  }
+}
+
+bool wants(const CLI::App& command, const doctor_options& options, const std::string& protocol) {
+  if (!options.protocol.empty()) return options.protocol == protocol;
+  if (command.get_option("--server")->count() == 0) return true;
+  // A server without more words: its port tells.
+  mailbox_options endpoint = {};
+  endpoint.server = options.asked.server;
+  endpoint.port = options.asked.port;
+  endpoint.complete_address(kPop3);
+  const bool is_pop3 =
+      (endpoint.port == kPop3.plain_port || endpoint.port == kPop3.implicit_port) &&
+      (options.asked.port != 0 || options.asked.server != endpoint.server);
+  return is_pop3 == (protocol == "pop3");
+}
+
+// Runs `check` with the options of one protocol. False when the account does not have it.
+template <typename Options, typename Check>
+bool examine(const CLI::App& command, const doctor_options& options, const char* protocol,
+             Check check, std::vector<checkup>& results) {
+  Options endpoint;
+  CLI::App own;
+  endpoint.add_to(own);
+  carry(command, own);
+  const bool is_known = options.account.apply(own, *command.get_parent(), protocol, endpoint, true);
+  if (!is_known && endpoint.server.empty()) return false;
+  endpoint.complete();
+  results.push_back(check(endpoint, options.verbose));
+  return true;
+}
+
+void add_wrapped(std::string& out, const std::string& label, const std::string& text) {
+  const size_t room = kColumns - label.size();
+  std::string line;
+  std::string lead = label;
+  size_t at = 0;
+  while (at < text.size()) {
+    size_t end = std::min(text.find(' ', at), text.size());
+    const std::string word = text.substr(at, end - at);
+    if (!line.empty() && display_width(line) + 1 + display_width(word) > room) {
+      out += lead + line + "\n";
+      lead = std::string(label.size(), ' ');
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + fit(word, room);
+    at = end + 1;
+  }
+  out += lead + line + "\n";
+}
+
+int run_doctor(CLI::App& command, const doctor_options& options) {
+  std::vector<checkup> results;
+  if (wants(command, options, "smtp")) {
+    examine<server_options>(command, options, "smtp", check_smtp, results);
+  }
+  if (wants(command, options, "pop3")) {
+    examine<mailbox_options>(command, options, "pop3", check_pop3, results);
+  }
+  if (results.empty()) {
+    throw problem(EX_USAGE, "nothing to examine: give --server HOST or --account NAME");
+  }
+  int exit_code = EX_OK;
+  for (const checkup& result : results) {
+    if (!options.is_json) std::cout << checkup_lines(result);
+    if (exit_code == EX_OK) exit_code = result.exit_code;
+  }
+  if (options.is_json) std::cout << checkups_json(results);
+  return exit_code;
+}
+
+}  // namespace
+
+std::string checkup_lines(const checkup& result) {
+  std::string out = (result.protocol == "smtp" ? "Sending" : "Receiving") + std::string(": ") +
+                    result.server + " port " + std::to_string(result.port) + "\n";
+  for (const checkup_stage& stage : result.stages) {
+    std::string label = stage.is_good ? "  ok    " : "  FAIL  ";
+    label += stage.name;
+    label.resize(22, ' ');
+    add_wrapped(out, label, stage.text);
+    if (!stage.is_good && !stage.remedy.empty()) {
+      add_wrapped(out, "        what to do    ", stage.remedy);
+    }
+  }
+  return out + "\n";
+}
+
+std::string checkups_json(const std::vector<checkup>& results) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const checkup& result : results) {
+    nlohmann::ordered_json stages = nlohmann::ordered_json::array();
+    for (const checkup_stage& stage : result.stages) {
+      stages.push_back({{"name", stage.name},
+                        {"good", stage.is_good},
+                        {"text", stage.text},
+                        {"remedy", stage.remedy}});
+    }
+    list.push_back({{"protocol", result.protocol},
+                    {"server", result.server},
+                    {"port", result.port},
+                    {"good", result.is_good()},
+                    {"exit_code", result.exit_code},
+                    {"stages", stages}});
+  }
+  const nlohmann::ordered_json document = {{"checkups", list}};
+  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+command add_doctor(CLI::App& tool) {
+  CLI::App* app = tool.add_subcommand("doctor", "examine the way to a server, stage by stage");
+  const auto options = std::make_shared<doctor_options>();
+  options->account.add_to(*app);
+  options->asked.add_to(*app);
+  app->add_flag("--apop", options->apop, "log in to POP3 with APOP")->group("Server");
+  app->add_option("--protocol", options->protocol, "smtp or pop3; both of an account by default")
+      ->check(CLI::IsMember({"smtp", "pop3"}).description(""))
+      ->type_name("NAME")
+      ->group("Server");
+  app->add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")
+      ->group("Output");
+  app->add_flag("--json", options->is_json, "tell what was found as JSON")->group("Output");
+  return {app, [app, options] { return run_doctor(*app, *options); }};
+}
+
+}  // namespace tavmail
