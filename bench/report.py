@@ -92,6 +92,12 @@ def number(value):
     return f"{value:.2f}"
 
 
+def rounds_of(results):
+    """A task that was measured again may have had more rounds than the others."""
+    rounds = {task["clients"]["raw"]["rounds"] for task in results["tasks"].values()}
+    return " or ".join(str(count) for count in sorted(rounds))
+
+
 def describe_machine(results):
     machine = results["machine"]
     versions = ", ".join(
@@ -104,7 +110,7 @@ def describe_machine(results):
         "",
         f"{machine['cpu']}, {machine['cores']} cores, {machine['memory_gib']} GiB, "
         f"Debian {machine['debian']}, Linux {machine['kernel']}; {machine['compiler']}, Release. "
-        f"{versions}. Measured on {results['date']}, {results['rounds']} rounds, "
+        f"{versions}. Measured on {results['date']}, {rounds_of(results)} rounds, "
         f"load {machine['load']:.1f} at the start.",
     ]
     return "\n".join(lines)
@@ -222,7 +228,7 @@ def main():
     sections += ["![Times raw, per task and client](benchmarks.svg)", ""]
     for task in results["tasks"].values():
         sections += [table(task), "", verdict(task), ""]
-    sections += [aims(results), ""]
+    sections += [aims(results), "", (HERE / "profile.md").read_text(encoding="utf-8")]
     sections.append(
         "Besides the times, `bench/guard` counts the instructions of small fixed runs under\n"
         "valgrind and fails when they exceed `bench/budget.json`; the test `bench_guard` runs it.\n"

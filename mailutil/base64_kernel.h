@@ -9,6 +9,9 @@
 
 namespace quorvelmida {
 
+// How far a vector of decoded groups is written beyond its last group.
+constexpr long kBase64Slack = 8;
+
 // A kernel works on whole groups (3 bytes, 4 characters) and leaves everything irregular to its
 // caller: line breaks, padding, foreign characters, the unfinished last group.
 struct base64_kernel {
@@ -17,8 +20,8 @@ struct base64_kernel {
   // behind these groups: lines are short, and a vector wants to read across their ends.
   void (*encode)(const uint8_t* in, size_t groups, const uint8_t* end, char* out);
   // Decodes whole groups up to the first one with a character outside the alphabet (NUL is outside
-  // here). Returns the count of groups. `out` has room for `length` bytes, and what lies behind the
-  // decoded groups may be overwritten with anything.
+  // here). Returns the count of groups. `out` has room for all groups and kBase64Slack bytes more,
+  // and what lies behind the decoded groups may be overwritten with anything.
   size_t (*decode)(const unsigned char* in, size_t length, uint8_t* out);
 };
 

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "base64_kernel.h"
+#include "base64_text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
@@ -19,14 +20,6 @@ namespace quorvelmida {
 const char* const tav_eml_mlutl_mime_utility::pszBase64Seed = kBase64Alphabet;
 
 namespace {
-
-// A block of `capacity` bytes and one more that is not cleared: the codecs write every byte of
-// their result, and that is most of what there is.
-bool allocate_uncleared(utl_buffer& buffer, int64_t capacity) {
-  if (capacity >= INT_MAX) return false;
-  buffer.data() = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(capacity) + 1));
-  return buffer.data() != nullptr;
-}
 
 // The bits of up to four accepted characters, the first one in the highest of 24 bits.
 struct base64_group {
@@ -57,7 +50,10 @@ long finish(const base64_group& rest, uint8_t* out) {
   return static_cast<long>(count);
 }
 
-// Decodes into `out`, which has room for one byte more than the text. Returns the count of bytes.
+// Room for what `len` characters decode to, with the byte behind it.
+long decoded_room(long len) { return len / 4 * 3 + 3 + static_cast<long>(kBase64Slack); }
+
+// Decodes into `out`, which has decoded_room(). Returns the count of bytes.
 // The kernel takes the text up to a line break or another foreign character, mostly a whole line.
 long decode(const unsigned char* in, long len, uint8_t* out) {
   const base64_kernel& kernel = chosen_base64_kernel();
@@ -78,13 +74,6 @@ long decode(const unsigned char* in, long len, uint8_t* out) {
   }
 }
 
-// Length of the text for `len` bytes in lines of `line` characters (0: one line).
-int64_t encoded_length(int64_t len, int64_t line) {
-  const int64_t characters = (len + 2) / 3 * 4;
-  return line > 0 && characters > 0 ? characters + 2 * ((characters + line - 1) / line - 1)
-                                    : characters;
-}
-
 // Four characters for one or two bytes, padded with "=".
 void encode_rest(const uint8_t* in, size_t count, char* out) {
   const unsigned int second = count > 1 ? in[1] : 0U;
@@ -94,11 +83,18 @@ void encode_rest(const uint8_t* in, size_t count, char* out) {
   out[3] = '=';
 }
 
-// Encodes the text and the NUL behind it.
-void encode(const uint8_t* in, size_t len, size_t line, char* out) {
+}  // namespace
+
+int64_t base64_text_length(int64_t length, int64_t line) {
+  const int64_t characters = (length + 2) / 3 * 4;
+  return line > 0 && characters > 0 ? characters + 2 * ((characters + line - 1) / line - 1)
+                                    : characters;
+}
+
+char* encode_base64(const uint8_t* in, size_t length, size_t line, char* out) {
   const base64_kernel& kernel = chosen_base64_kernel();
-  const uint8_t* const end = in + len;
-  size_t groups = len / 3;
+  const uint8_t* const end = in + length;
+  size_t groups = length / 3;
   const size_t per_line = line > 0 ? line / 4 : groups + 1;
   while (groups > 0) {
     const size_t count = std::min(groups, per_line);
@@ -115,10 +111,8 @@ void encode(const uint8_t* in, size_t len, size_t line, char* out) {
     encode_rest(in, static_cast<size_t>(end - in), out);
     out += 4;
   }
-  *out = '\0';
+  return out;
 }
-
-}  // namespace
 
 int tav_eml_mlutl_mime_utility::Base64Seed2Index(char ch) {
   return kBase64Values.of[static_cast<unsigned char>(ch)];
@@ -130,7 +124,8 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
   if (len < 0) len = 0;
   try {
     utl_buffer decoded;
-    if (!allocate_uncleared(decoded, len)) {
+    const long room = decoded_room(len);
+    if (!decoded.allocate_uncleared(room)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
           126);
@@ -138,7 +133,9 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
     }
     const long length = decode(reinterpret_cast<const unsigned char*>(in), len,
                                reinterpret_cast<uint8_t*>(decoded.data()));
-    if (!decoded.shrink(length)) {
+    decoded.length() = length;
+    // Line breaks alone leave so little that giving it back would cost more than it is worth.
+    if (room - length > kBase64Slack + room / 16 && !decoded.shrink(length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
           "Line%d\n",
@@ -162,15 +159,15 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
   if (len < 0) len = 0;
   try {
     const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
-    const int64_t length = encoded_length(len, line);
+    const int64_t length = base64_text_length(len, line);
     utl_buffer encoded;
-    if (!allocate_uncleared(encoded, length)) {
+    if (!encoded.allocate_uncleared(length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
       return 0;
     }
-    encode(static_cast<const uint8_t*>(in), static_cast<size_t>(len), static_cast<size_t>(line),
-           encoded.data());
+    *encode_base64(static_cast<const uint8_t*>(in), static_cast<size_t>(len),
+                   static_cast<size_t>(line), encoded.data()) = '\0';
     encoded.length() = static_cast<long>(length);
     encoded.release(out, out_len);
     return 1;

@@ -97,6 +97,7 @@ bool are_allowed(const tav_eml_mlutl_mail_address& addresses, unsigned char mode
   int position = 0;
   bool is_any = false;
   while (cut_address(addresses, address, position, kDelimiters)) {
+    if (address.IsEmpty()) continue;  // a line end that stands alone
     if (!is_allowed(address, mode, list)) return false;
     is_any = true;
   }
@@ -125,7 +126,7 @@ int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& 
     std::string text;
     UtlString address;
     for (int position = 0; cut_address(field, address, position, kDelimiters);) {
-      if (!is_allowed(address, mode, entries.entries())) continue;
+      if (address.IsEmpty() || !is_allowed(address, mode, entries.entries())) continue;
       if (!text.empty()) text += ", ";
       text += text_of(address);
     }

@@ -25,11 +25,14 @@ void delete_strings(UtlVector* list) {
 }  // namespace
 
 tav_eml_mlutl_mail::tav_eml_mlutl_mail()
-    : m_cBoundaryString(new (std::nothrow) UtlVector(0)),
+    : m_cBoundaryString(nullptr),
       m_pPart(nullptr),
       m_nBoundaryLevel(0),
       m_nReceiving(1),
-      m_nBoundarySeen(0) {}
+      m_nBoundarySeen(0) {
+  // Here, because a member that throws would leave it behind. Without it, the first level makes it.
+  m_cBoundaryString = new (std::nothrow) UtlVector(0);
+}
 
 tav_eml_mlutl_mail::tav_eml_mlutl_mail(tav_eml_mlutl_mail_info& info) : tav_eml_mlutl_mail() {
   m_cMailInfo = info;

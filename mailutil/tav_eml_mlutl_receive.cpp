@@ -35,6 +35,14 @@ TAV_EML_UTL_RETCODE read_failure(int& sock, TAV_EML_TLS_INFO& tls) {
   return TAV_EML_UTL_RECV_ERROR;
 }
 
+void blank_nuls(char* text, size_t length) {
+  char* const end = text + length;
+  while (void* nul = std::memchr(text, '\0', static_cast<size_t>(end - text))) {
+    text = static_cast<char*>(nul);
+    *text++ = ' ';
+  }
+}
+
 void log_line_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
   TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %d]%s\n", "ReadLine",
                     static_cast<int>(code), text);
@@ -124,6 +132,27 @@ bool tav_eml_mlutl_receive::take_line(std::string_view& line) {
   return true;
 }
 
+// Takes buffered lines that can be nothing but content, up to the one that fills the stream's
+// block: the lines of the message's end, of delimiters and with a dot put in front all begin with a
+// dot or a hyphen. They are stored and counted as one piece. Empty when the next line is not of
+// that kind.
+std::string_view tav_eml_mlutl_receive::take_plain_lines() {
+  const char* const first = m_pRecvBuffer + m_nFirst;
+  const char* const last = m_pRecvBuffer + m_nLast;
+  const long room = std::min(m_pStream->m_lBlockSize - m_pStream->m_lLength,
+                             kMaxMessage - m_lReceived - kBufferSize);
+  const char* end = first;
+  while (end != last && *end != '.' && *end != '-' && end - first <= room) {
+    const void* feed = std::memchr(end, '\n', static_cast<size_t>(last - end));
+    if (feed == nullptr) break;
+    end = static_cast<const char*>(feed) + 1;
+  }
+  const std::string_view lines(first, static_cast<size_t>(end - first));
+  m_nFirst += static_cast<int32_t>(lines.size());
+  count_bytes(static_cast<long>(lines.size()));
+  return lines;
+}
+
 // The line is valid until the next one is read.
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_line(const receive_source& source,
                                                      std::string_view& line) {
@@ -154,7 +183,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_line(const receive_source& sourc
   }
   // A NUL would end the texts that lines become, and what follows it would be lost. As a blank it
   // cannot make a line the last one either, as it could if it were left out.
-  std::replace(end, end + count, '\0', ' ');
+  blank_nuls(end, static_cast<size_t>(count));
   m_nLast += static_cast<int32_t>(count);
   m_pRecvBuffer[m_nLast] = '\0';
   if (!take_line(line)) log_line_outcome(count > 0 ? "No line" : "No data", TAV_EML_UTL_OK);

@@ -43,6 +43,8 @@ bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, 
     cause = "from_b64 error";
     const int decoded = tav_eml_mlutl_mime_utility::from_b64(block, length, data, out.length());
     out.data() = static_cast<char*>(data);
+    // The bits of a leftover character stand there; whoever reads the data as text needs its end.
+    if (decoded != 0) out.data()[out.length()] = '\0';
     return decoded != 0;
   }
   if (encoding == TAV_EML_TE_QUOTED_PRINTABLE) {
@@ -96,10 +98,12 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_body(tav_eml_mlutl_mail& mail
   return guarded(kReceiveBody, TAV_EML_UTL_NO_MEMORY, [&] {
     int full = 0;
     while (mail.m_nReceiving != 0 && full == 0) {
-      std::string_view line;
-      const TAV_EML_UTL_RETCODE code = read_content_line(mail, {sock, timeout, tls}, line);
-      if (code != TAV_EML_UTL_OK) return called_failure(kReceiveBody, "ReadLine", code);
-      if (!line.empty() && !m_pStream->append(line.data(), static_cast<long>(line.size()), full)) {
+      std::string_view text = take_plain_lines();
+      if (text.empty()) {
+        const TAV_EML_UTL_RETCODE code = read_content_line(mail, {sock, timeout, tls}, text);
+        if (code != TAV_EML_UTL_OK) return called_failure(kReceiveBody, "ReadLine", code);
+      }
+      if (!text.empty() && !m_pStream->append(text.data(), static_cast<long>(text.size()), full)) {
         return write_failure(kReceiveBody);
       }
     }
@@ -112,6 +116,13 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_part_lines(tav_eml_mlutl_mail& m
                                                            const receive_source& source) {
   int full = 0;
   while (mail.m_nReceiving != 0 && full == 0) {
+    const std::string_view lines = take_plain_lines();
+    if (!lines.empty()) {
+      if (!m_pStream->append(lines.data(), static_cast<long>(lines.size()), full)) {
+        return write_failure(kReceivePartBody);
+      }
+      continue;
+    }
     std::string_view line;
     const TAV_EML_UTL_RETCODE code = read_content_line(mail, source, line);
     if (code != TAV_EML_UTL_OK) return called_failure(kReceivePartBody, "ReadLine", code);

@@ -4,6 +4,7 @@
 #define UTL_BUFFER_H
 
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "utl_os.h"
@@ -30,22 +31,28 @@ class utl_buffer {
   }
   ~utl_buffer() { UtlOS::MemFree(m_pData); }
 
-  // A new block of `capacity` bytes and a NUL behind them, all zero; the length becomes 0.
-  bool allocate(long capacity) {
+  // A new block of `capacity` bytes and one more, not cleared; the length becomes 0. For those who
+  // write every byte: clearing would cost as much as the copy itself.
+  bool allocate_uncleared(int64_t capacity) {
     UtlOS::MemFree(m_pData);
     forget();
     if (capacity < 0 || capacity >= INT_MAX) return false;
-    const size_t size = static_cast<size_t>(capacity) + 1;
-    m_pData = static_cast<char*>(UtlOS::MemAllocate(size));
-    if (m_pData == nullptr) return false;
-    std::memset(m_pData, 0, size);
+    m_pData = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(capacity) + 1));
+    return m_pData != nullptr;
+  }
+
+  // A new block of `capacity` bytes and a NUL behind them, all zero; the length becomes 0.
+  bool allocate(long capacity) {
+    if (!allocate_uncleared(capacity)) return false;
+    std::memset(m_pData, 0, static_cast<size_t>(capacity) + 1);
     return true;
   }
 
   // A NUL-terminated copy of `length` bytes.
   bool assign(const void* bytes, long length) {
-    if (!allocate(length)) return false;
+    if (!allocate_uncleared(length)) return false;
     if (length > 0) std::memcpy(m_pData, bytes, static_cast<size_t>(length));
+    m_pData[length] = '\0';
     m_lLength = length;
     return true;
   }

@@ -178,7 +178,7 @@ TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* se
                                                  UtlString& uid) {
   constexpr pop3_command kCommand = {"get_uniq_id", "get_uniq_id", "UIDL", ""};
   return guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
-    uid.CopyString("");
+    uid = UtlString();
     pop3_connection connection = {settings, sock, tls};
     utl_buffer reply;
     const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply);

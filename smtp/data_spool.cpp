@@ -1,5 +1,6 @@
 #include "data_spool.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "smtp_dialogue.h"
@@ -13,6 +14,10 @@ data_spool::wire_line::wire_line(const char* line_text, long line_length, const 
       length(line_length),
       end(line_end),
       end_length(static_cast<long>(std::strlen(line_end))) {}
+
+bool data_spool::allocate(long length) {
+  return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length));
+}
 
 TAV_EML_RESULT data_spool::add_line(const char* text, long length) {
   const bool has_return = length > 0 && text[length - 1] == '\r';
@@ -40,17 +45,31 @@ TAV_EML_RESULT data_spool::add_line(const char* text, long length) {
 }
 
 TAV_EML_RESULT data_spool::flush() {
-  const TAV_EML_RESULT result = send(m_cSpool.data(), m_cSpool.length());
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR(
-        "tav_eml_smtp_command::tav_eml_smtp_send_data : send_data NG leftover[Error]\n");
-  }
+  const TAV_EML_RESULT result = send_lines(m_cSpool.data(), m_cSpool.length());
   m_cSpool.length() = 0;
   return result;
 }
 
-TAV_EML_RESULT data_spool::send_unfinished_line(const char* text, long length) {
+TAV_EML_RESULT data_spool::send_lines(const char* lines, long length) {
+  const TAV_EML_RESULT result = send(lines, length);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR(
+        "tav_eml_smtp_command::tav_eml_smtp_send_data : send_data NG leftover[Error]\n");
+  }
+  return result;
+}
+
+// The unfinished line goes out with the others when there is room for it: each send is a packet.
+TAV_EML_RESULT data_spool::finish(const char* text, long length) {
   const wire_line line(text, length, "\r\n");
+  const bool joins =
+      length > 0 && m_cSpool.length() > 0 && m_cSpool.length() + line.size() <= kCapacity;
+  if (joins) append(line);
+  const TAV_EML_RESULT result = flush();
+  return result != TAV_EML_OK || joins || length == 0 ? result : send_last(line);
+}
+
+TAV_EML_RESULT data_spool::send_last(const wire_line& line) {
   TAV_EML_RESULT result;
   if (line.size() > kCapacity) {
     result = send_directly(line);

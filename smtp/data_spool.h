@@ -17,14 +17,15 @@ class data_spool {
  public:
   data_spool(ntssmtp_fileptr& session, long timeout) : m_cSession(session), m_lTimeout(timeout) {}
 
-  bool allocate() { return m_cSpool.allocate(kCapacity); }
+  // Makes the spool, for a chunk of `length` bytes: at worst a line of one byte, or none, doubles.
+  bool allocate(long length);
 
   // Takes the line from `text` up to its LF, which stands behind the `length` bytes.
   TAV_EML_RESULT add_line(const char* text, long length);
-  // Sends what was gathered.
-  TAV_EML_RESULT flush();
-  // Sends a line that has no LF yet. The spool must be empty.
-  TAV_EML_RESULT send_unfinished_line(const char* text, long length);
+  // Sends what was gathered, and at the end a line of `length` bytes that has no LF yet (0: none).
+  TAV_EML_RESULT finish(const char* text, long length);
+  // Sends lines that are in the wire's form already. The spool must be empty.
+  TAV_EML_RESULT send_lines(const char* lines, long length);
 
  private:
   static constexpr long kCapacity = 65536;
@@ -42,6 +43,8 @@ class data_spool {
   };
 
   void append(const wire_line& line);
+  TAV_EML_RESULT flush();
+  TAV_EML_RESULT send_last(const wire_line& line);
   TAV_EML_RESULT send_directly(const wire_line& line);
   TAV_EML_RESULT send(const void* data, long length);
 

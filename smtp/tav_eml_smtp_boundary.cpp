@@ -47,10 +47,13 @@ tav_eml_smtp_boundary::tav_eml_smtp_boundary(const tav_eml_smtp_settings& settin
       m_nBodyCarry(0),
       m_aPartCarry{},
       m_aBodyCarry{},
-      m_uBytesSent(0) {}
+      m_uBytesSent(0),
+      m_pBlock(nullptr),
+      m_nBlockSize(0) {}
 
 tav_eml_smtp_boundary::~tav_eml_smtp_boundary() {
   drop(m_pSession);
+  free_block();
   UtlOS::DeleteMutex(m_pLock);
 }
 
@@ -106,6 +109,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::close_mail : SMTPSets == 0[Error]\n");
     return TAV_EML_ERR_UNKNOWN;
   }
+  free_block();
   tav_eml_smtp_command command;
   const TAV_EML_RESULT data = command.tav_eml_smtp_send_data_close(m_pSMTPSettings, m_pSession);
   if (data != TAV_EML_OK) {
@@ -153,6 +157,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::abort_mail() {
   }
   close_connection(*m_pSession);
   m_pSession->status = SMTP_NOT_CONNECT;
+  free_block();
   UtlOS::GiveMutex(m_pLock);
   return result;
 }
@@ -192,12 +197,13 @@ TAV_EML_RESULT tav_eml_smtp_boundary::adjust_buff_len_m3(char*& data, long& leng
   const long ready = carried + length - rest;
   if (carried > 0) {
     utl_buffer joined;
-    if (!joined.allocate(carried + length)) {
+    if (!joined.allocate_uncleared(carried + length)) {
       TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", kName);
       return TAV_EML_ERR_NO_MEMORY;
     }
     std::memcpy(joined.data(), carry_bytes, static_cast<size_t>(carried));
     std::memcpy(joined.data() + carried, data, static_cast<size_t>(length));
+    joined.data()[carried + length] = '\0';
     UtlOS::MemFree(data);
     joined.release(data, length);
   }

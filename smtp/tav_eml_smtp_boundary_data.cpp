@@ -1,9 +1,12 @@
 // The send interface: header, body, part and end of a mail.
 
+#include <algorithm>
 #include <climits>
 #include <utility>
 
+#include "base64_text.h"
 #include "body_conversion.h"
+#include "data_spool.h"
 #include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
@@ -19,11 +22,34 @@ namespace quorvelmida {
 namespace {
 
 constexpr int kBase64Line = 64;
+constexpr long kBase64LineBytes = kBase64Line / 4 * 3;
+
+// Lines of base64 that go out in one write: enough to make the system's calls few, and a bound on
+// the memory that a piece of any size takes besides its own.
+constexpr long kBlockLines = 2100;
 
 TAV_EML_RESULT send_lines(const tav_eml_smtp_settings* settings, utl_buffer& data,
                           ntssmtp_fileptr* session) {
   return tav_eml_smtp_command().tav_eml_smtp_send_data(settings, data.data(),
                                                        static_cast<int>(data.length()), session);
+}
+
+// Encodes and sends `data`. Base64 has neither bare line feeds nor dots: it is in the wire's form
+// as it is made.
+TAV_EML_RESULT send_base64(const utl_buffer& data, char* block,
+                           const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session) {
+  constexpr long kBlockBytes = kBlockLines * kBase64LineBytes;
+  data_spool spool(session, timeout_ms(settings));
+  const auto* bytes = reinterpret_cast<const uint8_t*>(data.data());
+  for (int64_t at = 0; at < data.length(); at += kBlockBytes) {
+    const auto count = static_cast<size_t>(std::min<int64_t>(data.length() - at, kBlockBytes));
+    char* end = encode_base64(bytes + at, count, kBase64Line, block);
+    *end++ = '\r';
+    *end++ = '\n';
+    const TAV_EML_RESULT result = spool.send_lines(block, static_cast<long>(end - block));
+    if (result != TAV_EML_OK) return result;
+  }
+  return TAV_EML_OK;
 }
 
 bool to_base64(const void* data, long length, utl_buffer& encoded) {
@@ -65,7 +91,7 @@ struct tav_eml_smtp_boundary::piece_texts {
   const char* send;
 };
 
-TAV_EML_RESULT tav_eml_smtp_boundary::judge_size(const char* operation, long bytes) {
+TAV_EML_RESULT tav_eml_smtp_boundary::judge_size(const char* operation, int64_t bytes) {
   const TAV_EML_RESULT result = judge_size_of_data(static_cast<unsigned long>(bytes));
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():Size Over[Error]\n", operation);
@@ -162,8 +188,26 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_part_body(tav_eml_smtp_send_mail& mai
   return send_piece(*part, char_set, m_nPartCarry, m_aPartCarry, kTexts);
 }
 
-// Sends what `content` holds. Text for base64 is converted from UTF-8 into `char_set`; into UTF-8
-// there is nothing to convert.
+// Makes room for the longest text that send_base64 makes of `length` bytes at a time. The block is
+// kept, because getting and giving back as much for each piece costs more than encoding it.
+bool tav_eml_smtp_boundary::reserve_block(long length) {
+  const long count = std::min(length, kBlockLines * kBase64LineBytes);
+  const auto wanted = static_cast<int32_t>(base64_text_length(count, kBase64Line) + 2);
+  if (wanted <= m_nBlockSize) return true;
+  free_block();
+  m_pBlock = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(wanted)));
+  if (m_pBlock == nullptr) return false;
+  m_nBlockSize = wanted;
+  return true;
+}
+
+void tav_eml_smtp_boundary::free_block() {
+  UtlOS::MemFree(m_pBlock);
+  m_pBlock = nullptr;
+  m_nBlockSize = 0;
+}
+
+// Sends what `content` holds.
 TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& content,
                                                  TAV_EML_CHAR_SET char_set, int32_t& carry_count,
                                                  uint8_t* carry_bytes, const piece_texts& texts) {
@@ -176,32 +220,44 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& conten
     TAV_EML_LOG_ERROR("%s", texts.take);
     return TAV_EML_ERR_UNKNOWN;
   }
-
-  if (content.m_nTransferEncoding == TAV_EML_TE_BASE64) {
-    TAV_EML_RESULT result = TAV_EML_OK;
-    if (char_set != TAV_EML_CS_UTF_8) result = convert_body(data, char_set, texts.name);
-    if (result != TAV_EML_OK) return result;
-    result = adjust_buff_len_m3(data.data(), data.length(), carry_count, carry_bytes);
-    if (result != TAV_EML_OK) {
-      TAV_EML_LOG_ERROR("%s", texts.adjust);
+  TAV_EML_RESULT result;
+  switch (content.m_nTransferEncoding) {
+    case TAV_EML_TE_BASE64:
+      return send_encoded(data, char_set, carry_count, carry_bytes, texts);
+    case TAV_EML_TE_7BIT:
+    case TAV_EML_TE_8BIT:
+      result = judge_size(texts.name, data.length());
+      if (result != TAV_EML_OK) return result;
+      result = send_lines(m_pSMTPSettings, data, m_pSession);
+      if (result != TAV_EML_OK) TAV_EML_LOG_ERROR("%s", texts.send);
       return result;
-    }
-    if (data.length() == 0) return TAV_EML_OK;
-    utl_buffer encoded;
-    if (!to_base64(data.data(), data.length(), encoded)) {
-      TAV_EML_LOG_ERROR("%s", texts.base64);
+    default:
+      TAV_EML_LOG_ERROR("%s", texts.encoding);
       return TAV_EML_ERR_UNKNOWN;
-    }
-    data = std::move(encoded);
-  } else if (content.m_nTransferEncoding != TAV_EML_TE_7BIT &&
-             content.m_nTransferEncoding != TAV_EML_TE_8BIT) {
-    TAV_EML_LOG_ERROR("%s", texts.encoding);
+  }
+}
+
+// Sends `data` as base64. It is text that is converted from UTF-8 into `char_set` before; into
+// UTF-8 there is nothing to convert.
+TAV_EML_RESULT tav_eml_smtp_boundary::send_encoded(utl_buffer& data, TAV_EML_CHAR_SET char_set,
+                                                   int32_t& carry_count, uint8_t* carry_bytes,
+                                                   const piece_texts& texts) {
+  TAV_EML_RESULT result = TAV_EML_OK;
+  if (char_set != TAV_EML_CS_UTF_8) result = convert_body(data, char_set, texts.name);
+  if (result != TAV_EML_OK) return result;
+  result = adjust_buff_len_m3(data.data(), data.length(), carry_count, carry_bytes);
+  if (result != TAV_EML_OK) {
+    TAV_EML_LOG_ERROR("%s", texts.adjust);
+    return result;
+  }
+  if (data.length() == 0) return TAV_EML_OK;
+  if (!reserve_block(data.length())) {
+    TAV_EML_LOG_ERROR("%s", texts.base64);
     return TAV_EML_ERR_UNKNOWN;
   }
-
-  TAV_EML_RESULT result = judge_size(texts.name, data.length());
+  result = judge_size(texts.name, base64_text_length(data.length(), kBase64Line));
   if (result != TAV_EML_OK) return result;
-  result = send_lines(m_pSMTPSettings, data, m_pSession);
+  result = send_base64(data, m_pBlock, *m_pSMTPSettings, *m_pSession);
   if (result != TAV_EML_OK) TAV_EML_LOG_ERROR("%s", texts.send);
   return result;
 }

@@ -1,5 +1,6 @@
 // The message: DATA, its bytes and the end-of-data line (RFC 5321 4.1.1.4).
 
+#include <algorithm>
 #include <cstring>
 
 #include "data_spool.h"
@@ -42,7 +43,7 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data(const tav_eml_smtp_s
     return TAV_EML_ERR_UNKNOWN;
   }
   data_spool spool(*session, timeout_ms(*settings));
-  if (!spool.allocate()) {
+  if (!spool.allocate(std::max(length, 0))) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_send_data: spool_buff == NULL[Error]\n");
     return TAV_EML_ERR_NO_MEMORY;
   }
@@ -57,11 +58,7 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data(const tav_eml_smtp_s
     result = spool.add_line(line, static_cast<long>(feed - line));
     line = feed + 1;
   }
-  if (result == TAV_EML_OK) result = spool.flush();
-  if (result == TAV_EML_OK && line < end) {
-    result = spool.send_unfinished_line(line, static_cast<long>(end - line));
-  }
-  return result;
+  return result == TAV_EML_OK ? spool.finish(line, static_cast<long>(end - line)) : result;
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data_close(

@@ -45,7 +45,7 @@ TAV_EML_RESULT tav_eml_smtp_command::RecvOneLineinFullRcv(int sock, char* buffer
                                                           TAV_EML_TLS_INFO& tls) {
   const long room = size;
   utl_buffer work;
-  if (buffer == nullptr || !work.allocate(room)) {
+  if (buffer == nullptr || !work.allocate_uncleared(room)) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: failed to allocate memory[Error]\n",
                       "RecvOneLineinFullRcv");
     return TAV_EML_ERR_UNKNOWN;

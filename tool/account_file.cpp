@@ -144,12 +144,10 @@ std::string account_file::default_path() {
 }
 
 void account_file::add_to(CLI::App& command) {
-  command
-      .add_option("-A,--account", m_cAccount,
-                  "account of the configuration file; its default by default")
+  command.add_option("-A,--account", m_cAccount, "account of the configuration file")
       ->type_name("NAME")
       ->group("Server");
-  command.add_option("--config", m_cPath, "configuration file; ~/.config/tavmail/config.toml")
+  command.add_option("--config", m_cPath, "in place of ~/.config/tavmail/config.toml")
       ->type_name("FILE")
       ->group("Server");
 }

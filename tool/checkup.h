@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mailbox_options.h"
+#include "problem.h"
 #include "server_options.h"
 
 namespace tavmail {
@@ -33,9 +34,10 @@ struct checkup {
 checkup check_smtp(const server_options& options, bool verbose);
 checkup check_pop3(const mailbox_options& options, bool verbose);
 
-// For a person, in lines of at most 79 columns; for a script.
+// For a person, in lines of at most 79 columns; for a script, with the problem that ended the
+// command, null for none.
 std::string checkup_lines(const checkup& result);
-std::string checkups_json(const std::vector<checkup>& results);
+std::string checkups_json(const std::vector<checkup>& results, const problem* cause);
 
 }  // namespace tavmail
 

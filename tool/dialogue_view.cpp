@@ -31,6 +31,14 @@ std::string_view take_word(std::string_view& text) {
   return word;
 }
 
+bool is_continuation(char ch) { return (static_cast<unsigned char>(ch) & 0xC0) == 0x80; }
+
+// U+2028 to U+202E and U+2066 to U+2069 let a text look like another one.
+bool turns_direction(std::string_view character) {
+  return (character >= "\xE2\x80\xA8" && character <= "\xE2\x80\xAE") ||
+         (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+}
+
 bool is_final(std::string_view line) { return line.size() < 4 || line[3] != '-'; }
 
 // The command with what must not be seen behind it masked.
@@ -59,7 +67,9 @@ std::string reply_text(const exchange* entry) {
 }
 
 std::string presentable(std::string_view text) {
-  std::string result(text.substr(0, kLongestLine));
+  size_t end = std::min(text.size(), kLongestLine);
+  while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;
+  std::string result(text.substr(0, end));
   const bool is_text = is_utf8(result);
   for (size_t i = 0; i < result.size(); ++i) {
     const unsigned char byte = static_cast<unsigned char>(result[i]);
@@ -68,6 +78,8 @@ std::string presentable(std::string_view text) {
     const bool is_c1 = is_text && byte == 0xC2 && static_cast<unsigned char>(result[i + 1]) < 0xA0;
     if (is_c1) result[i + 1] = ' ';
     if (is_control || is_c1) result[i] = ' ';
+    if (is_text && turns_direction(std::string_view(result).substr(i, 3)))
+      result.replace(i, 3, "   ");
     if (!is_text && byte >= 0x80) result[i] = '?';
   }
   result.erase(result.find_last_not_of(' ') + 1);

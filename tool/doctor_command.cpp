@@ -2,19 +2,17 @@
 
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
+#include <optional>
 
 #include "account_file.h"
 #include "checkup.h"
 #include "commands.h"
-#include "problem.h"
+#include "problem_json.h"
 #include "received_text.h"
 
 namespace tavmail {
 
 namespace {
-
-constexpr size_t kColumns = 79;
 
 struct doctor_options {
   account_file account;
@@ -65,27 +63,8 @@ bool examine(const CLI::App& command, const doctor_options& options, const char*
   return true;
 }
 
-void add_wrapped(std::string& out, const std::string& label, const std::string& text) {
-  const size_t room = kColumns - label.size();
-  std::string line;
-  std::string lead = label;
-  size_t at = 0;
-  while (at < text.size()) {
-    size_t end = std::min(text.find(' ', at), text.size());
-    const std::string word = text.substr(at, end - at);
-    if (!line.empty() && display_width(line) + 1 + display_width(word) > room) {
-      out += lead + line + "\n";
-      lead = std::string(label.size(), ' ');
-      line.clear();
-    }
-    line += (line.empty() ? "" : " ") + fit(word, room);
-    at = end + 1;
-  }
-  out += lead + line + "\n";
-}
-
-int run_doctor(CLI::App& command, const doctor_options& options) {
-  std::vector<checkup> results;
+void examine_all(const CLI::App& command, const doctor_options& options,
+                 std::vector<checkup>& results) {
   if (wants(command, options, "smtp")) {
     examine<server_options>(command, options, "smtp", check_smtp, results);
   }
@@ -95,12 +74,23 @@ int run_doctor(CLI::App& command, const doctor_options& options) {
   if (results.empty()) {
     throw problem(EX_USAGE, "nothing to examine: give --server HOST or --account NAME");
   }
+}
+
+int run_doctor(CLI::App& command, const doctor_options& options) {
+  std::vector<checkup> results;
+  std::optional<problem> end;
+  try {
+    examine_all(command, options, results);
+  } catch (const problem& cause) {
+    end = cause;
+  }
   int exit_code = EX_OK;
   for (const checkup& result : results) {
     if (!options.is_json) std::cout << checkup_lines(result);
     if (exit_code == EX_OK) exit_code = result.exit_code;
   }
-  if (options.is_json) std::cout << checkups_json(results);
+  if (options.is_json) std::cout << checkups_json(results, end ? &*end : nullptr);
+  if (end) throw *end;
   return exit_code;
 }
 
@@ -113,15 +103,15 @@ std::string checkup_lines(const checkup& result) {
     std::string label = stage.is_good ? "  ok    " : "  FAIL  ";
     label += stage.name;
     label.resize(22, ' ');
-    add_wrapped(out, label, stage.text);
+    out += wrapped(label, stage.text);
     if (!stage.is_good && !stage.remedy.empty()) {
-      add_wrapped(out, "        what to do    ", stage.remedy);
+      out += wrapped("        what to do    ", stage.remedy);
     }
   }
   return out + "\n";
 }
 
-std::string checkups_json(const std::vector<checkup>& results) {
+std::string checkups_json(const std::vector<checkup>& results, const problem* cause) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const checkup& result : results) {
     nlohmann::ordered_json stages = nlohmann::ordered_json::array();
@@ -138,8 +128,9 @@ std::string checkups_json(const std::vector<checkup>& results) {
                     {"exit_code", result.exit_code},
                     {"stages", stages}});
   }
-  const nlohmann::ordered_json document = {{"checkups", list}};
-  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  nlohmann::ordered_json document = {{"checkups", list}};
+  if (cause != nullptr) add_problem(document, *cause);
+  return json_text(document);
 }
 
 command add_doctor(CLI::App& tool) {

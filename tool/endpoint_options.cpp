@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
 
 #include "problem.h"
 
@@ -73,7 +72,7 @@ void endpoint_options::add_address(CLI::App& command, const endpoint_protocol& p
       ->type_name("N")
       ->group(group);
   command.add_option(name("", "tls"), tls, "starttls, implicit (for the TLS port) or none")
-      ->transform(CLI::CheckedTransformer(kModes, CLI::ignore_case).description(""))
+      ->transform(one_of(kModes))
       ->type_name("MODE")
       ->group(group);
   command.add_option(name("-u", "user"), user, "user to log in as")

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -60,6 +61,25 @@ struct endpoint_options {
  private:
   std::shared_ptr<secret_text> m_cPassword;
 };
+
+// Takes one of the words, in any case, for its value; and a value that was taken before, when an
+// option is handed over to another one.
+template <typename Enum>
+CLI::Validator one_of(const std::map<std::string, Enum>& words) {
+  const auto take = [words](std::string& value) {
+    std::string known;
+    for (const auto& [word, meaning] : words) {
+      const std::string number = std::to_string(static_cast<int>(meaning));
+      if (CLI::detail::to_lower(value) == word || value == number) {
+        value = number;
+        return std::string();
+      }
+      known += (known.empty() ? "" : ", ") + word;
+    }
+    return value + " is not one of " + known;
+  };
+  return CLI::Validator(take, "");
+}
 
 // Wipes a text of a library record.
 void wipe_record_text(UtlString& text);

@@ -5,9 +5,8 @@
 
 namespace tavmail {
 
-constexpr int kInterruptedExit = 130;
-
-// Turns the interrupt key into an orderly end while it lives.
+// Turns the interrupt key, and requests to end, into an orderly end while it lives. The second one
+// ends the process at once.
 class interrupt_guard {
  public:
   interrupt_guard();
@@ -16,6 +15,7 @@ class interrupt_guard {
   interrupt_guard& operator=(const interrupt_guard&) = delete;
 
   static bool was_pressed();
+  static int exit_code();  // as shells have it: 130 for the interrupt key
 };
 
 }  // namespace tavmail

@@ -17,7 +17,8 @@ namespace tavmail {
 
 namespace {
 
-constexpr int kMostAlike = 10000;  // files of one name in a mail
+constexpr int kMostAlike = 10000;  // files of one name in a folder
+constexpr char kUnfinished[] = ".part";
 
 problem cannot(const std::string& what, const std::string& path) {
   return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
@@ -29,6 +30,15 @@ std::string numbered(const std::string& name, int count) {
   const size_t dot = name.rfind('.');
   const size_t end = dot == std::string::npos || dot == 0 ? name.size() : dot;
   return name.substr(0, end) + "-" + std::to_string(count) + name.substr(end);
+}
+
+// Waits until the names in a folder are on the disk.
+void sync_folder(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const bool is_safe = fd >= 0 && (fsync(fd) == 0 || errno == EINVAL);  // not all file systems can
+  const problem trouble = cannot("write", path);
+  if (fd >= 0) close(fd);
+  if (!is_safe) throw trouble;
 }
 
 }  // namespace
@@ -75,7 +85,7 @@ mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
     throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
   }
   for (const auto& entry : std::filesystem::directory_iterator(path, error)) {
-    const std::string name = entry.path().filename().string();
+    const std::string name = entry.path().stem().string();
     if (name.size() >= 4 && name.size() < 9 &&
         std::all_of(name.begin(), name.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
       m_nNext = std::max(m_nNext, std::atoi(name.c_str()) + 1);
@@ -83,10 +93,13 @@ mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
   }
 }
 
-std::string mail_folder::add_mail() {
+std::string mail_folder::begin_mail() {
   for (;; ++m_nNext) {
-    char name[16];
-    std::snprintf(name, sizeof name, "%04d", m_nNext);
+    char number[16];
+    std::snprintf(number, sizeof number, "%04d", m_nNext);
+    struct stat status;
+    if (lstat(path_of(number).c_str(), &status) == 0) continue;
+    const std::string name = std::string(number) + kUnfinished;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
       ++m_nNext;
       return name;
@@ -95,6 +108,19 @@ std::string mail_folder::add_mail() {
   }
 }
 
-void mail_folder::discard(const std::string& name) const { rmdir(path_of(name).c_str()); }
+std::string mail_folder::finish_mail(const std::string& name) const {
+  const std::string finished = name.substr(0, name.size() - std::strlen(kUnfinished));
+  sync_folder(path_of(name));
+  if (std::rename(path_of(name).c_str(), path_of(finished).c_str()) != 0) {
+    throw cannot("make", path_of(finished));
+  }
+  sync_folder(m_cPath);
+  return finished;
+}
+
+void mail_folder::discard(const std::string& name) const {
+  std::error_code error;
+  std::filesystem::remove_all(path_of(name), error);
+}
 
 }  // namespace tavmail

@@ -30,16 +30,18 @@ class saved_file {
   uint64_t m_uSize = 0;
 };
 
-// A folder with a sub-folder "0001", "0002" ... for each mail. Nothing is ever overwritten.
+// A folder with a sub-folder "0001", "0002" ... for each mail; while the mail is not complete it is
+// "0001.part". Nothing is ever overwritten.
 class mail_folder {
  public:
   // Makes the folder when it does not exist. Throws a problem.
   explicit mail_folder(const std::string& path);
 
-  // Makes the next sub-folder and returns its name.
-  std::string add_mail();
+  // Makes the next sub-folder and returns its name; gives it its final name, which is returned.
+  std::string begin_mail();
+  std::string finish_mail(const std::string& name) const;
   std::string path_of(const std::string& name) const { return m_cPath + "/" + name; }
-  // Removes a sub-folder that stayed empty.
+  // Removes a sub-folder and what is in it.
   void discard(const std::string& name) const;
 
  private:

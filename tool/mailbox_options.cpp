@@ -14,7 +14,7 @@ void mailbox_options::add_login(CLI::App& command, const endpoint_protocol& prot
   const bool is_main = *protocol.prefix == '\0';
   command
       .add_flag(std::string("--") + protocol.prefix + "apop", apop,
-                "log in with APOP instead of the password in clear")
+                "log in with APOP, not the password in clear")
       ->group(is_main ? "Server" : "POP3 login before sending");
 }
 

@@ -1,24 +1,41 @@
 // tavmail - the command line of libtaveml.
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <iostream>
 #include <new>
 #include <vector>
 
 #include "commands.h"
+#include "dialogue_view.h"
 #include "near_word.h"
-#include "problem.h"
+#include "problem_json.h"
+#include "received_text.h"
 
 namespace {
 
 constexpr char kVersion[] = "tavmail " TAVEML_VERSION;
 
-// Usage errors end with EX_USAGE, whatever CLI11 calls them.
-int report_usage(const CLI::App& tool, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return tool.exit(error);
-  std::cerr << "tavmail: " << error.what() << "; see tavmail --help\n";
-  return EX_USAGE;
+// One line for a log; for a person it is broken where the terminal would cut a word.
+int report(const tavmail::problem& cause) {
+  const std::string sentence = tavmail::presentable(cause.what());
+  std::cerr << (isatty(STDERR_FILENO) == 1 ? tavmail::wrapped("tavmail: ", sentence)
+                                           : "tavmail: " + sentence + "\n");
+  return cause.exit_code();
+}
+
+// A command line that cannot be run. A script that asked for a document gets one.
+int report_usage(const tavmail::problem& cause, int argc, char** argv) {
+  if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
+    nlohmann::ordered_json document;
+    tavmail::add_problem(document, cause);
+    std::cout << tavmail::json_text(document);
+  }
+  return report(cause);
 }
 
 // What can stand on the command line of `app`.
@@ -40,11 +57,33 @@ void refuse_unknown(const CLI::App& app) {
   }
 }
 
+// The command that was chosen.
+const tavmail::command& parse(CLI::App& tool, const std::vector<tavmail::command>& commands,
+                              int argc, char** argv) {
+  tool.parse(argc, argv);
+  refuse_unknown(tool);
+  for (const tavmail::command& command : commands) {
+    if (!command.app->parsed()) continue;
+    refuse_unknown(*command.app);
+    return command;
+  }
+  throw tavmail::problem(EX_USAGE, "no command given; see tavmail --help");
+}
+
+int run(const tavmail::command& command) {
+  const int exit_code = command.run();
+  // What was said is lost otherwise: the disk behind it may be full.
+  if (!std::cout.flush()) throw tavmail::problem(EX_IOERR, "cannot write to the standard output");
+  return exit_code;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   // For the width of characters on a terminal.
   std::setlocale(LC_CTYPE, "C.UTF-8");
+  // A file that may not grow is an error like any other.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
   tool.set_version_flag("--version", kVersion);
   tool.require_subcommand(0, 1);
@@ -54,22 +93,18 @@ int main(int argc, char** argv) {
       tavmail::add_send(tool), tavmail::add_receive(tool), tavmail::add_doctor(tool),
       tavmail::add_completion(tool)};
   for (const tavmail::command& command : commands) command.app->allow_extras();
+  const tavmail::command* chosen = nullptr;
   try {
-    tool.parse(argc, argv);
-    refuse_unknown(tool);
-    for (const tavmail::command& command : commands) {
-      if (!command.app->parsed()) continue;
-      refuse_unknown(*command.app);
-      return command.run();
-    }
-    throw tavmail::problem(EX_USAGE, "no command given; see tavmail --help");
+    chosen = &parse(tool, commands, argc, argv);
+    return run(*chosen);
   } catch (const CLI::ParseError& error) {
-    return report_usage(tool, error);
-  } catch (const tavmail::problem& problem) {
-    std::cerr << "tavmail: " << problem.what() << '\n';
-    return problem.exit_code();
+    if (error.get_exit_code() == 0) return tool.exit(error);
+    // Usage errors end with EX_USAGE, whatever CLI11 calls them.
+    const std::string sentence = std::string(error.what()) + "; see tavmail --help";
+    return report_usage(tavmail::problem(EX_USAGE, sentence), argc, argv);
+  } catch (const tavmail::problem& cause) {
+    return chosen == nullptr ? report_usage(cause, argc, argv) : report(cause);
   } catch (const std::bad_alloc&) {
-    std::cerr << "tavmail: out of memory\n";
-    return EX_OSERR;
+    return report(tavmail::problem(EX_OSERR, "out of memory"));
   }
 }

@@ -26,8 +26,22 @@ std::string step(const dialogue_view& view) {
 }
 
 std::string said(const dialogue_view& view) {
-  const std::string reply = reply_text(view.decisive());
-  return reply.empty() ? "" : "; the server said: " + reply;
+  constexpr size_t kLongestQuote = 300;
+  std::string reply = reply_text(view.decisive());
+  if (reply.size() > kLongestQuote) reply = reply.substr(0, kLongestQuote) + "...";
+  return reply.empty() ? "" : "; the server said: " + presentable(reply);
+}
+
+// What helps against a refused certificate.
+std::string certificate_advice(const std::string& refusal) {
+  const auto tells = [&](const char* word) { return refusal.find(word) != std::string::npos; };
+  if (tells("issuer is unknown") || tells("self-signed")) {
+    return "trust its issuer with --ca-file FILE";
+  }
+  if (tells("not yet valid")) return "set this machine's clock";
+  if (tells("expired")) return "have it renewed by whoever runs the server";
+  if (tells("it is for")) return "use the name that the certificate is for";
+  return "ask whoever runs the server";
 }
 
 // A server that is silent or talks nonsense often expects the other TLS mode.
@@ -88,8 +102,8 @@ problem explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
                                     "; check user and password" + said(view));
     case TAV_EML_ERR_TLS_CONNECT_REFUSED:
       return problem(EX_PROTOCOL, "the certificate of " + options.server +
-                                      " was refused: " + view.tls_refusal() +
-                                      "; trust its issuer with --ca-file FILE");
+                                      " was refused: " + view.tls_refusal() + "; " +
+                                      certificate_advice(view.tls_refusal()));
     case TAV_EML_ERR_TLS_INIT:
     case TAV_EML_ERR_TLS_INIT_RESOURCE:
     case TAV_EML_ERR_TLS_CONNECT:
@@ -111,6 +125,10 @@ problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
   const exchange* last = view.decisive();
   const bool is_silent = last == nullptr || last->reply.empty();
   const bool is_upgrade = options.tls == tls_mode::starttls && last != nullptr;
+  // A refused CAPA is waited out, because the reply might have gone on.
+  const bool is_without_capa = is_upgrade && last->verb == "CAPA" && !is_silent &&
+                               last->reply[0][0] == '-' && result == TAV_EML_ERR_TRANSFER_TIMEOUT;
+  if (is_without_capa) result = TAV_EML_ERR_TLS_CONNECT;
   switch (result) {
     case TAV_EML_ERR_TLS_CONNECT:
       if (is_upgrade && last->verb == "CAPA") {

@@ -47,24 +47,25 @@ void progress_bar::advance(uint64_t bytes) {
 }
 
 void progress_bar::draw() const {
-  const double share =
-      m_uTotal > 0 ? std::min(1.0, static_cast<double>(m_uDone) / static_cast<double>(m_uTotal))
-                   : 1.0;
   const double seconds = std::chrono::duration<double>(clock::now() - m_cStart).count();
-  char numbers[96];
-  std::snprintf(numbers, sizeof numbers, " %3d %%  %s  %s/s", static_cast<int>(share * 100),
-                amount(static_cast<double>(m_uDone)).c_str(),
-                amount(static_cast<double>(m_uDone) / std::max(seconds, 0.001)).c_str());
-  std::string line = m_cLabel + " ";
-  const int room = line_width() - static_cast<int>(line.size() + std::string(numbers).size()) - 2;
-  if (room >= kNarrowestBar) {
-    const int filled = static_cast<int>(share * room);
-    line += "[" + std::string(static_cast<size_t>(filled), '#') +
-            std::string(static_cast<size_t>(room - filled), '.') + "]";
-  }
-  line += numbers;
+  const double done = static_cast<double>(m_uDone);
+  const std::string numbers =
+      "  " + amount(done) + "  " + amount(done / std::max(seconds, 0.001)) + "/s";
+  const std::string line = m_cLabel + (m_uTotal > 0 ? bar(numbers.size()) : "") + numbers;
   std::fprintf(stderr, "\r\033[K%s", line.substr(0, static_cast<size_t>(line_width())).c_str());
   std::fflush(stderr);
+}
+
+// " [###.....]  37 %", if the line has room for it in front of what follows.
+std::string progress_bar::bar(size_t behind) const {
+  const double share = std::min(1.0, static_cast<double>(m_uDone) / static_cast<double>(m_uTotal));
+  char percent[16];
+  std::snprintf(percent, sizeof percent, " %3d %%", static_cast<int>(share * 100));
+  const int room = line_width() - static_cast<int>(m_cLabel.size() + behind) - 9;
+  if (room < kNarrowestBar) return percent;
+  const auto filled = static_cast<size_t>(share * room);
+  return " [" + std::string(filled, '#') + std::string(static_cast<size_t>(room) - filled, '.') +
+         "]" + percent;
 }
 
 }  // namespace tavmail

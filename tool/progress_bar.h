@@ -13,6 +13,7 @@ namespace tavmail {
 // cleared when the bar goes.
 class progress_bar {
  public:
+  // `total` 0: not known.
   progress_bar(std::string label, uint64_t total, bool wanted);
   ~progress_bar();
   progress_bar(const progress_bar&) = delete;
@@ -24,6 +25,7 @@ class progress_bar {
   using clock = std::chrono::steady_clock;
 
   void draw() const;
+  std::string bar(size_t behind) const;
 
   const std::string m_cLabel;
   const uint64_t m_uTotal;

@@ -24,6 +24,8 @@ using namespace quorvelmida;
 
 namespace {
 
+constexpr int kMostRefused = 100;  // mails in a row
+
 struct receive_options {
   account_file account;
   mailbox_options mailbox;
@@ -61,18 +63,7 @@ class collection {
   void run() {
     const interrupt_guard guard;
     open();
-    if (m_nOnServer == 0) {
-      close();
-      return;
-    }
-    if (m_cOptions.all) {
-      for (int number = 1; number <= m_nOnServer && !is_done(); ++number) {
-        tav_eml_pop3_mail_info info(number, "", 0, 1);
-        take(info);
-      }
-    } else {
-      take_new();
-    }
+    if (m_nOnServer > 0) m_cOptions.all ? take_all() : take_new();
     close();
   }
 
@@ -93,16 +84,43 @@ class collection {
   }
 
   bool is_done() const {
+    if (interrupt_guard::was_pressed()) {
+      throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
+    }
     return m_cOptions.most > 0 && static_cast<int>(m_cMails.size()) >= m_cOptions.most;
   }
 
   void open() {
     require(m_cSession.connect_mail());
     require(m_cSession.stat(m_nOnServer));
+    m_uBefore = m_cMails.size();
   }
 
-  // Deletions count from here on.
-  void close() { m_cSession.close_mail(); }
+  // Deletes at the end, as the server does: with a connection that breaks before, deletions would
+  // be undone.
+  void close() {
+    std::vector<received_mail*> deleted;
+    for (received_mail& mail : m_cMails) {
+      const int number = is_to_go(mail) ? number_of(mail) : 0;
+      if (number == 0) continue;
+      const TAV_EML_RESULT result = m_cSession.delete_mail(number);
+      if (result == TAV_EML_OK) {
+        deleted.push_back(&mail);
+      } else if (!m_cTrouble) {
+        m_cTrouble = explain_mailbox(result, m_cView, m_cOptions.mailbox);
+      }
+    }
+    m_cSession.close_mail();
+    const exchange* last = m_cView.decisive();
+    const std::string reply = reply_text(last);
+    if (last != nullptr && last->verb == "QUIT" && !reply.empty() && reply[0] == '+') {
+      for (received_mail* mail : deleted) mail->is_deleted = true;
+    } else if (!deleted.empty() && !m_cTrouble) {
+      m_cTrouble.emplace(EX_TEMPFAIL, m_cOptions.mailbox.place() +
+                                          " did not confirm that it deleted what was received");
+      m_cTrouble->at("the goodbye", reply, "");
+    }
+  }
 
   void list(tav_eml_pop3_mail_info_list& known) {
     if (m_nOnServer == 0) return;
@@ -116,66 +134,118 @@ class collection {
     throw explain_mailbox(result, m_cView, m_cOptions.mailbox);
   }
 
+  void take_all() {
+    int refused = 0;
+    for (int number = 1; number <= m_nOnServer && !is_done(); ++number) {
+      tav_eml_pop3_mail_info info(number, "", 0, 1);
+      if (!take(info)) open();
+      // A server may count mails that it does not have, and very many of them.
+      refused = m_cMails.back().problem.empty() ? 0 : refused + 1;
+      if (refused >= kMostRefused) throw problem(*m_cTrouble);
+    }
+  }
+
   void take_new() {
     // Room for everything that is on the server and everything that was.
     const size_t room = m_cSeen->size() + static_cast<size_t>(m_nOnServer) + 1000;
-    tav_eml_pop3_mail_info_list known(static_cast<int>(std::min<size_t>(room, 10000000)));
-    m_cSeen->fill(known);
-    list(known);
-    m_cSeen->keep(known);
+    m_cKnown.emplace(static_cast<int>(std::min<size_t>(room, 10000000)));
+    m_cSeen->fill(*m_cKnown);
+    list(*m_cKnown);
+    m_cSeen->keep(*m_cKnown);
     tav_eml_pop3_mail_info info;
-    while (!is_done() && known.is_has_next_mail() != 0 && known.search_next_mail(info) != 0) {
+    while (!is_done() && m_cKnown->is_has_next_mail() != 0 &&
+           m_cKnown->search_next_mail(info) != 0) {
       // Handed out before it is read: a mail that breaks the connection must not come again and
       // again.
-      require(m_cSession.list_next(known, info));
+      require(m_cSession.list_next(*m_cKnown, info));
       if (take(info)) continue;
       open();  // the connection broke at this mail; those behind it are still wanted
-      list(known);
+      list(*m_cKnown);
     }
+  }
+
+  bool is_to_go(const received_mail& mail) const {
+    return m_cOptions.is_deleting && mail.problem.empty() && mail.is_safe();
+  }
+
+  // Its number on this connection, 0 when that is not known: another mail may have it now.
+  int number_of(const received_mail& mail) {
+    if (m_cKnown && !mail.uid.empty()) {
+      const tav_eml_pop3_mail_info wanted(0, mail.uid.c_str(), 0, 0);
+      const tav_eml_pop3_mail_info* entry = m_cKnown->search_mail_info(wanted);
+      return entry != nullptr ? entry->m_nMailNo : 0;
+    }
+    const auto index = static_cast<size_t>(&mail - m_cMails.data());
+    return index >= m_uBefore ? mail.number : 0;
   }
 
   // Reads a mail. False when the connection is lost.
   bool take(tav_eml_pop3_mail_info& info) {
     const std::string uid = text_of(info.m_strUID);
-    if (m_cSeen && m_cOptions.saves()) m_cSeen->begin(uid);
+    const bool is_noted = m_cSeen && m_cOptions.saves();
+    if (is_noted) m_cSeen->begin(uid);
     received_mail mail;
-    progress_bar bar("Receiving", static_cast<uint64_t>(std::max<long>(info.m_lSize, 0)),
+    TAV_EML_RESULT result = TAV_EML_OK;
+    try {
+      result = read(info, mail);
+    } catch (const problem&) {
+      if (is_noted) m_cSeen->cancel(uid);  // it was not the mail's fault
+      throw;
+    }
+    if (result == TAV_EML_OK && (!m_cOptions.saves() || !mail.parts.empty())) {
+      if (is_noted) m_cSeen->finish(uid);
+      m_cMails.push_back(mail);
+      return true;
+    }
+    // What is left of it stands between us and the next mail.
+    tav_eml_pop3_receive_mail rest(info);
+    const bool is_lost = result != TAV_EML_OK && m_cSession.skip_mail(rest) != TAV_EML_UTL_OK;
+    problem cause = explain_mail(result, info.m_nMailNo, is_lost);
+    if (is_noted && m_cSeen->tries(uid) >= seen_file::kMostTries) {
+      cause = problem(cause.exit_code(),
+                      std::string(cause.what()) + "; after 3 tries only --all fetches it")
+                  .at(cause.stage(), cause.reply(), cause.code());
+    }
+    mail.problem = cause.what();
+    m_cMails.push_back(mail);
+    if (!m_cTrouble) m_cTrouble = cause;
+    return !is_lost;
+  }
+
+  TAV_EML_RESULT read(tav_eml_pop3_mail_info& info, received_mail& mail) {
+    progress_bar bar("Receiving mail " + std::to_string(info.m_nMailNo),
+                     static_cast<uint64_t>(std::max<long>(info.m_lSize, 0)),
                      !m_cOptions.quiet && !m_cOptions.verbose);
     uint64_t shown = m_cView.message_bytes();
     mail_reader reader(m_cSession, [&] {
       bar.advance(m_cView.message_bytes() - shown);
       shown = m_cView.message_bytes();
       if (interrupt_guard::was_pressed()) {
-        throw problem(kInterruptedExit, "interrupted; the mails before this one are saved");
+        throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
       }
     });
-    const TAV_EML_RESULT result =
-        m_cOptions.saves() ? reader.read(info, *m_cFolder, mail) : reader.read_header(info, mail);
-    m_cMails.push_back(mail);
-    if (result == TAV_EML_OK) {
-      finish(uid, m_cMails.back());
-      return true;
-    }
-    if (!m_cTrouble) m_cTrouble.emplace(explain_mail(result, info.m_nMailNo));
-    // What is left of it stands between us and the next mail.
-    tav_eml_pop3_receive_mail rest(info);
-    return m_cSession.skip_mail(rest) == TAV_EML_UTL_OK;
+    return m_cOptions.saves() ? reader.read(info, *m_cFolder, mail)
+                              : reader.read_header(info, mail);
   }
 
-  void finish(const std::string& uid, received_mail& mail) {
-    if (m_cSeen && m_cOptions.saves()) m_cSeen->finish(uid);
-    if (!m_cOptions.is_deleting || !mail.is_certain()) return;
-    require(m_cSession.delete_mail(mail.number));
-    mail.is_deleted = true;
-  }
-
-  problem explain_mail(TAV_EML_RESULT result, int number) const {
+  problem explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
     const std::string which = "mail " + std::to_string(number);
-    if (result == TAV_EML_ERR_UNKNOWN) {
-      return problem(EX_DATAERR, which + " cannot be read: it is not formed as a mail should be");
+    const problem cause =
+        explain_mailbox(result == TAV_EML_ERR_UNKNOWN && is_lost ? TAV_EML_ERR_TRANSFER : result,
+                        m_cView, m_cOptions.mailbox);
+    const auto told = [&](int exit_code, const std::string& sentence) {
+      return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
+    };
+    if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+", 0) == 0) {
+      return told(EX_DATAERR, " has a line that is longer than mail allows, so it cannot be read");
     }
-    return problem(EX_TEMPFAIL, which + " could not be received; " +
-                                    explain_mailbox(result, m_cView, m_cOptions.mailbox).what());
+    if (result == TAV_EML_OK) {
+      return told(EX_DATAERR, " has none of the parts that it announces; nothing was saved");
+    }
+    if (result == TAV_EML_ERR_UNKNOWN && !is_lost) {
+      return told(EX_DATAERR, " cannot be read: it is not formed as a mail should be");
+    }
+    return told(EX_TEMPFAIL, std::string(" could not be received; ") + cause.what());
   }
 
   const receive_options& m_cOptions;
@@ -185,8 +255,10 @@ class collection {
   tav_eml_pop3_boundary m_cSession;
   std::optional<mail_folder> m_cFolder;
   std::optional<seen_file> m_cSeen;
+  std::optional<tav_eml_pop3_mail_info_list> m_cKnown;  // not with --all
   std::vector<received_mail> m_cMails;
   std::optional<problem> m_cTrouble;
+  size_t m_uBefore = 0;  // mails that were read over earlier connections
   int m_nOnServer = 0;
 };
 
@@ -200,24 +272,32 @@ void print(const receive_options& options, const collection& mails) {
             << mails.on_server() << " on the server\n";
 }
 
-int run_receive(CLI::App& command, receive_options& options) {
+// Fills in what was left open and checks what was given.
+void complete(CLI::App& command, receive_options& options) {
   options.account.apply(command, *command.get_parent(), "pop3", options.mailbox);
   options.mailbox.complete();
   if (options.is_deleting && !options.saves()) {
     throw problem(EX_USAGE, "--delete deletes what was saved; add --folder DIR");
   }
-  collection mails(options);
+}
+
+int run_receive(CLI::App& command, receive_options& options) {
+  std::optional<collection> mails;
   std::optional<problem> end;
   try {
-    mails.run();
+    complete(command, options);
+    mails.emplace(options);
+    mails->run();
   } catch (const problem& cause) {
     end = cause;
   }
-  if (!end) end = mails.trouble();
+  if (!end && mails->trouble()) end = mails->trouble();
+  const std::vector<received_mail> none;
+  const std::vector<received_mail>& received = mails ? mails->mails() : none;
   if (options.is_json) {
-    std::cout << mails_json(mails.mails(), end ? end->what() : "");
-  } else if (!end || !mails.mails().empty()) {
-    print(options, mails);
+    std::cout << mails_json(received, end ? &*end : nullptr);
+  } else if (!end || !received.empty()) {
+    print(options, *mails);
   }
   if (end) throw *end;
   return EX_OK;

@@ -1,15 +1,12 @@
 #include "receive_report.h"
 
-#include <nlohmann/json.hpp>
-
+#include "problem_json.h"
 #include "progress_bar.h"
 #include "received_text.h"
 
 namespace tavmail {
 
 namespace {
-
-constexpr size_t kColumns = 79;
 
 void add_line(std::string& out, const std::string& label, const std::string& text) {
   if (text.empty()) return;
@@ -25,16 +22,16 @@ std::string part_line(const received_part& part, const std::string& folder) {
   if (!part.is_certain) text += ", a block of it held no data";
   const std::string line = "  " + fit(text, kColumns - 2) + "\n";
   // A path is never cut: it is there to be used.
-  return part.file.empty() ? line : line + "    " + folder + "/" + part.file + "\n";
+  return line + "    " + folder + "/" + part.file + "\n";
 }
 
-nlohmann::ordered_json part_json(const received_part& part) {
+nlohmann::ordered_json part_json(const received_part& part, const std::string& folder) {
   return {{"content_type", part.content_type},
           {"charset", part.char_set},
           {"encoding", part.encoding},
           {"disposition", part.disposition},
           {"name", part.name},
-          {"file", part.file},
+          {"file", folder + "/" + part.file},
           {"bytes", part.bytes},
           {"certain", part.is_certain}};
 }
@@ -49,16 +46,17 @@ std::string mail_lines(const received_mail& mail, const std::string& folder) {
   add_line(out, "Subject:", mail.subject);
   add_line(out, "Date:", mail.date);
   if (mail.size > 0) add_line(out, "Size:", amount(static_cast<double>(mail.size)));
-  for (const received_part& part : mail.parts) out += part_line(part, folder);
+  for (const received_part& part : mail.parts) out += part_line(part, folder + "/" + mail.folder);
+  if (!mail.problem.empty()) out += wrapped("  not complete: ", mail.problem);
   if (mail.is_deleted) out += "  deleted on the server\n";
   return out;
 }
 
-std::string mails_json(const std::vector<received_mail>& mails, const std::string& problem) {
+std::string mails_json(const std::vector<received_mail>& mails, const problem* cause) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const received_mail& mail : mails) {
     nlohmann::ordered_json parts = nlohmann::ordered_json::array();
-    for (const received_part& part : mail.parts) parts.push_back(part_json(part));
+    for (const received_part& part : mail.parts) parts.push_back(part_json(part, mail.folder));
     list.push_back({{"number", mail.number},
                     {"uid", mail.uid},
                     {"size", mail.size},
@@ -70,13 +68,13 @@ std::string mails_json(const std::vector<received_mail>& mails, const std::strin
                     {"date", mail.date},
                     {"message_id", mail.message_id},
                     {"content_type", mail.content_type},
+                    {"problem", mail.problem},
                     {"deleted", mail.is_deleted},
                     {"parts", parts}});
   }
   nlohmann::ordered_json document = {{"messages", list}};
-  if (!problem.empty()) document["problem"] = problem;
-  // Texts are UTF-8 already; whatever slipped through must not end the command.
-  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  if (cause != nullptr) add_problem(document, *cause);
+  return json_text(document);
 }
 
 }  // namespace tavmail

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "problem.h"
 #include "received_mail.h"
 
 namespace tavmail {
@@ -13,8 +14,8 @@ namespace tavmail {
 // One mail as lines of at most 79 columns, with where its parts are.
 std::string mail_lines(const received_mail& mail, const std::string& folder);
 
-// All of them as one JSON document. `problem` is the sentence that ended the command, "" for none.
-std::string mails_json(const std::vector<received_mail>& mails, const std::string& problem);
+// All of them as one JSON document, with the problem that ended the command, null for none.
+std::string mails_json(const std::vector<received_mail>& mails, const problem* cause);
 
 }  // namespace tavmail
 

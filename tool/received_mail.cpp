@@ -14,6 +14,8 @@ using namespace quorvelmida;
 
 namespace {
 
+constexpr size_t kMostParts = 2000;  // files that one mail may make
+
 std::string text_of(const UtlString& text) {
   return text.GetString() != nullptr ? text.GetString() : "";
 }
@@ -63,7 +65,7 @@ void describe(tav_eml_pop3_receive_mail& mail, received_mail& out) {
     return presentable(header_text(text_of(value), set));
   };
   out.number = mail.m_MailInfo.m_nMailNo;
-  out.uid = presentable(text_of(mail.m_MailInfo.m_strUID));
+  out.uid = text_of(mail.m_MailInfo.m_strUID);
   out.size = mail.m_MailInfo.m_lSize;
   out.from = text(mail.m_cFrom.m_cAddress);
   out.to = text(mail.m_cTo.m_cAddress);
@@ -147,9 +149,9 @@ struct block {
 
 }  // namespace
 
-bool received_mail::is_certain() const {
-  return std::all_of(parts.begin(), parts.end(),
-                     [](const received_part& part) { return part.is_certain; });
+bool received_mail::is_safe() const {
+  return !parts.empty() && std::all_of(parts.begin(), parts.end(),
+                                       [](const received_part& part) { return part.is_certain; });
 }
 
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
@@ -165,16 +167,30 @@ TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& fold
   TAV_EML_RESULT result = m_cSession.receive_header(mail, 0);
   describe(mail, out);
   if (result != TAV_EML_OK) return result;
-  out.folder = folder.add_mail();
-  const std::string path = folder.path_of(out.folder);
-  result = is_multipart(mail) ? read_parts(mail, path, out) : read_body(mail, mail, path, out);
-  folder.discard(out.folder);  // without effect when something was saved
+  const std::string unfinished = folder.begin_mail();
+  try {
+    result = read_content(mail, folder.path_of(unfinished), out);
+    if (!out.parts.empty()) {
+      out.folder = result == TAV_EML_OK ? folder.finish_mail(unfinished) : unfinished;
+    }
+  } catch (...) {
+    folder.discard(unfinished);
+    throw;
+  }
+  if (out.parts.empty()) folder.discard(unfinished);
   return result;
+}
+
+TAV_EML_RESULT mail_reader::read_content(tav_eml_pop3_receive_mail& mail, const std::string& folder,
+                                         received_mail& out) {
+  return is_multipart(mail) ? read_parts(mail, folder, out) : read_body(mail, mail, folder, out);
 }
 
 TAV_EML_RESULT mail_reader::read_parts(tav_eml_pop3_receive_mail& mail, const std::string& folder,
                                        received_mail& out) {
   while (mail.m_nReceiving != 0) {
+    m_cProgress();
+    if (out.parts.size() >= kMostParts) return TAV_EML_ERR_UNKNOWN;
     mail.set_part(new tav_eml_pop3_receive_mail_part);
     tav_eml_mlutl_mail_part& part = *mail.get_part();
     TAV_EML_RESULT result = m_cSession.receive_part_header(mail, 0);
@@ -211,7 +227,7 @@ TAV_EML_RESULT mail_reader::read_body(tav_eml_pop3_receive_mail& mail,
   }
   writer.file().keep();
   entry.bytes = writer.file().size();
-  entry.file = out.folder + "/" + writer.file().name();
+  entry.file = writer.file().name();
   out.parts.push_back(entry);
   return TAV_EML_OK;
 }

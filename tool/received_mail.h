@@ -19,22 +19,24 @@ struct received_part {
   std::string encoding;
   std::string disposition;
   std::string name;  // as the sender gave it, "" for none
-  std::string file;  // where it was saved, relative to the folder; "" when it was not
+  std::string file;  // its name in the folder of the mail
   uint64_t bytes = 0;
   bool is_certain = true;  // false when a block of it could not be decoded
 };
 
 struct received_mail {
   int number = 0;
-  std::string uid;
+  std::string uid;  // as the server gave it
   long size = 0;
   std::string from, to, cc, reply_to, subject, date, message_id;
   std::string content_type;
   std::string folder;  // its sub-folder, "" when nothing was saved
   std::vector<received_part> parts;
+  std::string problem;  // why it is not complete, "" when it is
   bool is_deleted = false;
 
-  bool is_certain() const;
+  // Something was saved, and nothing of it is in doubt.
+  bool is_safe() const;
 };
 
 // Reads mails over a session that is connected.
@@ -50,13 +52,16 @@ class mail_reader {
   quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
                                           received_mail& out);
 
-  // The whole mail, its parts into `folder`. What is complete of a mail that breaks off is kept.
+  // The whole mail, its parts into `folder`. Of a mail that breaks off the parts that are complete
+  // are kept; nothing is when the trouble is on this side and the mail will be read again.
   quorvelmida::TAV_EML_RESULT read(quorvelmida::tav_eml_pop3_mail_info& info, mail_folder& folder,
                                    received_mail& out);
 
  private:
   quorvelmida::TAV_EML_RESULT read_parts(quorvelmida::tav_eml_pop3_receive_mail& mail,
                                          const std::string& folder, received_mail& out);
+  quorvelmida::TAV_EML_RESULT read_content(quorvelmida::tav_eml_pop3_receive_mail& mail,
+                                           const std::string& folder, received_mail& out);
   quorvelmida::TAV_EML_RESULT read_body(quorvelmida::tav_eml_pop3_receive_mail& mail,
                                         quorvelmida::tav_eml_mlutl_mail_part& part,
                                         const std::string& folder, received_mail& out);

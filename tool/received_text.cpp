@@ -95,6 +95,14 @@ bool is_deceptive(char32_t character) {
          (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
 }
 
+// Names that are devices where the folder may be looked at from, whatever their extension.
+bool is_device(const std::string& name) {
+  const std::string stem = lower_case(name.substr(0, name.find_first_of(". ")));
+  if (stem == "con" || stem == "prn" || stem == "aux" || stem == "nul") return true;
+  return stem.size() == 4 && (stem.compare(0, 3, "com") == 0 || stem.compare(0, 3, "lpt") == 0) &&
+         stem[3] >= '0' && stem[3] <= '9';
+}
+
 // Cuts a name to its limit in front of its extension, at a character.
 std::string shortened(const std::string& name) {
   if (name.size() <= kLongestName) return name;
@@ -150,6 +158,7 @@ std::string safe_file_name(const std::string& name, const std::string& otherwise
   }
   safe.erase(0, safe.find_first_not_of(" ."));
   safe.erase(safe.find_last_not_of(" .") + 1);
+  if (!safe.empty() && (safe[0] == '-' || is_device(safe))) safe.insert(0, "_");
   return safe.empty() ? otherwise : shortened(safe);
 }
 
@@ -177,6 +186,25 @@ std::string fit(const std::string& text, size_t columns) {
     at += length;
   }
   return shown + "...";
+}
+
+std::string wrapped(const std::string& label, const std::string& text) {
+  const size_t room = kColumns - label.size();
+  std::string out;
+  std::string line;
+  std::string lead = label;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find(' ', at), text.size());
+    const std::string word = text.substr(at, end - at);
+    if (!line.empty() && display_width(line) + 1 + display_width(word) > room) {
+      out += lead + line + "\n";
+      lead = std::string(label.size(), ' ');
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + fit(word, room);
+    at = end + 1;
+  }
+  return out + lead + line + "\n";
 }
 
 }  // namespace tavmail

@@ -1,6 +1,7 @@
 #include "secret.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -71,6 +72,10 @@ secret_text from_command(const std::string& command) {
 class silent_terminal {
  public:
   explicit silent_terminal(int fd) : m_nFd(fd) {
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigprocmask(SIG_BLOCK, &interrupt, &m_cMask);
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGINT, &action, &m_cInterrupt);
@@ -81,14 +86,23 @@ class silent_terminal {
   }
   ~silent_terminal() {
     if (m_bSet) tcsetattr(m_nFd, TCSAFLUSH, &m_cBefore);
+    dprintf(m_nFd, "\n");  // the line end that was typed did not show
+    sigprocmask(SIG_SETMASK, &m_cMask, nullptr);
     sigaction(SIGINT, &m_cInterrupt, nullptr);
   }
   silent_terminal(const silent_terminal&) = delete;
   silent_terminal& operator=(const silent_terminal&) = delete;
 
+  // Waits for a line. The interrupt key has no effect elsewhere, so that none is missed.
+  void wait() const {
+    pollfd line = {m_nFd, POLLIN, 0};
+    if (ppoll(&line, 1, nullptr, &m_cMask) < 0) throw problem(128 + SIGINT, "interrupted");
+  }
+
  private:
   int m_nFd;
   bool m_bSet;
+  sigset_t m_cMask;
   termios m_cBefore{};
   struct sigaction m_cInterrupt {};
 };
@@ -98,12 +112,11 @@ secret_text from_terminal(const std::string& user, const std::string& server) {
   if (!terminal) {
     throw problem(EX_USAGE, "no terminal to ask for the password; use --password-file or -command");
   }
+  const silent_terminal silence(fileno(terminal.get()));
   std::fprintf(terminal.get(), "Password of %s at %s: ", user.c_str(), server.c_str());
   std::fflush(terminal.get());
-  const silent_terminal silence(fileno(terminal.get()));
-  secret_text text = read_line(terminal.get(), "what was typed");
-  std::fputs("\n", terminal.get());
-  return text;
+  silence.wait();
+  return read_line(terminal.get(), "what was typed");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,7 @@ using namespace quorvelmida;
 namespace {
 
 constexpr char kTitle[] = "# mails that tavmail has received: tries (0: done), unique id";
+constexpr char kEmpty[] = "%";  // no encoded unique id is that
 constexpr int kWaiting = 1;
 constexpr int kHandedOut = 2;
 
@@ -31,6 +33,7 @@ std::string text_of(const UtlString& text) {
 
 // A unique id as one word of the file: servers may put anything into it.
 std::string encoded(const std::string& uid) {
+  if (uid.empty()) return kEmpty;
   std::string word;
   for (const char ch : uid) {
     const auto byte = static_cast<unsigned char>(ch);
@@ -47,6 +50,7 @@ std::string encoded(const std::string& uid) {
 
 std::string decoded(const std::string& word) {
   std::string uid;
+  if (word == kEmpty) return uid;
   for (size_t i = 0; i < word.size(); ++i) {
     if (word[i] == '%' && i + 2 < word.size()) {
       uid += static_cast<char>(std::strtol(word.substr(i + 1, 2).c_str(), nullptr, 16));
@@ -144,9 +148,12 @@ void seen_file::write() const {
     text += std::to_string(m_cTries.at(uid)) + " " + encoded(uid) + "\n";
   }
   const bool is_written = write_through(fd, text);
-  if (close(fd) != 0 || !is_written || std::rename(fresh.c_str(), m_cPath.c_str()) != 0) {
-    throw cannot_write(m_cPath);
+  const problem trouble = cannot_write(m_cPath);
+  if (close(fd) != 0 || !is_written) {
+    unlink(fresh.c_str());
+    throw trouble;
   }
+  if (std::rename(fresh.c_str(), m_cPath.c_str()) != 0) throw cannot_write(m_cPath);
 }
 
 void seen_file::fill(tav_eml_pop3_mail_info_list& list) const {
@@ -170,6 +177,14 @@ void seen_file::begin(const std::string& uid) {
 
 void seen_file::finish(const std::string& uid) {
   m_cTries[uid] = 0;
+  write();
+}
+
+void seen_file::cancel(const std::string& uid) {
+  if (--m_cTries[uid] <= 0) {
+    m_cTries.erase(uid);
+    m_cUids.erase(std::find(m_cUids.begin(), m_cUids.end(), uid));
+  }
   write();
 }
 

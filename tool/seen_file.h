@@ -28,9 +28,10 @@ class seen_file {
   void fill(quorvelmida::tav_eml_pop3_mail_info_list& list) const;
   size_t size() const { return m_cUids.size(); }
 
-  // A mail is about to be read; it was read; it was deleted on the server.
+  // A mail is about to be read; it was read; it was not, and it is not the mail's fault.
   void begin(const std::string& uid);
   void finish(const std::string& uid);
+  void cancel(const std::string& uid);
 
   // Keeps what the list still has, and writes the file. Throws a problem.
   void keep(const quorvelmida::tav_eml_pop3_mail_info_list& list);

@@ -3,14 +3,15 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "dialogue_view.h"
 #include "interrupt.h"
 #include "outcome.h"
+#include "problem_json.h"
 #include "progress_bar.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "received_text.h"
 #include "send_options.h"
 #include "utl_os.h"
 
@@ -70,10 +71,11 @@ class transaction {
  private:
   // Ends the transaction when a step failed.
   void require(TAV_EML_RESULT result) {
-    if (result == TAV_EML_OK && !interrupt_guard::was_pressed()) return;
-    const problem cause = interrupt_guard::was_pressed()
-                              ? problem(kInterruptedExit, "interrupted; nothing was delivered")
-                              : explain(result, m_cView, m_cOptions.server);
+    const bool is_interrupted = interrupt_guard::was_pressed() && !m_cView.end_was_sent();
+    if (result == TAV_EML_OK && !is_interrupted) return;
+    const problem cause =
+        is_interrupted ? problem(interrupt_guard::exit_code(), "interrupted; nothing was delivered")
+                       : explain(result, m_cView, m_cOptions.server);
     m_cBoundary.abort_mail();
     throw cause;
   }
@@ -115,13 +117,8 @@ std::string outcome_json(const std::string& outcome, const std::string& reply, c
   nlohmann::ordered_json document = {{"outcome", outcome}, {"reply", reply}};
   UtlString id;
   if (out.mail.get_message_id(id) != 0) document["message_id"] = id.GetString();
-  if (cause != nullptr) {
-    document["stage"] = cause->stage();
-    document["code"] = cause->code();
-    document["exit_code"] = cause->exit_code();
-    document["problem"] = cause->what();
-  }
-  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  if (cause != nullptr) add_problem(document, *cause);
+  return json_text(document);
 }
 
 int run_send(CLI::App& command, send_options& options) {
@@ -141,7 +138,7 @@ int run_send(CLI::App& command, send_options& options) {
     if (options.is_json) {
       std::cout << outcome_json("delivered", sending.reply(), out, nullptr);
     } else if (!options.quiet) {
-      std::cout << "sent; the server said: " << sending.reply() << '\n';
+      std::cout << wrapped("sent; ", "the server said: " + sending.reply());
     }
     return EX_OK;
   } catch (const problem& cause) {

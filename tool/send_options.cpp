@@ -130,7 +130,10 @@ void fill_threading(const send_options& options, tav_eml_smtp_send_mail& mail) {
   check("--message-id", options.message_id, false);
   check("--in-reply-to", options.in_reply_to, true);
   check("--references", options.references, true);
-  mail.set_message_id(options.message_id.c_str());
+  UtlString id(options.message_id.c_str());
+  // Made here and not by the library, so that the outcome can name it.
+  if (id.IsEmpty()) tav_eml_smtp_send_mail::create_message_id(mail.m_cFrom, id);
+  mail.set_message_id(id);
   mail.set_in_reply_to(options.in_reply_to.c_str());
   mail.set_references(options.references.c_str());
 }
@@ -189,7 +192,7 @@ void send_options::add_to(CLI::App& command) {
   add("--references", references, "ids of the thread", "IDS");
   add("--mdn", mdn, "ask for a notice that the mail was displayed", "ADDRESS");
   add("--size-limit", size_limit, "most bytes of the mail", "BYTES");
-  auto* only = add("--permit", permit, "domain or address that mail may go to; repeatable", "NAME")
+  auto* only = add("--permit", permit, "domain or address mail may go to; repeatable", "NAME")
                    ->allow_extra_args(false);
   add("--deny", deny, "domain or address that mail may not go to", "NAME")
       ->allow_extra_args(false)

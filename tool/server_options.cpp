@@ -43,8 +43,8 @@ void server_options::add_to(CLI::App& command) {
   command.add_option("--helo", helo, "name to greet with; this machine's by default")
       ->type_name("NAME")
       ->group("Server");
-  command.add_option("--auth", login, "login: smtp (default with --user), none, pop or pop+smtp")
-      ->transform(CLI::CheckedTransformer(kLogins, CLI::ignore_case).description(""))
+  command.add_option("--auth", login, "smtp (default with --user), none, pop, pop+smtp")
+      ->transform(one_of(kLogins))
       ->type_name("KIND")
       ->group("Server");
   mailbox.add_address(command, kPop3BeforeSmtp);

@@ -20,8 +20,8 @@ using namespace quorvelmida;
 namespace {
 
 // Bytes of the attachment that are handed over at a time. A multiple of 48, so that every line of
-// 64 characters is full, and such that what is encoded fills one write of the library.
-constexpr size_t kPiece = 992 * 48;
+// 64 characters is full, and as many as the library encodes into one write.
+constexpr size_t kPiece = 2100 * 48;
 constexpr int kTimeout = 20;  // seconds
 
 void check(TAV_EML_RESULT result, const char* what) {

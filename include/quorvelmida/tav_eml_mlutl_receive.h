@@ -135,6 +135,7 @@ class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
 
   TAVEML_LOCAL bool is_ready() const;
   TAVEML_LOCAL bool take_line(std::string_view& line);
+  TAVEML_LOCAL std::string_view take_plain_lines();
   TAVEML_LOCAL void count_bytes(long count);
   TAVEML_LOCAL TAV_EML_UTL_RETCODE read_line(const receive_source& source, std::string_view& line);
   TAVEML_LOCAL TAV_EML_UTL_RETCODE read_content_line(tav_eml_mlutl_mail& mail,

@@ -58,7 +58,7 @@ class TAVEML_API tav_eml_pop3_command : public UtlObject {
   static TAV_EML_RESULT read_open(const tav_eml_pop3_settings* settings, int& sock,
                                   TAV_EML_TLS_INFO& tls, int number, UtlString& rest);
 
-  // UIDL of one message. On failure `uid` is "".
+  // UIDL of one message. On failure `uid` has no text.
   static TAV_EML_RESULT get_uniq_id(const tav_eml_pop3_settings* settings, int& sock,
                                     TAV_EML_TLS_INFO& tls, int number, UtlString& uid);
 

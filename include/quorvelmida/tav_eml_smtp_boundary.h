@@ -14,6 +14,8 @@
 
 namespace quorvelmida {
 
+class utl_buffer;
+
 // Sends one mail at a time:
 //
 //   connect_mail
@@ -89,12 +91,17 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   TAVEML_LOCAL TAV_EML_RESULT send_piece(tav_eml_mlutl_mail_part& content,
                                          TAV_EML_CHAR_SET char_set, int32_t& carry_count,
                                          uint8_t* carry_bytes, const piece_texts& texts);
+  TAVEML_LOCAL TAV_EML_RESULT send_encoded(utl_buffer& data, TAV_EML_CHAR_SET char_set,
+                                           int32_t& carry_count, uint8_t* carry_bytes,
+                                           const piece_texts& texts);
+  TAVEML_LOCAL bool reserve_block(long length);
+  TAVEML_LOCAL void free_block();
   TAVEML_LOCAL TAV_EML_RESULT flush_carries(const char* operation);
   TAVEML_LOCAL TAV_EML_RESULT flush_carry(const char* operation, const char* what,
                                           int32_t& carry_count, const uint8_t* carry_bytes);
   TAVEML_LOCAL TAV_EML_RESULT send_delimiter(const char* operation, const char* caller,
                                              const UtlString& boundary, const char* end);
-  TAVEML_LOCAL TAV_EML_RESULT judge_size(const char* operation, long bytes);
+  TAVEML_LOCAL TAV_EML_RESULT judge_size(const char* operation, int64_t bytes);
 
   const tav_eml_smtp_settings* m_pSMTPSettings;
   ntssmtp_fileptr* m_pSession;
@@ -104,6 +111,8 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   uint8_t m_aPartCarry[2];
   uint8_t m_aBodyCarry[2];
   uint32_t m_uBytesSent;
+  char* m_pBlock;  // owned, for encoded text; kept from piece to piece until the mail ends
+  int32_t m_nBlockSize;
 };
 
 }  // namespace quorvelmida

@@ -11,14 +11,12 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <vector>
 
 #include "port_time.h"
-#include "socket_names.h"
+#include "socket_record.h"
 #include "tav_netsock.h"
 #include "wiretap.h"
 
@@ -33,17 +31,6 @@ struct resolution {
 };
 thread_local resolution t_latest;
 
-// Names of connected sockets, by handle.
-struct name_table {
-  std::mutex guard;
-  std::map<int, std::string> names;
-};
-
-name_table& table() {
-  static name_table& instance = *new name_table;  // outlives every thread
-  return instance;
-}
-
 std::array<uint8_t, 17> address_key(const void* addr) {
   std::array<uint8_t, 17> key{};
   uint16_t family;
@@ -57,19 +44,11 @@ std::array<uint8_t, 17> address_key(const void* addr) {
   return key;
 }
 
-void remember_name(int fd, const void* addr) {
-  std::string name;
+void remember_name(socket_record& record, const void* addr) {
   const auto key = address_key(addr);
   for (const auto& address : t_latest.addresses) {
-    if (address == key) name = t_latest.host;
+    if (address == key) record.name = t_latest.host;
   }
-  const std::lock_guard<std::mutex> lock(table().guard);
-  table().names[fd] = name;
-}
-
-void forget_name(int fd) {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  table().names.erase(fd);
 }
 
 // One entry of the answer and the address that it points to.
@@ -134,22 +113,42 @@ int32_t finish_connect(int fd, const deadline& until) {
   return 0;
 }
 
+// Every call waits for its time.
+int system_flags(int32_t flags) { return flags & ~MSG_DONTWAIT; }
+
+int32_t bounded(int32_t timeout_ms) { return timeout_ms > 0 ? timeout_ms : kDefaultTimeoutMs; }
+
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-// Calls `move` until it moves something, fails, or the time is over. The first call comes before
-// the first wait: more often than not it succeeds.
+// Calls `move` until it moves something, fails, or the time is over. The waiting is done inside the
+// system's call, which is told how long beforehand: one call where a poll would make it three.
 template <typename Move>
-int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
+int32_t transfer(int32_t sock, wait_limit& limit, int32_t timeout_ms, Move&& move) {
   const deadline until(timeout_ms);
+  int32_t left = bounded(timeout_ms);
   for (;;) {
+    if (!limit.set(sock, left)) return TAV_NETSOCK_ERROR;
     const ssize_t count = move();
     if (count >= 0) return static_cast<int32_t>(count);
-    if (errno == EINTR) continue;
-    if (!would_block(errno)) return TAV_NETSOCK_ERROR;
-    const int ready = until.wait(sock, events);
-    if (ready == 0) return TAV_NETSOCK_TIMEOUT;
-    if (ready < 0) return TAV_NETSOCK_ERROR;
+    if (errno != EINTR && !would_block(errno)) return TAV_NETSOCK_ERROR;
+    left = until.rest();
+    if (left == 0) return TAV_NETSOCK_TIMEOUT;
   }
+}
+
+// Receives one byte. The bytes of a reply are fetched one by one and stay in the kernel until they
+// are asked for: they are looked at in bulk, and taken out in bulk once all of them were asked for.
+int32_t receive_byte(int32_t sock, socket_record& record, char* byte, int32_t timeout_ms) {
+  peeked_bytes& peeked = record.peeked;
+  if (peeked.is_used_up()) {
+    if (!peeked.settle(sock)) return TAV_NETSOCK_ERROR;
+    const int32_t count =
+        transfer(sock, record.receive_limit, timeout_ms, [&] { return peeked.look(sock); });
+    if (count <= 0) return count;
+  }
+  *byte = peeked.next();
+  if (peeked.is_used_up() && !peeked.settle(sock)) return TAV_NETSOCK_ERROR;
+  return 1;
 }
 
 // "192.0.2.1 port 25", for an observer.
@@ -179,12 +178,6 @@ bool is_usable_link(const ifaddrs& entry) {
 }
 
 }  // namespace
-
-std::string socket_name(int fd) {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  const auto found = table().names.find(fd);
-  return found != table().names.end() ? found->second : std::string();
-}
 
 int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
                                 const tav_netsock_addrinfo* hints, tav_netsock_addrinfo** list) {
@@ -217,8 +210,12 @@ void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) {
 }
 
 int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) {
-  const int fd = avoid_zero(socket(family, type | SOCK_NONBLOCK | SOCK_CLOEXEC, protocol));
+  const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC, protocol));
   if (fd < 0) return -1;
+  if (!open_record(fd)) {
+    close(fd);
+    return -1;
+  }
   const int on = 1;
   // Commands are small: without it each would wait for the reply to the one before.
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -245,18 +242,21 @@ int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
 
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
                                   int32_t timeout_ms) {
-  if (!is_handle(sock) || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
+  socket_record* const record = find_record(sock);
+  if (record == nullptr || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
   if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTING, address_text(addr));
   const deadline until(timeout_ms);
+  // The limit for sending is the one for connecting, too.
+  if (!record->send_limit.set(sock, bounded(timeout_ms))) return TAV_NETSOCK_ERROR;
   int32_t result = 0;
   if (connect(sock, static_cast<const sockaddr*>(addr), static_cast<socklen_t>(addr_len)) != 0) {
-    // An interrupted connect goes on in the background like one in progress.
+    // A connect that was interrupted or whose limit is reached goes on in the background.
     if (errno != EINPROGRESS && errno != EINTR) return TAV_NETSOCK_ERROR;
     result = finish_connect(sock, until);
   }
   if (result != 0) return result;
   try {
-    remember_name(sock, addr);
+    remember_name(*record, addr);
   } catch (const std::bad_alloc&) {
     return TAV_NETSOCK_ERROR;
   }
@@ -266,18 +266,26 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) {
-  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  const int32_t count = transfer(sock, POLLOUT, timeout_ms, [&] {
-    return send(sock, data, static_cast<size_t>(len), flags | MSG_NOSIGNAL);
+  socket_record* const record = find_record(sock);
+  if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
+  const int32_t count = transfer(sock, record->send_limit, timeout_ms, [&] {
+    return send(sock, data, static_cast<size_t>(len), system_flags(flags) | MSG_NOSIGNAL);
   });
   return observed(TAV_WIRETAP_SENT, data, count);
 }
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) {
-  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  const int32_t count = transfer(sock, POLLIN, timeout_ms,
-                                 [&] { return recv(sock, data, static_cast<size_t>(len), flags); });
+  socket_record* const record = find_record(sock);
+  if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
+  int32_t count = TAV_NETSOCK_ERROR;
+  if (len == 1 && flags == 0) {
+    count = receive_byte(sock, *record, static_cast<char*>(data), timeout_ms);
+  } else if (record->peeked.settle(sock)) {
+    count = transfer(sock, record->receive_limit, timeout_ms, [&] {
+      return recv(sock, data, static_cast<size_t>(len), system_flags(flags));
+    });
+  }
   return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 
@@ -289,7 +297,6 @@ int32_t tav_netsock_shutdown(int32_t sock) {
 
 int32_t tav_netsock_close(int32_t sock) {
   if (!is_handle(sock)) return -1;
-  forget_name(sock);
   wiretap(TAV_WIRETAP_CLOSED);
   return close(sock) == 0 || errno == EINTR ? 0 : -1;
 }

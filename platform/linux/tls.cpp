@@ -12,7 +12,7 @@
 #include <string>
 
 #include "port_time.h"
-#include "socket_names.h"
+#include "socket_record.h"
 #include "tav_dbglog.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
@@ -66,16 +66,29 @@ session_ptr find_session(uint32_t handle) {
   return found != table().sessions.end() ? found->second : nullptr;
 }
 
-// The system's own socket BIO writes with write(), which raises SIGPIPE.
+// The system's own socket BIO writes with write(), which raises SIGPIPE, and both its directions
+// wait, with limits of their own, where a deadline is to be kept.
+
+bool is_retry(ssize_t count) {
+  return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
+}
 
 int bio_write(BIO* bio, const char* data, int length) {
   BIO_clear_retry_flags(bio);
   int fd = 0;
   BIO_get_fd(bio, &fd);
-  const ssize_t count = send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL);
-  if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
-    BIO_set_retry_write(bio);
-  }
+  const ssize_t count = send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (is_retry(count)) BIO_set_retry_write(bio);
+  return static_cast<int>(count);
+}
+
+int bio_read(BIO* bio, char* data, int length) {
+  BIO_clear_retry_flags(bio);
+  int fd = 0;
+  BIO_get_fd(bio, &fd);
+  const ssize_t count = recv(fd, data, static_cast<size_t>(length), MSG_DONTWAIT);
+  if (is_retry(count)) BIO_set_retry_read(bio);
+  if (count == 0) BIO_set_flags(bio, BIO_FLAGS_IN_EOF);  // tells a cut connection from other errors
   return static_cast<int>(count);
 }
 
@@ -86,7 +99,7 @@ BIO_METHOD* socket_bio_method() {
         BIO_get_new_index() | BIO_TYPE_SOURCE_SINK | BIO_TYPE_DESCRIPTOR, "socket without SIGPIPE");
     if (made == nullptr) return made;
     BIO_meth_set_write(made, bio_write);
-    BIO_meth_set_read(made, BIO_meth_get_read(base));
+    BIO_meth_set_read(made, bio_read);
     BIO_meth_set_ctrl(made, BIO_meth_get_ctrl(base));
     BIO_meth_set_create(made, BIO_meth_get_create(base));
     BIO_meth_set_destroy(made, BIO_meth_get_destroy(base));
@@ -223,14 +236,15 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
     if (found == table().contexts.end()) return TLSW_ERR_PARAM;
     owner = found->second;
   }
-  if (has_waiting_bytes(param.sock)) {
+  socket_record* const record = find_record(param.sock);
+  if (record == nullptr) return TLSW_ERR_PARAM;
+  if (!record->peeked.settle(param.sock) || has_waiting_bytes(param.sock)) {
     TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
     return TLSW_ERR_CONNECT;
   }
-  const std::string name = socket_name(param.sock);
   const auto made = std::make_shared<session>();
   made->context = context;
-  int32_t result = prepare(owner.get(), param, name, *made);
+  int32_t result = prepare(owner.get(), param, record->name, *made);
   if (result == TLSW_OK) {
     result = handshake(*made, param.option[0] == 1, param.timeout_ms);
   }
@@ -265,6 +279,8 @@ int32_t tlsw_init(uint32_t* context) {
     if (!made) return TLSW_ERR_NO_MEMORY;
     SSL_CTX_set_mode(made.get(),
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    // From the handshake on everything on the socket is TLS: a record comes in one call then.
+    SSL_CTX_set_read_ahead(made.get(), 1);
     SSL_CTX_set_options(made.get(), SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION);
     const std::lock_guard<std::mutex> lock(table().guard);
     const uint32_t next = table().next();

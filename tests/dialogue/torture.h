@@ -5,10 +5,8 @@
 #define TORTURE_H
 
 #include <cstdio>
-#include <functional>
 
-#include "dialogue_fixture.h"
-#include "fail_new.h"
+#include "scenario.h"
 
 namespace dialogue {
 
@@ -48,19 +46,41 @@ TAV_EML_RESULT run_with_fault(fault kind, size_t n, tav_test::fake_memory& memor
   return result;
 }
 
-// Calls `survives(kind, n)`, which is false when there are fewer than n calls, for every kind and
-// n, up to the first failed check; adds to `points`.
-template <typename Survives>
-void try_every_fault(const char* name, const Survives& survives, size_t& points) {
-  for (const fault kind : {fault::memory, fault::memory_from, fault::network, fault::network_from,
-                           fault::network_timeout, fault::operator_new, fault::operator_new_from}) {
-    if (kind >= fault::operator_new && !tav_test::failing_new::works()) continue;
-    size_t n = 1;
-    while (survives(kind, n) && !testing::Test::HasFailure() && n < 5000) ++n;
-    ASSERT_FALSE(testing::Test::HasFailure())
-        << name << ", fault " << static_cast<int>(kind) << ", call " << n;
-    points += n - 1;
+// Runs the scenario with the nth call failing; false when there were fewer calls.
+inline bool survives(const scenario_maker& maker, fault kind, size_t n) {
+  const std::unique_ptr<scenario> s = maker.make();
+  bool has_failed = false;
+  s->get_ready(false);
+  const auto run = [&] { return s->run(); };
+  const TAV_EML_RESULT result = run_with_fault(kind, n, s->memory, s->net, run, has_failed);
+  s->check(result);
+  EXPECT_TRUE(has_failed || result == TAV_EML_OK) << s->log.all();
+  s->get_ready(true);
+  EXPECT_EQ(s->run(), TAV_EML_OK) << "does not work afterwards";
+  s->check(TAV_EML_OK);
+  s->finish();
+  EXPECT_TRUE(s->memory.clean());
+  EXPECT_TRUE(s->net.clean());
+  if (testing::Test::HasFailure()) std::printf("%s", s->log.all().c_str());
+  return has_failed;
+}
+
+// Every scenario with every kind of fault at every call, up to the first failed check.
+inline void torture(const std::vector<scenario_maker>& makers) {
+  size_t points = 0;
+  for (const scenario_maker& maker : makers) {
+    for (const fault kind :
+         {fault::memory, fault::memory_from, fault::network, fault::network_from,
+          fault::network_timeout, fault::operator_new, fault::operator_new_from}) {
+      if (kind >= fault::operator_new && !tav_test::failing_new::works()) continue;
+      size_t n = 1;
+      while (survives(maker, kind, n) && !testing::Test::HasFailure() && n < 5000) ++n;
+      ASSERT_FALSE(testing::Test::HasFailure())
+          << maker.name << ", fault " << static_cast<int>(kind) << ", call " << n;
+      points += n - 1;
+    }
   }
+  std::printf("%zu points of failure tried\n", points);
 }
 
 }  // namespace dialogue

@@ -1,6 +1,7 @@
 """Which server works with which TLS mode and login method, and the page that tells it.
 
-    sys.exit(matrix.run(client, "docs/interoperability.md"))
+    results = matrix.run_all(client)
+    matrix.page(results), matrix.exit_code(results)
 
 Every cell is tried with a client, which has two methods:
 
@@ -11,6 +12,9 @@ Every cell is tried with a client, which has two methods:
                              empty text.
 
 Both raise LoginRefused when the server does not want this login, and anything else when they fail.
+What needs to be tried only once for each server, it may offer besides:
+
+    extras(server)           functions by their names, each of which returns what is wrong.
 """
 
 import sys
@@ -71,6 +75,20 @@ class Cell:
     @property
     def reason(self):
         return self.server.reason(self.mode, self.method)
+
+
+@dataclass(frozen=True)
+class Extra:
+    """Something that was tried in one of the ways into a server."""
+    server: type
+    name: str
+    reason = ""
+
+
+def label(cell):
+    if isinstance(cell, Extra):
+        return cell.name
+    return f"{MODE_NAMES[cell.mode]}, {cell.method}"
 
 
 def cells(server):
@@ -141,8 +159,13 @@ def run_cell(cell, server, client, dovecot=None):
     if cell.method == smtp_servers.POP_LOGIN and dovecot is None:
         return "not run: needs Dovecot"
     attempt = try_smtp if cell.server in SMTP_SERVERS else try_pop3
+    return outcome(attempt, cell, server, client, dovecot)
+
+
+def outcome(function, *arguments):
+    """"ok", or what failed."""
     try:
-        wrong = attempt(cell, server, client, dovecot)
+        wrong = function(*arguments)
     except Exception as error:  # Of whatever kind: the other cells are to be tried too.
         wrong = f"{type(error).__name__}: {error}"
     return f"FAILED: {wrong}" if wrong else "ok"
@@ -161,6 +184,9 @@ def run_server(server_class, client, dovecot=None):
             results[cell] = run_cell(cell, server, client, dovecot)
             if results[cell].startswith("FAILED"):
                 print(server.logs()[-4000:], file=sys.stderr)
+        extras = client.extras(server) if hasattr(client, "extras") else {}
+        for name, function in extras.items():
+            results[Extra(server_class, name)] = outcome(function)
     return results
 
 
@@ -190,13 +216,14 @@ def run_all(client, smtp=SMTP_SERVERS, pop3=POP3_SERVERS):
 
 
 def report(server_class, results, seconds):
-    good = sum(result == "ok" for result in results.values())
-    cannot = sum(bool(cell.reason) for cell in results)
-    print(f"{server_class.NAME}: {good} of {len(results)} ways work, {cannot} it cannot do "
-          f"({seconds:.0f} s)")
+    ways = {cell: result for cell, result in results.items() if isinstance(cell, Cell)}
+    good = sum(result == "ok" for result in ways.values())
+    cannot = sum(bool(cell.reason) for cell in ways)
+    print(f"{server_class.NAME}: {good} of {len(ways)} ways work, {cannot} it cannot do "
+          f"({seconds:.0f} s)", flush=True)
     for cell, result in results.items():
-        if result != "ok" and not cell.reason:
-            print(f"  {MODE_NAMES[cell.mode]}, {cell.method}: {result}")
+        if isinstance(cell, Extra) or result != "ok" and not cell.reason:
+            print(f"  {label(cell)}: {result}")
 
 
 # -- the page --
@@ -222,13 +249,21 @@ def table(results, server_classes, methods, reasons):
     names = [METHOD_NAMES.get(each, each) for each in methods]
     text = row(["Server", "TLS", *names]) + row(["---"] * (2 + len(methods)))
     for server_class in server_classes:
-        found = {cell: result for cell, result in results.items() if cell.server == server_class}
+        found = {cell: result for cell, result in results.items()
+                 if isinstance(cell, Cell) and cell.server == server_class}
         for mode in dict.fromkeys(cell.mode for cell in found):
             texts = [found[Cell(server_class, mode, method)] for method in methods]
             text += row([server_class.NAME, MODE_NAMES[mode],
                          *(each if each == "ok" else f"({reasons.number(each)})"
                            for each in texts)])
     return text
+
+
+def extras_table(results, server_classes):
+    names = list(dict.fromkeys(each.name for each in results if isinstance(each, Extra)))
+    return row(["Server", *names]) + row(["---"] * (1 + len(names))) + "".join(
+        row([each.NAME, *(results.get(Extra(each, name), "") for name in names)])
+        for each in server_classes)
 
 
 def versions(server_classes):
@@ -249,7 +284,7 @@ def page(results):
                        for number, text in enumerate(reasons.texts, 1))
     return f"""# Interoperability
 
-Made by a run of `tests/interop/matrix.py` against real servers, each started on loopback ports from
+Made by `scripts/interop-page` in a run against real servers, each started on loopback ports from
 a configuration of its own. "ok": the right password was taken, a wrong one refused, and the mail
 arrived as it was sent. A number: why not, below.
 
@@ -259,6 +294,18 @@ arrived as it was sent. A number: why not, below.
 ## Receiving: POP3
 
 {receiving}
+## Mails
+
+Through one of the ways into each server, with TLS where it has one. "mails": every content type
+with attachments of 0 bytes, 1 byte and 1 MB; file names, subjects and display names in utf-8,
+iso-2022-jp and shift_jis, cut at every place; bodies with lines of only dots, and long ones. What
+arrived was read with Python's email package and checked against RFC 5322, 2045 and 2047; for POP3,
+what was received was compared with what stands in the mailbox. "text": bodies that are not encoded.
+"size limit": the longest mail that the server takes arrives whole, and one byte more is refused and
+reported. "200 MB": one attachment of that size, with one server of each kind. Limits of libtaveml
+stand in [known-limits.md](known-limits.md).
+
+{extras_table(results, smtp + pop3)}
 ## Why not
 
 {numbered or "Nothing."}
@@ -267,15 +314,10 @@ arrived as it was sent. A number: why not, below.
 {''.join(versions(smtp + pop3))}"""
 
 
-def run(client, page_path=None, smtp=SMTP_SERVERS, pop3=POP3_SERVERS):
-    """Tries all cells and writes the page. Returns the exit code of the test: that of a skipped one
-    when a server could not be had."""
-    results = run_all(client, smtp, pop3)
+def exit_code(results):
+    """That of the test: skipped when a server could not be had."""
     not_run = sorted({result for result in results.values() if result.startswith("not run")})
     for each in not_run:
         print("skipped:", each)
     failed = any(result.startswith("FAILED") for result in results.values())
-    if page_path and not failed and not not_run:
-        with open(page_path, "w", encoding="utf-8") as file:
-            file.write(page(results))
     return 1 if failed else unpacked.SKIPPED if not_run else 0

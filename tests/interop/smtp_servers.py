@@ -428,9 +428,11 @@ class Aiosmtpd(servers.Server, SmtpServer):
     NAME = "aiosmtpd"
     PACKAGES = ("python3-aiosmtpd",)
     PROVIDED = ("PLAIN", "LOGIN")
-    capabilities = dict.fromkeys(MODES, (NO_LOGIN, *PROVIDED, POP_LOGIN))
+    capabilities = dict.fromkeys(MODES, (NO_LOGIN, "PLAIN", POP_LOGIN))
     NO_METHOD = "aiosmtpd brings PLAIN and LOGIN only; others are for its user to write"
-    REASONS = {"CRAM-MD5": NO_METHOD, "DIGEST-MD5": NO_METHOD}
+    PROMPT = ("aiosmtpd's LOGIN asks for the \"User Name\", where libtaveml answers a \"Username\" "
+              "only, as other servers ask for; it announces PLAIN too, which works")
+    REASONS = {"LOGIN": PROMPT, "CRAM-MD5": NO_METHOD, "DIGEST-MD5": NO_METHOD}
 
     def __init__(self, accounts, size_limit=300_000_000, dovecot=None):
         modules = os.path.join(unpacked.unpack(*self.PACKAGES), "usr/lib/python3/dist-packages")

@@ -3,6 +3,7 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/ioctl.h>
 
 #include <csignal>
 #include <thread>
@@ -101,12 +102,62 @@ TEST(NetsockContract, transfers_count_bytes_and_time_out) {
   EXPECT_EQ(sent, TAV_NETSOCK_TIMEOUT);
 }
 
+// Bytes in the kernel's buffer.
+int waiting(int32_t sock) {
+  int count = -1;
+  return ioctl(sock, FIONREAD, &count) == 0 ? count : -1;
+}
+
+std::string read_one_by_one(int32_t sock, size_t length) {
+  std::string text;
+  char byte = 0;
+  while (text.size() < length && tav_netsock_recv_timeo(sock, &byte, 1, 0, 1000) == 1) text += byte;
+  return text;
+}
+
 TEST(NetsockContract, nothing_is_read_that_was_not_asked_for) {
+  const std::string sent = "220 hi\r\nBYTES";
+  for (size_t asked = 0; asked <= sent.size(); ++asked) {
+    pair p;
+    ASSERT_EQ(send(p.theirs, sent.data(), sent.size(), 0), 13);
+    EXPECT_EQ(read_one_by_one(p.ours, asked), sent.substr(0, asked));
+    EXPECT_GE(waiting(p.ours), static_cast<int>(sent.size() - asked));
+    char buffer[16] = {};
+    const auto rest = static_cast<int32_t>(sent.size() - asked);
+    EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 16, 0, rest > 0 ? 1000 : 20),
+              rest > 0 ? rest : TAV_NETSOCK_TIMEOUT);
+    EXPECT_EQ(buffer, sent.substr(asked));
+    EXPECT_EQ(waiting(p.ours), 0);
+  }
+}
+
+TEST(NetsockContract, bytes_read_one_by_one_come_in_order_up_to_the_end) {
   pair p;
-  ASSERT_EQ(send(p.theirs, "220 hi\r\nBYTES", 13, 0), 13);
-  char buffer[16] = {};
-  ASSERT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 1, 0, 1000), 1);
-  EXPECT_EQ(recv(p.ours, buffer, sizeof buffer, MSG_PEEK | MSG_DONTWAIT), 12);
+  std::string sent;
+  for (int i = 0; i < 3000; ++i) sent += static_cast<char>('a' + i % 23);
+  ASSERT_EQ(send(p.theirs, sent.data(), 100, 0), 100);
+  EXPECT_EQ(read_one_by_one(p.ours, 60), sent.substr(0, 60));
+  ASSERT_EQ(send(p.theirs, sent.data() + 100, 2900, 0), 2900);
+  char byte = 0;
+  EXPECT_EQ(tav_netsock_send_timeo(p.ours, "x", 1, 0, 1000), 1) << "in between";
+  EXPECT_EQ(recv(p.theirs, &byte, 1, 0), 1);
+  p.close_theirs();
+  EXPECT_EQ(read_one_by_one(p.ours, 2940), sent.substr(60));
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 1000), 0);
+}
+
+TEST(NetsockContract, a_new_socket_knows_nothing_of_the_one_before) {
+  int32_t before = 0;
+  {
+    pair p;
+    before = p.ours;
+    ASSERT_EQ(send(p.theirs, "old bytes", 9, 0), 9);
+    EXPECT_EQ(read_one_by_one(p.ours, 2), "ol");
+  }
+  pair p;
+  if (p.ours != before) GTEST_SKIP() << "the handle was not used again";
+  ASSERT_EQ(send(p.theirs, "new", 3, 0), 3);
+  EXPECT_EQ(read_one_by_one(p.ours, 3), "new");
 }
 
 TEST(NetsockContract, end_of_stream_is_0_and_a_lost_peer_raises_no_signal) {

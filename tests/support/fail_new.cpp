@@ -1,5 +1,8 @@
 #include "fail_new.h"
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -14,8 +17,26 @@ bool fails_now() {
   return state.all_from ? state.calls >= state.failing : state.calls == state.failing;
 }
 
+// What is freed may have been allocated before anybody counted.
+void measure(void* block, bool is_new) {
+  detail::new_failure_state& state = detail::new_failure;
+  if (!state.metered || state.pauses > 0 || block == nullptr) return;
+  const size_t size = malloc_usable_size(block);
+  state.live_bytes =
+      is_new ? state.live_bytes + size : state.live_bytes - std::min(size, state.live_bytes);
+  state.peak_bytes = std::max(state.peak_bytes, state.live_bytes);
+}
+
 void* allocate(size_t size) noexcept {
-  return fails_now() ? nullptr : std::malloc(size != 0 ? size : 1);
+  if (fails_now()) return nullptr;
+  void* const block = std::malloc(size != 0 ? size : 1);
+  measure(block, true);
+  return block;
+}
+
+void release(void* block) noexcept {
+  measure(block, false);
+  std::free(block);
 }
 
 void* allocate_or_throw(size_t size) {
@@ -27,7 +48,8 @@ void* allocate_or_throw(size_t size) {
 }  // namespace
 
 failing_new::failing_new(size_t nth, extent how) {
-  detail::new_failure = {};
+  detail::new_failure.pauses = 0;
+  detail::new_failure.calls = 0;
   detail::new_failure.all_from = how == all_from;
   detail::new_failure.failing = nth;
   detail::new_failure.armed = true;
@@ -55,9 +77,13 @@ REPLACED void* operator new(size_t size, const std::nothrow_t&) noexcept {
 REPLACED void* operator new[](size_t size, const std::nothrow_t&) noexcept {
   return tav_test::allocate(size);
 }
-REPLACED void operator delete(void* block) noexcept { std::free(block); }
-REPLACED void operator delete[](void* block) noexcept { std::free(block); }
-REPLACED void operator delete(void* block, size_t) noexcept { std::free(block); }
-REPLACED void operator delete[](void* block, size_t) noexcept { std::free(block); }
-REPLACED void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
-REPLACED void operator delete[](void* block, const std::nothrow_t&) noexcept { std::free(block); }
+REPLACED void operator delete(void* block) noexcept { tav_test::release(block); }
+REPLACED void operator delete[](void* block) noexcept { tav_test::release(block); }
+REPLACED void operator delete(void* block, size_t) noexcept { tav_test::release(block); }
+REPLACED void operator delete[](void* block, size_t) noexcept { tav_test::release(block); }
+REPLACED void operator delete(void* block, const std::nothrow_t&) noexcept {
+  tav_test::release(block);
+}
+REPLACED void operator delete[](void* block, const std::nothrow_t&) noexcept {
+  tav_test::release(block);
+}

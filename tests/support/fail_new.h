@@ -20,6 +20,9 @@ struct new_failure_state {
   bool all_from = false;
   size_t failing = 0;
   size_t calls = 0;
+  bool metered = false;
+  size_t live_bytes = 0;
+  size_t peak_bytes = 0;
 };
 inline thread_local new_failure_state new_failure;
 }  // namespace detail
@@ -46,6 +49,22 @@ class failing_new {
   static bool works();
 
   size_t calls() const { return detail::new_failure.calls; }
+};
+
+// How much operator new has given away at most since the construction, in this thread and not
+// counting the test's own parts. 0 where operator new could not be replaced.
+class new_meter {
+ public:
+  new_meter() {
+    detail::new_failure.live_bytes = 0;
+    detail::new_failure.peak_bytes = 0;
+    detail::new_failure.metered = true;
+  }
+  ~new_meter() { detail::new_failure.metered = false; }
+  new_meter(const new_meter&) = delete;
+  new_meter& operator=(const new_meter&) = delete;
+
+  size_t peak_bytes() const { return detail::new_failure.peak_bytes; }
 };
 
 }  // namespace tav_test

@@ -50,6 +50,8 @@ struct memory_state {
   std::vector<std::string> faults;
   size_t serial = 0;
   size_t first_serial = 0;  // blocks before it are not this test's
+  size_t live_bytes = 0;    // of the others
+  size_t peak_bytes = 0;
   size_t calls = 0;
   size_t failing = 0;
   bool all_from = false;
@@ -95,6 +97,8 @@ void* allocate(memory_state& memory, size_t size) {
   std::memset(start + guard_size, new_byte, size);
   std::memset(start + guard_size + size, guard_byte, guard_size);
   memory.blocks[start + guard_size] = {size, ++memory.serial};
+  memory.live_bytes += size;
+  memory.peak_bytes = std::max(memory.peak_bytes, memory.live_bytes);
   return start + guard_size;
 }
 
@@ -114,6 +118,7 @@ void release(memory_state& memory, void* block) {
   if (!intact(start)) memory.faults.push_back("underrun of " + describe(info));
   if (!intact(start + guard_size + info.size))
     memory.faults.push_back("overrun of " + describe(info));
+  if (info.serial >= memory.first_serial) memory.live_bytes -= info.size;
   std::memset(start, freed_byte, info.size + 2 * guard_size);
   memory.blocks.erase(found);
   std::free(start);
@@ -149,6 +154,8 @@ fake_memory::fake_memory() {
   entry guard;
   state().faults.clear();
   state().first_serial = state().serial + 1;
+  state().live_bytes = 0;
+  state().peak_bytes = 0;
 }
 
 fake_memory::~fake_memory() { script(0, false); }
@@ -177,10 +184,12 @@ size_t fake_memory::live_blocks() const {
 
 size_t fake_memory::live_bytes() const {
   entry guard;
-  size_t bytes = 0;
-  for (const auto& block : state().blocks)
-    if (block.second.serial >= state().first_serial) bytes += block.second.size;
-  return bytes;
+  return state().live_bytes;
+}
+
+size_t fake_memory::peak_bytes() const {
+  entry guard;
+  return state().peak_bytes;
 }
 
 std::vector<fake_memory::mutex_state> fake_memory::mutexes() const {

@@ -38,6 +38,7 @@ class fake_memory {
   // Blocks allocated and not yet freed, and their bytes.
   size_t live_blocks() const;
   size_t live_bytes() const;
+  size_t peak_bytes() const;  // the most that they were since the construction
 
   struct mutex_state {
     bool held;

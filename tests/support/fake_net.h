@@ -30,7 +30,10 @@ struct fake_socket {
   std::unique_ptr<mail_peer> peer;
   bool peer_gone = false;
   bool implicit_tls = false;  // the peer waits for a handshake before anything else
-  std::string inbound;        // from the peer, not yet received
+  std::string inbound;        // from the peer
+  size_t taken = 0;           // of it, already received
+
+  bool has_inbound() const { return taken < inbound.size(); }
 };
 
 struct fake_tls_session {
@@ -50,8 +53,10 @@ struct fake_answer {
 struct call_record {
   std::optional<net_call> kind;  // none for a sleep
   int32_t handle;
-  size_t received;  // bytes of a successful receive, else 0
-  std::string text;
+  size_t received;   // bytes of a successful receive, else 0
+  std::string text;  // without them
+
+  std::string shown() const { return received > 0 ? text + " " + std::to_string(received) : text; }
 };
 
 struct fake_net {
@@ -67,7 +72,7 @@ struct fake_net {
   bool any_from = false;
   fake_platform::outcome any_outcome = fake_platform::outcome::error;
   size_t any_calls = 0;
-  std::map<net_call, size_t> counts;
+  std::array<size_t, static_cast<size_t>(net_call::tls_term) + 1> counts = {};
   size_t send_limit = fake_platform::unlimited;
   size_t recv_limit = fake_platform::unlimited;
   CFG_EVENT_MAIL device = {};
@@ -86,9 +91,15 @@ struct fake_net {
   std::vector<int32_t> sleeps;
   std::vector<std::string> faults;
   size_t idle_calls = 0;  // transfers in a row that moved nothing
+  size_t transfers = 0;
+  int64_t clock = 0;  // ms
+  int64_t drip = 0;   // ms that a receive takes
+  int64_t limit = 0;  // ms that the present call may take
 
   void fault(const std::string& text) { faults.push_back(text); }
 
+  // Writes down the time-out of the call that begins now.
+  void begin(net_call kind, int64_t timeout_ms);
   // Counts the call; the result that the script forces on it, if any.
   std::optional<int32_t> forced(net_call kind);
   // Writes the call down and gives its result back.
@@ -101,7 +112,9 @@ struct fake_net {
   static void peer_leaves(fake_socket& sock);
   // Bytes to the peer, and from it into `data`. Counts of what was moved.
   int32_t give(fake_socket& sock, const void* data, int32_t len) const;
-  int32_t take(fake_socket& sock, void* data, int32_t len) const;
+  int32_t take(fake_socket& sock, void* data, int32_t len);
+  // False when nothing is there to be received, not even after the peer was asked for more.
+  static bool has_more(fake_socket& sock);
 };
 
 // Entry of every faked call: one thread at a time, and no failing operator new below the code under

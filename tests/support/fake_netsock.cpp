@@ -217,7 +217,7 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
   const auto finish = [&](int32_t result) {
     return net.done(net_call::connect, sock, target.empty() ? "?" : target, result);
   };
-  net.timeouts[net_call::connect].insert(timeout_ms);
+  net.begin(net_call::connect, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::connect);
   if (const auto result = net.forced(net_call::connect)) return finish(*result);
   if (found == nullptr) return finish(TAV_NETSOCK_ERROR);
@@ -241,7 +241,7 @@ int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int3
   const auto finish = [&](int32_t result) {
     return net.transferred(net_call::send, sock, len, result, result);
   };
-  net.timeouts[net_call::send].insert(timeout_ms);
+  net.begin(net_call::send, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::send);
   const bool allowed = found && tav_test::may_transfer(net, *found, net_call::send, data, len);
   if (const auto result = net.forced(net_call::send)) return finish(std::min(*result, 0));
@@ -255,12 +255,12 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t, i
   const auto finish = [&](int32_t result) {
     return net.transferred(net_call::recv, sock, len, result, result);
   };
-  net.timeouts[net_call::recv].insert(timeout_ms);
+  net.begin(net_call::recv, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::recv);
   const bool allowed = found && tav_test::may_transfer(net, *found, net_call::recv, data, len);
   if (const auto result = net.forced(net_call::recv)) return finish(std::min(*result, 0));
   if (!allowed) return finish(TAV_NETSOCK_ERROR);
-  if (!found->inbound.empty()) return finish(net.take(*found, data, len));
+  if (net.has_more(*found)) return finish(net.take(*found, data, len));
   return finish(found->peer_gone ? 0 : TAV_NETSOCK_TIMEOUT);
 }
 

@@ -15,6 +15,9 @@ namespace {
 // A caller that goes on for ever with transfers that move nothing would hang the test.
 constexpr size_t max_idle_calls = 10000;
 
+// What a port waits when it is given no time-out (tav_netsock.h).
+constexpr int64_t port_limit = 30000;
+
 fake_net* current_net = nullptr;
 std::recursive_mutex net_mutex;
 
@@ -39,6 +42,11 @@ int32_t natural_result(net_call kind, fake_platform::outcome how) {
     default:
       return TAV_NETSOCK_ERROR;
   }
+}
+
+bool is_timeout(net_call kind, int32_t result) {
+  return kind < net_call::tls_init ? result == TAV_NETSOCK_TIMEOUT && kind != net_call::resolve
+                                   : result == TLSW_ERR_TIMEOUT;
 }
 
 std::string result_text(net_call kind, int32_t result) {
@@ -71,8 +79,14 @@ std::string endpoint_name(const std::string& address, uint16_t port) {
   return (v6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
 }
 
+void fake_net::begin(net_call kind, int64_t timeout_ms) {
+  std::set<int64_t>& given = timeouts[kind];
+  if (given.count(timeout_ms) == 0) given.insert(timeout_ms);
+  limit = timeout_ms > 0 ? timeout_ms : port_limit;
+}
+
 std::optional<int32_t> fake_net::forced(net_call kind) {
-  const size_t nth = ++counts[kind];
+  const size_t nth = ++counts[static_cast<size_t>(kind)];
   ++any_calls;
   for (const auto& [where, rule] : rules) {
     if (where.first != kind) continue;
@@ -85,6 +99,7 @@ std::optional<int32_t> fake_net::forced(net_call kind) {
 
 int32_t fake_net::done(net_call kind, int32_t handle, const std::string& detail, int32_t result) {
   std::string text = name_of(kind);
+  if (is_timeout(kind, result)) clock += limit;
   if (!detail.empty()) text += " " + detail;
   const bool plain = kind == net_call::socket ? result > 0 : result == 0;
   if (!plain) text += " = " + result_text(kind, result);
@@ -96,20 +111,24 @@ int32_t fake_net::done(net_call kind, int32_t handle, const std::string& detail,
 int32_t fake_net::transferred(net_call kind, int32_t handle, int32_t len, int32_t result,
                               int64_t moved) {
   const bool receives = kind == net_call::recv || kind == net_call::tls_read;
+  ++transfers;
+  if (is_timeout(kind, result)) clock += limit;
   idle_calls = moved > 0 ? 0 : idle_calls + 1;
   if (idle_calls > max_idle_calls) {
     std::cerr << "endless loop of " << name_of(kind) << " calls that move nothing\n";
     std::abort();
   }
-  std::string text = name_of(kind);
+  // Dialogues are received byte by byte: a record for each would make the tests slow.
   if (receives && moved > 0) {
     call_record* const last = records.empty() ? nullptr : &records.back();
-    const bool joins = last && last->kind == kind && last->handle == handle && last->received > 0;
-    const size_t sum = static_cast<size_t>(moved) + (joins ? last->received : 0);
-    if (!joins) records.emplace_back();
-    records.back() = {kind, handle, sum, text + " " + std::to_string(sum)};
+    if (last == nullptr || last->kind != kind || last->handle != handle || last->received == 0) {
+      records.push_back({kind, handle, static_cast<size_t>(moved), name_of(kind)});
+    } else {
+      last->received += static_cast<size_t>(moved);
+    }
     return result;
   }
+  std::string text = name_of(kind);
   if (!receives) text += " " + std::to_string(len);
   if (moved < 0)
     text += " = " + result_text(kind, result);
@@ -147,13 +166,24 @@ int32_t fake_net::give(fake_socket& sock, const void* data, int32_t len) const {
   return static_cast<int32_t>(count);
 }
 
-int32_t fake_net::take(fake_socket& sock, void* data, int32_t len) const {
+int32_t fake_net::take(fake_socket& sock, void* data, int32_t len) {
   const size_t wanted = std::min(static_cast<size_t>(len), recv_limit);
-  const size_t count = std::min(wanted, sock.inbound.size());
+  const size_t count = std::min(wanted, sock.inbound.size() - sock.taken);
   if (count == 0) return 0;
-  std::memcpy(data, sock.inbound.data(), count);
-  sock.inbound.erase(0, count);
+  std::memcpy(data, sock.inbound.data() + sock.taken, count);
+  sock.taken += count;
+  clock += drip;
   return static_cast<int32_t>(count);
+}
+
+bool fake_net::has_more(fake_socket& sock) {
+  if (sock.has_inbound()) return true;
+  sock.inbound.clear();
+  sock.taken = 0;
+  if (!sock.peer || sock.peer_gone) return false;
+  sock.peer->starved();
+  pump(sock);
+  return sock.has_inbound();
 }
 
 fake_platform::fake_platform() : m_net(std::make_unique<fake_net>()) {
@@ -213,6 +243,11 @@ void fake_platform::never_fail() {
 void fake_platform::send_limit(size_t bytes) { m_net->send_limit = bytes; }
 void fake_platform::recv_limit(size_t bytes) { m_net->recv_limit = bytes; }
 
+void fake_platform::drip(int32_t milliseconds) { m_net->drip = milliseconds; }
+
+size_t fake_platform::transfers() const { return m_net->transfers; }
+int64_t fake_platform::clock() const { return m_net->clock; }
+
 void fake_platform::device_settings(const CFG_EVENT_MAIL& record, int32_t result) {
   m_net->device = record;
   m_net->device_result = result;
@@ -220,14 +255,14 @@ void fake_platform::device_settings(const CFG_EVENT_MAIL& record, int32_t result
 
 std::vector<std::string> fake_platform::calls() const {
   std::vector<std::string> result;
-  for (const call_record& record : m_net->records) result.push_back(record.text);
+  for (const call_record& record : m_net->records) result.push_back(record.shown());
   return result;
 }
 
 std::vector<std::string> fake_platform::calls(const std::set<net_call>& kinds) const {
   std::vector<std::string> result;
   for (const call_record& record : m_net->records)
-    if (record.kind && kinds.count(*record.kind)) result.push_back(record.text);
+    if (record.kind && kinds.count(*record.kind)) result.push_back(record.shown());
   return result;
 }
 
@@ -275,5 +310,6 @@ void osw_Sleep(int32_t milliseconds) {
   tav_test::net_entry entry;
   if (entry.net == nullptr) return;
   entry.net->sleeps.push_back(milliseconds);
+  entry.net->clock += milliseconds;
   entry.net->records.push_back({std::nullopt, 0, 0, "sleep " + std::to_string(milliseconds)});
 }

@@ -85,6 +85,9 @@ class fake_platform {
   void send_limit(size_t bytes);
   void recv_limit(size_t bytes);
 
+  // A receive that brings bytes takes so long; it must be less than the time-outs.
+  void drip(int32_t milliseconds);
+
   void device_settings(const CFG_EVENT_MAIL& record, int32_t result = CFG_OK);
 
   // The calls as text: "resolve mail.example", "socket", "connect 192.0.2.1:25",
@@ -99,6 +102,11 @@ class fake_platform {
   // The records that were handed to tlsw_connect_timeo.
   std::vector<std::array<uint8_t, 16>> tls_records() const;
   std::vector<int32_t> sleeps() const;
+  // Sends and receives so far.
+  size_t transfers() const;
+  // Milliseconds that the calls so far would have taken on a device: the time-outs that ran out,
+  // sleeps and dripping receives.
+  int64_t clock() const;
 
   // What is still open: one line for each socket, TLS context, session and resolver answer.
   std::string leaks() const;

@@ -21,7 +21,7 @@ int32_t shake_hands(fake_net& net, uint32_t context, int32_t handle, uint32_t* s
     return TLSW_ERR_PARAM;
   }
   fake_socket& sock = found->second;
-  if (!sock.inbound.empty() || sock.peer_gone) return TLSW_ERR_CONNECT;
+  if (sock.has_inbound() || sock.peer_gone) return TLSW_ERR_CONNECT;
   const bool asked = sock.peer && !sock.peer->actions.empty();  // pump() leaves start_tls only
   if (!sock.implicit_tls && !asked) return TLSW_ERR_TIMEOUT;
   if (asked) sock.peer->actions.pop_front();
@@ -90,7 +90,7 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param, ui
   const auto finish = [&](int32_t result) {
     return net.done(net_call::tls_connect, param->sock, "", result);
   };
-  net.timeouts[net_call::tls_connect].insert(param->timeout_ms);
+  net.begin(net_call::tls_connect, param->timeout_ms);
   std::memcpy(net.tls_records.emplace_back().data(), param, sizeof *param);
   if (net.contexts.count(context) == 0) {
     net.fault("tls_connect on TLS context " + tav_test::handle_text(context) + ", which is none");
@@ -110,11 +110,11 @@ int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeo
     return net.transferred(net_call::tls_read, static_cast<int32_t>(session), len, result,
                            result == TLSW_OK ? moved : -1);
   };
-  net.timeouts[net_call::tls_read].insert(timeout_ms);
+  net.begin(net_call::tls_read, timeout_ms);
   fake_socket* const sock = tav_test::protected_socket(net, session, net_call::tls_read);
   if (const auto result = net.forced(net_call::tls_read)) return finish(*result, 0);
   if (sock == nullptr || data == nullptr || len < 0) return finish(TLSW_ERR_PARAM, 0);
-  if (!sock->inbound.empty()) return finish(TLSW_OK, net.take(*sock, data, len));
+  if (net.has_more(*sock)) return finish(TLSW_OK, net.take(*sock, data, len));
   return finish(sock->peer_gone ? TLSW_OK : TLSW_ERR_TIMEOUT, 0);
 }
 
@@ -128,7 +128,7 @@ int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_
     return net.transferred(net_call::tls_write, static_cast<int32_t>(session), len, result,
                            result == TLSW_OK ? moved : -1);
   };
-  net.timeouts[net_call::tls_write].insert(timeout_ms);
+  net.begin(net_call::tls_write, timeout_ms);
   fake_socket* const sock = tav_test::protected_socket(net, session, net_call::tls_write);
   if (const auto result = net.forced(net_call::tls_write)) return finish(*result, 0);
   if (sock == nullptr || data == nullptr || len < 0) return finish(TLSW_ERR_PARAM, 0);

@@ -31,6 +31,9 @@ class mail_peer {
   virtual void tls_started() = 0;
   // The client is gone.
   virtual void closed() = 0;
+  // The client waits, and all that was said has reached it. Only the scripted platform calls this,
+  // for peers that never come to an end.
+  virtual void starved() {}
 
   // What is to be done, oldest first. The transport takes entries from the front.
   std::deque<peer_action> actions;

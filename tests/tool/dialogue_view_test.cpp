@@ -80,6 +80,57 @@ TEST(DialogueView, counts_mail_data_and_finds_its_end) {
   }
 }
 
+TEST(DialogueView, counts_messages_and_masks_the_login) {
+  const std::vector<step> steps = {kConnected,
+                                   s("+OK <1@x>\r\n"),
+                                   c("CAPA\r\n"),
+                                   s("+OK\r\nUIDL\r\n-ERR x\r\n.\r\n"),
+                                   c("APOP anna c4c9334bac560ecc979e58001b3e22fb\r\n"),
+                                   s("-ERR no\r\n"),
+                                   c("user anna\r\n"),
+                                   s("+OK\r\n"),
+                                   c("pass  geheim 1\r\n"),
+                                   s("+OK\r\n"),
+                                   c("TOP 1 0\r\n"),
+                                   s("+OK\r\nSubject: secret\r\n\r\n.\r\n"),
+                                   c("RETR 1\r\n"),
+                                   s("+OK 9 octets\r\n-ERR a\r\n..\r\n\r\n. \r\n.\r\n"),
+                                   c("RETR 2\r\n"),
+                                   s("-ERR gone\r\n"),
+                                   c("QUIT\r\n"),
+                                   s("+OK\r\n")};
+  for (const size_t slice : {size_t{1}, size_t{2}, size_t{7}, size_t{1000}}) {
+    dialogue_view* view = nullptr;
+    EXPECT_EQ(shown(steps, slice, &view), (lines{"* connected to 192.0.2.1 port 25",
+                                                 "S: +OK <1@x>",
+                                                 "C: CAPA",
+                                                 "S: +OK",
+                                                 "S: UIDL",
+                                                 "S: -ERR x",
+                                                 "S: .",
+                                                 "C: APOP anna ****",
+                                                 "S: -ERR no",
+                                                 "C: user anna",
+                                                 "S: +OK",
+                                                 "C: PASS ****",
+                                                 "S: +OK",
+                                                 "C: TOP 1 0",
+                                                 "S: +OK",
+                                                 "S: [22 bytes of mail]",
+                                                 "S: .",
+                                                 "C: RETR 1",
+                                                 "S: +OK 9 octets",
+                                                 "S: [21 bytes of mail]",
+                                                 "S: .",
+                                                 "C: RETR 2",
+                                                 "S: -ERR gone",
+                                                 "C: QUIT",
+                                                 "S: +OK"}));
+    EXPECT_EQ(view->message_bytes(), 43u);
+    EXPECT_EQ(view->exchanges()[view->exchanges().size() - 2].reply[0], "-ERR gone");
+  }
+}
+
 TEST(DialogueView, keeps_what_an_explanation_needs) {
   dialogue_view* view = nullptr;
   shown({kConnected, s("220 hi\r\n"), c("MAIL FROM:<a@b>\r\n"), s("550-no\r\n550 never\r\n")}, 7,

@@ -1,0 +1,120 @@
+# What `cmake --install` puts where, and how programs outside the tree find it. Everything found
+# through the CMake package or pkg-config is relative to the prefix, which may be moved afterwards.
+#
+# Components: runtime (the libraries), development, tool, documentation.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# The platform's headers keep their short names ("osw.h"), so they stand in a folder of their own.
+set(taveml_platform_includedir ${CMAKE_INSTALL_INCLUDEDIR}/taveml/platform)
+
+install(TARGETS taveml EXPORT taveml
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+    NAMELINK_COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/quorvelmida
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/include/
+  DESTINATION ${taveml_platform_includedir} COMPONENT development FILES_MATCHING PATTERN "*.h")
+
+# The libraries find each other, and the tool finds them, wherever the prefix is. A distribution
+# that installs where the loader looks anyway sets CMAKE_SKIP_INSTALL_RPATH.
+set_target_properties(taveml PROPERTIES INSTALL_RPATH "$ORIGIN")
+if(TAVEML_TOOL)
+  file(RELATIVE_PATH taveml_bin_to_lib
+    ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(tavmail PROPERTIES INSTALL_RPATH "$ORIGIN/${taveml_bin_to_lib}")
+  install(TARGETS tavmail RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+endif()
+
+# The tool writes its own completion scripts; one for another machine cannot be asked.
+if(TAVEML_TOOL AND NOT CMAKE_CROSSCOMPILING)
+  function(install_completion shell folder name)
+    set(script ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
+    add_custom_command(OUTPUT ${script}
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion/${shell}
+      COMMAND tavmail completion ${shell} > ${script} DEPENDS tavmail VERBATIM)
+    add_custom_target(completion_${shell} ALL DEPENDS ${script})
+    install(FILES ${script} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder} COMPONENT tool)
+  endfunction()
+  install_completion(bash bash-completion/completions tavmail)
+  install_completion(zsh zsh/vendor-completions _tavmail)
+  install_completion(fish fish/vendor_completions.d tavmail.fish)
+endif()
+
+# Texts, as far as they are there: manual pages by their section, everything else as it stands.
+foreach(section 1 3 5 7)
+  file(GLOB taveml_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
+  install(FILES ${taveml_pages}
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT documentation)
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/README.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png" PATTERN "man" EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+
+# A device brings its own platform libraries, and its build knows where they are: the packages below
+# describe the Linux port.
+if(NOT TAVEML_LINUX_PORT)
+  return()
+endif()
+
+# Only what platform/include declares leaves the port; the templates behind it stay inside.
+target_link_options(tavplatform PRIVATE
+  -Wl,--version-script,${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
+set_property(TARGET tavplatform APPEND PROPERTY
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
+
+set(taveml_port utlbase tavdbglog tavplatform)
+set_target_properties(${taveml_port} PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS ${taveml_port} EXPORT taveml
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+    NAMELINK_COMPONENT development)
+
+# For programs outside the tree: taveml::platform is the whole port, and taveml::taveml brings
+# utlbase along, because its interface is made of that library's strings and vectors.
+add_library(taveml_platform INTERFACE)
+set_target_properties(taveml_platform PROPERTIES EXPORT_NAME platform)
+target_link_libraries(taveml_platform INTERFACE ${taveml_port})
+set_property(TARGET taveml APPEND PROPERTY
+  INTERFACE_LINK_LIBRARIES $<INSTALL_INTERFACE:taveml::utlbase>)
+install(TARGETS taveml_headers platform_headers taveml_platform EXPORT taveml)
+
+# The source folders are for targets of this build only.
+foreach(headers taveml_headers platform_headers)
+  get_target_property(taveml_dir ${headers} INTERFACE_INCLUDE_DIRECTORIES)
+  set_property(TARGET ${headers} PROPERTY
+    INTERFACE_INCLUDE_DIRECTORIES $<BUILD_INTERFACE:${taveml_dir}>)
+endforeach()
+target_include_directories(taveml_headers INTERFACE
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_include_directories(platform_headers INTERFACE
+  $<INSTALL_INTERFACE:${taveml_platform_includedir}>)
+target_compile_features(taveml_headers INTERFACE $<INSTALL_INTERFACE:cxx_std_17>)
+
+set(taveml_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/taveml)
+install(EXPORT taveml NAMESPACE taveml:: FILE taveml-targets.cmake
+  DESTINATION ${taveml_cmakedir} COMPONENT development)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/taveml-config.cmake.in
+  ${PROJECT_BINARY_DIR}/taveml-config.cmake INSTALL_DESTINATION ${taveml_cmakedir}
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/taveml-config-version.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/taveml-config.cmake
+              ${PROJECT_BINARY_DIR}/taveml-config-version.cmake
+  DESTINATION ${taveml_cmakedir} COMPONENT development)
+
+# pkg-config tells the prefix from where its file lies.
+file(RELATIVE_PATH taveml_pc_to_prefix
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH taveml_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH taveml_pc_includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+foreach(module taveml taveml-platform)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in
+    ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endforeach()

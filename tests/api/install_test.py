@@ -1,0 +1,97 @@
+"""A newcomer's way: installs into a prefix, moves the prefix, builds the example outside the tree
+with the CMake package and with pkg-config, and runs it against the embedded mail host.
+
+    install_test.py ROOT BUILD COMPILER TAVMAIL_HOST
+"""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT, BUILD, COMPILER, HOST = sys.argv[1:]
+PASSWORD = "a password"
+
+
+def run(*command, folder=None, **variables):
+    environment = {**os.environ, **variables}
+    # What a build around us has set is not what a newcomer has.
+    for name in ("DESTDIR", "CMAKE_PREFIX_PATH"):
+        if name not in variables:
+            environment.pop(name, None)
+    done = subprocess.run(command, cwd=folder, env=environment, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=240)
+    print("$", *command, "\n" + done.stdout)
+    if done.returncode != 0:
+        sys.exit(f"failed with {done.returncode}")
+    return done.stdout
+
+
+def find(prefix, name):
+    return next(os.path.join(folder, name) for folder, _, files in os.walk(prefix) if name in files)
+
+
+def read_ports(path):
+    for _ in range(100):
+        if os.path.exists(path):
+            with open(path) as file:
+                return dict(line.strip().split("=") for line in file)
+        time.sleep(0.1)
+    sys.exit("the mail host does not start")
+
+
+def build(work, prefix):
+    """The example, built in two ways outside the tree, and how each finds its libraries."""
+    source = os.path.join(work, "roundtrip")
+    shutil.copytree(os.path.join(ROOT, "examples", "roundtrip"), source)
+    run("cmake", "-S", source, "-B", os.path.join(work, "cmake"), f"-DCMAKE_CXX_COMPILER={COMPILER}",
+        f"-DCMAKE_PREFIX_PATH={prefix}", "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wconversion -Werror")
+    run("cmake", "--build", os.path.join(work, "cmake"))
+    ways = [(os.path.join(work, "cmake", "roundtrip"), {})]
+    if shutil.which("pkg-config"):
+        package = find(prefix, "taveml.pc")
+        run("make", f"CXX={COMPILER}", folder=source, PKG_CONFIG_PATH=os.path.dirname(package))
+        libraries = os.path.dirname(find(prefix, "libtaveml.so.3"))
+        ways.append((os.path.join(source, "roundtrip"), {"LD_LIBRARY_PATH": libraries}))
+    return ways
+
+
+def round_trips(work, programs):
+    ports_file = os.path.join(work, "ports")
+    host = subprocess.Popen([HOST, "--cert-dir", os.path.join(work, "certificates"),
+                             "--port-file", ports_file, "--pop3-port", "0",
+                             "--account", f"taro:{PASSWORD}", "--max-seconds", "120"],
+                            stdout=subprocess.DEVNULL)
+    try:
+        ports = read_ports(ports_file)
+        for program, variables in programs:
+            said = run(program, "localhost", ports["port"], ports["pop3_port"], "taro",
+                       "taro@example.com", os.path.join(ROOT, "tests", "data", "report.pdf"),
+                       ROUNDTRIP_PASSWORD=PASSWORD, TAV_DBGLOG="stderr",
+                       SSL_CERT_FILE=os.path.join(work, "certificates", "ca.pem"), **variables)
+            assert "bytes, as they were sent" in said
+            assert PASSWORD not in said
+    finally:
+        host.terminate()
+        host.wait()
+
+
+def check_tool(prefix):
+    """The tool finds its libraries in the prefix and nothing of the tree is left in any of them."""
+    assert "tavmail" in run(os.path.join(prefix, "bin", "tavmail"), "--version", LD_LIBRARY_PATH="")
+    for folder, _, files in os.walk(prefix):
+        for name in files:
+            if name.endswith((".cmake", ".pc")):
+                with open(os.path.join(folder, name)) as file:
+                    text = file.read()
+                assert ROOT not in text and BUILD not in text, f"{name} knows the source folder"
+
+
+with tempfile.TemporaryDirectory() as temporary:
+    first, moved = os.path.join(temporary, "first"), os.path.join(temporary, "moved")
+    run("cmake", "--install", BUILD, "--prefix", first)
+    os.rename(first, moved)
+    check_tool(moved)
+    round_trips(temporary, build(temporary, moved))

@@ -1,0 +1,162 @@
+"""What the documents print is what compiles and runs.
+
+    examples_test.py ROOT EXAMPLES_FOLDER TAVMAIL_HOST
+
+- Every block of the documents that names an example holds exactly that part of its source.
+- The examples, run against the embedded mail host, do what the guide says.
+- Links between the documents lead somewhere.
+"""
+
+import email
+import email.policy
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT, EXAMPLES, HOST = sys.argv[1:4]
+DOCS = os.path.join(ROOT, "docs")
+# <!-- FILE: SECTION --> in front of a block, and "// [SECTION]" to "// [/SECTION]" in the source.
+NAMED = re.compile(r"<!-- ([\w./]+): (\w+) -->\n+```\w*\n(.*?)```\n", re.S)
+LINK = re.compile(r"\[[^\]]*\]\(([^)#:]+)(?:#[\w-]*)?\)")
+TRANSCRIPT = re.compile(r"<!-- sequence (\d) -->\n+```\n(.*?)```\n", re.S)
+problems = []
+
+
+def read(*path):
+    with open(os.path.join(*path), encoding="utf-8") as file:
+        return file.read()
+
+
+def section(source, name):
+    found = re.search(r"^([ ]*)// \[" + name + r"\]\n(.*?)^[ ]*// \[/" + name + r"\]\n", source,
+                      re.S | re.M)
+    assert found, f"no section {name}"
+    indent = len(found[1])
+    return "".join(line[indent:] if line.strip() else line
+                   for line in found[2].splitlines(keepends=True))
+
+
+def check_texts():
+    blocks = 0
+    for name in sorted(os.listdir(DOCS)):
+        if not name.endswith(".md"):
+            continue
+        text = read(DOCS, name)
+        for source, part, block in NAMED.findall(text):
+            blocks += 1
+            if section(read(DOCS, source), part) != block:
+                problems.append(f"docs/{name}: the block \"{source}: {part}\" is not what the "
+                                "source has")
+        for target in LINK.findall(text):
+            if not os.path.exists(os.path.join(DOCS, target)):
+                problems.append(f"docs/{name} leads to {target}, which is not there")
+    assert blocks > 0
+
+
+class MailHost:
+    """The embedded mail host with the mails of the examples in its mailbox."""
+
+    def __init__(self, folder, mails):
+        self.folder = folder
+        port_file = os.path.join(folder, "ports")
+        adds = [word for mail in mails for word in ("--add", mail)]
+        self.process = subprocess.Popen(
+            [HOST, "--cert-dir", os.path.join(folder, "c"), "--spool", os.path.join(folder, "s"),
+             "--port-file", port_file, "--pop3-port", "0", "--account", "taro:secret",
+             "--max-seconds", "60", *adds], stdout=subprocess.DEVNULL)
+        for _ in range(200):
+            if os.path.exists(port_file) and os.path.getsize(port_file):
+                break
+            time.sleep(0.05)
+        ports = dict(line.split("=") for line in read(port_file).split())
+        self.smtp, self.pop3 = ports["port"], ports["pop3_port"]
+        self.environment = dict(
+            os.environ, SSL_CERT_FILE=os.path.join(folder, "c", "ca.pem"), SSL_CERT_DIR="/dev/null",
+            NEW_MAIL_PASSWORD="secret", SEQUENCE_PASSWORD="secret", POP_PASSWORD="secret",
+            TAV_PRINTER_NAME="MFP-7")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.wait()
+
+    def run(self, name, *arguments, code=0, **environment):
+        done = subprocess.run([os.path.join(EXAMPLES, name), *arguments], capture_output=True,
+                              timeout=60, env=dict(self.environment, **environment))
+        assert done.returncode == code, (name, done)
+        return done.stdout.decode()
+
+    def mail(self, number):
+        with open(os.path.join(self.folder, "s", f"{number:03}.eml"), "rb") as file:
+            mail = email.message_from_binary_file(file, policy=email.policy.default)
+        assert not mail.defects, mail.defects
+        return mail
+
+
+def check_sending(host):
+    people = ["scanner@example.com", "taro@example.com"]
+    host.run("first_mail", "localhost", host.smtp, *people)
+    mail = host.mail(1)
+    assert mail["subject"] == "はじめてのメール"
+    assert mail.get_content() == "Hello,\r\nこんにちは。\r\n"
+    # An authority that nobody knows: the certificate is refused.
+    host.run("first_mail", "localhost", host.smtp, *people, code=1, SSL_CERT_FILE="/dev/null")
+
+    report = os.path.join(ROOT, "tests", "data", "report.pdf")
+    host.run("attachment", "localhost", host.smtp, *people, report)
+    mail = host.mail(2)
+    assert mail["subject"] == "MFP-7 からのお知らせ", mail["subject"]
+    assert mail["from"] == "複合機 3F <scanner@example.com>", mail["from"]
+    assert mail["disposition-notification-to"] == "scanner@example.com"
+    text, part = mail.iter_parts()
+    assert text.get_content_charset() == "iso-2022-jp"
+    # Python's table lacks the circled digits, which are not of JIS X 0208 proper.
+    assert text.get_payload(decode=True).decode("iso2022_jp_ext", "replace").startswith("お世話")
+    assert part.get_filename() == "報告書 その1.pdf" and part["content-x-ciajwnetfax"] == "IGNORE"
+    with open(report, "rb") as file:
+        assert part.get_payload(decode=True) == file.read()
+
+    out = host.run("pop_before_smtp", "localhost", host.smtp, host.pop3, "taro")
+    assert "secret" not in out, out
+    out = host.run("pop_before_smtp", "localhost", host.smtp, host.pop3, "jiro", code=1)
+    assert "TAV_EML 0: " in out, out
+
+
+def check_receiving(host):
+    printed = dict(TRANSCRIPT.findall(read(DOCS, "guide.md")))
+    out = host.run("sequence", "localhost", host.pop3, "taro")
+    mails = re.split(r"^mail \d+\n", out, flags=re.M)[1:]
+    for number, mail in enumerate(mails, 1):
+        if printed.get(str(number)) != "".join(line.rstrip() + "\n" for line in mail.splitlines()):
+            problems.append(f"docs/guide.md: the calls of mail {number} are\n{mail}")
+
+    seen = os.path.join(host.folder, "seen")
+    new_mail = ["new_mail", "localhost", host.pop3, "taro", seen]
+    first = host.run(*new_mail)
+    for word in ("one part", "two parts", "an alternative", '"a.pdf" 8 bytes', "text/html"):
+        assert word in first, first
+    assert "missing" not in first, first
+    assert host.run(*new_mail) == "", "handed out twice"
+    host.run("first_mail", "localhost", host.smtp, "a@example.com", "b@example.com")
+    assert host.run(*new_mail).count("text/plain") == 1
+
+
+def main():
+    check_texts()
+    folder = os.path.join(DOCS, "examples", "mails")
+    mails = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
+    with tempfile.TemporaryDirectory() as work, MailHost(work, mails) as host:
+        check_receiving(host)
+    with tempfile.TemporaryDirectory() as work, MailHost(work, []) as host:
+        check_sending(host)
+        host.run("new_mail", "localhost", host.pop3, "taro", os.path.join(work, "seen"))
+    print("\n".join(problems) or "the documents are as the code is")
+    sys.exit(1 if problems else 0)
+
+
+main()

@@ -1,0 +1,79 @@
+"""The manual of tavmail against the tool: manual_test.py TAVMAIL ROOT
+
+Every long option that a command's --help shows stands in its page, and no page names one that is
+not there. The exit codes listed are those of the code.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+
+TAVMAIL, ROOT = sys.argv[1:3]
+MAN = os.path.join(ROOT, "docs", "man")
+COMMANDS = {"send": "tavmail-send.1", "receive": "tavmail-receive.1", "doctor": "tavmail-doctor.1"}
+INTERRUPTED = 130
+problems = []
+
+
+def read(*path):
+    with open(os.path.join(*path), encoding="utf-8") as file:
+        return file.read()
+
+
+def options_of(*command):
+    text = subprocess.run([TAVMAIL, *command, "--help"], capture_output=True, timeout=30,
+                          check=True).stdout.decode()
+    # Where an option is defined: at the start of its line, perhaps behind a letter.
+    return set(re.findall(r"^ +(?:-\w, ?)?--([a-z0-9-]+)", text, re.M))
+
+
+def options_in(page):
+    return set(re.findall(r"\bFl -([a-z0-9-]+)", page))
+
+
+def check_options():
+    everywhere = options_of()
+    for command in COMMANDS:
+        everywhere |= options_of(command)
+    for command, name in [("", "tavmail.1"), *COMMANDS.items()]:
+        known = options_of(command) if command else options_of()
+        assert "help" in known, known
+        named = options_in(read(MAN, name))
+        problems.extend(f"{name} lacks --{option}" for option in sorted(known - named))
+        problems.extend(f"{name} names --{option}, which tavmail {command} does not have"
+                        for option in sorted(named - known))
+    page = read(MAN, "tavmail.toml.5")
+    keys = set(re.findall(r"[a-z_]+", " ".join(re.findall(r"^\.It Cm (.*)", page, re.M))))
+    problems.extend(f"tavmail.toml.5 names the key {key}" for key in sorted(keys)
+                    if key != "password" and key.replace("_", "-") not in everywhere)
+
+
+def check_exit_codes():
+    values = dict(re.findall(r"#define (EX_\w+)\s+(\d+)", read("/usr/include/sysexits.h")))
+    tool = os.path.join(ROOT, "tool")
+    used = {name for file in os.listdir(tool) if file.endswith((".cpp", ".h"))
+            for name in re.findall(r"\bEX_[A-Z]+\b", read(tool, file))}
+    expected = {int(values[name]) for name in used} | {INTERRUPTED}
+    section = read(MAN, "tavmail.1").split(".Sh EXIT STATUS")[1].split(".Sh ")[0]
+    listed = {int(code) for code in re.findall(r"^\.It (\d+)", section, re.M)}
+    if listed != expected:
+        problems.append(f"tavmail.1 lists the exit codes {sorted(listed)}, "
+                        f"the code has {sorted(expected)}")
+
+
+def check_form():
+    pages = sorted(os.listdir(MAN))
+    assert len(pages) >= 5, pages
+    if shutil.which("mandoc"):  # in their folder, where they find each other
+        said = subprocess.run(["mandoc", "-T", "lint", *pages], capture_output=True, timeout=60,
+                              cwd=MAN)
+        problems.extend(said.stdout.decode().splitlines())
+
+
+check_options()
+check_exit_codes()
+check_form()
+print("\n".join(problems) or "the manual is as the tool is")
+sys.exit(1 if problems else 0)
