@@ -58,9 +58,17 @@ bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header);
 void analyze_leaf_header(tav_eml_mlutl_mail& mail, const char* header);
 void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
                           std::string_view value);
+void analyze_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value);
+// The file name of a content type, and of a disposition. Apart from the above: it is decoded from
+// the lines as received, which are the same for every field of a header, and a header may have
+// thousands of them.
+void analyze_type_name(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                       std::string_view value);
+void analyze_disposition_name(tav_eml_mlutl_mail_part& part, std::string_view value);
+bool has_type_name(std::string_view value);
+bool has_disposition_name(std::string_view value);
 TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,
                                                     std::string_view value);
-void analyze_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value);
 int check_boundary(std::string_view line, tav_eml_mlutl_mail& mail);
 
 // Marks a message of which the last line has been read.

@@ -22,6 +22,9 @@ namespace {
 constexpr size_t kMaxBoundary = 1000;
 constexpr int kMaxLevels = 100;
 
+constexpr char kTypeName[] = "name=";
+constexpr char kDispositionName[] = "filename=";
+
 constexpr size_t npos = std::string_view::npos;
 
 void store(UtlString& text, std::string_view value) {
@@ -90,10 +93,20 @@ void set_file_name(const char* operation, tav_eml_mlutl_mail_part& part, std::st
   part.m_cFIleName = name;
 }
 
-// Looks for `attribute` ("name=") or its extended form ("name*=") in a header value. The plain form
-// is then taken from `lines`, the header as received.
+// The extended form of an attribute: "name*=" for "name=".
+std::string extended_form(const std::string& attribute) {
+  return attribute.substr(0, attribute.size() - 1) + "*=";
+}
+
+bool has_name(const std::string& lower, const std::string& attribute) {
+  return lower.find(attribute) != npos || lower.find(extended_form(attribute)) != npos;
+}
+
+// Looks for `attribute` ("name=") or its extended form in a header value. The plain form is then
+// taken from `lines`, the header as received.
 void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view value,
-                  const std::string& lower, const std::string& attribute, const UtlString& lines) {
+                  const std::string& attribute, const UtlString& lines) {
+  const std::string lower = lower_case(value);
   if (lower.find(attribute) != npos) {
     const std::string_view received = text_of(lines);
     const size_t at = received.find(attribute);
@@ -104,7 +117,7 @@ void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::str
     set_file_name(operation, part, raw_name(received, at + attribute.size()));
     return;
   }
-  const std::string extended = attribute.substr(0, attribute.size() - 1) + "*=";
+  const std::string extended = extended_form(attribute);
   const size_t at = lower.find(extended);
   if (at == npos) return;
   std::string text(value.substr(at + extended.size()));
@@ -125,9 +138,13 @@ void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& par
   if (find_parameter(value, lower, "charset=", text)) {
     part.m_nCharSet = tav_eml_mlutl_mail_type::test_char_set(std::string(text).c_str());
   }
+}
+
+void analyze_type_name(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                       std::string_view value) {
   const tav_eml_mlutl_mail_part* named = &part == &mail ? &mail : mail.get_part();
-  analyze_name("AnalyzeContentType", part, value, lower,
-               "name=", named != nullptr ? named->m_cHeader1 : UtlString());
+  analyze_name("AnalyzeContentType", part, value, kTypeName,
+               named != nullptr ? named->m_cHeader1 : UtlString());
 }
 
 TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,
@@ -141,7 +158,16 @@ TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& par
 void analyze_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value) {
   const std::string lower = lower_case(value);
   part.m_nContentDisposition = tav_eml_mlutl_mail_type::test_content_disposition(lower.c_str());
-  analyze_name("AnalyzeContentDisposition", part, value, lower, "filename=", part.m_cHeader2);
+}
+
+void analyze_disposition_name(tav_eml_mlutl_mail_part& part, std::string_view value) {
+  analyze_name("AnalyzeContentDisposition", part, value, kDispositionName, part.m_cHeader2);
+}
+
+bool has_type_name(std::string_view value) { return has_name(lower_case(value), kTypeName); }
+
+bool has_disposition_name(std::string_view value) {
+  return has_name(lower_case(value), kDispositionName);
 }
 
 int check_boundary(std::string_view line, tav_eml_mlutl_mail& mail) {
@@ -174,6 +200,7 @@ void tav_eml_mlutl_receive::AnalyzeContentType(tav_eml_mlutl_mail& mail,
                                                tav_eml_mlutl_mail_part& part, UtlString& value) {
   guarded("AnalyzeContentType", 0, [&] {
     analyze_content_type(mail, part, text_of(value));
+    analyze_type_name(mail, part, text_of(value));
     return 1;
   });
 }
@@ -188,6 +215,7 @@ void tav_eml_mlutl_receive::AnalyzeContentDisposition(tav_eml_mlutl_mail_part& p
                                                       UtlString& value) {
   guarded("AnalyzeContentDisposition", 0, [&] {
     analyze_content_disposition(part, text_of(value));
+    analyze_disposition_name(part, text_of(value));
     return 1;
   });
 }

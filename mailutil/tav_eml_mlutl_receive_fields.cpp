@@ -71,13 +71,40 @@ constexpr struct {
 
 constexpr std::string_view kContentType = "content-type";
 
+// The fields of a header that tell a file name: the last of each kind counts.
+class naming_fields {
+ public:
+  void note_type(std::string_view value) {
+    if (!has_type_name(value)) return;
+    m_cType = value;
+    m_bTypeIsLast = true;
+  }
+  void note_disposition(std::string_view value) {
+    if (!has_disposition_name(value)) return;
+    m_cDisposition = value;
+    m_bTypeIsLast = false;
+  }
+  void apply(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part) const {
+    if (!m_bTypeIsLast) analyze_type_name(mail, part, m_cType);
+    analyze_disposition_name(part, m_cDisposition);
+    if (m_bTypeIsLast) analyze_type_name(mail, part, m_cType);
+  }
+
+ private:
+  std::string_view m_cType;
+  std::string_view m_cDisposition;
+  bool m_bTypeIsLast = false;
+};
+
 // The fields that a message and a part have in common.
 bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
-                      std::string_view name, std::string_view value) {
+                      std::string_view name, std::string_view value, naming_fields& names) {
   if (is_name(name, kContentType)) {
     analyze_content_type(mail, part, value);
+    names.note_type(value);
   } else if (is_name(name, "content-disposition")) {
     analyze_content_disposition(part, value);
+    names.note_disposition(value);
   } else if (is_name(name, "content-transfer-encoding")) {
     analyze_transfer_encoding(part, value);
   } else if (is_name(name, "content-x-ciajwnetfax")) {
@@ -112,15 +139,19 @@ std::vector<std::string> unfold_header(const char* header) {
 }
 
 void analyze_mail_header(tav_eml_mlutl_mail& mail, const char* header) {
-  for (const std::string& line : unfold_header(header)) {
+  const std::vector<std::string> lines = unfold_header(header);
+  naming_fields names;
+  for (const std::string& line : lines) {
     std::string_view name, value;
-    if (!split_field(line, name, value) || store_part_field(mail, mail, name, value)) continue;
+    if (!split_field(line, name, value)) continue;
+    if (store_part_field(mail, mail, name, value, names)) continue;
     for (const auto& field : kMailFields) {
       if (!is_name(name, field.name)) continue;
       field.store(mail, value);
       break;
     }
   }
+  names.apply(mail, mail);
 }
 
 bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header) {
@@ -140,10 +171,13 @@ bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header) {
 void analyze_leaf_header(tav_eml_mlutl_mail& mail, const char* header) {
   tav_eml_mlutl_mail_part* part = mail.get_part();
   if (part == nullptr) return;
-  for (const std::string& line : unfold_header(header)) {
+  const std::vector<std::string> lines = unfold_header(header);
+  naming_fields names;
+  for (const std::string& line : lines) {
     std::string_view name, value;
-    if (split_field(line, name, value)) store_part_field(mail, *part, name, value);
+    if (split_field(line, name, value)) store_part_field(mail, *part, name, value, names);
   }
+  names.apply(mail, *part);
 }
 
 void tav_eml_mlutl_receive::RemoveWSP(const char* header, unsigned int /*length*/,

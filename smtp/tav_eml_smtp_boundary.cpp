@@ -4,7 +4,9 @@
 
 #include <climits>
 #include <cstring>
+#include <new>
 
+#include "boundary_resources.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_session.h"
 #include "tav_eml_log.h"
@@ -42,19 +44,25 @@ void drop(ntssmtp_fileptr*& session) {
 tav_eml_smtp_boundary::tav_eml_smtp_boundary(const tav_eml_smtp_settings& settings)
     : m_pSMTPSettings(&settings),
       m_pSession(nullptr),
-      m_pLock(UtlOS::CreateMutex()),
+      m_pResources(new (std::nothrow) resources),
       m_nPartCarry(0),
       m_nBodyCarry(0),
       m_aPartCarry{},
       m_aBodyCarry{},
-      m_uBytesSent(0),
-      m_pBlock(nullptr),
-      m_nBlockSize(0) {}
+      m_uBytesSent(0) {}
 
 tav_eml_smtp_boundary::~tav_eml_smtp_boundary() {
   drop(m_pSession);
-  free_block();
-  UtlOS::DeleteMutex(m_pLock);
+  delete m_pResources;
+}
+
+// Null when memory ran out.
+UtlMutex* tav_eml_smtp_boundary::lock() const {
+  return m_pResources != nullptr ? m_pResources->lock : nullptr;
+}
+
+void tav_eml_smtp_boundary::free_block() {
+  if (m_pResources != nullptr) m_pResources->free_block();
 }
 
 TAV_EML_RESULT tav_eml_smtp_boundary::test() {
@@ -62,8 +70,8 @@ TAV_EML_RESULT tav_eml_smtp_boundary::test() {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():[Return]:m_pSMTPSettings=NULL\n", "test");
     return TAV_EML_ERR_UNKNOWN;
   }
-  const lock_holder lock(m_pLock);
-  if (!lock.is_taken()) {
+  const lock_holder holder(lock());
+  if (!holder.is_taken()) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "test");
     return TAV_EML_ERR_NO_MEMORY;
   }
@@ -87,12 +95,12 @@ TAV_EML_RESULT tav_eml_smtp_boundary::connect_mail() {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::connect_mail : m_pSMTPSettings == 0[Error]\n");
     return TAV_EML_ERR_UNKNOWN;
   }
-  lock_holder lock(m_pLock);
-  if (!lock.is_taken()) {
+  lock_holder holder(lock());
+  if (!holder.is_taken()) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "connect_mail");
     return TAV_EML_ERR_NO_MEMORY;
   }
-  lock.keep();  // for the whole transaction, also when connecting fails
+  holder.keep();  // for the whole transaction, also when connecting fails
   drop(m_pSession);
   m_nBodyCarry = 0;  // what an aborted mail left behind must not begin the next one
   m_nPartCarry = 0;
@@ -127,7 +135,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
       m_pSession->status = SMTP_NOT_CONNECT;
     }
   }
-  UtlOS::GiveMutex(m_pLock);
+  UtlOS::GiveMutex(lock());
   return data != TAV_EML_OK ? data : quit;
 }
 
@@ -158,7 +166,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::abort_mail() {
   close_connection(*m_pSession);
   m_pSession->status = SMTP_NOT_CONNECT;
   free_block();
-  UtlOS::GiveMutex(m_pLock);
+  UtlOS::GiveMutex(lock());
   return result;
 }
 

@@ -6,6 +6,7 @@
 
 #include "base64_text.h"
 #include "body_conversion.h"
+#include "boundary_resources.h"
 #include "data_spool.h"
 #include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
@@ -188,25 +189,6 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_part_body(tav_eml_smtp_send_mail& mai
   return send_piece(*part, char_set, m_nPartCarry, m_aPartCarry, kTexts);
 }
 
-// Makes room for the longest text that send_base64 makes of `length` bytes at a time. The block is
-// kept, because getting and giving back as much for each piece costs more than encoding it.
-bool tav_eml_smtp_boundary::reserve_block(long length) {
-  const long count = std::min(length, kBlockLines * kBase64LineBytes);
-  const auto wanted = static_cast<int32_t>(base64_text_length(count, kBase64Line) + 2);
-  if (wanted <= m_nBlockSize) return true;
-  free_block();
-  m_pBlock = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(wanted)));
-  if (m_pBlock == nullptr) return false;
-  m_nBlockSize = wanted;
-  return true;
-}
-
-void tav_eml_smtp_boundary::free_block() {
-  UtlOS::MemFree(m_pBlock);
-  m_pBlock = nullptr;
-  m_nBlockSize = 0;
-}
-
 // Sends what `content` holds.
 TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& content,
                                                  TAV_EML_CHAR_SET char_set, int32_t& carry_count,
@@ -251,13 +233,16 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_encoded(utl_buffer& data, TAV_EML_CHA
     return result;
   }
   if (data.length() == 0) return TAV_EML_OK;
-  if (!reserve_block(data.length())) {
+  // Room for the longest text that send_base64 makes at a time.
+  const long count = std::min(data.length(), kBlockLines * kBase64LineBytes);
+  const auto room = static_cast<int32_t>(base64_text_length(count, kBase64Line) + 2);
+  if (m_pResources == nullptr || !m_pResources->reserve_block(room)) {
     TAV_EML_LOG_ERROR("%s", texts.base64);
     return TAV_EML_ERR_UNKNOWN;
   }
   result = judge_size(texts.name, base64_text_length(data.length(), kBase64Line));
   if (result != TAV_EML_OK) return result;
-  result = send_base64(data, m_pBlock, *m_pSMTPSettings, *m_pSession);
+  result = send_base64(data, m_pResources->block, *m_pSMTPSettings, *m_pSession);
   if (result != TAV_EML_OK) TAV_EML_LOG_ERROR("%s", texts.send);
   return result;
 }

@@ -87,6 +87,7 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
 
  private:
   struct piece_texts;
+  struct resources;
 
   TAVEML_LOCAL TAV_EML_RESULT send_piece(tav_eml_mlutl_mail_part& content,
                                          TAV_EML_CHAR_SET char_set, int32_t& carry_count,
@@ -94,7 +95,7 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   TAVEML_LOCAL TAV_EML_RESULT send_encoded(utl_buffer& data, TAV_EML_CHAR_SET char_set,
                                            int32_t& carry_count, uint8_t* carry_bytes,
                                            const piece_texts& texts);
-  TAVEML_LOCAL bool reserve_block(long length);
+  TAVEML_LOCAL UtlMutex* lock() const;
   TAVEML_LOCAL void free_block();
   TAVEML_LOCAL TAV_EML_RESULT flush_carries(const char* operation);
   TAVEML_LOCAL TAV_EML_RESULT flush_carry(const char* operation, const char* what,
@@ -105,14 +106,12 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
 
   const tav_eml_smtp_settings* m_pSMTPSettings;
   ntssmtp_fileptr* m_pSession;
-  UtlMutex* m_pLock;
+  resources* m_pResources;  // the lock, and memory that is kept while a mail is sent
   int32_t m_nPartCarry;
   int32_t m_nBodyCarry;
   uint8_t m_aPartCarry[2];
   uint8_t m_aBodyCarry[2];
   uint32_t m_uBytesSent;
-  char* m_pBlock;  // owned, for encoded text; kept from piece to piece until the mail ends
-  int32_t m_nBlockSize;
 };
 
 }  // namespace quorvelmida
