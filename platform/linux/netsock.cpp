@@ -298,5 +298,6 @@ int32_t tav_netsock_shutdown(int32_t sock) {
 int32_t tav_netsock_close(int32_t sock) {
   if (!is_handle(sock)) return -1;
   wiretap(TAV_WIRETAP_CLOSED);
+  close_record();
   return close(sock) == 0 || errno == EINTR ? 0 : -1;
 }

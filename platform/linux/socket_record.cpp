@@ -43,7 +43,7 @@ bool peeked_bytes::settle(int fd) {
   m_uNext = 0;
   m_uCount = 0;
   if (taken == 0) return true;
-  return recv(fd, nullptr, taken, MSG_TRUNC | MSG_DONTWAIT) == static_cast<ssize_t>(taken);
+  return recv(fd, m_aBytes, taken, MSG_TRUNC | MSG_DONTWAIT) == static_cast<ssize_t>(taken);
 }
 
 socket_record::socket_record() : receive_limit(SO_RCVTIMEO), send_limit(SO_SNDTIMEO) {}
@@ -63,6 +63,8 @@ bool open_record(int fd) try {
 } catch (const std::bad_alloc&) {
   return false;
 }
+
+void close_record() { const std::lock_guard<std::mutex> lock(table().guard); }
 
 socket_record* find_record(int fd) {
   const std::lock_guard<std::mutex> lock(table().guard);

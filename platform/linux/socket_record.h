@@ -48,6 +48,10 @@ struct socket_record {
 // Begins the record of a new socket. False when memory runs out.
 bool open_record(int fd);
 
+// To be called before the descriptor is closed: what was done with its record comes before what the
+// next socket of that number does with it, in whichever thread.
+void close_record();
+
 // Null when `fd` was never given to open_record(). The record stays where it is until the process
 // ends, so that a call that is still at work when another thread closes the socket does no harm.
 socket_record* find_record(int fd);

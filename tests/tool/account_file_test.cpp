@@ -103,7 +103,7 @@ TEST(AccountFile, refuses_secrets_that_others_can_read) {
   const std::string secret = text + "[b.smtp]\npassword = \"geheim\"\n";
   EXPECT_EQ(apply(folder, text, "-A a", 0644).sentence, "");
   EXPECT_EQ(apply(folder, secret, "-A a", 0600).sentence, "");
-  for (const mode_t mode : {0640, 0604, 0620}) {
+  for (const mode_t mode : {mode_t{0640}, mode_t{0604}, mode_t{0620}}) {
     const std::string sentence = apply(folder, secret, "-A a", mode).sentence;
     EXPECT_NE(sentence.find("chmod 600"), std::string::npos) << sentence;
     EXPECT_EQ(sentence.find("geheim"), std::string::npos);
