@@ -162,7 +162,7 @@ bool account_file::apply(CLI::App& command, const CLI::App& tool, const std::str
   const std::string path = m_cPath.empty() ? default_path() : m_cPath;
   if (!std::filesystem::exists(path)) {
     if (m_cPath.empty() && m_cAccount.empty()) return false;
-    throw problem(EX_NOINPUT, "cannot read " + path + "; see \"Accounts\" in the manual");
+    throw problem(EX_NOINPUT, "cannot read " + path + "; see tavmail.toml(5)");
   }
   const document file(path);
   std::string name = m_cAccount;

@@ -25,10 +25,11 @@ class utl_buffer;
 //   part.set_buffer ..., send_part_body(mail)       once or more
 //   close_mail(mail)                                or abort_mail at any point
 //
-// Every piece of data may be of any length: base64 groups are carried over between pieces. A mail
-// counts as sent only when close_mail(mail) returns TAV_EML_OK. After any failure the mail is
-// incomplete: call abort_mail, which makes the server discard it; close_mail would deliver it as it
-// is.
+// Every piece of data may be of any length: base64 groups are carried over between pieces. Without
+// data send_body is not called: it fails. A mail is sent when close_mail(mail) returns TAV_EML_OK;
+// when the connection breaks behind its last line it may have been delivered all the same, and to
+// send it again may deliver it twice. After any other failure the mail is incomplete: call
+// abort_mail, which makes the server discard it; close_mail would deliver it as it is.
 //
 // The lock. connect_mail takes the object's lock and keeps it, also when it fails; close_mail and
 // abort_mail with a session release it. A second thread's connect_mail or test waits until then.

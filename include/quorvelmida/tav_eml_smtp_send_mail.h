@@ -78,8 +78,10 @@ class TAVEML_API tav_eml_smtp_send_mail : public tav_eml_mlutl_mail_part {
   int make_header(char*& buffer, long& length);
 
   tav_eml_smtp_send_mail_part* m_pPart;  // owned; set_part and delete_part change it
-  tav_eml_mlutl_mail_address m_cFrom;    // author; required
-  tav_eml_mlutl_mail_address m_cTo;      // lists are separated by ";" or ","
+  // A display name that is not ASCII is to be encoded before (ToMimeEncode): what becomes encoded
+  // words afterwards takes the address with it, except on the line of a single recipient in m_cTo.
+  tav_eml_mlutl_mail_address m_cFrom;  // author; required
+  tav_eml_mlutl_mail_address m_cTo;    // lists are separated by ";" or ","
   tav_eml_mlutl_mail_address m_cCc;
   tav_eml_mlutl_mail_address m_cBcc;  // envelope only, never in the header
   tav_eml_mlutl_mail_address m_cReplyTo;
