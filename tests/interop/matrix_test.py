@@ -151,8 +151,8 @@ class Client:
         return "\n".join(wrong)
 
     def try_size_limit(self, server):
-        """The longest mail that a small server takes arrives whole; one byte more is refused, and
-        tavmail says so."""
+        """The longest mail that a small server takes arrives whole; one byte more is refused (where
+        a server's count is exact), and tavmail says so."""
         with type(server)([(matrix.USER, matrix.PASSWORD)], size_limit=SIZE_LIMIT) as small:
             attempt = self.attempt(small)
             # Servers count line ends and their own header lines differently.
@@ -165,7 +165,9 @@ class Client:
                     refused = middle
             if refused - SIZE_LIMIT == 8000:
                 return f"takes mails of more than {SIZE_LIMIT} bytes"
-            return self.at_limit(small, attempt, sized(taken), sized(refused))
+            # Postfix counts its queue ids too, which are not all of one length.
+            return self.at_limit(small, attempt, sized(taken - small.SIZE_VARIES),
+                                 sized(refused + small.SIZE_VARIES))
 
     def at_limit(self, small, attempt, fits, exceeds):
         [(_, raw)] = self.deliver(small, [fits])
@@ -173,7 +175,7 @@ class Client:
         count = len(small.mails())
         answer = self.send_letter(attempt, exceeds)
         if answer.document.get("outcome") != "refused" or answer.document["reply"][:1] != "5":
-            wrong.append(f"one byte too many: {answer.document}")
+            wrong.append(f"too large: {answer.document}")
         if len(small.mails()) != count:
             wrong.append("the mail that was refused arrived")
         print(f"  {type(small).NAME}: at a limit of {SIZE_LIMIT} bytes the longest mail has "
