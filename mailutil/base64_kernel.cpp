@@ -29,17 +29,10 @@ void encode(const uint8_t* in, size_t groups, const uint8_t*, char* out) {
   }
 }
 
-size_t decode(const unsigned char* in, size_t length, uint8_t* out) {
-  const size_t groups = length / 4;
-  for (size_t g = 0; g < groups; ++g, in += 4, out += 3) {
-    const unsigned int a = kBase64Values.of[in[0]], b = kBase64Values.of[in[1]],
-                       c = kBase64Values.of[in[2]], d = kBase64Values.of[in[3]];
-    if ((a | b | c | d) > 63) return g;
-    out[0] = static_cast<uint8_t>(a << 2 | b >> 4);
-    out[1] = static_cast<uint8_t>(b << 4 | c >> 2);
-    out[2] = static_cast<uint8_t>(c << 6 | d);
-  }
-  return groups;
+base64_place decode(const unsigned char* in, const unsigned char* end, uint8_t* out) {
+  base64_place at = decode_base64_line({in, out}, end);
+  while (is_line_break(at.in, end)) at = decode_base64_line({at.in + 2, at.out}, end);
+  return at;
 }
 
 // Null until the first use. Threads that come at the same time make the same choice.
@@ -48,6 +41,18 @@ std::atomic<const base64_kernel*> g_chosen{nullptr};
 }  // namespace
 
 constexpr base64_values kBase64Values = make_values();
+
+base64_place decode_base64_line(base64_place at, const unsigned char* end) {
+  for (; end - at.in >= 4; at.in += 4, at.out += 3) {
+    const unsigned int a = kBase64Values.of[at.in[0]], b = kBase64Values.of[at.in[1]],
+                       c = kBase64Values.of[at.in[2]], d = kBase64Values.of[at.in[3]];
+    if ((a | b | c | d) > 63) break;
+    at.out[0] = static_cast<uint8_t>(a << 2 | b >> 4);
+    at.out[1] = static_cast<uint8_t>(b << 4 | c >> 2);
+    at.out[2] = static_cast<uint8_t>(c << 6 | d);
+  }
+  return at;
+}
 
 // The bits of the two "outside" tables stand for rows of the ASCII chart, and a column has the bits
 // of the rows where it is not in the alphabet. Rows 4 and 6 have the same gap ("@" and "`"), and so

@@ -12,18 +12,29 @@ namespace quorvelmida {
 // How far a vector of decoded groups is written beyond its last group.
 constexpr long kBase64Slack = 8;
 
+// Where a decoder stopped: in the text and in its output.
+struct base64_place {
+  const unsigned char* in;
+  uint8_t* out;
+};
+
 // A kernel works on whole groups (3 bytes, 4 characters) and leaves everything irregular to its
-// caller: line breaks, padding, foreign characters, the unfinished last group.
+// caller: padding, foreign characters, the unfinished last group.
 struct base64_kernel {
   const char* name;
   // Encodes `groups` groups. Reads no further than `end`, the end of all input, which may lie
   // behind these groups: lines are short, and a vector wants to read across their ends.
   void (*encode)(const uint8_t* in, size_t groups, const uint8_t* end, char* out);
-  // Decodes whole groups up to the first one with a character outside the alphabet (NUL is outside
-  // here). Returns the count of groups. `out` has room for all groups and kBase64Slack bytes more,
-  // and what lies behind the decoded groups may be overwritten with anything.
-  size_t (*decode)(const unsigned char* in, size_t length, uint8_t* out);
+  // Decodes whole groups, over the CR LF of lines that end with a group, up to the first group with
+  // a character outside the alphabet (NUL is outside here). `out` has room for all groups and
+  // kBase64Slack bytes more, and what lies behind the decoded groups may be overwritten with
+  // anything.
+  base64_place (*decode)(const unsigned char* in, const unsigned char* end, uint8_t* out);
 };
+
+inline bool is_line_break(const unsigned char* in, const unsigned char* end) {
+  return end - in >= 2 && in[0] == '\r' && in[1] == '\n';
+}
 
 // The fastest kernel that this machine runs.
 const base64_kernel& chosen_base64_kernel();
@@ -40,6 +51,8 @@ const base64_kernel* neon_base64_kernel();
 
 // Machine-independent; the others leave the rests to it that do not fill a vector.
 extern const base64_kernel kPortableBase64Kernel;
+// Its decoder, up to the end of a line.
+base64_place decode_base64_line(base64_place at, const unsigned char* end);
 
 extern const char kBase64Alphabet[65];
 constexpr uint8_t kNotInBase64 = 255;

@@ -90,13 +90,11 @@ NEON_INLINE bool is_zero(uint8x16_t vector) {
   return (vgetq_lane_u64(halves, 0) | vgetq_lane_u64(halves, 1)) == 0;
 }
 
-TARGET_NEON size_t decode_neon(const unsigned char* in, size_t length, uint8_t* out) {
-  const decode_tables tables = {load_table(kBase64VectorTables.outside_by_low),
-                                load_table(kBase64VectorTables.outside_by_high),
-                                load_table(kBase64VectorTables.to_value)};
-  size_t groups = 0;
-  for (; length >= 64; length -= 64, in += 64, out += 48, groups += 16) {
-    const uint8x16x4_t text = vld4q_u8(in);
+// Blocks of 64 characters up to one that is not clean.
+NEON_INLINE base64_place decode_blocks(const decode_tables& tables, base64_place at,
+                                       const unsigned char* end) {
+  for (; end - at.in >= 64; at.in += 64, at.out += 48) {
+    const uint8x16x4_t text = vld4q_u8(at.in);
     uint8x16_t outside = vdupq_n_u8(0);
     const uint8x16_t a = to_values(tables, text.val[0], outside),
                      b = to_values(tables, text.val[1], outside),
@@ -107,9 +105,22 @@ TARGET_NEON size_t decode_neon(const unsigned char* in, size_t length, uint8_t* 
     bytes.val[0] = vsliq_n_u8(vshrq_n_u8(b, 4), a, 2);
     bytes.val[1] = vsliq_n_u8(vshrq_n_u8(c, 2), b, 4);
     bytes.val[2] = vsliq_n_u8(d, c, 6);
-    vst3q_u8(out, bytes);
+    vst3q_u8(at.out, bytes);
   }
-  return groups + kPortableBase64Kernel.decode(in, length, out);
+  return at;
+}
+
+TARGET_NEON base64_place decode_neon(const unsigned char* in, const unsigned char* end,
+                                     uint8_t* out) {
+  const decode_tables tables = {load_table(kBase64VectorTables.outside_by_low),
+                                load_table(kBase64VectorTables.outside_by_high),
+                                load_table(kBase64VectorTables.to_value)};
+  base64_place at = {in, out};
+  for (;;) {
+    at = decode_base64_line(decode_blocks(tables, at, end), end);
+    if (!is_line_break(at.in, end)) return at;
+    at.in += 2;
+  }
 }
 
 constexpr base64_kernel kNeon = {"neon", encode_neon, decode_neon};

@@ -49,16 +49,39 @@ TARGET_SSSE3 void encode_ssse3(const uint8_t* in, size_t groups, const uint8_t* 
   if (groups > 0) kPortableBase64Kernel.encode(in, groups, end, out);
 }
 
-// A vector that is not clean up to its end is decoded as a whole all the same, and only its clean
-// groups are counted: the short rest of a line costs no more than a full vector.
-TARGET_SSSE3 size_t decode_ssse3(const unsigned char* in, size_t length, uint8_t* out) {
+// Steps over what a vector has decoded: up to the first foreign character, and over a line break
+// that follows. False when it is none. A vector that is not clean up to its end is decoded as a
+// whole all the same, and only its clean groups are counted: the short rest of a line costs no more
+// than a full vector.
+//
+// Where the next vector begins would be known only when this one is done, and each line would wait
+// for the one before. But lines are alike: the step is `usual`, the one of the line before, and the
+// processor foresees that it need not be corrected. The asm keeps the compiler from finding out
+// that the two are the same in the end.
+inline __attribute__((always_inline)) bool step(base64_place& at, const unsigned char* end,
+                                                int foreign, unsigned int& usual) {
+  const auto clean = static_cast<unsigned int>(__builtin_ctz(static_cast<unsigned int>(foreign)));
+  if (__builtin_expect(clean != usual, 0)) {
+    usual = clean;
+    asm volatile("" : "+r"(usual));
+  }
+  at.in += usual / 4 * 4;
+  at.out += usual / 4 * 3;
+  if (!is_line_break(at.in, end)) return false;
+  at.in += 2;
+  return true;
+}
+
+TARGET_SSSE3 base64_place decode_ssse3(const unsigned char* in, const unsigned char* end,
+                                       uint8_t* out) {
   const __m128i low_table = load(kBase64VectorTables.outside_by_low);
   const __m128i high_table = load(kBase64VectorTables.outside_by_high);
   const __m128i to_value = load(kBase64VectorTables.to_value);
   const __m128i pack = load(kPack);
-  size_t groups = 0;
-  for (; length >= 16; length -= 16, in += 16, out += 12, groups += 4) {
-    const __m128i text = load(in);
+  base64_place at = {in, out};
+  unsigned int usual = 0;
+  while (end - at.in >= 16) {
+    const __m128i text = load(at.in);
     const __m128i high = _mm_and_si128(_mm_srli_epi32(text, 4), _mm_set1_epi8(15));
     const __m128i low = _mm_and_si128(text, _mm_set1_epi8(15));
     const __m128i outside =
@@ -68,11 +91,16 @@ TARGET_SSSE3 size_t decode_ssse3(const unsigned char* in, size_t length, uint8_t
         _mm_add_epi8(text, _mm_shuffle_epi8(to_value, _mm_add_epi8(is_slash, high)));
     const __m128i pairs = _mm_maddubs_epi16(values, _mm_set1_epi32(0x01400140));
     const __m128i numbers = _mm_madd_epi16(pairs, _mm_set1_epi32(0x00011000));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(numbers, pack));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(at.out), _mm_shuffle_epi8(numbers, pack));
     const int foreign = _mm_movemask_epi8(_mm_cmpgt_epi8(outside, _mm_setzero_si128()));
-    if (foreign != 0) return groups + static_cast<size_t>(__builtin_ctz(unsigned(foreign))) / 4;
+    if (foreign == 0) {
+      at.in += 16;
+      at.out += 12;
+    } else if (!step(at, end, foreign, usual)) {
+      return at;
+    }
   }
-  return groups + kPortableBase64Kernel.decode(in, length, out);
+  return kPortableBase64Kernel.decode(at.in, end, at.out);
 }
 
 // The same as above with twice the width. The upper halves are cleared by hand before other code
@@ -98,15 +126,17 @@ TARGET_AVX2 void encode_avx2(const uint8_t* in, size_t groups, const uint8_t* en
   if (groups > 0) encode_ssse3(in, groups, end, out);
 }
 
-TARGET_AVX2 size_t decode_avx2(const unsigned char* in, size_t length, uint8_t* out) {
+TARGET_AVX2 base64_place decode_avx2(const unsigned char* in, const unsigned char* end,
+                                     uint8_t* out) {
   const __m256i low_table = load_twice(kBase64VectorTables.outside_by_low);
   const __m256i high_table = load_twice(kBase64VectorTables.outside_by_high);
   const __m256i to_value = load_twice(kBase64VectorTables.to_value);
   const __m256i pack = load_twice(kPack);
   const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
-  size_t groups = 0;
-  for (; length >= 32; length -= 32, in += 32, out += 24, groups += 8) {
-    const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
+  base64_place at = {in, out};
+  unsigned int usual = 0;
+  while (end - at.in >= 32) {
+    const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at.in));
     const __m256i high = _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(15));
     const __m256i low = _mm256_and_si256(text, _mm256_set1_epi8(15));
     const __m256i outside = _mm256_and_si256(_mm256_shuffle_epi8(low_table, low),
@@ -117,15 +147,19 @@ TARGET_AVX2 size_t decode_avx2(const unsigned char* in, size_t length, uint8_t* 
     const __m256i pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi32(0x01400140));
     const __m256i numbers = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
     const __m256i packed = _mm256_shuffle_epi8(numbers, pack);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_permutevar8x32_epi32(packed, join));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(at.out),
+                        _mm256_permutevar8x32_epi32(packed, join));
     const int foreign = _mm256_movemask_epi8(_mm256_cmpgt_epi8(outside, _mm256_setzero_si256()));
-    if (foreign != 0) {
+    if (foreign == 0) {
+      at.in += 32;
+      at.out += 24;
+    } else if (!step(at, end, foreign, usual)) {
       _mm256_zeroupper();
-      return groups + static_cast<size_t>(__builtin_ctz(unsigned(foreign))) / 4;
+      return at;
     }
   }
   _mm256_zeroupper();
-  return groups + decode_ssse3(in, length, out);
+  return decode_ssse3(at.in, end, at.out);
 }
 
 constexpr base64_kernel kSsse3 = {"ssse3", encode_ssse3, decode_ssse3};

@@ -54,15 +54,15 @@ long finish(const base64_group& rest, uint8_t* out) {
 long decoded_room(long len) { return len / 4 * 3 + 3 + static_cast<long>(kBase64Slack); }
 
 // Decodes into `out`, which has decoded_room(). Returns the count of bytes.
-// The kernel takes the text up to a line break or another foreign character, mostly a whole line.
+// The kernel takes most of the text, up to something irregular.
 long decode(const unsigned char* in, long len, uint8_t* out) {
   const base64_kernel& kernel = chosen_base64_kernel();
   const unsigned char* const end = in + len;
   const uint8_t* const start = out;
   for (;;) {
-    const size_t groups = kernel.decode(in, static_cast<size_t>(end - in), out);
-    in += 4 * groups;
-    out += 3 * groups;
+    const base64_place place = kernel.decode(in, end, out);
+    in = place.in;
+    out = place.out;
     const unsigned char* const stop = in;
     while (in != end && kBase64Values.of[*in] == kNotInBase64) ++in;
     if (in != stop && in != end) continue;

@@ -43,6 +43,14 @@ void blank_nuls(char* text, size_t length) {
   }
 }
 
+// Where the first line that begins with `character` stands, the text's end when there is none. The
+// characters are looked for, and not the lines: in base64 there are lines only.
+size_t find_line(std::string_view text, char character) {
+  size_t at = text.find(character);
+  while (at != text.npos && at != 0 && text[at - 1] != '\n') at = text.find(character, at + 1);
+  return std::min(at, text.size());
+}
+
 void log_line_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
   TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %d]%s\n", "ReadLine",
                     static_cast<int>(code), text);
@@ -137,17 +145,15 @@ bool tav_eml_mlutl_receive::take_line(std::string_view& line) {
 // dot or a hyphen. They are stored and counted as one piece. Empty when the next line is not of
 // that kind.
 std::string_view tav_eml_mlutl_receive::take_plain_lines() {
-  const char* const first = m_pRecvBuffer + m_nFirst;
-  const char* const last = m_pRecvBuffer + m_nLast;
+  const std::string_view held(m_pRecvBuffer + m_nFirst, static_cast<size_t>(m_nLast - m_nFirst));
   const long room = std::min(m_pStream->m_lBlockSize - m_pStream->m_lLength,
                              kMaxMessage - m_lReceived - kBufferSize);
-  const char* end = first;
-  while (end != last && *end != '.' && *end != '-' && end - first <= room) {
-    const void* feed = std::memchr(end, '\n', static_cast<size_t>(last - end));
-    if (feed == nullptr) break;
-    end = static_cast<const char*>(feed) + 1;
-  }
-  const std::string_view lines(first, static_cast<size_t>(end - first));
+  if (held.empty() || held.front() == '.' || held.front() == '-' || room < 0) return {};
+  size_t last = held.find('\n', static_cast<size_t>(room));
+  if (last == held.npos) last = held.rfind('\n');
+  if (last == held.npos) return {};
+  std::string_view lines = held.substr(0, last + 1);
+  for (const char special : {'.', '-'}) lines = lines.substr(0, find_line(lines, special));
   m_nFirst += static_cast<int32_t>(lines.size());
   count_bytes(static_cast<long>(lines.size()));
   return lines;

@@ -136,21 +136,6 @@ int32_t transfer(int32_t sock, wait_limit& limit, int32_t timeout_ms, Move&& mov
   }
 }
 
-// Receives one byte. The bytes of a reply are fetched one by one and stay in the kernel until they
-// are asked for: they are looked at in bulk, and taken out in bulk once all of them were asked for.
-int32_t receive_byte(int32_t sock, socket_record& record, char* byte, int32_t timeout_ms) {
-  peeked_bytes& peeked = record.peeked;
-  if (peeked.is_used_up()) {
-    if (!peeked.settle(sock)) return TAV_NETSOCK_ERROR;
-    const int32_t count =
-        transfer(sock, record.receive_limit, timeout_ms, [&] { return peeked.look(sock); });
-    if (count <= 0) return count;
-  }
-  *byte = peeked.next();
-  if (peeked.is_used_up() && !peeked.settle(sock)) return TAV_NETSOCK_ERROR;
-  return 1;
-}
-
 // "192.0.2.1 port 25", for an observer.
 std::string address_text(const void* addr) {
   tav_netsock_sockaddr_in6 address = {};
@@ -278,12 +263,13 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
                                int32_t timeout_ms) {
   socket_record* const record = find_record(sock);
   if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  int32_t count = TAV_NETSOCK_ERROR;
-  if (len == 1 && flags == 0) {
-    count = receive_byte(sock, *record, static_cast<char*>(data), timeout_ms);
-  } else if (record->peeked.settle(sock)) {
+  const auto length = static_cast<size_t>(len);
+  int32_t count;
+  if (!record->ahead.is_empty()) {
+    count = static_cast<int32_t>(record->ahead.take(data, length, flags));
+  } else {
     count = transfer(sock, record->receive_limit, timeout_ms, [&] {
-      return recv(sock, data, static_cast<size_t>(len), system_flags(flags));
+      return record->ahead.receive(sock, data, length, system_flags(flags));
     });
   }
   return observed(TAV_WIRETAP_RECEIVED, data, count);

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 // How long the system's calls of one direction wait (SO_RCVTIMEO, SO_SNDTIMEO). It is remembered,
@@ -21,28 +22,39 @@ class wait_limit {
   int32_t m_nMilliseconds = 0;  // not set
 };
 
-// Bytes that were looked at in the kernel's buffer, and how many of them were handed out. Those
-// handed out are taken out of the kernel by settle(), before anyone else reads from the socket.
-class peeked_bytes {
+// Bytes received ahead of those that were asked for. The bytes of a reply are asked for one by one,
+// those of a mail in small blocks: one call of the system fetches many of them.
+class read_ahead {
  public:
-  bool is_used_up() const { return m_uNext == m_uCount; }
-  char next() { return m_aBytes[m_uNext++]; }
-  ssize_t look(int fd);  // one recv()
-  bool settle(int fd);
+  bool is_empty() const { return m_next == m_end; }
+  void clear() { m_next = m_end = m_first; }
+
+  // Hands out held bytes, at most `length`, and forgets them unless `flags` has MSG_PEEK.
+  size_t take(void* data, size_t length, int flags);
+
+  // One call of the system into `data` and beyond it into the buffer, which must be empty. Like
+  // recv().
+  ssize_t receive(int fd, void* data, size_t length, int flags);
 
  private:
-  char m_aBytes[512];  // a reply is shorter
-  size_t m_uNext = 0;
-  size_t m_uCount = 0;
+  void make_room();
+
+  char m_replies[512];             // until the first block is asked for
+  std::unique_ptr<char[]> m_mail;  // from then on
+  char* m_first = m_replies;
+  size_t m_size = sizeof m_replies;
+  const char* m_next = m_first;
+  const char* m_end = m_first;
 };
 
 struct socket_record {
   socket_record();
+  void begin();  // of another socket with the same number
 
   std::string name;  // that the socket's address was resolved from; "" when there is none
   wait_limit receive_limit;
   wait_limit send_limit;
-  peeked_bytes peeked;
+  read_ahead ahead;
 };
 
 // Begins the record of a new socket. False when memory runs out.

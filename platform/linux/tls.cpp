@@ -4,12 +4,14 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "port_time.h"
 #include "socket_record.h"
@@ -21,6 +23,11 @@
 #define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
 
 namespace {
+
+// Four records of the greatest length: what one call of the system moves.
+constexpr size_t kReadBuffer = 64 * 1024;
+constexpr int kRecord = SSL3_RT_MAX_PLAIN_LENGTH;
+constexpr int kGatheredRecords = 4;
 
 struct context_deleter {
   void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
@@ -37,6 +44,8 @@ struct session {
   uint32_t context = 0;
   bool is_broken = false;  // OpenSSL allows no further call
   certificate_refusal refusal;
+  bool is_gathering = false;
+  std::string gathered;  // records to be sent together
 };
 using session_ptr = std::shared_ptr<session>;
 
@@ -75,6 +84,13 @@ bool is_retry(ssize_t count) {
 
 int bio_write(BIO* bio, const char* data, int length) {
   BIO_clear_retry_flags(bio);
+  auto* const s = static_cast<session*>(BIO_get_data(bio));
+  if (s->is_gathering) {
+    const auto count = static_cast<size_t>(length);
+    if (s->gathered.capacity() - s->gathered.size() < count) return -1;
+    s->gathered.append(data, count);
+    return length;
+  }
   int fd = 0;
   BIO_get_fd(bio, &fd);
   const ssize_t count = send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -173,6 +189,49 @@ io_result run(session& s, const deadline& until, Operation&& operation) {
   }
 }
 
+// Makes records of up to `length` bytes, into `gathered`. Returns the count of bytes, -1 on
+// failure.
+int gather_records(session& s, const char* data, int length) {
+  length = std::min(length, kGatheredRecords * kRecord);
+  s.gathered.clear();
+  s.gathered.reserve(static_cast<size_t>(length) +
+                     kGatheredRecords * size_t{SSL3_RT_MAX_ENCRYPTED_OVERHEAD});
+  s.is_gathering = true;
+  int made = 0;
+  while (made < length) {
+    ERR_clear_error();
+    const int count = SSL_write(s.ssl.get(), data + made, std::min(length - made, kRecord));
+    if (count <= 0) {
+      made = -1;
+      break;
+    }
+    made += count;
+  }
+  s.is_gathering = false;
+  return made;
+}
+
+// Sends what was gathered. The time begins anew with each length of a record that has moved: a slow
+// network gets the same time for it as if records were sent one by one.
+io_result send_gathered(session& s, int32_t timeout_ms) {
+  std::string_view rest = s.gathered;
+  while (!rest.empty()) {
+    const std::string_view record = rest.substr(0, kRecord);
+    const deadline until(timeout_ms);
+    while (record.end() - rest.begin() > 0) {
+      const ssize_t count = send(s.fd, rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (count > 0) {
+        rest.remove_prefix(static_cast<size_t>(count));
+        continue;
+      }
+      if (!is_retry(count)) return io_result::failed;
+      const int ready = until.rest() > 0 ? until.wait(s.fd, POLLOUT) : 0;
+      if (ready <= 0) return ready == 0 ? io_result::timeout : io_result::failed;
+    }
+  }
+  return io_result::done;
+}
+
 void log_openssl_error(const char* operation) {
   char text[256] = "connection lost";
   if (const unsigned long code = ERR_peek_last_error()) ERR_error_string_n(code, text, sizeof text);
@@ -223,6 +282,7 @@ int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::st
   BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
   if (bio == nullptr) return TLSW_ERR_NO_MEMORY;
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
+  BIO_set_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
   s.fd = param.sock;
   return TLSW_OK;
@@ -238,7 +298,7 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
   }
   socket_record* const record = find_record(param.sock);
   if (record == nullptr) return TLSW_ERR_PARAM;
-  if (!record->peeked.settle(param.sock) || has_waiting_bytes(param.sock)) {
+  if (!record->ahead.is_empty() || has_waiting_bytes(param.sock)) {
     TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
     return TLSW_ERR_CONNECT;
   }
@@ -279,8 +339,9 @@ int32_t tlsw_init(uint32_t* context) {
     if (!made) return TLSW_ERR_NO_MEMORY;
     SSL_CTX_set_mode(made.get(),
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-    // From the handshake on everything on the socket is TLS: a record comes in one call then.
+    // From the handshake on everything on the socket is TLS: some records come in one call then.
     SSL_CTX_set_read_ahead(made.get(), 1);
+    SSL_CTX_set_default_read_buffer_len(made.get(), kReadBuffer);
     SSL_CTX_set_options(made.get(), SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION);
     const std::lock_guard<std::mutex> lock(table().guard);
     const uint32_t next = table().next();
@@ -326,14 +387,19 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
   const session_ptr s = find_session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
-  int moved = 0;
-  io_result result =
-      run(*s, deadline(timeout_ms), [&] { return moved = SSL_write(s->ssl.get(), data, len); });
+  int moved = -1;
+  try {
+    if (!s->is_broken) moved = gather_records(*s, static_cast<const char*>(data), len);
+  } catch (const std::bad_alloc&) {
+    return TLSW_ERR_NO_MEMORY;
+  }
+  const io_result result = moved > 0 ? send_gathered(*s, timeout_ms) : io_result::failed;
   if (result == io_result::done) {
     *count = moved;
     wiretap(TAV_WIRETAP_SENT, {static_cast<const char*>(data), static_cast<size_t>(moved)});
+  } else {
+    s->is_broken = true;  // half a record may be out: nothing can follow it
   }
-  if (result == io_result::closed) result = io_result::failed;
   return transfer_result(*s, result, "write", TLSW_ERR_WRITE);
 }
 

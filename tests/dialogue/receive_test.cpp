@@ -1,6 +1,7 @@
 // Whole messages, from the wire to the application.
 
 #include <algorithm>
+#include <random>
 
 #include "pop3_fixture.h"
 
@@ -129,6 +130,34 @@ TEST_F(Receive, a_single_part_comes_in_blocks_that_end_at_line_ends) {
     EXPECT_EQ(got.parts[0].data == test.data, true) << test.encoding << got.parts[0].data.size();
     EXPECT_LE(got.parts[0].longest, test.longest) << test.encoding;
     EXPECT_EQ(mail->m_nComplete, 1);
+  }
+}
+
+// Lines of all lengths that begin with, hold and end with what ends messages and parts.
+TEST_F(Receive, any_lines_arrive_as_they_were_sent) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 60; ++round) {
+    const unsigned int rarity = round % 2 == 0 ? 4 : 200;
+    std::string wire, data;
+    while (data.size() < 20000) {
+      std::string line;
+      for (size_t length = random() % 100; line.size() < length;) {
+        line += random() % rarity == 0 ? ".-\r\0"[random() % 4] : 'x';
+      }
+      line += random() % rarity == 0 ? "\n" : "\r\n";
+      if (line == ".\r\n") line = "\r\n";
+      wire += (line[0] == '.' ? "." : "") + line;
+      data += line;
+    }
+    std::replace(data.begin(), data.end(), '\0', ' ');
+    net.recv_limit(round % 3 == 0 ? 1 + random() % 5000 : net.unlimited);
+    const received_mail single = read("Content-Transfer-Encoding: 8bit\r\n\r\n" + wire);
+    ASSERT_EQ(single.result, TAV_EML_OK);
+    ASSERT_TRUE(single.parts[0].data == data) << round;
+    const received_mail multi =
+        read(kMixed + ("--B\r\nContent-Transfer-Encoding: 8bit\r\n\r\n" + wire + "--B--\r\n"));
+    ASSERT_EQ(multi.result, TAV_EML_OK);
+    ASSERT_TRUE(multi.parts[0].data == data) << round;
   }
 }
 

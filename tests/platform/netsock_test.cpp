@@ -3,7 +3,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/ioctl.h>
 
 #include <csignal>
 #include <thread>
@@ -102,12 +101,6 @@ TEST(NetsockContract, transfers_count_bytes_and_time_out) {
   EXPECT_EQ(sent, TAV_NETSOCK_TIMEOUT);
 }
 
-// Bytes in the kernel's buffer.
-int waiting(int32_t sock) {
-  int count = -1;
-  return ioctl(sock, FIONREAD, &count) == 0 ? count : -1;
-}
-
 std::string read_one_by_one(int32_t sock, size_t length) {
   std::string text;
   char byte = 0;
@@ -115,20 +108,43 @@ std::string read_one_by_one(int32_t sock, size_t length) {
   return text;
 }
 
-TEST(NetsockContract, nothing_is_read_that_was_not_asked_for) {
+TEST(NetsockContract, what_was_not_asked_for_comes_next) {
   const std::string sent = "220 hi\r\nBYTES";
   for (size_t asked = 0; asked <= sent.size(); ++asked) {
     pair p;
     ASSERT_EQ(send(p.theirs, sent.data(), sent.size(), 0), 13);
     EXPECT_EQ(read_one_by_one(p.ours, asked), sent.substr(0, asked));
-    EXPECT_GE(waiting(p.ours), static_cast<int>(sent.size() - asked));
     char buffer[16] = {};
     const auto rest = static_cast<int32_t>(sent.size() - asked);
-    EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 16, 0, rest > 0 ? 1000 : 20),
-              rest > 0 ? rest : TAV_NETSOCK_TIMEOUT);
-    EXPECT_EQ(buffer, sent.substr(asked));
-    EXPECT_EQ(waiting(p.ours), 0);
+    for (const int32_t flags : {int32_t{MSG_PEEK}, 0}) {
+      EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 16, flags, rest > 0 ? 1000 : 20),
+                rest > 0 ? rest : TAV_NETSOCK_TIMEOUT);
+      EXPECT_EQ(buffer, sent.substr(asked));
+    }
+    EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 16, 0, 20), TAV_NETSOCK_TIMEOUT);
   }
+}
+
+// In turn a reply byte by byte and data block by block, as in a mailbox of many mails.
+TEST(NetsockContract, bytes_and_blocks_come_in_order) {
+  pair p;
+  std::string sent(300000, ' ');
+  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 7 + i / 251);
+  std::thread peer([&] {
+    send(p.theirs, sent.data(), sent.size(), MSG_NOSIGNAL);
+    p.close_theirs();
+  });
+  std::string got;
+  std::vector<char> block(100000);
+  const int32_t sizes[] = {1, 1, 4095, 1, 100000, 77};
+  int32_t count = 1;
+  for (size_t i = 0; count > 0; ++i) {
+    count = tav_netsock_recv_timeo(p.ours, block.data(), sizes[i % 6], 0, 2000);
+    if (count > 0) got.append(block.data(), static_cast<size_t>(count));
+  }
+  peer.join();
+  EXPECT_EQ(count, 0);
+  EXPECT_TRUE(got == sent) << got.size();
 }
 
 TEST(NetsockContract, bytes_read_one_by_one_come_in_order_up_to_the_end) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -141,6 +142,48 @@ TEST_F(TlsContract, finds_decrypted_bytes_without_waiting) {
   }
   tlsw_shutdown(m_session);
   finish();
+}
+
+TEST_F(TlsContract, large_writes_arrive_whole_and_stuck_ones_time_out) {
+  use(certificate_kind::good);
+  std::atomic<bool> is_over{false};
+  serve([this, &is_over](int fd) {
+    const tav_test::tls_context context(m_files.certificate, m_files.key);
+    tav_test::tls_channel channel(context);
+    char wire[4096];
+    for (ssize_t count; (count = recv(fd, wire, sizeof wire, 0)) > 0;) {
+      channel.feed({wire, static_cast<size_t>(count)});
+      m_heard += channel.take_text();
+      const std::string out = channel.take_wire();
+      send(fd, out.data(), out.size(), MSG_NOSIGNAL);
+      while (m_heard.size() == 500000 && !is_over) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
+  });
+  ASSERT_EQ(start("localhost", {1}), TLSW_OK);
+  std::string sent(500000, ' ');
+  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 7 + i / 251);
+  int32_t count = 0;
+  for (size_t at = 0; at < sent.size(); at += static_cast<size_t>(count)) {
+    const auto rest = static_cast<int32_t>(sent.size() - at);
+    ASSERT_EQ(tlsw_write_timeo(m_session, sent.data() + at, rest, 5000, &count), TLSW_OK);
+    ASSERT_TRUE(0 < count && count <= rest);
+  }
+  // The peer has read all of it and reads no more.
+  int32_t result = TLSW_OK;
+  for (int i = 0; i < 1000 && result == TLSW_OK; ++i) {
+    result = tlsw_write_timeo(m_session, sent.data(), 500000, 50, &count);
+  }
+  EXPECT_EQ(result, TLSW_ERR_TIMEOUT);
+  EXPECT_EQ(count, 0);
+  EXPECT_EQ(tlsw_write_timeo(m_session, "x", 1, 50, &count), TLSW_ERR_WRITE)
+      << "after half a record";
+  EXPECT_EQ(tlsw_shutdown(m_session), TLSW_OK);
+  is_over = true;
+  finish();
+  m_server.join();
+  EXPECT_EQ(m_heard.compare(0, sent.size(), sent), 0);
 }
 
 TEST_F(TlsContract, only_the_right_certificate_is_accepted_when_checking_is_on) {
