@@ -5,6 +5,7 @@
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 namespace quorvelmida {
@@ -162,20 +163,29 @@ TARGET_AVX2 base64_place decode_avx2(const unsigned char* in, const unsigned cha
   return decode_ssse3(at.in, end, at.out);
 }
 
+// The compiler's own question would bring tables of all processors along.
+bool has_avx2() {
+  unsigned int a, b, c, d;
+  if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_OSXSAVE) == 0) return false;
+  // The system must save the wide registers, too.
+  unsigned int saved, high;
+  asm volatile("xgetbv" : "=a"(saved), "=d"(high) : "c"(0));
+  constexpr unsigned int kVectors = 6;
+  return (saved & kVectors) == kVectors && __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 &&
+         (b & bit_AVX2) != 0;
+}
+
 constexpr base64_kernel kSsse3 = {"ssse3", encode_ssse3, decode_ssse3};
 constexpr base64_kernel kAvx2 = {"avx2", encode_avx2, decode_avx2};
 
 }  // namespace
 
 const base64_kernel* ssse3_base64_kernel() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("ssse3") ? &kSsse3 : nullptr;
+  unsigned int a, b, c, d;
+  return __get_cpuid(1, &a, &b, &c, &d) != 0 && (c & bit_SSSE3) != 0 ? &kSsse3 : nullptr;
 }
 
-const base64_kernel* avx2_base64_kernel() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") ? &kAvx2 : nullptr;
-}
+const base64_kernel* avx2_base64_kernel() { return has_avx2() ? &kAvx2 : nullptr; }
 
 }  // namespace quorvelmida
 

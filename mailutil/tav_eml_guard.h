@@ -17,17 +17,17 @@ inline const char* exception_text(const tav_eml_mlutl_mail_exception& exception)
   return exception.m_pMessage != nullptr ? exception.m_pMessage : "";
 }
 
+// Logs the exception that is being handled. Others than memory's and a mail's end the program.
+void log_exception(const char* operation) noexcept;
+
 // Runs `body` and returns its result, or `no_memory` when memory ran out in something that can only
 // say so by an exception (strings, vectors, new). Owners free what they hold on the way out.
 template <typename Result, typename Body>
 Result guarded(const char* operation, Result no_memory, Body&& body) noexcept {
   try {
     return body();
-  } catch (const std::bad_alloc&) {
-    TAV_EML_LOG_ERROR("<Error>:%s:[Result]out of memory\n", operation);
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s\n", operation, exception_text(*exception));
+  } catch (...) {
+    log_exception(operation);
   }
   return no_memory;
 }

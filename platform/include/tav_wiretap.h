@@ -29,6 +29,6 @@ typedef void (*tav_wiretap_fn)(void* context, TAV_WIRETAP_EVENT event, const cha
                                size_t length);
 
 // Installs the one observer of the process; null removes it. To be called while nothing moves.
-extern "C" UTL_API void tav_wiretap_set(tav_wiretap_fn observer, void* context);
+extern "C" UTL_C_API void tav_wiretap_set(tav_wiretap_fn observer, void* context);
 
 #endif

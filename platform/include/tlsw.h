@@ -61,17 +61,17 @@ static_assert(offsetof(TLSW_CONNECT_PARAM, option) == 8, "layout of the TLS wrap
 
 extern "C" {
 
-UTL_API int32_t tlsw_init(uint32_t* context);
-UTL_API int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
-                                   uint32_t* session);
+UTL_C_API int32_t tlsw_init(uint32_t* context);
+UTL_C_API int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
+                                     uint32_t* session);
 // One call moves at most what one TLS record or one call of the system moves; `count` is the number
 // of bytes moved, 0 at a clean end of stream.
-UTL_API int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
-                                int32_t* count);
-UTL_API int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len,
-                                 int32_t timeout_ms, int32_t* count);
-UTL_API int32_t tlsw_shutdown(uint32_t session);
-UTL_API int32_t tlsw_term(uint32_t context);
+UTL_C_API int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
+                                  int32_t* count);
+UTL_C_API int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len,
+                                   int32_t timeout_ms, int32_t* count);
+UTL_C_API int32_t tlsw_shutdown(uint32_t session);
+UTL_C_API int32_t tlsw_term(uint32_t context);
 
 }  // extern "C"
 

@@ -226,7 +226,7 @@ int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
 }
 
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
-                                  int32_t timeout_ms) {
+                                  int32_t timeout_ms) try {
   socket_record* const record = find_record(sock);
   if (record == nullptr || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
   if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTING, address_text(addr));
@@ -240,13 +240,11 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
     result = finish_connect(sock, until);
   }
   if (result != 0) return result;
-  try {
-    remember_name(*record, addr);
-  } catch (const std::bad_alloc&) {
-    return TAV_NETSOCK_ERROR;
-  }
+  remember_name(*record, addr);
   if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTED, address_text(addr));
   return 0;
+} catch (const std::bad_alloc&) {
+  return TAV_NETSOCK_ERROR;
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
