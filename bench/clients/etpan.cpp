@@ -55,6 +55,19 @@ MMAPString* write_message(mailmime* content) {
   return text;
 }
 
+// mailsmtp_quit() does not wait for the reply: one round trip less than everybody else's dialogue.
+void say_goodbye(mailsmtp& smtp) {
+  constexpr char kQuit[] = "QUIT\r\n";
+  MMAPString* line = mmap_string_new("");
+  require(mailstream_write(smtp.stream, kQuit, sizeof kQuit - 1) == sizeof kQuit - 1 &&
+              mailstream_flush(smtp.stream) == 0 &&
+              mailstream_read_line(smtp.stream, line) != nullptr && line->str[0] == '2',
+          "quit");
+  mmap_string_free(line);
+  mailstream_close(smtp.stream);
+  smtp.stream = nullptr;
+}
+
 void send_text(const task& work, const MMAPString* text) {
   mailsmtp* smtp = mailsmtp_new(0, nullptr);
   require(mailsmtp_socket_connect(smtp, "127.0.0.1", work.port) == MAILSMTP_NO_ERROR, "connect");
@@ -63,7 +76,7 @@ void send_text(const task& work, const MMAPString* text) {
   require(mailsmtp_rcpt(smtp, kTo) == MAILSMTP_NO_ERROR, "rcpt");
   require(mailsmtp_data(smtp) == MAILSMTP_NO_ERROR, "data");
   require(mailsmtp_data_message(smtp, text->str, text->len) == MAILSMTP_NO_ERROR, "message");
-  require(mailsmtp_quit(smtp) == MAILSMTP_NO_ERROR, "quit");
+  say_goodbye(*smtp);
   mailsmtp_free(smtp);
 }
 
