@@ -68,6 +68,8 @@ The clients:
 - **libcurl**: its mime API; its POP3 with a decoder by table. **GMime** has no transport: its
   stream stands on a socket. **libetpan**, **Poco** and **vmime**: what each offers for the task.
   With the small mails the others hand over the text as it came; this library reads the header too.
+  libetpan by itself does not wait for the reply to QUIT; here it does, as all do. The round trip
+  that it saves otherwise would put it ahead in the row of the 2 KB mails (1.02 x raw).
 
 Before anything is timed, one run of each client is checked: what was sent is taken apart by
 Python's email package and compared with the file byte for byte, and so is what was received. The
