@@ -43,12 +43,13 @@ void blank_nuls(char* text, size_t length) {
   }
 }
 
-// Where the first line that begins with `character` stands, the text's end when there is none. The
-// characters are looked for, and not the lines: in base64 there are lines only.
-size_t find_line(std::string_view text, char character) {
-  size_t at = text.find(character);
-  while (at != text.npos && at != 0 && text[at - 1] != '\n') at = text.find(character, at + 1);
-  return std::min(at, text.size());
+// Where the first of the lines in `text` stands that begins with a dot or a hyphen, its end when
+// none does. Base64 has neither: there the lines themselves need not be looked for.
+size_t find_special_line(std::string_view text) {
+  if (text.find('.') == text.npos && text.find('-') == text.npos) return text.size();
+  size_t at = 0;
+  while (at < text.size() && text[at] != '.' && text[at] != '-') at = text.find('\n', at) + 1;
+  return at;
 }
 
 void log_line_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
@@ -153,7 +154,7 @@ std::string_view tav_eml_mlutl_receive::take_plain_lines() {
   if (last == held.npos) last = held.rfind('\n');
   if (last == held.npos) return {};
   std::string_view lines = held.substr(0, last + 1);
-  for (const char special : {'.', '-'}) lines = lines.substr(0, find_line(lines, special));
+  lines = lines.substr(0, find_special_line(lines));
   m_nFirst += static_cast<int32_t>(lines.size());
   count_bytes(static_cast<long>(lines.size()));
   return lines;
