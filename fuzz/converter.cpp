@@ -103,15 +103,14 @@ void cut(fuzz::input& in, TAV_EML_CHAR_SET char_set, size_t proposed,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run run(in);
-  const bool cuts = in.number() % 2 != 0;
-  const auto from = static_cast<TAV_EML_CHAR_SET>(in.number() % kSets);
-  const auto to = static_cast<TAV_EML_CHAR_SET>(in.number() % kSets);
-  const size_t capacity = in.number();
-  if (cuts)
-    cut(in, from, capacity, run.memory);
-  else
-    convert_in_pieces(in.rest(), from, to, capacity, run.memory);
-  return 0;
+  return fuzz::try_input(data, size, [](fuzz::input& in, const tav_test::fake_memory& memory) {
+    const bool cuts = in.number() % 2 != 0;
+    const auto from = static_cast<TAV_EML_CHAR_SET>(in.number() % kSets);
+    const auto to = static_cast<TAV_EML_CHAR_SET>(in.number() % kSets);
+    const size_t capacity = in.number();
+    if (cuts)
+      cut(in, from, capacity, memory);
+    else
+      convert_in_pieces(in.rest(), from, to, capacity, memory);
+  });
 }

@@ -3,10 +3,9 @@
 // Control bytes: failing allocation (2), operation, character set, line length. Then the text.
 
 #include <algorithm>
-#include <new>
 
 #include "fuzz_input.h"
-#include "quorvelmida/taveml.h"
+#include "values.h"
 
 namespace {
 
@@ -25,18 +24,6 @@ bool decode(const std::string& text, std::string& decoded, TAV_EML_CHAR_SET& cha
   return true;
 }
 
-// What a decoded word says as UTF-8; the converter takes what it has made.
-bool to_utf8(std::string text, TAV_EML_CHAR_SET char_set, std::string& utf8) {
-  utf8.assign(text.size() * 4 + 16, '\0');
-  const TAV_EML_ENCODED_STRING in = {char_set, text.data(), static_cast<int32_t>(text.size())};
-  TAV_EML_ENCODED_STRING out = {TAV_EML_CS_UTF_8, utf8.data(), static_cast<int32_t>(utf8.size())};
-  int consumed = 0;
-  if (tav_eml_mlutl_mail_type::convert_encoded_string(in, out, consumed) != 0) return false;
-  if (consumed != in.length) return false;
-  utf8.resize(static_cast<size_t>(out.length));
-  return true;
-}
-
 void encode_run(const std::string& text, TAV_EML_CHAR_SET char_set, int max_line,
                 const tav_test::fake_memory& memory) {
   const fuzz::exact_bytes in(text);
@@ -51,15 +38,15 @@ void encode_run(const std::string& text, TAV_EML_CHAR_SET char_set, int max_line
   for (size_t start = 0; start <= words.size();) {
     const size_t end = std::min(words.find(kFold, start), words.size());
     const bool last = end == words.size();
-    std::string decoded, utf8;
+    std::string decoded;
     TAV_EML_CHAR_SET found = TAV_EML_CS_NONE;
     const bool is_decoded = decode(words.substr(start, end - start), decoded, found);
-    const bool is_converted = to_utf8(decoded, char_set, utf8);
+    const auto utf8 = tav_test::to_utf8(char_set, decoded);
     if (memory.failed()) return;  // the word may hold something else, or stand as it is
     REQUIRE(!folded || static_cast<int>(end - start) + (last ? 0 : 2) <= max_line);
-    REQUIRE(is_decoded && is_converted);
+    REQUIRE(is_decoded && utf8);
     REQUIRE(found == char_set || text.empty() || !tav_eml_mlutl_mail_type::get_char_set(found)[0]);
-    joined += utf8;
+    joined += *utf8;
     start = last ? end + 1 : end + sizeof kFold - 1;
   }
   if (char_set == TAV_EML_CS_UTF_8)
@@ -82,23 +69,14 @@ void encode_header(const std::string& text, TAV_EML_CHAR_SET char_set,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run run(in);
-  const unsigned operation = in.number() % 3;
-  auto char_set = static_cast<TAV_EML_CHAR_SET>(in.number() % (TAV_EML_CS_NONE + 1));
-  const int max_line = static_cast<int>(in.number()) - 8;
-  const std::string text = in.rest();
-  std::string decoded;
-  switch (operation) {
-    case 0:
-      decode(text, decoded, char_set);
-      break;
-    case 1:
-      encode_run(text, char_set, max_line, run.memory);
-      break;
-    default:
-      encode_header(text, char_set, run.memory);
-      break;
-  }
-  return 0;
+  return fuzz::try_input(data, size, [](fuzz::input& in, const tav_test::fake_memory& memory) {
+    const unsigned operation = in.number() % 3;
+    auto char_set = static_cast<TAV_EML_CHAR_SET>(in.number() % (TAV_EML_CS_NONE + 1));
+    const int max_line = static_cast<int>(in.number()) - 8;
+    const std::string text = in.rest();
+    std::string decoded;
+    if (operation == 0) decode(text, decoded, char_set);
+    if (operation == 1) encode_run(text, char_set, max_line, memory);
+    if (operation == 2) encode_header(text, char_set, memory);
+  });
 }

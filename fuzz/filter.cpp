@@ -2,7 +2,6 @@
 //
 // Control bytes: failing allocation (2), mode. Then a line of addresses, then entries, one a line.
 
-#include <new>
 #include <vector>
 
 #include "fuzz_input.h"
@@ -77,11 +76,5 @@ void run(fuzz::input& in, const tav_test::fake_memory& memory) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run memory(in);
-  try {
-    run(in, memory.memory);
-  } catch (const std::bad_alloc&) {  // from the target's own strings
-  }
-  return 0;
+  return fuzz::try_input(data, size, run);
 }

@@ -4,6 +4,7 @@
 #include <climits>
 #include <utility>
 
+#include "plain_base64.h"
 #include "tav_dbglog.h"
 
 namespace fuzz {
@@ -11,20 +12,6 @@ namespace {
 
 constexpr char kAddress[] = "192.0.2.1";
 constexpr char kPasswordInBase64[] = "dGFuc3RhYWYtdGFuc3RhYW";
-
-std::string base64(const std::string& bytes) {
-  static constexpr char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (size_t i = 0; i < bytes.size(); i += 3) {
-    unsigned bits = 0;
-    for (size_t k = 0; k < 3; ++k)
-      bits = bits << 8 | (i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-    for (size_t k = 0; k < 4; ++k)
-      text += i + k <= bytes.size() ? kAlphabet[bits >> (18 - 6 * k) & 63U] : '=';
-  }
-  return text;
-}
 
 // Of both protocols, because a POP3 login may come before SMTP.
 bool begins_with_verb(const std::string& line) {
@@ -97,7 +84,7 @@ class peer : public tav_test::mail_peer {
       const size_t mark = std::min(script.find_first_of("\x1c\x1d\x1e\x1f", next), script.size());
       std::string bytes = script.substr(next, mark - next);
       next = mark + 1;
-      if (std::exchange(m_isCoded, false)) bytes = base64(bytes) + "\r\n";
+      if (std::exchange(m_isCoded, false)) bytes = tav_test::plain_encode(bytes) + "\r\n";
       if (!bytes.empty()) say(bytes);
       const char kind = mark < script.size() ? script[mark] : kNextLine;
       if (kind == kNextLine) return;
@@ -176,6 +163,28 @@ network::~network() {
   tav_dbglog_common::set_sink(nullptr, nullptr);
   REQUIRE(m_net.clean());
   REQUIRE(m_net.any_calls() <= kSomeCommands + kPerByte * m_inputSize);
+}
+
+quorvelmida::_tav_eml_smtp_setting smtp_record(const conditions& how) {
+  quorvelmida::_tav_eml_smtp_setting record;
+  record.server = network::server_name;
+  record.port = network::smtp_port;
+  record.user_id = network::user;
+  record.password = network::password;
+  record.timeout = how.timeout;
+  record.tlsmode = how.tls_mode;
+  return record;
+}
+
+quorvelmida::_tav_eml_pop3_setting pop3_record(const conditions& how) {
+  quorvelmida::_tav_eml_pop3_setting record;
+  record.strServer = network::server_name;
+  record.nPort = network::pop3_port;
+  record.strUserID = network::user;
+  record.strPassword = network::password;
+  record.nTimeout = how.timeout;
+  record.ucTLSMode = how.tls_mode;
+  return record;
 }
 
 }  // namespace fuzz

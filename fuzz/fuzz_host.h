@@ -16,6 +16,7 @@
 #include "fake_platform.h"
 #include "fuzz_input.h"
 #include "mail_peer.h"
+#include "quorvelmida/taveml.h"
 
 namespace fuzz {
 
@@ -80,6 +81,10 @@ class network {
   tav_test::fake_platform m_net;
   size_t m_inputSize;
 };
+
+// An account on it, under these conditions.
+quorvelmida::_tav_eml_smtp_setting smtp_record(const conditions& how);
+quorvelmida::_tav_eml_pop3_setting pop3_record(const conditions& how);
 
 }  // namespace fuzz
 

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "fake_memory.h"
@@ -86,6 +87,19 @@ class memory_run {
 
   tav_test::fake_memory memory;
 };
+
+// One run of a target: `run(in, memory)`. The target's own strings, mails and settings may run out
+// of memory, too.
+template <typename Run>
+int try_input(const uint8_t* data, size_t size, Run&& run) {
+  input in(data, size);
+  memory_run device(in);
+  try {
+    run(in, device.memory);
+  } catch (const std::bad_alloc&) {
+  }
+  return 0;
+}
 
 // Bytes without a NUL behind them, in a block of their own, so that a read past them is seen.
 class exact_bytes {

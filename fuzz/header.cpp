@@ -4,10 +4,9 @@
 // Control bytes: failing allocation (2), operation, block size. Then the text.
 
 #include <algorithm>
-#include <new>
 
 #include "fuzz_input.h"
-#include "quorvelmida/taveml.h"
+#include "values.h"
 
 namespace {
 
@@ -117,9 +116,8 @@ void store(const std::string& text, long block_size) {
   };
   for (size_t start = 0; start < text.size();) {
     const size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
-    void* const line = UtlOS::MemAllocate(end - start + 1);
+    void* const line = tav_test::block_of(text.substr(start, end - start));
     if (line == nullptr) return;
-    std::memcpy(line, text.data() + start, end - start);
     int full = -1;
     if (stream.WriteStream(line, static_cast<long>(end - start), full) == 0) return;
     expected += text.substr(start, end - start);
@@ -135,23 +133,11 @@ void store(const std::string& text, long block_size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run run(in);
-  const unsigned operation = in.number() % 3;
-  const long block_size = static_cast<long>(in.number());
-  try {
-    switch (operation) {
-      case 0:
-        analyse(in.rest());
-        break;
-      case 1:
-        analyse_values(in);
-        break;
-      default:
-        store(in.rest(), block_size);
-        break;
-    }
-  } catch (const std::bad_alloc&) {  // from the target's own mails and strings
-  }
-  return 0;
+  return fuzz::try_input(data, size, [](fuzz::input& in, const auto&) {
+    const unsigned operation = in.number() % 3;
+    const long block_size = static_cast<long>(in.number());
+    if (operation == 0) analyse(in.rest());
+    if (operation == 1) analyse_values(in);
+    if (operation == 2) store(in.rest(), block_size);
+  });
 }

@@ -6,7 +6,6 @@
 // mail handed out), then the script.
 
 #include <climits>
-#include <new>
 
 #include "fuzz_host.h"
 #include "quorvelmida/taveml.h"
@@ -18,14 +17,9 @@ using commands = tav_eml_pop3_command;
 
 _tav_eml_pop3_setting make_record(const fuzz::conditions& how, unsigned kind) {
   static const char* const kUsers[] = {fuzz::network::user, "", "a b", "a\nb"};
-  _tav_eml_pop3_setting record;
-  record.strServer = fuzz::network::server_name;
-  record.nPort = fuzz::network::pop3_port;
+  _tav_eml_pop3_setting record = fuzz::pop3_record(how);
   record.strUserID = kUsers[kind % 4];
-  record.strPassword = fuzz::network::password;
   record.nAPOP = kind / 4 % 2;
-  record.nTimeout = how.timeout;
-  record.ucTLSMode = how.tls_mode;
   return record;
 }
 
@@ -108,7 +102,7 @@ void list_session(const tav_eml_pop3_settings& settings, const std::string& orde
   }
 }
 
-void run(fuzz::input& in) {
+void run(fuzz::input& in, const tav_test::fake_memory&) {
   const fuzz::conditions how(in);
   const tav_eml_pop3_settings settings(make_record(how, in.number()));
   const std::string orders = in.text();
@@ -124,11 +118,5 @@ void run(fuzz::input& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run memory(in);
-  try {
-    run(in);
-  } catch (const std::bad_alloc&) {  // the settings could not be copied
-  }
-  return 0;
+  return fuzz::try_input(data, size, run);
 }

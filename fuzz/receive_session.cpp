@@ -9,9 +9,6 @@
 //   delete; D delete by unique id; o NOOP; c close; C connect; T test
 // Bytes that come in other pieces must give the same.
 
-#include <new>
-#include <vector>
-
 #include "fuzz_host.h"
 #include "quorvelmida/taveml.h"
 
@@ -184,13 +181,7 @@ void session::step(char order) {
 }
 
 std::string run(const fuzz::conditions& how, const std::string& orders, const std::string& script) {
-  _tav_eml_pop3_setting record;
-  record.strServer = fuzz::network::server_name;
-  record.nPort = fuzz::network::pop3_port;
-  record.strUserID = fuzz::network::user;
-  record.strPassword = fuzz::network::password;
-  record.nTimeout = how.timeout;
-  const tav_eml_pop3_settings settings(record);
+  const tav_eml_pop3_settings settings(fuzz::pop3_record(how));
   fuzz::host server(fuzz::protocol::pop3, kLogin + script, how);
   const fuzz::network network(how, server, script.size());
   session application(settings, script.size());
@@ -207,18 +198,14 @@ bool reads_one_message(const std::string& orders) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  fuzz::memory_run memory(in);
-  fuzz::conditions how(in);
-  how.tls_mode = 0;
-  const std::string orders = in.text();
-  const std::string script = in.rest();
-  try {
+  return fuzz::try_input(data, size, [](fuzz::input& in, tav_test::fake_memory& memory) {
+    fuzz::conditions how(in);
+    how.tls_mode = 0;
+    const std::string orders = in.text();
+    const std::string script = in.rest();
     const std::string seen = run(how, orders, script);
-    if (how.fails() || memory.memory.failed() || !reads_one_message(orders)) return 0;
-    memory.memory.never_fail();
+    if (how.fails() || memory.failed() || !reads_one_message(orders)) return;
+    memory.never_fail();
     REQUIRE(run(how.in_one_piece(), orders, script) == seen);
-  } catch (const std::bad_alloc&) {  // from the target's own strings
-  }
-  return 0;
+  });
 }

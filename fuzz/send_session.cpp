@@ -6,11 +6,8 @@
 // end, a abort, T test), the lines From, To, Cc, Bcc, Subject, boundary and file name, the body and
 // the attachment up to a 0x1C each, and what the server says.
 
-#include <algorithm>
-#include <new>
-
 #include "fuzz_host.h"
-#include "quorvelmida/taveml.h"
+#include "values.h"
 
 namespace {
 
@@ -74,9 +71,8 @@ void fill(tav_eml_smtp_send_mail& mail, const letter& text) {
 }
 
 void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
+  void* block = tav_test::block_of(bytes);
   if (block == nullptr) return;
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
   long length = static_cast<long>(bytes.size());
   if (part.set_buffer(block, length) != 0) REQUIRE(block == nullptr && length == 0);
   UtlOS::MemFree(block);
@@ -145,14 +141,8 @@ void check_line_ends(const std::string& sent) {
 }
 
 std::string run(const fuzz::conditions& how, const letter& text) {
-  _tav_eml_smtp_setting record;
-  record.server = fuzz::network::server_name;
-  record.port = fuzz::network::smtp_port;
-  record.timeout = how.timeout;
-  record.tlsmode = how.tls_mode;
+  _tav_eml_smtp_setting record = fuzz::smtp_record(how);
   record.auth_kind = text.auth_kind;
-  record.user_id = fuzz::network::user;
-  record.password = fuzz::network::password;
   const tav_eml_smtp_settings settings(record);
   const size_t size =
       text.script.size() + text.orders.size() * (text.body.size() + text.attachment.size() +
@@ -168,16 +158,12 @@ std::string run(const fuzz::conditions& how, const letter& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  fuzz::memory_run memory(in);
-  const fuzz::conditions how(in);
-  const letter text(in);
-  try {
+  return fuzz::try_input(data, size, [](fuzz::input& in, tav_test::fake_memory& memory) {
+    const fuzz::conditions how(in);
+    const letter text(in);
     const std::string seen = run(how, text);
-    if (how.fails() || memory.memory.failed()) return 0;
-    memory.memory.never_fail();
+    if (how.fails() || memory.failed()) return;
+    memory.never_fail();
     REQUIRE(run(how.in_one_piece(), text) == seen);
-  } catch (const std::bad_alloc&) {  // from the target's own strings
-  }
-  return 0;
+  });
 }

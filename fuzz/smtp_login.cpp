@@ -2,8 +2,6 @@
 //
 // Control bytes: failing allocation (2), conditions (6), kind of login, account. Then the script.
 
-#include <new>
-
 #include "fuzz_host.h"
 #include "quorvelmida/taveml.h"
 
@@ -21,23 +19,17 @@ void set_account(_tav_eml_smtp_setting& record, unsigned kind) {
   if (kind / 20 % 2 == 1) record.helo_domain = std::string(1016, 'h').c_str();
 }
 
-void run(fuzz::input& in) {
+void run(fuzz::input& in, const tav_test::fake_memory&) {
   const fuzz::conditions how(in);
-  _tav_eml_smtp_setting record;
-  record.server = fuzz::network::server_name;
-  record.port = fuzz::network::smtp_port;
-  record.timeout = how.timeout;
-  record.tlsmode = how.tls_mode;
+  _tav_eml_smtp_setting record = fuzz::smtp_record(how);
   record.auth_kind = static_cast<int32_t>(in.number() % 5);
   set_account(record, in.number());
 
-  _tav_eml_pop3_setting pop3;
-  pop3.strServer = fuzz::network::server_name;
-  pop3.nPort = fuzz::network::pop3_port;
-  pop3.strUserID = fuzz::network::user;
-  pop3.strPassword = fuzz::network::password;
-  const tav_eml_pop3_settings pop3_settings(pop3);
-  record.pop3_settings = const_cast<tav_eml_pop3_settings*>(&pop3_settings);
+  _tav_eml_pop3_setting pop3 = fuzz::pop3_record(how);
+  pop3.nTimeout = 0;
+  pop3.ucTLSMode = 0;
+  tav_eml_pop3_settings pop3_settings(pop3);
+  record.pop3_settings = &pop3_settings;
   const tav_eml_smtp_settings settings(record);
 
   const size_t size = in.size();
@@ -63,11 +55,5 @@ void run(fuzz::input& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run memory(in);
-  try {
-    run(in);
-  } catch (const std::bad_alloc&) {  // the settings could not be copied
-  }
-  return 0;
+  return fuzz::try_input(data, size, run);
 }

@@ -3,11 +3,10 @@
 // Control bytes: failing allocation (2), operation, kind. Then lines, as the operation wants them.
 
 #include <algorithm>
-#include <new>
 
 #include "fake_platform.h"
 #include "fuzz_input.h"
-#include "quorvelmida/taveml.h"
+#include "values.h"
 
 namespace {
 
@@ -125,21 +124,14 @@ void expand_macros(fuzz::input& in, unsigned kind) {
   tav_test::fake_platform net;
   const std::string text = in.value();
   net.device_settings(device_of(in.rest()), kind % 4 == 3 ? -1 : CFG_OK);
-  char* subject = nullptr;
-  int length = -1;
-  if (tav_eml_smtp_util::make_subject(text.c_str(), &subject, &length) == TAV_EML_OK)
-    REQUIRE(subject != nullptr && std::strlen(subject) == static_cast<size_t>(length));
-  else
-    REQUIRE(subject == nullptr);
-  tav_eml_smtp_util::free_buffer(subject);
-
-  char* signature = nullptr;
-  if (tav_eml_smtp_util::make_signature(text.c_str(), &signature, &length) == TAV_EML_OK)
-    REQUIRE(signature != nullptr && std::strlen(signature) == static_cast<size_t>(length));
-  else
-    REQUIRE(signature == nullptr);
-  tav_eml_smtp_util::free_buffer(signature);
-
+  for (const auto make : {tav_eml_smtp_util::make_subject, tav_eml_smtp_util::make_signature}) {
+    char* made = nullptr;
+    int length = -1;
+    const bool is_made = make(text.c_str(), &made, &length) == TAV_EML_OK;
+    REQUIRE(is_made == (made != nullptr));
+    REQUIRE(!is_made || std::strlen(made) == static_cast<size_t>(length));
+    tav_eml_smtp_util::free_buffer(made);
+  }
   char value[65];
   char* cursor = value;
   tav_eml_smtp_util::ConvertMacroStr(static_cast<int>(kind) - 1, cursor, 1);
@@ -151,9 +143,8 @@ void expand_macros(fuzz::input& in, unsigned kind) {
 
 void break_lines(fuzz::input& in, const tav_test::fake_memory& memory) {
   const std::string text = in.rest().c_str();
-  char* const block = static_cast<char*>(UtlOS::MemAllocate(text.size() + 1));
+  char* const block = static_cast<char*>(tav_test::block_of(text));
   if (block == nullptr) return;
-  std::memcpy(block, text.c_str(), text.size() + 1);
   char* result = nullptr;
   REQUIRE(tav_eml_smtp_util::Automatic64Linefeed(block, &result) == TAV_EML_OK);
   if (!memory.failed()) check_lines(result);
@@ -163,29 +154,13 @@ void break_lines(fuzz::input& in, const tav_test::fake_memory& memory) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::input in(data, size);
-  const fuzz::memory_run run(in);
-  const unsigned operation = in.number() % 5;
-  const unsigned kind = in.number();
-  try {
-    switch (operation) {
-      case 0:
-        read_addresses(in);
-        break;
-      case 1:
-        compose_header(in, kind);
-        break;
-      case 2:
-        fold_value(in);
-        break;
-      case 3:
-        expand_macros(in, kind);
-        break;
-      default:
-        break_lines(in, run.memory);
-        break;
-    }
-  } catch (const std::bad_alloc&) {  // from the target's own strings
-  }
-  return 0;
+  return fuzz::try_input(data, size, [](fuzz::input& in, const tav_test::fake_memory& memory) {
+    const unsigned operation = in.number() % 5;
+    const unsigned kind = in.number();
+    if (operation == 0) read_addresses(in);
+    if (operation == 1) compose_header(in, kind);
+    if (operation == 2) fold_value(in);
+    if (operation == 3) expand_macros(in, kind);
+    if (operation == 4) break_lines(in, memory);
+  });
 }

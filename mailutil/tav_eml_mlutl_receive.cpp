@@ -43,8 +43,8 @@ void blank_nuls(char* text, size_t length) {
   }
 }
 
-// Where the first of the lines in `text` stands that begins with a dot or a hyphen, its end when
-// none does. Base64 has neither: there the lines themselves need not be looked for.
+// Where the first of the whole lines in `text` stands that begins with a dot or a hyphen, its end
+// when none does. Base64 has neither: there the lines themselves need not be looked for.
 size_t find_special_line(std::string_view text) {
   if (text.find('.') == text.npos && text.find('-') == text.npos) return text.size();
   size_t at = 0;

@@ -63,12 +63,16 @@ class probe {
   const TAV_EML_RESULT m_nResult;
 };
 
+// The protocol that a greeting belongs to, "" when it does not tell.
+std::string protocol_of(const std::string& greeting) {
+  return greeting.rfind("220", 0) == 0 ? "smtp" : greeting.rfind("+OK", 0) == 0 ? "pop3" : "";
+}
+
 // Names the TLS mode that the port really wants; "" when that is not the trouble.
 std::string right_mode(const endpoint_options& options) {
   if (options.tls == tls_mode::implicit) {
     const std::string greeting = probe(options.server, options.port, kProbe).greeting();
-    const bool is_clear = greeting.rfind("220", 0) == 0 || greeting.rfind("+OK", 0) == 0;
-    return is_clear ? "starttls" : "";
+    return protocol_of(greeting).empty() ? "" : "starttls";
   }
   return probe(options.server, options.port, kProbe).speaks_tls() ? "implicit" : "";
 }
@@ -101,17 +105,19 @@ class examination {
     return is_any;
   }
 
-  // In the order in which it happened.
-  void report_dialogue(const dialogue_view& view) {
-    if (m_cOptions.tls != tls_mode::implicit) report_greeting(view);
+  // In the order in which it happened. Of the connections `before` were to another server, for a
+  // login.
+  void report_dialogue(const dialogue_view& view, int before) {
+    if (m_cOptions.tls != tls_mode::implicit) report_greeting(view, before);
     report_tls(view);
-    if (m_cOptions.tls == tls_mode::implicit) report_greeting(view);
+    if (m_cOptions.tls == tls_mode::implicit) report_greeting(view, before);
   }
 
   // The stage that a failed session ended at.
   void report_failure(const problem& cause) {
-    if (m_cResult.exit_code != 0) return;  // the certificate has told it
+    if (m_cResult.exit_code != 0) return;  // the certificate or the greeting has told it
     const bool is_early = cause.stage() == "the greeting" || cause.stage() == "the connection" ||
+                          cause.stage() == "the TLS handshake" ||
                           cause.code().find("TLS") != std::string::npos;
     const std::string mode = is_early ? right_mode(m_cOptions) : "";
     if (!mode.empty()) {
@@ -162,12 +168,17 @@ class examination {
     }
   }
 
-  void report_greeting(const dialogue_view& view) {
+  void report_greeting(const dialogue_view& view, int before) {
     for (const exchange& entry : view.exchanges()) {
-      if (entry.verb.empty() && !entry.reply.empty()) {
+      if (!entry.verb.empty() || --before >= 0 || entry.reply.empty()) continue;
+      const std::string other = protocol_of(entry.reply[0]);
+      if (other.empty() || other == m_cResult.protocol) {
         good("greeting", entry.reply.back());
-        return;
+      } else {
+        fail("greeting", m_cOptions.place() + " greets as " + other + ": " + entry.reply.back(),
+             "use --protocol " + other + ", or the port of " + m_cResult.protocol, EX_PROTOCOL);
       }
+      return;
     }
   }
 
@@ -247,7 +258,7 @@ checkup check_smtp(const server_options& options, bool verbose) {
     const dialogue_tap tap(view);
     result = tav_eml_smtp_boundary(settings).test();
   }
-  test.report_dialogue(view);
+  test.report_dialogue(view, options.wants_pop_login() ? 1 : 0);
   report_smtp_capabilities(view, test);
   if (result != TAV_EML_OK) test.report_failure(explain(result, view, options));
   finish(result, options.user, "ready to send", test);
@@ -268,7 +279,7 @@ checkup check_pop3(const mailbox_options& options, bool verbose) {
     if (result == TAV_EML_OK) result = session.stat(count);
     session.close_mail();
   }
-  test.report_dialogue(view);
+  test.report_dialogue(view, 0);
   if (const exchange* list = last_good(view, "CAPA", '+')) {
     test.good("capabilities", joined(list->reply, 1, 0));
   }

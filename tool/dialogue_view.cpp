@@ -98,6 +98,8 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       m_bPop3 = false;
       m_cFromClient.clear();
       m_cFromServer.clear();
+      m_uUnfinished = 0;
+      m_cTlsFailure.clear();
       begin_exchange("");
       break;
     case TAV_WIRETAP_SENT:
@@ -114,6 +116,10 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
     case TAV_WIRETAP_TLS_REFUSED:
       m_cTlsRefusal = presentable(bytes);
       show("* ", "certificate refused: " + m_cTlsRefusal);
+      break;
+    case TAV_WIRETAP_TLS_FAILED:
+      m_cTlsFailure = presentable(bytes);
+      show("* ", "TLS failed: " + m_cTlsFailure);
       break;
     case TAV_WIRETAP_TLS_CERTIFICATE:
       m_cCertificate = std::string(bytes);
@@ -196,6 +202,7 @@ void dialogue_view::received(std::string_view bytes) {
     const std::string_view piece = bytes.substr(0, count);
     bytes.remove_prefix(count);
     if (m_eMode == mode::message) m_uMessageBytes += count;
+    m_uUnfinished = piece.back() == '\n' ? 0 : m_uUnfinished + count;
     // Lines of a message are only looked at: no copy is made of those that come whole.
     if (m_cFromServer.empty() && piece.back() == '\n' && message_line(piece)) continue;
     if (m_cFromServer.size() < kLongestLine) m_cFromServer.append(piece);

@@ -39,6 +39,8 @@ class dialogue_view {
   const exchange* decisive() const;
   const std::string& tls() const { return m_cTls; }
   const std::string& tls_refusal() const { return m_cTlsRefusal; }
+  // The text of TAV_WIRETAP_TLS_FAILED of this connection, "" when no handshake failed.
+  const std::string& tls_failure() const { return m_cTlsFailure; }
   // The four lines of TAV_WIRETAP_TLS_CERTIFICATE, "" when no certificate was seen.
   const std::string& certificate() const { return m_cCertificate; }
   // What became of the mail: its end was sent; the server took it.
@@ -46,6 +48,8 @@ class dialogue_view {
   bool was_accepted() const { return m_bAccepted; }
   // Bytes of the messages that were received.
   uint64_t message_bytes() const { return m_uMessageBytes; }
+  // Bytes of the line of a message whose end has not been received.
+  size_t unfinished_line() const { return m_eMode == mode::message ? m_uUnfinished : 0; }
 
  private:
   // What the client's, respectively the server's, lines are.
@@ -66,6 +70,7 @@ class dialogue_view {
   mode m_eMode = mode::commands;
   std::string m_cFromClient;  // an unfinished line
   std::string m_cFromServer;
+  size_t m_uUnfinished = 0;  // bytes of the server's unfinished line
   size_t m_uEndMatched = 0;  // bytes of the end of the mail seen so far
   uint64_t m_uDataBytes = 0;
   uint64_t m_uMessageBytes = 0;
@@ -75,6 +80,7 @@ class dialogue_view {
   bool m_bAccepted = false;
   std::string m_cTls;
   std::string m_cTlsRefusal;
+  std::string m_cTlsFailure;
   std::string m_cCertificate;
   std::vector<exchange> m_cExchanges;
 };

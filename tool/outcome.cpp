@@ -10,6 +10,7 @@ namespace {
 
 // What the step was, after the command that was last sent.
 std::string step(const dialogue_view& view) {
+  if (!view.tls_failure().empty()) return "the TLS handshake";
   if (view.decisive() == nullptr) return "the connection";
   const std::string& verb = view.decisive()->verb;
   if (verb.empty()) return "the greeting";
@@ -54,6 +55,40 @@ std::string mode_advice(const endpoint_options& options) {
     default:
       return "does the port speak TLS from the start? try --tls implicit";
   }
+}
+
+// What went wrong in a handshake, and what helps. `failure` is that of the wire tap.
+std::string explain_handshake(const std::string& failure, const endpoint_options& options) {
+  static constexpr struct {
+    const char* failure;
+    const char* from_the_start;
+    const char* after_the_upgrade;
+  } kTexts[] = {
+      {TAV_TLS_FAILED_CLEAR, "it begins in clear text; check the port, or try --tls starttls",
+       "more in clear text came behind its reply, perhaps put there by somebody on the way; try "
+       "--tls implicit with its port"},
+      {TAV_TLS_FAILED_NOT_TLS, "what it answers is no TLS; check the port, or try --tls starttls",
+       "what it answers is no TLS; try --tls implicit with its port"},
+      {TAV_TLS_FAILED_TIMEOUT,
+       "it fell silent in the handshake; check the port, or try --tls starttls",
+       "it fell silent in the handshake; try again later"},
+  };
+  if (failure == TAV_TLS_FAILED_VERSION) {
+    return options.oldest_tls == "1.3"
+               ? "it speaks only versions older than TLS 1.3; leave out --tls-min 1.3"
+               : "it speaks only versions older than TLS 1.2; ask whoever runs the server to renew "
+                 "it";
+  }
+  for (const auto& entry : kTexts) {
+    if (failure != entry.failure) continue;
+    return options.tls == tls_mode::implicit ? entry.from_the_start : entry.after_the_upgrade;
+  }
+  if (failure == TAV_TLS_FAILED_CUT) {
+    return "it cut the connection in the handshake; ask whoever runs the server for its log";
+  }
+  return failure.empty()
+             ? "it cannot be started here; set TAV_DBGLOG=stderr to see the log"
+             : "the handshake failed (" + failure + "); ask whoever runs the server for its log";
 }
 
 problem explain_reply(const dialogue_view& view, const server_options& options) {
@@ -107,7 +142,8 @@ problem explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
     case TAV_EML_ERR_TLS_INIT:
     case TAV_EML_ERR_TLS_INIT_RESOURCE:
     case TAV_EML_ERR_TLS_CONNECT:
-      return problem(EX_PROTOCOL, "no TLS with " + where + "; " + mode_advice(options));
+      return problem(EX_PROTOCOL, "no TLS with " + where + ": " +
+                                      explain_handshake(view.tls_failure(), options));
     case TAV_EML_ERR_NO_MEMORY:
       return problem(EX_OSERR, "out of memory");
     default:

@@ -26,6 +26,9 @@ namespace {
 
 constexpr int kMostRefused = 100;  // mails in a row
 
+// The bytes of a received line for which the library has room, its end counted.
+constexpr size_t kLongestLine = 4095;
+
 struct receive_options {
   account_file account;
   mailbox_options mailbox;
@@ -203,7 +206,9 @@ class collection {
     problem cause = explain_mail(result, info.m_nMailNo, is_lost);
     if (is_noted && m_cSeen->tries(uid) >= seen_file::kMostTries) {
       cause = problem(cause.exit_code(),
-                      std::string(cause.what()) + "; after 3 tries only --all fetches it")
+                      std::string(cause.what()) + (is_line_too_long()
+                                                       ? "; it is not tried again"
+                                                       : "; after 3 tries only --all fetches it"))
                   .at(cause.stage(), cause.reply(), cause.code());
     }
     mail.problem = cause.what();
@@ -228,6 +233,10 @@ class collection {
                               : reader.read_header(info, mail);
   }
 
+  // Then the library has ended the connection. Its results do not tell it from one that broke; that
+  // no more of the line was read does.
+  bool is_line_too_long() const { return m_cView.unfinished_line() >= kLongestLine; }
+
   problem explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
     const std::string which = "mail " + std::to_string(number);
     const problem cause =
@@ -236,8 +245,14 @@ class collection {
     const auto told = [&](int exit_code, const std::string& sentence) {
       return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
     };
-    if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+", 0) == 0) {
-      return told(EX_DATAERR, " has a line that is longer than mail allows, so it cannot be read");
+    if (is_line_too_long()) {
+      return told(EX_DATAERR, " has a line that is longer than the library takes (" +
+                                  std::to_string(kLongestLine) +
+                                  " bytes), so it cannot be received; it stays on the server, read "
+                                  "or delete it there with another program");
+    }
+    if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+OK", 0) == 0) {
+      return told(EX_DATAERR, " is larger than the library takes (2 GiB), or without end");
     }
     if (result == TAV_EML_OK) {
       return told(EX_DATAERR, " has none of the parts that it announces; nothing was saved");

@@ -42,6 +42,6 @@ enum : int32_t {
   CFG_OK_PARTIAL = 0x5241,  // success too: some values are not set
 };
 
-extern "C" UTL_C_API int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record);
+extern "C" UTL_API int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) noexcept;
 
 #endif

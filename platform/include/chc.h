@@ -55,7 +55,7 @@ struct CHC_CONVERT_REQUEST {
   int32_t produced;  // out: bytes written
 };
 
-extern "C" UTL_C_API int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,
-                                                CHC_CONVERT_REQUEST* request);
+extern "C" UTL_API int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,
+                                              CHC_CONVERT_REQUEST* request) noexcept;
 
 #endif

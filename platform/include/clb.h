@@ -14,18 +14,18 @@
 extern "C" {
 
 // Local time of `seconds` into `out`; `out`, or null when the time cannot be represented.
-UTL_C_API std::tm* clb_LocalTime_r(const std::time_t* seconds, std::tm* out);
+UTL_API std::tm* clb_LocalTime_r(const std::time_t* seconds, std::tm* out) noexcept;
 
 // Converts the letters a to z of a NUL-terminated text to upper case, in place.
-UTL_C_API void clb_ConvertUpper(char* text);
+UTL_API void clb_ConvertUpper(char* text) noexcept;
 
 // Compares at most `length` bytes without regard to the case of ASCII letters: 0 when equal, else
 // below or above 0 as strncasecmp. Never reads behind the NUL of either text.
-UTL_C_API int clb_CompStrCaseN(const char* left, const char* right, size_t length);
+UTL_API int clb_CompStrCaseN(const char* left, const char* right, size_t length) noexcept;
 
 // Writes the dotted form of an IPv4 address (4 bytes, network byte order) into `out`, `size` bytes
 // with the NUL (16 always suffice). `out`, or null when it does not fit.
-UTL_C_API char* inet_ntoa_r(const uint8_t address[4], char* out, size_t size);
+UTL_API char* inet_ntoa_r(const uint8_t address[4], char* out, size_t size) noexcept;
 
 }  // extern "C"
 

@@ -11,13 +11,13 @@
 extern "C" {
 
 // Memory of the calling part; null when it runs out. Blocks are not cleared.
-UTL_C_API void* osw_SubAllocMem(size_t size);
+UTL_API void* osw_SubAllocMem(size_t size) noexcept;
 // Frees a block of osw_SubAllocMem. `part` is 0 for the calling part; a null block does nothing.
-UTL_C_API void osw_OrgFreeMemPart(int32_t part, void* block);
+UTL_API void osw_OrgFreeMemPart(int32_t part, void* block) noexcept;
 
 // Suspends the calling thread for `milliseconds`; 0 or less returns at once. An interruption by a
 // signal does not shorten the wait.
-UTL_C_API void osw_Sleep(int32_t milliseconds);
+UTL_API void osw_Sleep(int32_t milliseconds) noexcept;
 
 }  // extern "C"
 

@@ -73,28 +73,28 @@ extern "C" {
 
 // Resolves `host` (a name or an address literal). `service` may be null: ports are then 0.
 // 0 on success and a list that the caller gives to tav_netsock_freeaddrinfo, non-zero otherwise.
-UTL_C_API int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
-                                          const tav_netsock_addrinfo* hints,
-                                          tav_netsock_addrinfo** list);
-UTL_C_API void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list);  // null does nothing
+UTL_API int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
+                                        const tav_netsock_addrinfo* hints,
+                                        tav_netsock_addrinfo** list) noexcept;
+UTL_API void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept;  // null does nothing
 
 // A new socket handle, or a negative value.
-UTL_C_API int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol);
+UTL_API int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) noexcept;
 
 // Fills in the scope (interface) of a link-local IPv6 socket address. 0 on success.
-UTL_C_API int32_t tav_netsock_set_scope(void* addr, int32_t addr_len);
+UTL_API int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept;
 
-UTL_C_API int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
-                                            int32_t timeout_ms);
+UTL_API int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
+                                          int32_t timeout_ms) noexcept;
 // `flags` is handed to the system's call; 0 for an ordinary transfer.
-UTL_C_API int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
-                                         int32_t timeout_ms);
-UTL_C_API int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
-                                         int32_t timeout_ms);
+UTL_API int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
+                                       int32_t timeout_ms) noexcept;
+UTL_API int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
+                                       int32_t timeout_ms) noexcept;
 
 // Ends both directions. 0 or -1 and nothing else; a peer that is already gone is not an error.
-UTL_C_API int32_t tav_netsock_shutdown(int32_t sock);
-UTL_C_API int32_t tav_netsock_close(int32_t sock);  // 0 or -1
+UTL_API int32_t tav_netsock_shutdown(int32_t sock) noexcept;
+UTL_API int32_t tav_netsock_close(int32_t sock) noexcept;  // 0 or -1
 
 }  // extern "C"
 

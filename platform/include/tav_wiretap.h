@@ -22,13 +22,24 @@ enum TAV_WIRETAP_EVENT : int32_t {
   // text, four lines: the names that the server's certificate is for, its first and its last day
   // (YYYY-MM-DD, UTC), its issuer. Told during the handshake, whether it is checked or not.
   TAV_WIRETAP_TLS_CERTIFICATE = 7,
+  // text: why a handshake failed that the certificate did not end; one of those below, else what
+  // the TLS library says
+  TAV_WIRETAP_TLS_FAILED = 8,
 };
 
-// `bytes` is valid during the call only. Called on the thread that moves the bytes.
+// A handshake ends with one of STARTED, REFUSED and FAILED. The texts of FAILED:
+#define TAV_TLS_FAILED_CLEAR "bytes in clear in front of the handshake"
+#define TAV_TLS_FAILED_TIMEOUT "no answer in time"
+#define TAV_TLS_FAILED_CUT "the connection was cut"
+#define TAV_TLS_FAILED_VERSION "no protocol version in common"
+#define TAV_TLS_FAILED_NOT_TLS "the answer is no TLS"
+
+// `bytes` is valid during the call only. Called on the thread that moves the bytes. When the
+// observer throws std::bad_alloc the event is lost, and nothing else.
 typedef void (*tav_wiretap_fn)(void* context, TAV_WIRETAP_EVENT event, const char* bytes,
                                size_t length);
 
 // Installs the one observer of the process; null removes it. To be called while nothing moves.
-extern "C" UTL_C_API void tav_wiretap_set(tav_wiretap_fn observer, void* context);
+extern "C" UTL_API void tav_wiretap_set(tav_wiretap_fn observer, void* context) noexcept;
 
 #endif

@@ -7,7 +7,8 @@
 //  - Read looks for bytes that are already decrypted before it waits. A clean close by the peer is
 //    success with count 0; a connection cut without one is an error.
 //  - Time-outs are in milliseconds; 0 or less means the port's own limit of 30 s. The handshake has
-//    one deadline in total, however slowly the peer drips.
+//    one deadline in total, however slowly the peer drips. A write may move several records at once
+//    and then has that time for each of them.
 //  - No call raises SIGPIPE.
 //  - Bytes already waiting on the socket before the handshake are an error (TLSW_ERR_CONNECT):
 //    whoever put them there did so in clear text.
@@ -61,17 +62,17 @@ static_assert(offsetof(TLSW_CONNECT_PARAM, option) == 8, "layout of the TLS wrap
 
 extern "C" {
 
-UTL_C_API int32_t tlsw_init(uint32_t* context);
-UTL_C_API int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
-                                     uint32_t* session);
+UTL_API int32_t tlsw_init(uint32_t* context) noexcept;
+UTL_API int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
+                                   uint32_t* session) noexcept;
 // One call moves at most what one TLS record or one call of the system moves; `count` is the number
 // of bytes moved, 0 at a clean end of stream.
-UTL_C_API int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
-                                  int32_t* count);
-UTL_C_API int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len,
-                                   int32_t timeout_ms, int32_t* count);
-UTL_C_API int32_t tlsw_shutdown(uint32_t session);
-UTL_C_API int32_t tlsw_term(uint32_t context);
+UTL_API int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
+                                int32_t* count) noexcept;
+UTL_API int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len,
+                                 int32_t timeout_ms, int32_t* count) noexcept;
+UTL_API int32_t tlsw_shutdown(uint32_t session) noexcept;
+UTL_API int32_t tlsw_term(uint32_t context) noexcept;
 
 }  // extern "C"
 

@@ -117,7 +117,7 @@ bool fill(CFG_EVENT_MAIL& record) {
 
 }  // namespace
 
-int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) {
+int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) noexcept {
   if (record == nullptr) return -1;
   try {
     return fill(*record) ? CFG_OK : CFG_OK_PARTIAL;

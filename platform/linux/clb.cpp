@@ -11,17 +11,17 @@ int to_lower(char ch) {
 
 }  // namespace
 
-std::tm* clb_LocalTime_r(const std::time_t* seconds, std::tm* out) {
+std::tm* clb_LocalTime_r(const std::time_t* seconds, std::tm* out) noexcept {
   return localtime_r(seconds, out);
 }
 
-void clb_ConvertUpper(char* text) {
+void clb_ConvertUpper(char* text) noexcept {
   for (; *text != '\0'; ++text) {
     if (*text >= 'a' && *text <= 'z') *text = static_cast<char>(*text - 'a' + 'A');
   }
 }
 
-int clb_CompStrCaseN(const char* left, const char* right, size_t length) {
+int clb_CompStrCaseN(const char* left, const char* right, size_t length) noexcept {
   for (; length > 0; ++left, ++right, --length) {
     const int difference = to_lower(*left) - to_lower(*right);
     if (difference != 0 || *left == '\0') return difference;
@@ -29,7 +29,7 @@ int clb_CompStrCaseN(const char* left, const char* right, size_t length) {
   return 0;
 }
 
-char* inet_ntoa_r(const uint8_t address[4], char* out, size_t size) {
+char* inet_ntoa_r(const uint8_t address[4], char* out, size_t size) noexcept {
   const int length =
       std::snprintf(out, size, "%d.%d.%d.%d", address[0], address[1], address[2], address[3]);
   return length > 0 && static_cast<size_t>(length) < size ? out : nullptr;

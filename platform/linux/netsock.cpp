@@ -165,7 +165,8 @@ bool is_usable_link(const ifaddrs& entry) {
 }  // namespace
 
 int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
-                                const tav_netsock_addrinfo* hints, tav_netsock_addrinfo** list) {
+                                const tav_netsock_addrinfo* hints,
+                                tav_netsock_addrinfo** list) noexcept {
   if (host == nullptr || list == nullptr) return EAI_NONAME;
   *list = nullptr;
   addrinfo system_hints = {};
@@ -187,14 +188,14 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
   }
 }
 
-void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) {
+void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
   while (list != nullptr) {
     const std::unique_ptr<list_entry> entry(static_cast<list_entry*>(list));
     list = entry->next;
   }
 }
 
-int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) {
+int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) noexcept {
   const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC, protocol));
   if (fd < 0) return -1;
   if (!open_record(fd)) {
@@ -207,7 +208,7 @@ int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) {
   return fd;
 }
 
-int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
+int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept {
   if (addr == nullptr || addr_len < static_cast<int32_t>(sizeof(tav_netsock_sockaddr_in6))) {
     return -1;
   }
@@ -226,7 +227,7 @@ int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
 }
 
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
-                                  int32_t timeout_ms) try {
+                                  int32_t timeout_ms) noexcept try {
   socket_record* const record = find_record(sock);
   if (record == nullptr || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
   if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTING, address_text(addr));
@@ -248,7 +249,7 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
-                               int32_t timeout_ms) {
+                               int32_t timeout_ms) noexcept {
   socket_record* const record = find_record(sock);
   if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   const int32_t count = transfer(sock, record->send_limit, timeout_ms, [&] {
@@ -258,30 +259,32 @@ int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int3
 }
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
-                               int32_t timeout_ms) {
+                               int32_t timeout_ms) noexcept {
   socket_record* const record = find_record(sock);
   if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   const auto length = static_cast<size_t>(len);
+  const int wishes = system_flags(flags);
   int32_t count;
-  if (!record->ahead.is_empty()) {
-    count = static_cast<int32_t>(record->ahead.take(data, length, flags));
+  if (record->ahead.is_empty()) {
+    count = transfer(sock, record->receive_limit, timeout_ms,
+                     [&] { return record->ahead.receive(sock, data, length, wishes); });
+  } else if (wishes == 0 || wishes == MSG_PEEK) {
+    count = static_cast<int32_t>(record->ahead.take(data, length, wishes));
   } else {
-    count = transfer(sock, record->receive_limit, timeout_ms, [&] {
-      return record->ahead.receive(sock, data, length, system_flags(flags));
-    });
+    count = TAV_NETSOCK_ERROR;  // only the system knows what to do, and it does not have the bytes
   }
   return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 
-int32_t tav_netsock_shutdown(int32_t sock) {
+int32_t tav_netsock_shutdown(int32_t sock) noexcept {
   if (!is_handle(sock)) return -1;
   if (shutdown(sock, SHUT_RDWR) == 0 || errno == ENOTCONN) return 0;
   return -1;
 }
 
-int32_t tav_netsock_close(int32_t sock) {
+int32_t tav_netsock_close(int32_t sock) noexcept {
   if (!is_handle(sock)) return -1;
   wiretap(TAV_WIRETAP_CLOSED);
-  close_record();
+  close_record(sock);
   return close(sock) == 0 || errno == EINTR ? 0 : -1;
 }

@@ -5,11 +5,15 @@
 #include <sys/uio.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 #include <vector>
+
+#include "immortal.h"
 
 namespace {
 
@@ -17,13 +21,22 @@ constexpr size_t kMailBytes = 64 * 1024;
 
 struct record_table {
   std::mutex guard;
-  std::vector<std::unique_ptr<socket_record>> records;  // by descriptor
+  std::vector<std::shared_ptr<socket_record>> records;  // by descriptor
+  std::atomic<unsigned int> closed{0};                  // how many were
 };
 
 record_table& table() {
-  static record_table& instance = *new record_table;  // outlives every thread
-  return instance;
+  static immortal<record_table> instance;
+  return *instance;
 }
+
+// The record that a thread has asked for last. It mostly asks for the same one again.
+struct thread_record {
+  int fd = 0;
+  unsigned int closed = 0;  // as the table had it then
+  std::shared_ptr<socket_record> record;
+};
+thread_local thread_record t_record;
 
 }  // namespace
 
@@ -51,14 +64,16 @@ void read_ahead::make_room() {
   m_size = kMailBytes;
 }
 
+// Other flags than none mean the bytes that are asked for, and no others.
 ssize_t read_ahead::receive(int fd, void* data, size_t length, int flags) {
+  if (flags != 0) return recv(fd, data, length, flags);
   if (length > 1) make_room();
   iovec pieces[] = {{data, length}, {m_first, m_size}};
   msghdr message = {};
   message.msg_iov = pieces;
-  message.msg_iovlen = (flags & MSG_PEEK) == 0 ? 2 : 1;
-  const ssize_t count = recvmsg(fd, &message, flags);
-  clear();
+  message.msg_iovlen = 2;
+  const ssize_t count = recvmsg(fd, &message, 0);
+  m_next = m_end = m_first;
   if (count <= static_cast<ssize_t>(length)) return count;
   m_end += static_cast<size_t>(count) - length;
   return static_cast<ssize_t>(length);
@@ -66,40 +81,37 @@ ssize_t read_ahead::receive(int fd, void* data, size_t length, int flags) {
 
 socket_record::socket_record() : receive_limit(SO_RCVTIMEO), send_limit(SO_SNDTIMEO) {}
 
-void socket_record::begin() {
-  name.clear();
-  receive_limit = wait_limit(SO_RCVTIMEO);
-  send_limit = wait_limit(SO_SNDTIMEO);
-  ahead.clear();
-}
-
 bool open_record(int fd) try {
+  auto record = std::make_shared<socket_record>();
   const std::lock_guard<std::mutex> lock(table().guard);
   auto& records = table().records;
   const auto index = static_cast<size_t>(fd);
   if (index >= records.size()) records.resize(index + 1);
-  if (records[index] != nullptr) {
-    records[index]->begin();
-  } else {
-    records[index] = std::make_unique<socket_record>();
-  }
+  if (records[index] != nullptr) ++table().closed;  // behind our back
+  records[index] = std::move(record);
   return true;
 } catch (const std::bad_alloc&) {
   return false;
 }
 
-void close_record() { const std::lock_guard<std::mutex> lock(table().guard); }
+void close_record(int fd) {
+  if (t_record.fd == fd) t_record = thread_record();
+  const std::lock_guard<std::mutex> lock(table().guard);
+  auto& records = table().records;
+  const auto index = static_cast<size_t>(fd);
+  if (index >= records.size()) return;
+  records[index].reset();
+  ++table().closed;
+}
 
-// A thread mostly asks for the same record again, and records stay where they are.
 socket_record* find_record(int fd) {
-  thread_local int t_fd = 0;
-  thread_local socket_record* t_record = nullptr;
-  if (fd == t_fd) return t_record;
+  if (fd <= 0) return nullptr;
+  thread_record& latest = t_record;
+  if (fd == latest.fd && latest.closed == table().closed) return latest.record.get();
   const std::lock_guard<std::mutex> lock(table().guard);
   const auto& records = table().records;
   const auto index = static_cast<size_t>(fd);
-  if (fd <= 0 || index >= records.size() || records[index] == nullptr) return nullptr;
-  t_fd = fd;
-  t_record = records[index].get();
-  return t_record;
+  if (index >= records.size() || records[index] == nullptr) return nullptr;
+  latest = {fd, table().closed, records[index]};
+  return latest.record.get();
 }

@@ -26,10 +26,13 @@ class wait_limit {
 // those of a mail in small blocks: one call of the system fetches many of them.
 class read_ahead {
  public:
-  bool is_empty() const { return m_next == m_end; }
-  void clear() { m_next = m_end = m_first; }
+  read_ahead() = default;
+  read_ahead(const read_ahead&) = delete;
+  read_ahead& operator=(const read_ahead&) = delete;
 
-  // Hands out held bytes, at most `length`, and forgets them unless `flags` has MSG_PEEK.
+  bool is_empty() const { return m_next == m_end; }
+
+  // Hands out held bytes, at most `length`, and keeps them when `flags` has MSG_PEEK.
   size_t take(void* data, size_t length, int flags);
 
   // One call of the system into `data` and beyond it into the buffer, which must be empty. Like
@@ -49,7 +52,6 @@ class read_ahead {
 
 struct socket_record {
   socket_record();
-  void begin();  // of another socket with the same number
 
   std::string name;  // that the socket's address was resolved from; "" when there is none
   wait_limit receive_limit;
@@ -60,12 +62,11 @@ struct socket_record {
 // Begins the record of a new socket. False when memory runs out.
 bool open_record(int fd);
 
-// To be called before the descriptor is closed: what was done with its record comes before what the
-// next socket of that number does with it, in whichever thread.
-void close_record();
+// To be called before the descriptor is closed, for the next socket may get its number at once.
+void close_record(int fd);
 
-// Null when `fd` was never given to open_record(). The record stays where it is until the process
-// ends, so that a call that is still at work when another thread closes the socket does no harm.
+// Null when no socket of that number is open. The record is there until this thread asks for
+// another one or closes it, whichever thread closes the socket meanwhile.
 socket_record* find_record(int fd);
 
 #endif

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <new>
 
+#include "immortal.h"
+
 namespace {
 
 constexpr size_t kUsualLine = 512;
@@ -38,9 +40,8 @@ struct log_state {
 };
 
 log_state& state() {
-  // Never destroyed: whatever still runs at the end of the process may log.
-  static log_state& instance = *new log_state;
-  return instance;
+  static immortal<log_state> instance;
+  return *instance;
 }
 
 // Cuts the line feed that ends the line, and makes blanks of all other control characters.

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "immortal.h"
 #include "port_time.h"
 #include "socket_record.h"
 #include "tav_dbglog.h"
@@ -65,8 +66,8 @@ struct handle_table {
 };
 
 handle_table& table() {
-  static handle_table& instance = *new handle_table;  // outlives every thread
-  return instance;
+  static immortal<handle_table> instance;
+  return *instance;
 }
 
 session_ptr find_session(uint32_t handle) {
@@ -84,12 +85,14 @@ bool is_retry(ssize_t count) {
 
 int bio_write(BIO* bio, const char* data, int length) {
   BIO_clear_retry_flags(bio);
-  auto* const s = static_cast<session*>(BIO_get_data(bio));
+  auto* const s = static_cast<session*>(BIO_get_app_data(bio));
   if (s->is_gathering) {
-    const auto count = static_cast<size_t>(length);
-    if (s->gathered.capacity() - s->gathered.size() < count) return -1;
-    s->gathered.append(data, count);
-    return length;
+    try {
+      s->gathered.append(data, static_cast<size_t>(length));
+      return length;
+    } catch (const std::bad_alloc&) {
+      return -1;
+    }
   }
   int fd = 0;
   BIO_get_fd(bio, &fd);
@@ -189,26 +192,23 @@ io_result run(session& s, const deadline& until, Operation&& operation) {
   }
 }
 
-// Makes records of up to `length` bytes, into `gathered`. Returns the count of bytes, -1 on
-// failure.
-int gather_records(session& s, const char* data, int length) {
+// Makes records of `length` bytes, or of as many as are sent together, into `gathered`. There is
+// something to wait for when a message of the handshake, which goes on, is half read.
+io_result gather_records(session& s, const char* data, int& length, const deadline& until) {
   length = std::min(length, kGatheredRecords * kRecord);
   s.gathered.clear();
-  s.gathered.reserve(static_cast<size_t>(length) +
-                     kGatheredRecords * size_t{SSL3_RT_MAX_ENCRYPTED_OVERHEAD});
   s.is_gathering = true;
-  int made = 0;
-  while (made < length) {
-    ERR_clear_error();
-    const int count = SSL_write(s.ssl.get(), data + made, std::min(length - made, kRecord));
-    if (count <= 0) {
-      made = -1;
-      break;
-    }
-    made += count;
+  io_result result = io_result::done;
+  for (int made = 0; made < length && result == io_result::done;) {
+    const int wanted = std::min(length - made, kRecord);
+    result = run(s, until, [&] {
+      const int count = SSL_write(s.ssl.get(), data + made, wanted);
+      if (count > 0) made += count;
+      return count;
+    });
   }
   s.is_gathering = false;
-  return made;
+  return result;
 }
 
 // Sends what was gathered. The time begins anew with each length of a record that has moved: a slow
@@ -238,6 +238,26 @@ void log_openssl_error(const char* operation) {
   TLS_LOG(0, "tlsw: %s failed: %s\n", operation, text);
 }
 
+// Why the handshake failed, after the error that OpenSSL noted last; it notes none for a connection
+// that was reset.
+const char* failure_reason(unsigned long code) {
+  if (code == 0) return TAV_TLS_FAILED_CUT;
+  switch (ERR_GET_LIB(code) == ERR_LIB_SSL ? ERR_GET_REASON(code) : 0) {
+    case SSL_R_UNEXPECTED_EOF_WHILE_READING:
+      return TAV_TLS_FAILED_CUT;
+    case SSL_R_UNSUPPORTED_PROTOCOL:          // the server chose one that we do not accept
+    case SSL_R_TLSV1_ALERT_PROTOCOL_VERSION:  // the server accepts none of ours
+      return TAV_TLS_FAILED_VERSION;
+    case SSL_R_WRONG_VERSION_NUMBER:  // of the record: what came is none
+    case SSL_R_HTTP_REQUEST:
+      return TAV_TLS_FAILED_NOT_TLS;
+    default: {
+      const char* text = ERR_reason_error_string(code);
+      return text != nullptr ? text : "unknown error";
+    }
+  }
+}
+
 int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
   const int32_t limit = timeout_ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(timeout_ms);
   const deadline until(limit);
@@ -252,6 +272,7 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
       return TLSW_OK;
     case io_result::timeout:
       TLS_LOG(0, "tlsw: handshake timed out\n");
+      wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_TIMEOUT);
       return TLSW_ERR_TIMEOUT;
     default:
       break;
@@ -262,6 +283,7 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
     wiretap(TAV_WIRETAP_TLS_REFUSED, reason);
     return TLSW_ERR_CERTIFICATE;
   }
+  wiretap(TAV_WIRETAP_TLS_FAILED, failure_reason(ERR_peek_last_error()));
   log_openssl_error("handshake");
   return TLSW_ERR_CONNECT;
 }
@@ -282,7 +304,7 @@ int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::st
   BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
   if (bio == nullptr) return TLSW_ERR_NO_MEMORY;
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
-  BIO_set_data(bio, &s);
+  BIO_set_app_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
   s.fd = param.sock;
   return TLSW_OK;
@@ -300,6 +322,7 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
   if (record == nullptr) return TLSW_ERR_PARAM;
   if (!record->ahead.is_empty() || has_waiting_bytes(param.sock)) {
     TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
+    wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_CLEAR);
     return TLSW_ERR_CONNECT;
   }
   const auto made = std::make_shared<session>();
@@ -332,7 +355,7 @@ int32_t transfer_result(session& s, io_result result, const char* operation, int
 
 }  // namespace
 
-int32_t tlsw_init(uint32_t* context) {
+int32_t tlsw_init(uint32_t* context) noexcept {
   if (context == nullptr) return TLSW_ERR_PARAM;
   try {
     std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), context_deleter());
@@ -354,7 +377,7 @@ int32_t tlsw_init(uint32_t* context) {
 }
 
 int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
-                           uint32_t* session_out) {
+                           uint32_t* session_out) noexcept {
   if (param == nullptr || session_out == nullptr || param->sock <= 0) return TLSW_ERR_PARAM;
   try {
     return connect_session(context, *param, session_out);
@@ -364,7 +387,7 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
 }
 
 int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeout_ms,
-                        int32_t* count) {
+                        int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
   const session_ptr s = find_session(handle);
@@ -381,19 +404,17 @@ int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeou
 }
 
 int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t timeout_ms,
-                         int32_t* count) {
+                         int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
   const session_ptr s = find_session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
-  int moved = -1;
-  try {
-    if (!s->is_broken) moved = gather_records(*s, static_cast<const char*>(data), len);
-  } catch (const std::bad_alloc&) {
-    return TLSW_ERR_NO_MEMORY;
-  }
-  const io_result result = moved > 0 ? send_gathered(*s, timeout_ms) : io_result::failed;
+  int moved = len;
+  io_result result =
+      gather_records(*s, static_cast<const char*>(data), moved, deadline(timeout_ms));
+  if (result == io_result::done) result = send_gathered(*s, timeout_ms);
+  if (result == io_result::closed) result = io_result::failed;
   if (result == io_result::done) {
     *count = moved;
     wiretap(TAV_WIRETAP_SENT, {static_cast<const char*>(data), static_cast<size_t>(moved)});
@@ -403,7 +424,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
   return transfer_result(*s, result, "write", TLSW_ERR_WRITE);
 }
 
-int32_t tlsw_shutdown(uint32_t handle) {
+int32_t tlsw_shutdown(uint32_t handle) noexcept {
   const session_ptr s = find_session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (s->is_broken) return TLSW_OK;  // there is nobody to say goodbye to
@@ -415,7 +436,7 @@ int32_t tlsw_shutdown(uint32_t handle) {
   return SSL_get_error(s->ssl.get(), result) == SSL_ERROR_WANT_WRITE ? TLSW_OK : TLSW_ERR_SHUTDOWN;
 }
 
-int32_t tlsw_term(uint32_t context) {
+int32_t tlsw_term(uint32_t context) noexcept {
   const std::lock_guard<std::mutex> lock(table().guard);
   if (table().contexts.erase(context) == 0) return TLSW_ERR_PARAM;
   auto& sessions = table().sessions;

@@ -8,7 +8,7 @@
 #include "tav_wiretap.h"
 
 // Tells the observer, if there is one.
-void wiretap(TAV_WIRETAP_EVENT event, std::string_view bytes = {});
+void wiretap(TAV_WIRETAP_EVENT event, std::string_view bytes = {}) noexcept;
 bool has_wiretap();
 
 #endif

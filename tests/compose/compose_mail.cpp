@@ -3,22 +3,20 @@
 // leaves its field alone.
 //
 //   compose_mail DIR
-//     in:  charset, from, to, cc, subject, body, name (of the attachment), data (of the attachment),
-//          piece (how many bytes are handed over at a time)
+//     in:  charset, from, to, cc, subject, body, name and data (of the attachment), piece (how many
+//          bytes are handed over at a time)
 //     out: mail.eml
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <optional>
 #include <string>
 
 #include "fake_platform.h"
-#include "quorvelmida/taveml.h"
 #include "smtp_host.h"
-#include "utl_os.h"
+#include "values.h"
 
 namespace {
 
@@ -30,13 +28,6 @@ std::optional<std::string> read(const char* name) {
   std::ifstream file(g_directory + "/" + name, std::ios::binary);
   if (!file) return std::nullopt;
   return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
-  long length = static_cast<long>(bytes.size());
-  part.set_buffer(block, length);
 }
 
 // The end of a piece of at most `size` bytes that does not split a UTF-8 character.
@@ -53,7 +44,7 @@ int send_pieces(tav_eml_mlutl_mail_part& part, const std::string& bytes, size_t 
                 Send&& send) {
   for (size_t at = 0; at < bytes.size();) {
     const size_t end = piece_end(bytes, at, size, is_text);
-    give(part, bytes.substr(at, end - at));
+    tav_test::give(part, bytes.substr(at, end - at));
     if (const int result = send()) return result;
     at = end;
   }

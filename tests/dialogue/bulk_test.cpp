@@ -35,16 +35,7 @@ class Bulk : public Dialogue {
   size_t writes = 0;
 };
 
-std::string encoded(const std::string& data) {
-  char* text = nullptr;
-  long length = 0;
-  EXPECT_EQ(tav_eml_mlutl_mime_utility::to_b64(data.data(), static_cast<long>(data.size()), text,
-                                               length, 64),
-            1);
-  std::string result(text, static_cast<size_t>(length));
-  UtlOS::MemFree(text);
-  return result + "\r\n";
-}
+std::string encoded(const std::string& data) { return to_base64(data, 64) + "\r\n"; }
 
 TEST_F(Bulk, an_attachment_of_any_size_is_encoded_into_few_large_writes) {
   constexpr size_t kWrite = 2100 * 48;  // bytes that one write carries

@@ -5,34 +5,22 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
 
 #include "fake_memory.h"
 #include "fake_platform.h"
 #include "log_capture.h"
-#include "quorvelmida/taveml.h"
 #include "smtp_host.h"
-#include "utl_os.h"
+#include "values.h"
 
 namespace dialogue {
 
 using namespace quorvelmida;
-using tav_test::net_call;
-using tav_test::smtp_host;
+using namespace tav_test;
 
 constexpr char kServer[] = "mail.example";
 constexpr char kAddress[] = "192.0.2.1";
-
-// Puts bytes into a part.
-inline void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
-  ASSERT_NE(block, nullptr);
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
-  long length = static_cast<long>(bytes.size());
-  if (part.set_buffer(block, length) == 0) UtlOS::MemFree(block);
-}
 
 // A short mail of text.
 inline void fill(tav_eml_smtp_send_mail& mail) {
@@ -70,35 +58,54 @@ inline void attach(tav_eml_smtp_send_mail& mail) {
   mail.set_part(part);
 }
 
-class Dialogue : public testing::Test {
+inline void set_up(fake_platform& net, mail_host& host, _tav_eml_smtp_setting& record,
+                   tls_mode mode = tls_mode::plain) {
+  net.resolve(kServer, {kAddress});
+  net.serve(kAddress, 25, host, mode);
+  record.server = kServer;
+  record.port = 25;
+  record.timeout = 7;
+}
+
+// A host, settings for it, and the library's object that talks to it.
+template <typename Host, typename Record, typename Settings, typename Boundary>
+class Session : public testing::Test {
  protected:
-  Dialogue() {
-    net.resolve(kServer, {kAddress});
-    net.serve(kAddress, 25, host);
-    record.server = kServer;
-    record.port = 25;
-    record.timeout = 7;
-  }
   void TearDown() override {
     boundary.reset();
     settings.reset();
     EXPECT_TRUE(net.clean());
   }
-
-  tav_eml_smtp_boundary& facade() {
+  Boundary& facade() {
     if (!boundary) {
-      settings = std::make_unique<tav_eml_smtp_settings>(record);
-      boundary = std::make_unique<tav_eml_smtp_boundary>(*settings);
+      settings = std::make_unique<Settings>(record);
+      boundary = std::make_unique<Boundary>(*settings);
     }
     return *boundary;
   }
+  // A new object with the settings as they are in the record now.
+  Boundary& renewed() {
+    boundary.reset();
+    return facade();
+  }
 
-  tav_test::fake_platform net;
-  tav_test::log_capture log;
-  smtp_host host;
-  _tav_eml_smtp_setting record;
-  std::unique_ptr<tav_eml_smtp_settings> settings;
-  std::unique_ptr<tav_eml_smtp_boundary> boundary;
+  fake_platform net;
+  log_capture log;
+  Host host;
+  Record record;
+  std::unique_ptr<Settings> settings;
+  std::unique_ptr<Boundary> boundary;
+};
+
+class Dialogue : public Session<smtp_host, _tav_eml_smtp_setting, tav_eml_smtp_settings,
+                                tav_eml_smtp_boundary> {
+ protected:
+  Dialogue() { set_up(net, host, record); }
+  // A session with another host.
+  TAV_EML_RESULT test_with(smtp_host& other) {
+    net.serve(kAddress, 25, other);
+    return renewed().test();
+  }
 };
 
 }  // namespace dialogue

@@ -59,16 +59,17 @@ class hostile_peers {
         m_peers, m_mostMemory, m_mostTransfers, static_cast<long long>(m_longest / 1000));
   }
 
-  // The scenario against one of them. False when that was its end.
-  bool meet(const scenario_maker& maker, const std::string& peer, const hostility& prepare,
+  // The scenario against one of them; nobody is met any more behind one that was its end.
+  void meet(const scenario_maker& maker, const std::string& peer, const hostility& prepare,
             const bounds& most = {}) {
+    if (testing::Test::HasFailure()) return;
     ++m_peers;
     const std::unique_ptr<scenario> s = maker.make();
     s->attack.active = true;
     prepare(*s);
     s->get_ready(false);
     {
-      const tav_test::new_meter meter;
+      const new_meter meter;
       const TAV_EML_RESULT result = s->run();
       note(*s, meter.peak_bytes(), most);
       s->check(result);
@@ -83,10 +84,9 @@ class hostile_peers {
     s->finish();
     EXPECT_TRUE(s->memory.clean());
     EXPECT_TRUE(s->net.clean());
-    if (!testing::Test::HasFailure()) return true;
+    if (!testing::Test::HasFailure()) return;
     std::printf("%s", s->log.all().substr(0, 4000).c_str());
     ADD_FAILURE() << maker.name << ": " << peer;
-    return false;
   }
 
  private:
@@ -104,24 +104,34 @@ class hostile_peers {
   int64_t m_longest = 0;
 };
 
-// Silence, and the end of the connection, at every byte that the server says.
-inline void cut_everywhere(const std::vector<scenario_maker>& makers) {
+// What meets a scenario: it is told how the scenario goes when nobody disturbs it.
+using meeting = std::function<void(const std::string& peer, const hostility& prepare)>;
+using crowd = std::function<void(const ordinary_run&, const meeting&)>;
+
+// Every scenario with a dialogue of its own.
+inline void meet_all(const std::vector<scenario_maker>& makers, const crowd& come) {
   hostile_peers peers;
   for (const scenario_maker& maker : makers) {
     if (!maker.is_distinct) continue;
-    const ordinary_run whole = measure(maker);
+    come(measure(maker), [&](const std::string& peer, const hostility& prepare) {
+      peers.meet(maker, peer, prepare);
+    });
+  }
+}
+
+// Silence, and the end of the connection, at every byte that the server says.
+inline void cut_everywhere(const std::vector<scenario_maker>& makers) {
+  meet_all(makers, [](const ordinary_run& whole, const meeting& meet) {
     for (size_t cut = 0; cut < whole.bytes; ++cut) {
       for (const bool closes : {false, true}) {
-        const auto prepare = [&](scenario& s) {
-          s.attack.cut = cut;
-          s.attack.cut_closes = closes;
-        };
-        const std::string peer =
-            (closes ? "closes at byte " : "silent at byte ") + std::to_string(cut);
-        if (!peers.meet(maker, peer, prepare)) return;
+        meet((closes ? "closes at byte " : "silent at byte ") + std::to_string(cut),
+             [&](scenario& s) {
+               s.attack.cut = cut;
+               s.attack.cut_closes = closes;
+             });
       }
     }
-  }
+  });
 }
 
 // Slow ones: a byte in each call, a byte in nearly each time-out, and no byte taken any more.
@@ -135,7 +145,7 @@ inline void drip_and_choke(const std::vector<scenario_maker>& makers) {
         s.net.drip(pace);
       };
       const bounds most = {static_cast<int64_t>(whole.bytes) * pace + kPauses};
-      if (!peers.meet(maker, "a byte in " + std::to_string(pace) + " ms", prepare, most)) return;
+      peers.meet(maker, "a byte in " + std::to_string(pace) + " ms", prepare, most);
     }
     for (size_t nth = 1; nth <= 12; ++nth) {
       const auto prepare = [&](scenario& s) {
@@ -144,195 +154,113 @@ inline void drip_and_choke(const std::vector<scenario_maker>& makers) {
       };
       // Commands of POP3 leave the wait for a send to the port: 30 seconds.
       const bounds most = {kMostWaits * 30000 + kPauses};
-      if (!peers.meet(maker, "takes nothing from send " + std::to_string(nth), prepare, most))
-        return;
+      peers.meet(maker, "takes nothing from send " + std::to_string(nth), prepare, most);
     }
   }
 }
 
-inline std::string repeated(const std::string& piece, size_t times) {
-  std::string all;
-  for (size_t i = 0; i < times; ++i) all += piece;
-  return all;
+// One of the replies is another one.
+struct false_reply {
+  std::string text;
+  std::string then;  // and this without end
+
+  void take_place(scenario& s, size_t nth) const {
+    s.attack.replaced = nth;
+    s.attack.replacement = text;
+    s.attack.endless = then;
+    s.attack.endless_bytes = size_t{300} << 10;  // more than the limit for a header
+  }
+};
+
+// Each of them in the place of each reply.
+inline void say_everywhere(const std::vector<scenario_maker>& makers,
+                           const std::vector<false_reply>& words) {
+  meet_all(makers, [&words](const ordinary_run& whole, const meeting& meet) {
+    for (size_t nth = 1; nth <= whole.said; ++nth) {
+      for (const false_reply& word : words) {
+        // The line without end takes long, and goes the same way through every reply of a kind.
+        if (word.then[0] == 'x' && word.text[0] == '2' && nth % 5 != 1) continue;
+        meet("reply " + std::to_string(nth) + " is " + word.text.substr(0, 60) + word.then,
+             [&](scenario& s) { word.take_place(s, nth); });
+      }
+    }
+  });
+}
+
+// Words between bars; @ stands for NUL.
+inline std::vector<std::string> split(const std::string& text) {
+  std::vector<std::string> words(1);
+  for (const char c : text) {
+    if (c == '|') words.emplace_back();
+    if (c != '|') words.back() += c == '@' ? '\0' : c;
+  }
+  return words;
 }
 
 // One reply that is no reply, or more than one, in the place of each.
 inline void wrong_words(const std::vector<scenario_maker>& makers) {
-  const std::string nul(1, '\0');
-  const std::string words[] = {
-      "",
-      "\r",
-      "\n",
-      "\r\n",
-      "2",
-      "3",
-      "4",
-      "5",
-      "+",
-      "-",
-      ".",
-      "x",
-      " ",
-      nul,
-      "\xff",
-      "\x1b[2J",
-      "2\r\n",
-      "25\r\n",
-      "250\r\n",
-      "250-\r\n",
-      "250 \r\n",
-      "334\r\n",
-      "+\r\n",
-      "+O\r\n",
-      "+OK\r\n",
-      "+OK\n",
-      "-ERR\r\n",
-      ".\r\n",
-      "\r\n.\r\n",
-      "421 x\r\n",
-      "535 x\r\n",
-      "999 x\r\n",
-      nul + "\r\n",
-      "250 " + nul + "\r\n",
-      "+OK " + nul + nul + "\r\n",
-      "\xff\xfe\x80 \xe6\r\n",
-      "334 =\r\n",
-      "334 QQ=A\r\n",
-      "334 " + std::string(900, 'A') + "\r\n",
-      "334 cmVhbG09\r\n",
-      "334 bm9uY2U9Im4i\r\n",
-      "220 ok\r\n250 ok\r\n354 ok\r\n250 ok\r\n235 ok\r\n",
-      "+OK\r\n+OK\r\n+OK 1 1\r\n+OK 1 x\r\n.\r\n",
-      "+OK 99999999999999999999 99999999999999999999\r\n",
-      "+OK -1 -1\r\n",
-      "+OK 4294967296 1\r\n",
-      "+OK 1000000 1\r\n",
-      "+OK 1 " + std::string(10000, 'u') + "\r\n",
-      "+OK 1 " + std::string(900, 'u') + "\r\n",
-      "+OK <" + std::string(2000, '<') + ">\r\n",
-      "+OK <>\r\n",
-      "+OK " + std::string(1019, 'x') + "\r\n",
-      "250 " + std::string(1019, 'x') + "\r\n",
-      "+OK\r\nSTLS\r\n" + repeated("X\r\n", 400) + ".\r\n",
-      repeated("250-x\r\n", 999) + "250 x\r\n",
-      "+OK\r\nContent-Type: multipart/mixed; boundary=" + std::string(3000, 'b') + "\r\n\r\n.\r\n",
-      "+OK\r\n" + repeated("Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n", 200) +
-          ".\r\n",
-      "+OK\r\n" + repeated("--\r\n", 100) + "\r\n" + repeated("--\r\n", 100) + ".\r\n",
-  };
-  hostile_peers peers;
-  for (const scenario_maker& maker : makers) {
-    if (!maker.is_distinct) continue;
-    const size_t said = measure(maker).said;
-    for (size_t nth = 1; nth <= said; ++nth) {
-      for (const std::string& word : words) {
-        const auto prepare = [&](scenario& s) {
-          s.attack.replaced = nth;
-          s.attack.replacement = word;
-        };
-        const std::string peer = "reply " + std::to_string(nth) + " is " + word.substr(0, 60);
-        if (!peers.meet(maker, peer, prepare)) return;
-      }
-    }
+  std::vector<std::string> words = split(
+      "|\r|\n|\r\n|2|3|4|5|+|-|.|x| |@|\xff|\x1b[2J|@\r\n|\xff\xfe\x80 \xe6\r\n"
+      "|2\r\n|25\r\n|250\r\n|250-\r\n|250 \r\n|250 @\r\n|334\r\n|421 x\r\n|535 x\r\n|999 x\r\n"
+      "|334 =\r\n|334 QQ=A\r\n|334 cmVhbG09\r\n|334 bm9uY2U9Im4i\r\n"
+      "|220 ok\r\n250 ok\r\n354 ok\r\n250 ok\r\n235 ok\r\n"
+      "|+\r\n|+O\r\n|+OK\r\n|+OK\n|-ERR\r\n|.\r\n|\r\n.\r\n|+OK @@\r\n|+OK <>\r\n"
+      "|+OK\r\n+OK\r\n+OK 1 1\r\n+OK 1 x\r\n.\r\n|+OK -1 -1\r\n|+OK 4294967296 1\r\n"
+      "|+OK 1000000 1\r\n|+OK 99999999999999999999 99999999999999999999\r\n");
+  for (const std::string& longer :
+       {"334 " + std::string(900, 'A') + "\r\n", "+OK 1 " + std::string(10000, 'u') + "\r\n",
+        "+OK 1 " + std::string(900, 'u') + "\r\n", "+OK <" + std::string(2000, '<') + ">\r\n",
+        "+OK " + std::string(1019, 'x') + "\r\n", "250 " + std::string(1019, 'x') + "\r\n",
+        "+OK\r\nSTLS\r\n" + repeated("X\r\n", 400) + ".\r\n",
+        repeated("250-x\r\n", 999) + "250 x\r\n",
+        "+OK\r\nContent-Type: multipart/mixed; boundary=" + std::string(3000, 'b') +
+            "\r\n\r\n.\r\n",
+        "+OK\r\n" + repeated("Content-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\n", 200) +
+            ".\r\n",
+        "+OK\r\n" + repeated("--\r\n", 100) + "\r\n" + repeated("--\r\n", 100) + ".\r\n"}) {
+    words.push_back(longer);
   }
+  std::vector<false_reply> replies;
+  for (const std::string& word : words) replies.push_back({word, ""});
+  say_everywhere(makers, replies);
 }
 
 // A reply that never ends, in the place of each: lines, continuations, parts.
 inline void endless_words(const std::vector<scenario_maker>& makers) {
-  const struct {
-    const char* first;
-    const char* then;
-  } words[] = {
-      {"220 ", "xxxxxxxxxxxxxxxx"},
-      {"250-x\r\n", "250-x\r\n"},
-      {"250-x\r\n", "\r\n"},
-      {"+OK\r\n", "X: y\r\n"},
-      {"+OK\r\n", "STLS\r\n"},
-      {"+OK 1 1\r\n", "+OK 1 1\r\n"},
-      {"+OK\r\n", "\r\n"},
-      {"+OK\r\nX: y\r\n\r\n", "x"},
-      {"+OK\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n", "--b\r\n\r\n"},
-      {"+OK\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n", "preamble\r\n"},
-      {"334 VXNlcm5hbWU6\r\n", "334 VXNlcm5hbWU6\r\n"},
-  };
-  hostile_peers peers;
-  for (const scenario_maker& maker : makers) {
-    if (!maker.is_distinct) continue;
-    const size_t said = measure(maker).said;
-    for (size_t nth = 1; nth <= said; ++nth) {
-      for (const auto& word : words) {
-        // The line without end takes long, and goes the same way through every reply of a kind.
-        if (word.then[0] == 'x' && word.first[0] == '2' && nth % 5 != 1) continue;
-        const auto prepare = [&](scenario& s) {
-          s.attack.replaced = nth;
-          s.attack.replacement = word.first;
-          s.attack.endless = word.then;
-          s.attack.endless_bytes = size_t{300} << 10;  // more than the limit for a header
-        };
-        const std::string peer = "reply " + std::to_string(nth) + " goes on with " + word.then;
-        if (!peers.meet(maker, peer, prepare)) return;
-      }
-    }
-  }
+  say_everywhere(makers,
+                 {
+                     {"220 ", "xxxxxxxxxxxxxxxx"},
+                     {"250-x\r\n", "250-x\r\n"},
+                     {"250-x\r\n", "\r\n"},
+                     {"+OK\r\n", "X: y\r\n"},
+                     {"+OK\r\n", "STLS\r\n"},
+                     {"+OK 1 1\r\n", "+OK 1 1\r\n"},
+                     {"+OK\r\n", "\r\n"},
+                     {"+OK\r\nX: y\r\n\r\n", "x"},
+                     {"+OK\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n", "--b\r\n\r\n"},
+                     {"+OK\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n", "preamble\r\n"},
+                     {"334 VXNlcm5hbWU6\r\n", "334 VXNlcm5hbWU6\r\n"},
+                 });
 }
 
 // Talks at random, but in the words of the trade. The seeds are fixed.
 inline void drunken(const std::vector<scenario_maker>& makers, size_t count) {
-  static const std::string kWords[] = {
-      "2",
-      "3",
-      "4",
-      "5",
-      "250",
-      "334",
-      "-",
-      " ",
-      "+OK",
-      "-ERR",
-      "\r",
-      "\n",
-      "\r\n",
-      ".",
-      "--b",
-      "=",
-      "AUTH",
-      "STARTTLS",
-      "STLS",
-      "PLAIN",
-      "Content-Type: multipart/mixed; boundary=b\r\n",
-      ":",
-      "<",
-      ">",
-      "=?utf-8?B?",
-      "?=",
-      "1",
-      "99999999999",
-      "VXNlcm5hbWU6",
-      "\x1b",
-      "\xe6\x97\xa5",
-      std::string(1, '\0'),
-      "realm=\"",
-      "Content-Transfer-Encoding: base64\r\n",
-      "QUJD",
-      "\r\n.\r\n",
-  };
-  hostile_peers peers;
-  for (const scenario_maker& maker : makers) {
-    if (!maker.is_distinct) continue;
-    const size_t said = measure(maker).said;
+  static const std::vector<std::string> kWords = split(
+      "2|3|4|5|250|334|-| |+OK|-ERR|\r|\n|\r\n|.|--b|=|AUTH|STARTTLS|STLS|PLAIN|:|<|>|1|@|\x1b"
+      "|99999999999|VXNlcm5hbWU6|QUJD|=?utf-8?B?|?=|realm=\"|\xe6\x97\xa5|\r\n.\r\n"
+      "|Content-Type: multipart/mixed; boundary=b\r\n|Content-Transfer-Encoding: base64\r\n");
+  meet_all(makers, [count](const ordinary_run& whole, const meeting& meet) {
     for (size_t seed = 1; seed <= count; ++seed) {
       std::mt19937 random(static_cast<uint32_t>(seed));
       std::string speech = random() % 2 == 0 ? "+OK\r\n" : "250";
       for (size_t words = random() % 40; words > 0; --words) {
-        speech += kWords[random() % std::size(kWords)];
+        speech += kWords[random() % kWords.size()];
       }
-      const auto prepare = [&](scenario& s) {
-        s.attack.replaced = 1 + random() % said;
-        s.attack.replacement = speech;
-      };
-      if (!peers.meet(maker, "drunken, seed " + std::to_string(seed), prepare)) return;
+      meet("drunken, seed " + std::to_string(seed), [&](scenario& s) {
+        false_reply{speech, ""}.take_place(s, 1 + random() % whole.said);
+      });
     }
-  }
+  });
 }
 
 }  // namespace dialogue

@@ -54,8 +54,8 @@ class EndlessMessage : public Pop3 {
     log.clear();
   }
 
-  tav_test::tampering attack;
-  tav_test::tampered_host front{host, attack};
+  tampering attack;
+  tampered_host front{host, attack};
   tav_eml_pop3_mail_info info{1, "uid", 1, 1};
   std::unique_ptr<tav_eml_pop3_receive_mail> mail;
   size_t before = 0;
@@ -64,7 +64,7 @@ class EndlessMessage : public Pop3 {
 TEST_F(EndlessMessage, is_read_and_skipped_in_bounded_memory) {
   const std::string multi = "Content-Type: multipart/mixed; boundary=b\r\n\r\n";
   const std::string line(70, 'x');
-  const tav_test::new_meter meter;
+  const new_meter meter;
   const auto skip_all = [&] {
     return tav_eml_pop3_boundary::convert_utl_retcode(facade().skip_mail(*mail));
   };

@@ -25,11 +25,9 @@ TEST_F(Dialogue, bytes_behind_starttls_are_never_taken_for_replies_under_tls) {
       fresh.reply_to(
           "STARTTLS", 1,
           (is_continued ? "220-go\r\n220 on\r\n" : "220 go\r\n") + std::string(injected));
-      net.serve(kAddress, 25, fresh);
-      EXPECT_EQ(facade().test(), TAV_EML_ERR_TLS_CONNECT) << injected;
+      EXPECT_EQ(test_with(fresh), TAV_EML_ERR_TLS_CONNECT) << injected;
       EXPECT_EQ(fresh.client_bytes(), "EHLO localhost\r\nSTARTTLS\r\n");
       EXPECT_EQ(facade().test(), TAV_EML_OK);  // the second time nothing is injected
-      boundary.reset();
     }
   }
 }
@@ -67,13 +65,11 @@ TEST_F(Dialogue, what_only_one_side_of_tls_announces_counts_there_only) {
     login_host fresh;
     fresh.capabilities(test.before);
     fresh.capabilities_under_tls(test.after);
-    net.serve(kAddress, 25, fresh);
-    EXPECT_EQ(facade().test(), test.expected);
+    EXPECT_EQ(test_with(fresh), test.expected);
     EXPECT_EQ(fresh.client_bytes_in_clear(), test.clear);
     const std::string under_tls = fresh.client_bytes_under_tls();
     EXPECT_EQ(under_tls.find("AUTH") != std::string::npos, *test.login != '\0') << under_tls;
     EXPECT_NE(under_tls.find(test.login), std::string::npos) << under_tls;
-    boundary.reset();
   }
 }
 

@@ -64,13 +64,7 @@ TEST_F(Login, digest_md5_answers_the_challenge_and_the_servers_proof) {
   const auto answer_at = sent.find("\r\n") + 2;
   const std::string answer = sent.substr(answer_at, sent.find("\r\n", answer_at) - answer_at);
   EXPECT_EQ(sent.substr(answer_at + answer.size()), "\r\n\r\nQUIT\r\n");
-  void* data = nullptr;
-  long length = 0;
-  ASSERT_EQ(tav_eml_mlutl_mime_utility::from_b64(answer.data(), static_cast<long>(answer.size()),
-                                                 data, length),
-            1);
-  const std::string text(static_cast<char*>(data), static_cast<size_t>(length));
-  UtlOS::MemFree(data);
+  const std::string text = from_base64(answer);
   EXPECT_EQ(
       text.find("charset=utf-8,username=\"tim\",realm=\"r\",nonce=\"n\",nc=00000001,cnonce=\""),
       0u);
@@ -120,10 +114,8 @@ TEST_F(Login, what_ends_a_login_at_once) {
     fresh.capabilities({std::string("AUTH ") + test.methods});
     fresh.reply_to("AUTH", 1, test.auth);
     fresh.reply_to(smtp_host::auth_answer, 1, test.answer);
-    net.serve(kAddress, 25, fresh);
-    EXPECT_EQ(facade().test(), test.expected) << test.methods << " " << test.auth;
+    EXPECT_EQ(test_with(fresh), test.expected) << test.methods << " " << test.auth;
     EXPECT_EQ(fresh.connections(), 1u);
-    boundary.reset();
   }
 }
 
@@ -138,7 +130,7 @@ TEST_F(Login, a_failed_step_is_told_by_its_own_line) {
   host.reply_to("AUTH", smtp_host::every, "334 cmVhbG09InIiLG5vbmNlPSJuIixxb3A9ImF1dGgi\r\n");
   host.reply_to(smtp_host::auth_answer, smtp_host::every, "235 ok\r\n");
   tav_eml_smtp_boundary& object = facade();
-  tav_test::fake_memory memory;
+  fake_memory memory;
   for (size_t n = 1; memory.fail(n), object.test() != TAV_EML_OK; ++n) ASSERT_LT(n, 100u);
   memory.never_fail();
   // The line is made last: after the answer and its base64.
@@ -172,10 +164,8 @@ TEST_F(Login, what_does_not_fit_is_refused_and_never_cut) {
     fresh.capabilities({std::string("AUTH ") + test.methods});
     fresh.reply_to("AUTH", 1, test.auth);
     fresh.reply_to(smtp_host::auth_answer, 1, "535 no\r\n");
-    net.serve(kAddress, 25, fresh);
     record.password = std::string(test.length, 'p').c_str();
-    EXPECT_EQ(facade().test(), test.expected) << test.methods << " " << test.length;
-    boundary.reset();
+    EXPECT_EQ(test_with(fresh), test.expected) << test.methods << " " << test.length;
   }
 }
 

@@ -44,17 +44,6 @@ class Mail : public Dialogue {
   tav_eml_smtp_send_mail mail;
 };
 
-std::string decoded(std::string text) {
-  void* data = nullptr;
-  long length = 0;
-  EXPECT_EQ(tav_eml_mlutl_mime_utility::from_b64(text.data(), static_cast<long>(text.size()), data,
-                                                 length),
-            1);
-  const std::string result(static_cast<char*>(data), static_cast<size_t>(length));
-  UtlOS::MemFree(data);
-  return result;
-}
-
 TEST_F(Mail, a_text_mail_goes_out_byte_for_byte) {
   EXPECT_EQ(send("Hello\n.\n"), TAV_EML_OK);
   EXPECT_EQ(host.client_bytes(), "EHLO localhost\r\n" + kEnvelope + "DATA\r\n" + kHeader +
@@ -135,7 +124,7 @@ TEST_F(Mail, every_slicing_gives_the_same_body) {
       }
       ASSERT_EQ(facade().close_mail(mail), TAV_EML_OK);
       const std::string text = body_received();
-      EXPECT_EQ(decoded(text), body);
+      EXPECT_EQ(from_base64(text), body);
       EXPECT_LE(std::count(text.begin(), text.end(), '='), 2) << "padding in the middle";
     }
   }
@@ -156,7 +145,7 @@ TEST_F(Mail, text_is_converted_whole) {
   for (const auto& test : cases) {
     mail.m_nCharSet = test.char_set;
     EXPECT_EQ(send(test.text), TAV_EML_OK);
-    EXPECT_EQ(decoded(body_received()), test.expected);
+    EXPECT_EQ(from_base64(body_received()), test.expected);
   }
   // Text that grows more than any room made for it: a set change at every character.
   std::string text;
@@ -167,7 +156,7 @@ TEST_F(Mail, text_is_converted_whole) {
   }
   mail.m_nCharSet = TAV_EML_CS_ISO_2022_JP;
   EXPECT_EQ(send(text), TAV_EML_OK);
-  EXPECT_EQ(decoded(body_received()), expected);
+  EXPECT_EQ(from_base64(body_received()), expected);
 
   for (const char* bad : {"😀", "\xe3\x81", "\xff"}) {
     EXPECT_EQ(send(bad), TAV_EML_ERR_UNKNOWN) << bad;
@@ -184,7 +173,7 @@ TEST_F(Mail, an_inline_part_is_text_and_an_attachment_is_not) {
     EXPECT_EQ(send("a", 1, "ア"), TAV_EML_OK);
     const std::string& data = host.messages().back().data;
     const std::string part = data.substr(data.rfind("base64\r\n\r\n") + 10);
-    EXPECT_EQ(decoded(part.substr(0, part.find("\r\n"))),
+    EXPECT_EQ(from_base64(part.substr(0, part.find("\r\n"))),
               disposition == TAV_EML_CD_ATTACHMENT ? "ア" : "\x83\x41");
   }
 }

@@ -11,18 +11,11 @@
 
 namespace dialogue {
 
-using tav_test::new_failure_pause;
-using tav_test::pop3_host;
-
 constexpr char kStamp[] = "<4711.0815>";
 constexpr char kDigest[] = "aef3ff0e3ee45aaf05f54b10584907b1";  // MD5 of the stamp and "pw"
 
-inline std::string text(const UtlString& string) {
-  return string.GetString() != nullptr ? string.GetString() : "";
-}
-
-inline void set_up(tav_test::fake_platform& net, pop3_host& host, _tav_eml_pop3_setting& record,
-                   tav_test::tls_mode mode = tav_test::tls_mode::plain) {
+inline void set_up(fake_platform& net, pop3_host& host, _tav_eml_pop3_setting& record,
+                   tls_mode mode = tls_mode::plain) {
   net.resolve(kServer, {kAddress});
   net.serve(kAddress, 110, host, mode);
   host.account("u", "pw");
@@ -81,9 +74,8 @@ struct reader {
     long length = 0;
     if (part.get_buffer(data, length) == 0 || data == nullptr) return;
     const new_failure_pause pause;
-    into.data.append(static_cast<char*>(data), static_cast<size_t>(length));
+    into.data += taken(data, length);
     into.longest = std::max(into.longest, length);
-    UtlOS::MemFree(data);
   }
 
   void describe(const tav_eml_mlutl_mail_part& part, received_part& into) {
@@ -139,37 +131,16 @@ struct reader {
   }
 };
 
-class Pop3 : public testing::Test {
+class Pop3 : public Session<pop3_host, _tav_eml_pop3_setting, tav_eml_pop3_settings,
+                            tav_eml_pop3_boundary> {
  protected:
   Pop3() { set_up(net, host, record); }
   void TearDown() override {
-    boundary.reset();
-    settings.reset();
-    EXPECT_TRUE(net.clean());
+    Session::TearDown();
     for (const char* secret : {"pw", kDigest}) EXPECT_FALSE(log.contains(secret)) << secret;
   }
 
-  tav_eml_pop3_boundary& facade() {
-    if (!boundary) {
-      settings = std::make_unique<tav_eml_pop3_settings>(record);
-      boundary = std::make_unique<tav_eml_pop3_boundary>(*settings);
-    }
-    return *boundary;
-  }
-  // A new object with the settings as they are in the record now.
-  tav_eml_pop3_boundary& renewed() {
-    boundary.reset();
-    settings.reset();
-    return facade();
-  }
-
-  tav_test::fake_memory memory;
-  tav_test::fake_platform net;
-  tav_test::log_capture log;
-  pop3_host host;
-  _tav_eml_pop3_setting record;
-  std::unique_ptr<tav_eml_pop3_settings> settings;
-  std::unique_ptr<tav_eml_pop3_boundary> boundary;
+  fake_memory memory;
 };
 
 }  // namespace dialogue

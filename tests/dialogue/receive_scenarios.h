@@ -77,21 +77,15 @@ class receiving : public scenario {
  public:
   explicit receiving(const receive_case& what) : m_case(what), m_front(host, attack) {
     _tav_eml_pop3_setting record;
-    net.resolve(kServer, {kAddress});
-    net.serve(kAddress, 110, m_front,
-              what.tls == 1 ? tav_test::tls_mode::implicit : tav_test::tls_mode::plain);
+    set_up(net, host, record);
+    net.serve(kAddress, 110, m_front, what.tls == 1 ? tls_mode::implicit : tls_mode::plain);
     host.account("u", kSecret);
-    host.stamp(kStamp);
     host.expect_apop("u", "38e39b2b66e2f84e25b15063aab2141b");  // stamp and password
     host.capabilities({"STLS", "UIDL", "TOP"});
     if (what.lone_feed) {
       host.reply_to("RETR", pop3_host::every, std::string("+OK\n") + what.message + ".\r\n");
     }
-    record.strServer = kServer;
-    record.nPort = 110;
-    record.strUserID = "u";
     record.strPassword = kSecret;
-    record.nTimeout = 7;
     record.nAPOP = what.apop;
     record.ucTLSMode = what.tls;
     m_settings = std::make_unique<tav_eml_pop3_settings>(record);
@@ -99,11 +93,11 @@ class receiving : public scenario {
   }
 
   void get_ready(bool all_well) override {
-    const auto box = std::make_shared<tav_test::pop3_mailbox>();
+    const auto box = std::make_shared<pop3_mailbox>();
     host.share_mailbox(box);
     host.add("one", m_case.message);
     host.add("two", "Subject: x\r\n\r\ny\r\n");
-    const bool believable = !attack.active || attack.replaced == tav_test::tampering::never;
+    const bool believable = !attack.active || attack.replaced == tampering::never;
     m_work = std::make_unique<incoming>(*m_boundary, m_case.parts, all_well, believable);
   }
   TAV_EML_RESULT run() override {
@@ -128,7 +122,7 @@ class receiving : public scenario {
 
  private:
   const receive_case& m_case;
-  tav_test::tampered_host m_front;
+  tampered_host m_front;
   std::unique_ptr<tav_eml_pop3_settings> m_settings;
   std::unique_ptr<tav_eml_pop3_boundary> m_boundary;
   std::unique_ptr<incoming> m_work;

@@ -10,12 +10,6 @@ namespace {
 
 constexpr char kMixed[] = "Content-Type: multipart/mixed; boundary=\"B\"\r\n\r\n";
 
-std::string repeated(const std::string& piece, size_t times) {
-  std::string all;
-  for (size_t i = 0; i < times; ++i) all += piece;
-  return all;
-}
-
 // One message on the wire, behind the status line of RETR.
 class Receive : public Pop3 {
  protected:

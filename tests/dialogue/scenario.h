@@ -31,10 +31,10 @@ class scenario {
   // Lets the objects go.
   virtual void finish() = 0;
 
-  tav_test::fake_memory memory;
-  tav_test::fake_platform net;
-  tav_test::log_capture log;
-  tav_test::tampering attack;
+  fake_memory memory;
+  fake_platform net;
+  log_capture log;
+  tampering attack;
 
  protected:
   scenario() { attack.active = false; }
@@ -48,7 +48,7 @@ class scenario {
     EXPECT_FALSE(log.contains(kSecret)) << log.all();
   }
   // Nothing worth stealing goes out before TLS.
-  static void check_clear_text(const tav_test::scripted_host& host) {
+  static void check_clear_text(const scripted_host& host) {
     for (size_t i = 1; i <= host.connections(); ++i) {
       const std::string clear = host.client_bytes_in_clear(i);
       for (const char* verb : {"AUTH", "MAIL", "DATA", "USER", "PASS", "APOP", "STAT", "RETR"}) {

@@ -62,10 +62,10 @@ class outgoing {
       mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
       mail.m_nCharSet = TAV_EML_CS_ISO_2022_JP;
     }
-    body = block(shape == send_shape::text ? "Hello\r\n.\r\n" : "本文です");
+    body = block_of(shape == send_shape::text ? "Hello\r\n.\r\n" : "本文です");
     if (shape != send_shape::attachment) return;
     attach(mail);
-    for (void*& piece : pieces) piece = block("PDF!");
+    for (void*& piece : pieces) piece = block_of("PDF!");
   }
   ~outgoing() {
     UtlOS::MemFree(body);
@@ -82,22 +82,12 @@ class outgoing {
   tav_eml_smtp_send_mail mail;
   void* body = nullptr;
   void* pieces[2] = {};
-
- private:
-  static void* block(const char* text) {
-    void* made = UtlOS::MemAllocate(std::strlen(text) + 1);
-    std::strcpy(static_cast<char*>(made), text);
-    return made;
-  }
 };
 
 class sending : public scenario {
  public:
   explicit sending(const send_case& what)
       : m_case(what), m_front(host, attack), m_popFront(pop, attack) {
-    net.resolve(kServer, {kAddress});
-    net.serve(kAddress, 25, m_front,
-              what.tls == 1 ? tav_test::tls_mode::implicit : tav_test::tls_mode::plain);
     net.serve(kAddress, 110, m_popFront);
     host.capabilities({"STARTTLS", std::string("AUTH ") + what.methods});
     host.refused = what.refused;
@@ -113,9 +103,7 @@ class sending : public scenario {
     account.ucTLSMode = what.auth_kind == 3 ? 2 : 0;
     m_account = std::make_unique<tav_eml_pop3_settings>(account);
     _tav_eml_smtp_setting record;
-    record.server = kServer;
-    record.port = 25;
-    record.timeout = 7;
+    set_up(net, m_front, record, what.tls == 1 ? tls_mode::implicit : tls_mode::plain);
     record.tlsmode = what.tls;
     record.auth_kind = what.auth_kind;
     record.user_id = "u";
@@ -168,20 +156,18 @@ class sending : public scenario {
   }
 
   login_host host;
-  tav_test::pop3_host pop;
+  pop3_host pop;
 
  private:
   // False when the attacker may have said that a mail was taken.
-  bool is_believable() const {
-    return !attack.active || attack.replaced == tav_test::tampering::never;
-  }
+  bool is_believable() const { return !attack.active || attack.replaced == tampering::never; }
 
   TAV_EML_RESULT send() {
     tav_eml_smtp_boundary& boundary = *m_boundary;
     tav_eml_smtp_send_mail& mail = m_work->mail;
     TAV_EML_RESULT result = boundary.connect_mail();
     {
-      const tav_test::new_failure_pause pause;
+      const new_failure_pause pause;
       EXPECT_TRUE(memory.any_mutex_held());
     }
     if (m_case.shape == send_shape::abort_early) return result;
@@ -205,7 +191,7 @@ class sending : public scenario {
   }
 
   const send_case m_case;
-  tav_test::tampered_host m_front, m_popFront;
+  tampered_host m_front, m_popFront;
   std::unique_ptr<tav_eml_pop3_settings> m_account;
   std::unique_ptr<tav_eml_smtp_settings> m_settings;
   std::unique_ptr<tav_eml_smtp_boundary> m_boundary;

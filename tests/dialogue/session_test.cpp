@@ -1,5 +1,8 @@
 // Opening and closing a session.
 
+#include <chrono>
+#include <future>
+
 #include "dialogue_fixture.h"
 
 namespace dialogue {
@@ -30,10 +33,8 @@ TEST_F(Dialogue, judges_the_greeting_by_its_first_character_and_reads_all_of_it)
   for (const auto& test : cases) {
     smtp_host fresh;
     fresh.reply_to(smtp_host::greeting, 1, test.greeting);
-    net.serve(kAddress, 25, fresh);
-    EXPECT_EQ(facade().test(), test.expected) << test.greeting;
+    EXPECT_EQ(test_with(fresh), test.expected) << test.greeting;
     EXPECT_EQ(fresh.client_bytes(), test.expected == TAV_EML_OK ? kGreeted + kQuit : "");
-    boundary.reset();
   }
 }
 
@@ -73,9 +74,7 @@ TEST_F(Dialogue, a_refusal_of_ehlo_counts_also_when_its_rest_does_not_come) {
   for (const auto& test : cases) {
     smtp_host fresh;
     fresh.reply_to("EHLO", 1, test.reply);
-    net.serve(kAddress, 25, fresh);
-    EXPECT_EQ(facade().test(), test.expected) << test.reply;
-    boundary.reset();
+    EXPECT_EQ(test_with(fresh), test.expected) << test.reply;
   }
 }
 
@@ -171,10 +170,8 @@ TEST_F(Dialogue, starttls_that_does_not_come_about_sends_nothing_in_clear) {
     smtp_host fresh;
     fresh.capabilities({"STARTTLS"});
     fresh.reply_to("STARTTLS", 1, test.reply);
-    net.serve(kAddress, 25, fresh);
-    EXPECT_EQ(facade().test(), test.expected) << test.reply;
+    EXPECT_EQ(test_with(fresh), test.expected) << test.reply;
     EXPECT_EQ(fresh.client_bytes_in_clear(), kGreeted + "STARTTLS\r\n");
-    boundary.reset();
   }
   EXPECT_EQ(log.count("tav_eml_smtp_command::tav_eml_smtp_start_tls returns [0x"), 2u);
   net.serve(kAddress, 25, host);  // announces nothing
@@ -185,7 +182,7 @@ TEST_F(Dialogue, starttls_that_does_not_come_about_sends_nothing_in_clear) {
 
 TEST_F(Dialogue, implicit_tls_begins_with_the_first_byte) {
   record.tlsmode = 1;
-  net.serve(kAddress, 25, host, tav_test::tls_mode::implicit);
+  net.serve(kAddress, 25, host, tls_mode::implicit);
   EXPECT_EQ(facade().test(), TAV_EML_OK);
   EXPECT_EQ(host.client_bytes_in_clear(), "");
   EXPECT_EQ(host.client_bytes_under_tls(), kGreeted + kQuit);
@@ -236,11 +233,14 @@ TEST_F(Dialogue, a_session_left_open_is_closed_by_the_next_connect_and_by_the_en
 }
 
 TEST_F(Dialogue, the_lock_is_held_from_connect_to_close) {
-  tav_test::fake_memory memory;
+  fake_memory memory;
   tav_eml_smtp_boundary& object = facade();
   ASSERT_EQ(object.connect_mail(), TAV_EML_OK);
   EXPECT_TRUE(memory.any_mutex_held());
+  auto waiting = std::async(std::launch::async, [&] { return object.test(); });
+  EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   EXPECT_EQ(object.close_mail(), TAV_EML_OK);
+  EXPECT_EQ(waiting.get(), TAV_EML_OK);
   EXPECT_FALSE(memory.any_mutex_held());
 
   // A failed connect keeps it; the same thread may try again, or release it.

@@ -10,49 +10,38 @@
 
 namespace dialogue {
 
-// What is made to fail; "from": and everything behind it.
-enum class fault {
-  memory,
-  memory_from,
-  network,
-  network_from,
-  network_timeout,
-  operator_new,
-  operator_new_from,
-};
+enum class fault { memory, network, network_timeout, operator_new };
 
-// Runs with the nth call failing. `has_failed` becomes false when there were fewer calls.
-template <typename Run>
-TAV_EML_RESULT run_with_fault(fault kind, size_t n, tav_test::fake_memory& memory,
-                              tav_test::fake_platform& net, const Run& run, bool& has_failed) {
-  using tav_test::failing_new;
-  if (kind == fault::operator_new || kind == fault::operator_new_from) {
-    const failing_new failing(
-        n, kind == fault::operator_new ? failing_new::once : failing_new::all_from);
-    const TAV_EML_RESULT result = run();
+// Runs with the nth call failing, or with it and everything behind it. `has_failed` becomes false
+// when there were fewer calls.
+inline TAV_EML_RESULT run_with_fault(fault kind, bool all_from, size_t n, scenario& s,
+                                     bool& has_failed) {
+  if (kind == fault::operator_new) {
+    const failing_new failing(n, all_from ? failing_new::all_from : failing_new::once);
+    const TAV_EML_RESULT result = s.run();
     has_failed = failing.calls() >= n;
     return result;
   }
-  if (kind == fault::memory) memory.fail(n);
-  if (kind == fault::memory_from) memory.fail_from(n);
-  if (kind == fault::network) net.fail_any(n);
-  if (kind == fault::network_from) net.fail_any_from(n);
-  if (kind == fault::network_timeout) net.fail_any(n, tav_test::fake_platform::outcome::timeout);
-  const TAV_EML_RESULT result = run();
-  has_failed =
-      kind == fault::memory || kind == fault::memory_from ? memory.failed() : net.any_calls() >= n;
-  memory.never_fail();
-  net.never_fail();
+  if (kind == fault::memory) {
+    all_from ? s.memory.fail_from(n) : s.memory.fail(n);
+  } else {
+    const auto how =
+        kind == fault::network ? fake_platform::outcome::error : fake_platform::outcome::timeout;
+    all_from ? s.net.fail_any_from(n, how) : s.net.fail_any(n, how);
+  }
+  const TAV_EML_RESULT result = s.run();
+  has_failed = kind == fault::memory ? s.memory.failed() : s.net.any_calls() >= n;
+  s.memory.never_fail();
+  s.net.never_fail();
   return result;
 }
 
 // Runs the scenario with the nth call failing; false when there were fewer calls.
-inline bool survives(const scenario_maker& maker, fault kind, size_t n) {
+inline bool survives(const scenario_maker& maker, fault kind, bool all_from, size_t n) {
   const std::unique_ptr<scenario> s = maker.make();
   bool has_failed = false;
   s->get_ready(false);
-  const auto run = [&] { return s->run(); };
-  const TAV_EML_RESULT result = run_with_fault(kind, n, s->memory, s->net, run, has_failed);
+  const TAV_EML_RESULT result = run_with_fault(kind, all_from, n, *s, has_failed);
   s->check(result);
   EXPECT_TRUE(has_failed || result == TAV_EML_OK) << s->log.all();
   s->get_ready(true);
@@ -70,14 +59,15 @@ inline void torture(const std::vector<scenario_maker>& makers) {
   size_t points = 0;
   for (const scenario_maker& maker : makers) {
     for (const fault kind :
-         {fault::memory, fault::memory_from, fault::network, fault::network_from,
-          fault::network_timeout, fault::operator_new, fault::operator_new_from}) {
-      if (kind >= fault::operator_new && !tav_test::failing_new::works()) continue;
-      size_t n = 1;
-      while (survives(maker, kind, n) && !testing::Test::HasFailure() && n < 5000) ++n;
-      ASSERT_FALSE(testing::Test::HasFailure())
-          << maker.name << ", fault " << static_cast<int>(kind) << ", call " << n;
-      points += n - 1;
+         {fault::memory, fault::network, fault::network_timeout, fault::operator_new}) {
+      if (kind == fault::operator_new && !failing_new::works()) continue;
+      for (const bool all_from : {false, true}) {
+        size_t n = 1;
+        while (survives(maker, kind, all_from, n) && !testing::Test::HasFailure() && n < 5000) ++n;
+        ASSERT_FALSE(testing::Test::HasFailure())
+            << maker.name << ", fault " << static_cast<int>(kind) << ", call " << n;
+        points += n - 1;
+      }
     }
   }
   std::printf("%zu points of failure tried\n", points);

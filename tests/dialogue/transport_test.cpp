@@ -7,35 +7,6 @@ namespace {
 
 using calls = std::vector<std::string>;
 
-// Sends fixed bytes after the connect and keeps the connection open, or closes it.
-class saying_host : public tav_test::mail_host {
- public:
-  explicit saying_host(std::string bytes, bool closes = false)
-      : m_bytes(std::move(bytes)), m_closes(closes) {}
-  std::unique_ptr<tav_test::mail_peer> accept() override {
-    class peer : public tav_test::mail_peer {
-     public:
-      peer(const std::string& bytes, bool closes) : m_bytes(bytes), m_closes(closes) {}
-      void connected(bool) override {
-        actions.push_back({tav_test::peer_action::send, m_bytes});
-        if (m_closes) actions.push_back({tav_test::peer_action::close});
-      }
-      void received(std::string_view) override {}
-      void tls_started() override {}
-      void closed() override {}
-
-     private:
-      std::string m_bytes;
-      bool m_closes;
-    };
-    return std::make_unique<peer>(m_bytes, m_closes);
-  }
-
- private:
-  std::string m_bytes;
-  bool m_closes;
-};
-
 struct Transport : testing::Test {
   ~Transport() override { EXPECT_TRUE(net.clean()); }
 
@@ -45,8 +16,9 @@ struct Transport : testing::Test {
     transport.close_socket(sock);
   }
 
-  tav_test::fake_platform net;
-  tav_test::log_capture log;
+  smtp_host host;
+  fake_platform net;
+  log_capture log;
   tav_eml_mlutl_mail_net transport;
   TAV_EML_TLS_INFO tls;
   int sock = 0;
@@ -117,9 +89,9 @@ TEST_F(Transport, reads_one_line_and_nothing_behind_it) {
       {"x", 2, "x", 2},
   };
   net.resolve(kServer, {kAddress});
+  net.serve(kAddress, 25, host);
   for (const auto& test : cases) {
-    saying_host host(test.sent);
-    net.serve(kAddress, 25, host);
+    host.reply_to(smtp_host::greeting, smtp_host::every, test.sent);
     ASSERT_EQ(connect(), TAV_EML_OK);
     char buffer[100];
     long size = test.size;
@@ -136,9 +108,10 @@ TEST_F(Transport, a_line_that_does_not_come_is_an_error) {
   long size = 1;
   EXPECT_EQ(transport.recv_one_line(1, buffer, size, 0, 1000, tls), TAV_EML_ERR_UNKNOWN);
   EXPECT_EQ(transport.recv_one_line(1, nullptr, size, 0, 1000, tls), TAV_EML_ERR_UNKNOWN);
+  net.serve(kAddress, 25, host);
+  host.close_at(smtp_host::greeting, 1, "abc");
+  host.reply_to(smtp_host::greeting, 2, "abc");
   for (const bool closes : {true, false}) {
-    saying_host host("abc", closes);
-    net.serve(kAddress, 25, host);
     ASSERT_EQ(connect(), TAV_EML_OK);
     size = sizeof buffer;
     EXPECT_EQ(transport.recv_one_line(sock, buffer, size, 0, 1000, tls),
@@ -149,8 +122,7 @@ TEST_F(Transport, a_line_that_does_not_come_is_an_error) {
 
 TEST_F(Transport, hands_the_tls_options_over_in_the_wrappers_order) {
   net.resolve(kServer, {kAddress});
-  saying_host host("");
-  net.serve(kAddress, 25, host, tav_test::tls_mode::implicit);
+  net.serve(kAddress, 25, host, tls_mode::implicit);
   for (const uint8_t first : {uint8_t{1}, uint8_t{2}}) {
     ASSERT_EQ(connect(), TAV_EML_OK);
     tls = {};
@@ -183,8 +155,7 @@ TEST_F(Transport, tells_why_tls_failed_and_leaves_no_handle) {
                {net_call::tls_connect, 0x7201001D, TAV_EML_ERR_TLS_CONNECT_REFUSED},
                {net_call::tls_connect, 0x72010006, TAV_EML_ERR_TLS_CONNECT}};
   net.resolve(kServer, {kAddress});
-  saying_host host("");
-  net.serve(kAddress, 25, host, tav_test::tls_mode::implicit);
+  net.serve(kAddress, 25, host, tls_mode::implicit);
   for (const auto& test : cases) {
     ASSERT_EQ(connect(), TAV_EML_OK);
     net.fail_from(test.call, 1, test.code);
@@ -197,7 +168,6 @@ TEST_F(Transport, tells_why_tls_failed_and_leaves_no_handle) {
 
 TEST_F(Transport, closes_a_socket_unless_its_shutdown_is_unheard_of) {
   net.resolve(kServer, {kAddress});
-  saying_host host("");
   net.serve(kAddress, 25, host);
   ASSERT_EQ(connect(), TAV_EML_OK);
   net.fail(net_call::shutdown, 1, -1);

@@ -206,6 +206,27 @@ def silent(connection):
     connection.close()
 
 
+def old_hello(connection):
+    """TLS 1.0 or nothing: it chooses that though it was not offered."""
+    connection.recv(65536)
+    connection.sendall(b"\x16\x03\x01\0\x2a\x02\0\0\x26\x03\x01" + b"r" * 32 + b"\0\0\x2f\0")
+    connection.recv(65536)
+    connection.close()
+
+
+def greeting(connection):
+    """Clear text from the start, where TLS is expected."""
+    connection.sendall(b"220 here\r\n")
+    connection.recv(65536)
+    connection.close()
+
+
+def alert(connection):
+    connection.recv(65536)
+    connection.sendall(b"\x15\x03\x03\0\x02\x02\x28")
+    connection.close()
+
+
 def no_tls(connection):
     connection.recv(65536)
     connection.sendall(b"500 what?\r\n" * 20)
@@ -252,8 +273,9 @@ class Trial:
             self.failures.check(answer.code != 0 and not server.was_trusted(), what, protocol, mode,
                                 answer, server.commands)
             self.failures.check(took < seconds, what, protocol, mode, f"{took:.1f} s")
-            self.failures.check(all(word in answer.error for word in words.split("|")), what,
-                                protocol, mode, f"{words!r} not in {answer.error!r}")
+            told = answer.error, answer.document.get("problem", "")
+            self.failures.check(all(word in text for word in words.split("|") for text in told),
+                                what, protocol, mode, f"{words!r} not in {told!r}")
         print(f"{what}: refused; \"{answer.error.strip()}\"")
 
 
@@ -279,24 +301,35 @@ def check_versions(trial, certificates):
     trial.accepts("TLS 1.2", only(ssl.TLSVersion.TLSv1_2))
     trial.accepts("TLS 1.3", only(ssl.TLSVersion.TLSv1_3))
     trial.accepts("TLS 1.3 wanted", only(ssl.TLSVersion.TLSv1_3), "--tls-min", "1.3")
-    trial.refuses("TLS 1.2 with 1.3 wanted", only(ssl.TLSVersion.TLSv1_2), "no TLS with localhost",
+    trial.refuses("TLS 1.2 with 1.3 wanted", only(ssl.TLSVersion.TLSv1_2),
+                  "no TLS with localhost|older than TLS 1.3; leave out --tls-min 1.3",
                   "--tls-min", "1.3")
-    trial.refuses("TLS 1.1", only(ssl.TLSVersion.TLSv1_1), "no TLS with localhost")
+    for name, hello in ("TLS 1.1", only(ssl.TLSVersion.TLSv1_1)), ("TLS 1.0 at once", old_hello):
+        trial.refuses(name, hello, "no TLS with localhost|older than TLS 1.2; ask")
     print("TLS 1.2 and 1.3: accepted")
 
 
 def check_misbehaviour(trial, certificates):
-    for hello in dropping, resetting, half_hello, no_tls:
-        trial.refuses(hello.__name__, hello, "no TLS with localhost")
-        trial.refuses(f"{hello.__name__}, unchecked", hello, "no TLS with localhost",
-                      "--tls-no-check")
-    trial.refuses("silent", silent, "localhost", seconds=3 * TIMEOUT)
+    upgraded, implicit = ([way for way in WAYS if way[1] == mode] for mode in ("starttls", "tls"))
+    cut = "cut the connection in the handshake; ask"
+    for hello, words, ways in (
+            (dropping, cut, WAYS), (resetting, cut, WAYS), (half_hello, cut, WAYS),
+            (alert, "handshake failure); ask", WAYS),
+            (no_tls, "is no TLS; try --tls implicit", upgraded),
+            (no_tls, "is no TLS; check the port, or try --tls starttls", implicit),
+            (greeting, "; check the port, or try --tls starttls", implicit),
+            (silent, "fell silent in the handshake; try again later", upgraded),
+            (silent, "fell silent in the handshake; check the port", implicit)):
+        for what, arguments in (hello.__name__, []), ("unchecked", ["--tls-no-check"]):
+            trial.refuses(what, hello, f"no TLS with localhost|{words}", *arguments, ways=ways,
+                          seconds=3 * TIMEOUT if hello == silent else 2 * TIMEOUT)
     good = handshake(certificates.context("right"))
     upgrades = {"smtp": b"250 here\r\n", "pop3": b"+OK\r\n"}
     for protocol, reply in upgrades.items():
         ways = [(protocol, "starttls")]
         for appended in reply, b"\x16", b"\r\n", reply * 100:
-            trial.refuses(f"{appended[:12]} behind the reply", good, "no TLS with localhost",
+            trial.refuses(f"{appended[:12]} behind the reply", good,
+                          "no TLS with localhost|more in clear text|; try --tls implicit",
                           ways=ways, appended=appended)
 
 

@@ -162,6 +162,28 @@ TEST(NetsockContract, bytes_read_one_by_one_come_in_order_up_to_the_end) {
   EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 1000), 0);
 }
 
+TEST(NetsockContract, flags_mean_what_the_system_means) {
+  pair p;
+  ASSERT_EQ(send(p.theirs, "12345678", 8, 0), 8);
+  char buffer[8] = {};
+  const stopwatch watch;
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 5, MSG_WAITALL, 2000), 5);
+  EXPECT_LT(watch.elapsed(), 1000);
+  EXPECT_EQ(read_one_by_one(p.ours, 1), "6");
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, buffer, 8, MSG_PEEK, 1000), 2);
+  EXPECT_EQ(read_one_by_one(p.ours, 2), "78");
+}
+
+TEST(NetsockContract, a_closed_socket_hands_out_nothing) {
+  pair p;
+  ASSERT_EQ(send(p.theirs, "bytes", 5, 0), 5);
+  EXPECT_EQ(read_one_by_one(p.ours, 2), "by");
+  EXPECT_EQ(tav_netsock_close(p.ours), 0);
+  char byte;
+  EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 100), TAV_NETSOCK_ERROR);
+  EXPECT_EQ(tav_netsock_send_timeo(p.ours, &byte, 1, 0, 100), TAV_NETSOCK_ERROR);
+}
+
 TEST(NetsockContract, a_new_socket_knows_nothing_of_the_one_before) {
   int32_t before = 0;
   {

@@ -10,6 +10,7 @@
 
 #include "socket_fixture.h"
 #include "tav_dbglog.h"
+#include "tav_wiretap.h"
 #include "test_certificates.h"
 #include "tls_channel.h"
 #include "tlsw.h"
@@ -299,6 +300,58 @@ TEST_F(TlsContract, a_peer_that_drops_is_an_error_and_not_an_end) {
   });
   EXPECT_EQ(start("localhost", {1}), TLSW_ERR_CONNECT);
   finish();
+}
+
+TEST_F(TlsContract, tells_an_observer_why_the_handshake_failed) {
+  use(certificate_kind::good);
+  // A TLS 1.0 server that answers all the same.
+  const std::string old_hello = std::string("\x16\3\1\0\x2A\2\0\0\x26\3\1", 11) +
+                                std::string(32, 'r') + std::string("\0\0\x2F\0", 4);
+  const struct {
+    std::string answer;
+    bool is_early;  // it does not wait for the client
+    bool hangs_up;
+    const char* reason;
+  } cases[] = {
+      {"220 hi\r\n", true, false, TAV_TLS_FAILED_CLEAR},
+      {"", false, false, TAV_TLS_FAILED_TIMEOUT},
+      {"\x16\3\3", false, false, TAV_TLS_FAILED_TIMEOUT},
+      {"", false, true, TAV_TLS_FAILED_CUT},
+      {"\x16\3\3", false, true, TAV_TLS_FAILED_CUT},
+      {"500 what?\r\n", false, false, TAV_TLS_FAILED_NOT_TLS},
+      {"500 what?\r\n", false, true, TAV_TLS_FAILED_NOT_TLS},
+      {"HTTP/1.1 400 Bad Request\r\n", false, true, TAV_TLS_FAILED_NOT_TLS},
+      {std::string("\x15\3\3\0\2\2\x46", 7), false, true, TAV_TLS_FAILED_VERSION},
+      {old_hello, false, false, TAV_TLS_FAILED_VERSION},
+      {std::string("\x15\3\3\0\2\2\x28", 7), false, true, "handshake failure"},
+  };
+  static std::vector<std::string> told;
+  for (const auto& test : cases) {
+    serve([&test](int fd) {
+      char hello[2000];
+      if (!test.is_early) recv(fd, hello, sizeof hello, 0);
+      send(fd, test.answer.data(), test.answer.size(), MSG_NOSIGNAL);
+      while (!test.hangs_up && recv(fd, hello, sizeof hello, 0) > 0) {
+      }
+    });
+    told.clear();
+    tav_wiretap_set(
+        [](void*, TAV_WIRETAP_EVENT event, const char* bytes, size_t length) {
+          if (event == TAV_WIRETAP_TLS_FAILED) told.emplace_back(bytes, length);
+        },
+        nullptr);
+    m_sock = connect_to("localhost", m_listener.port());
+    pollfd poll_fd = {m_sock, POLLIN, 0};
+    if (test.is_early) poll(&poll_fd, 1, 2000);
+    ASSERT_EQ(tlsw_init(&m_context), TLSW_OK);
+    const TLSW_CONNECT_PARAM param{m_sock, 300, {1, 0, 0, 0, 0}, {}};
+    EXPECT_NE(tlsw_connect_timeo(m_context, &param, &m_session), TLSW_OK);
+    finish();
+    m_server.join();
+    tav_wiretap_set(nullptr, nullptr);
+    ASSERT_EQ(told.size(), 1u) << test.answer;
+    EXPECT_NE(told[0].find(test.reason), std::string::npos) << told[0] << " for " << test.answer;
+  }
 }
 
 TEST_F(TlsContract, options_that_mean_nothing_are_refused) {

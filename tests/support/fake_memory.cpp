@@ -10,6 +10,7 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "fail_new.h"
 #include "osw.h"
@@ -19,7 +20,6 @@ struct UtlMutex {
   std::condition_variable freed;
   std::thread::id holder;
   bool held = false;
-  size_t takes = 0;
   size_t waiters = 0;
   size_t serial = 0;
 };
@@ -164,22 +164,9 @@ void fake_memory::fail(size_t nth) { script(nth, false); }
 void fake_memory::fail_from(size_t nth) { script(nth, true); }
 void fake_memory::never_fail() { script(0, false); }
 
-size_t fake_memory::allocations() const {
-  entry guard;
-  return state().calls;
-}
-
 bool fake_memory::failed() const {
   entry guard;
   return state().failed;
-}
-
-size_t fake_memory::live_blocks() const {
-  entry guard;
-  const size_t first = state().first_serial;
-  return static_cast<size_t>(
-      std::count_if(state().blocks.begin(), state().blocks.end(),
-                    [first](const auto& block) { return block.second.serial >= first; }));
 }
 
 size_t fake_memory::live_bytes() const {
@@ -192,17 +179,10 @@ size_t fake_memory::peak_bytes() const {
   return state().peak_bytes;
 }
 
-std::vector<fake_memory::mutex_state> fake_memory::mutexes() const {
-  entry guard;
-  std::vector<mutex_state> result;
-  for (const UtlMutex* mutex : state().mutexes)
-    result.push_back({mutex->held, mutex->takes, mutex->waiters});
-  return result;
-}
-
 bool fake_memory::any_mutex_held() const {
-  const auto all = mutexes();
-  return std::any_of(all.begin(), all.end(), [](const mutex_state& mutex) { return mutex.held; });
+  entry guard;
+  const auto& all = state().mutexes;
+  return std::any_of(all.begin(), all.end(), [](const UtlMutex* mutex) { return mutex->held; });
 }
 
 std::string fake_memory::problems() const {
@@ -270,11 +250,9 @@ int UtlOS::TakeMutex(UtlMutex* mutex) noexcept {
       state().faults.push_back("a mutex was never given back");
       return 0;
     }
-    mutex->takes = 0;
   }
   mutex->held = true;
   mutex->holder = self;
-  ++mutex->takes;
   return 1;
 }
 
@@ -283,7 +261,6 @@ int UtlOS::GiveMutex(UtlMutex* mutex) noexcept {
   entry guard;
   if (!mutex->held || mutex->holder != std::this_thread::get_id()) return 0;
   mutex->held = false;
-  mutex->takes = 0;
   mutex->freed.notify_one();
   return 1;
 }
@@ -305,6 +282,6 @@ void UtlOS::DeleteMutex(UtlMutex* mutex) noexcept {
   delete mutex;
 }
 
-void* osw_SubAllocMem(size_t size) { return UtlOS::MemAllocate(size); }
+void* osw_SubAllocMem(size_t size) noexcept { return UtlOS::MemAllocate(size); }
 
-void osw_OrgFreeMemPart(int32_t, void* block) { UtlOS::MemFree(block); }
+void osw_OrgFreeMemPart(int32_t, void* block) noexcept { UtlOS::MemFree(block); }

@@ -15,7 +15,6 @@
 
 #include <cstddef>
 #include <string>
-#include <vector>
 
 namespace tav_test {
 
@@ -30,22 +29,13 @@ class fake_memory {
   void fail(size_t nth);
   void fail_from(size_t nth);
   void never_fail();
-  // Attempts to allocate since the construction or the latest of the calls above.
-  size_t allocations() const;
   // True when a failure that was asked for has happened.
   bool failed() const;
 
-  // Blocks allocated and not yet freed, and their bytes.
-  size_t live_blocks() const;
+  // Bytes allocated and not yet freed, and the most that they were since the construction.
   size_t live_bytes() const;
-  size_t peak_bytes() const;  // the most that they were since the construction
+  size_t peak_bytes() const;
 
-  struct mutex_state {
-    bool held;
-    size_t takes;    // granted to the holder since it was free; they do not nest
-    size_t waiters;  // threads that wait for it now
-  };
-  std::vector<mutex_state> mutexes() const;  // the mutexes that exist, oldest first
   bool any_mutex_held() const;
 
   // One line for each leak, overrun, free of something that is not a live block, and misuse of a

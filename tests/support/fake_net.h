@@ -43,20 +43,16 @@ struct fake_tls_session {
 };
 
 struct fake_answer {
-  struct alignas(4) storage {
-    uint8_t bytes[28];
+  struct entry {
+    tav_netsock_addrinfo info;
+    alignas(4) uint8_t address[28];
   };
-  std::vector<storage> addresses;
-  std::vector<tav_netsock_addrinfo> entries;
+  std::list<entry> entries;  // which stay where they are when the answer is moved
 };
 
 struct call_record {
   std::optional<net_call> kind;  // none for a sleep
-  int32_t handle;
-  size_t received;   // bytes of a successful receive, else 0
-  std::string text;  // without them
-
-  std::string shown() const { return received > 0 ? text + " " + std::to_string(received) : text; }
+  std::string text;
 };
 
 struct fake_net {
@@ -103,9 +99,9 @@ struct fake_net {
   // Counts the call; the result that the script forces on it, if any.
   std::optional<int32_t> forced(net_call kind);
   // Writes the call down and gives its result back.
-  int32_t done(net_call kind, int32_t handle, const std::string& detail, int32_t result);
-  // The same for a transfer; `moved` is what a success moved.
-  int32_t transferred(net_call kind, int32_t handle, int32_t len, int32_t result, int64_t moved);
+  int32_t done(net_call kind, int32_t result, const std::string& detail = "");
+  // The same for a transfer of so many bytes.
+  int32_t transferred(net_call kind, int32_t result, int64_t moved);
 
   // Lets the peer's queue take effect as far as it needs no handshake.
   static void pump(fake_socket& sock);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "fake_net.h"
 #include "tav_netsock.h"
@@ -16,49 +17,27 @@ constexpr int32_t resolver_failure = -2;
 
 bool link_local(const uint8_t* addr) { return addr[0] == 0xfe && (addr[1] & 0xc0) == 0x80; }
 
-std::optional<int32_t> add_address(fake_answer& answer, const std::string& text) {
-  fake_answer::storage bytes = {};
+// Adds the address of a text, if it is one and of the wanted family.
+void add_address(fake_answer& answer, const std::string& text, int32_t wanted_family) {
   tav_netsock_sockaddr_in v4 = {};
   tav_netsock_sockaddr_in6 v6 = {};
-  if (inet_pton(AF_INET, text.c_str(), v4.addr) == 1) {
-    v4.family = TAV_NETSOCK_INET;
-    std::memcpy(bytes.bytes, &v4, sizeof v4);
-    answer.addresses.push_back(bytes);
-    return TAV_NETSOCK_INET;
-  }
-  if (inet_pton(AF_INET6, text.c_str(), v6.addr) == 1) {
-    v6.family = TAV_NETSOCK_INET6;
-    std::memcpy(bytes.bytes, &v6, sizeof v6);
-    answer.addresses.push_back(bytes);
-    return TAV_NETSOCK_INET6;
-  }
-  return std::nullopt;
-}
-
-// The list over the addresses of `texts` that the hints allow; null when there is none.
-tav_netsock_addrinfo* make_list(fake_answer& answer, const std::vector<std::string>& texts,
-                                int32_t wanted_family) {
-  std::vector<int32_t> families;
-  for (const std::string& text : texts) {
-    const auto family = add_address(answer, text);
-    if (!family) continue;
-    if (wanted_family != TAV_NETSOCK_UNSPEC && *family != wanted_family)
-      answer.addresses.pop_back();
-    else
-      families.push_back(*family);
-  }
-  answer.entries.resize(families.size());
-  for (size_t i = 0; i < families.size(); ++i) {
-    const int32_t len = families[i] == TAV_NETSOCK_INET ? 16 : 28;
-    answer.entries[i] = {0,
-                         families[i],
-                         TAV_NETSOCK_STREAM,
-                         TAV_NETSOCK_TCP,
-                         len,
-                         answer.addresses[i].bytes,
-                         i + 1 < families.size() ? &answer.entries[i + 1] : nullptr};
-  }
-  return answer.entries.empty() ? nullptr : answer.entries.data();
+  v4.family = TAV_NETSOCK_INET;
+  v6.family = TAV_NETSOCK_INET6;
+  const bool is_v4 = inet_pton(AF_INET, text.c_str(), v4.addr) == 1;
+  if (!is_v4 && inet_pton(AF_INET6, text.c_str(), v6.addr) != 1) return;
+  const int32_t family = is_v4 ? v4.family : v6.family;
+  if (wanted_family != TAV_NETSOCK_UNSPEC && wanted_family != family) return;
+  const size_t size = is_v4 ? sizeof v4 : sizeof v6;
+  fake_answer::entry& added = answer.entries.emplace_back();
+  std::memcpy(added.address, is_v4 ? static_cast<const void*>(&v4) : &v6, size);
+  added.info = {0,
+                family,
+                TAV_NETSOCK_STREAM,
+                TAV_NETSOCK_TCP,
+                static_cast<int32_t>(size),
+                added.address,
+                nullptr};
+  if (answer.entries.size() > 1) std::prev(answer.entries.end(), 2)->info.next = &added.info;
 }
 
 // The socket of a handle, or null. A handle of 0 or less is allowed by the contract; any other that
@@ -140,12 +119,13 @@ using tav_test::net_call;
 using tav_test::net_entry;
 
 int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
-                                const tav_netsock_addrinfo* hints, tav_netsock_addrinfo** list) {
+                                const tav_netsock_addrinfo* hints,
+                                tav_netsock_addrinfo** list) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return tav_test::resolver_failure;
   const std::string name = host ? host : "(null)";
   const auto finish = [&](int32_t result) {
-    return entry.net->done(net_call::resolve, 0, name, result);
+    return entry.net->done(net_call::resolve, result, name);
   };
   if (const auto result = entry.net->forced(net_call::resolve)) return finish(*result);
   if (host == nullptr || list == nullptr) {
@@ -153,69 +133,70 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
     return finish(TAV_NETSOCK_ERROR);
   }
   if (service != nullptr) entry.net->fault("resolve with a service, which is not faked");
-  tav_test::fake_answer answer;
   const auto found = entry.net->names.find(name);
-  const int32_t family = hints ? hints->family : int32_t{TAV_NETSOCK_UNSPEC};
-  tav_netsock_addrinfo* const head = tav_test::make_list(
-      answer, found == entry.net->names.end() ? std::vector<std::string>{name} : found->second,
-      family);
-  if (head == nullptr && found == entry.net->names.end()) return finish(tav_test::resolver_failure);
+  const bool is_known = found != entry.net->names.end();
+  tav_test::fake_answer answer;
+  for (const std::string& text : is_known ? found->second : std::vector<std::string>{name})
+    tav_test::add_address(answer, text, hints ? hints->family : int32_t{TAV_NETSOCK_UNSPEC});
+  if (answer.entries.empty() && !is_known) return finish(tav_test::resolver_failure);
+  tav_netsock_addrinfo* const head =
+      answer.entries.empty() ? nullptr : &answer.entries.front().info;
   if (head != nullptr) entry.net->answers.push_back(std::move(answer));
   *list = head;
   return finish(0);
 }
 
-void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) {
+void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
   net_entry entry;
   if (entry.net == nullptr || list == nullptr) return;
   auto& answers = entry.net->answers;
   const auto found = std::find_if(answers.begin(), answers.end(), [list](const auto& answer) {
-    return answer.entries.data() == list;
+    return &answer.entries.front().info == list;
   });
   if (found == answers.end()) return entry.net->fault("free of something not a resolver answer");
   answers.erase(found);
 }
 
-int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t) {
+int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   if (const auto result = entry.net->forced(net_call::socket))
-    return entry.net->done(net_call::socket, 0, "", *result);
+    return entry.net->done(net_call::socket, *result);
   const bool known =
       (family == TAV_NETSOCK_INET || family == TAV_NETSOCK_INET6) && type == TAV_NETSOCK_STREAM;
   if (!known) {
     entry.net->fault("socket of an unknown family or type");
-    return entry.net->done(net_call::socket, 0, "", TAV_NETSOCK_ERROR);
+    return entry.net->done(net_call::socket, TAV_NETSOCK_ERROR);
   }
   const int32_t handle = entry.net->next_socket++;  // never used twice, so late uses are seen
   entry.net->sockets[handle].family = family;
-  return entry.net->done(net_call::socket, handle, "", handle);
+  return entry.net->done(net_call::socket, handle);
 }
 
-int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) {
+int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   if (const auto result = entry.net->forced(net_call::set_scope))
-    return entry.net->done(net_call::set_scope, 0, "", *result);
+    return entry.net->done(net_call::set_scope, *result);
   tav_netsock_sockaddr_in6 v6 = {};
   if (addr != nullptr && addr_len == sizeof v6) std::memcpy(&v6, addr, sizeof v6);
   if (v6.family != TAV_NETSOCK_INET6 || !tav_test::link_local(v6.addr)) {
     entry.net->fault("set_scope of something not a link-local address");
-    return entry.net->done(net_call::set_scope, 0, "", TAV_NETSOCK_ERROR);
+    return entry.net->done(net_call::set_scope, TAV_NETSOCK_ERROR);
   }
   v6.scope_id = tav_test::fake_scope;
   std::memcpy(addr, &v6, sizeof v6);
-  return entry.net->done(net_call::set_scope, 0, "", 0);
+  return entry.net->done(net_call::set_scope, 0);
 }
 
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
-                                  int32_t timeout_ms) {
+                                  int32_t timeout_ms) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   auto& net = *entry.net;
   const std::string target = tav_test::target_of(net, addr, addr_len);
   const auto finish = [&](int32_t result) {
-    return net.done(net_call::connect, sock, target.empty() ? "?" : target, result);
+    return net.done(net_call::connect, result, target.empty() ? "?" : target);
   };
   net.begin(net_call::connect, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::connect);
@@ -234,12 +215,12 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t,
-                               int32_t timeout_ms) {
+                               int32_t timeout_ms) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   auto& net = *entry.net;
   const auto finish = [&](int32_t result) {
-    return net.transferred(net_call::send, sock, len, result, result);
+    return net.transferred(net_call::send, result, result);
   };
   net.begin(net_call::send, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::send);
@@ -248,12 +229,13 @@ int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int3
   return finish(allowed ? tav_test::send_to(net, *found, data, len) : TAV_NETSOCK_ERROR);
 }
 
-int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t, int32_t timeout_ms) {
+int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t,
+                               int32_t timeout_ms) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   auto& net = *entry.net;
   const auto finish = [&](int32_t result) {
-    return net.transferred(net_call::recv, sock, len, result, result);
+    return net.transferred(net_call::recv, result, result);
   };
   net.begin(net_call::recv, timeout_ms);
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::recv);
@@ -264,27 +246,27 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t, i
   return finish(found->peer_gone ? 0 : TAV_NETSOCK_TIMEOUT);
 }
 
-int32_t tav_netsock_shutdown(int32_t sock) {
+int32_t tav_netsock_shutdown(int32_t sock) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   fake_socket* const found = tav_test::open_socket(*entry.net, sock, net_call::shutdown);
   if (const auto result = entry.net->forced(net_call::shutdown))
-    return entry.net->done(net_call::shutdown, sock, "", *result);
+    return entry.net->done(net_call::shutdown, *result);
   if (found != nullptr) found->shut = true;
-  return entry.net->done(net_call::shutdown, sock, "", found ? 0 : TAV_NETSOCK_ERROR);
+  return entry.net->done(net_call::shutdown, found ? 0 : TAV_NETSOCK_ERROR);
 }
 
 // A close that fails has closed all the same, as the system's does.
-int32_t tav_netsock_close(int32_t sock) {
+int32_t tav_netsock_close(int32_t sock) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
   auto& net = *entry.net;
   fake_socket* const found = tav_test::open_socket(net, sock, net_call::close);
   const auto forced = net.forced(net_call::close);
-  if (found == nullptr) return net.done(net_call::close, sock, "", TAV_NETSOCK_ERROR);
+  if (found == nullptr) return net.done(net_call::close, TAV_NETSOCK_ERROR);
   for (const auto& session : net.sessions)
     if (session.second.sock == sock) net.fault("socket closed before its TLS was ended");
   if (found->peer) found->peer->closed();
   net.sockets.erase(sock);
-  return net.done(net_call::close, sock, "", forced.value_or(0));
+  return net.done(net_call::close, forced.value_or(0));
 }

@@ -1,7 +1,6 @@
 #include "fake_platform.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -49,13 +48,6 @@ bool is_timeout(net_call kind, int32_t result) {
                                    : result == TLSW_ERR_TIMEOUT;
 }
 
-std::string result_text(net_call kind, int32_t result) {
-  if (kind < net_call::tls_init) return std::to_string(result);
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(result));
-  return text;
-}
-
 std::string joined(const std::vector<std::string>& lines) {
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
@@ -97,20 +89,18 @@ std::optional<int32_t> fake_net::forced(net_call kind) {
   return std::nullopt;
 }
 
-int32_t fake_net::done(net_call kind, int32_t handle, const std::string& detail, int32_t result) {
+int32_t fake_net::done(net_call kind, int32_t result, const std::string& detail) {
   std::string text = name_of(kind);
   if (is_timeout(kind, result)) clock += limit;
   if (!detail.empty()) text += " " + detail;
   const bool plain = kind == net_call::socket ? result > 0 : result == 0;
-  if (!plain) text += " = " + result_text(kind, result);
-  records.push_back({kind, handle, 0, text});
+  if (!plain) text += " = " + std::to_string(result);
+  records.push_back({kind, text});
   idle_calls = 0;
   return result;
 }
 
-int32_t fake_net::transferred(net_call kind, int32_t handle, int32_t len, int32_t result,
-                              int64_t moved) {
-  const bool receives = kind == net_call::recv || kind == net_call::tls_read;
+int32_t fake_net::transferred(net_call kind, int32_t result, int64_t moved) {
   ++transfers;
   if (is_timeout(kind, result)) clock += limit;
   idle_calls = moved > 0 ? 0 : idle_calls + 1;
@@ -119,22 +109,9 @@ int32_t fake_net::transferred(net_call kind, int32_t handle, int32_t len, int32_
     std::abort();
   }
   // Dialogues are received byte by byte: a record for each would make the tests slow.
-  if (receives && moved > 0) {
-    call_record* const last = records.empty() ? nullptr : &records.back();
-    if (last == nullptr || last->kind != kind || last->handle != handle || last->received == 0) {
-      records.push_back({kind, handle, static_cast<size_t>(moved), name_of(kind)});
-    } else {
-      last->received += static_cast<size_t>(moved);
-    }
-    return result;
-  }
-  std::string text = name_of(kind);
-  if (!receives) text += " " + std::to_string(len);
-  if (moved < 0)
-    text += " = " + result_text(kind, result);
-  else if (receives || moved != len)
-    text += " = " + std::to_string(moved);
-  records.push_back({kind, handle, 0, text});
+  const bool receives = kind == net_call::recv || kind == net_call::tls_read;
+  if (!receives)
+    records.push_back({kind, std::string(name_of(kind)) + " " + std::to_string(moved)});
   return result;
 }
 
@@ -253,16 +230,10 @@ void fake_platform::device_settings(const CFG_EVENT_MAIL& record, int32_t result
   m_net->device_result = result;
 }
 
-std::vector<std::string> fake_platform::calls() const {
-  std::vector<std::string> result;
-  for (const call_record& record : m_net->records) result.push_back(record.shown());
-  return result;
-}
-
 std::vector<std::string> fake_platform::calls(const std::set<net_call>& kinds) const {
   std::vector<std::string> result;
   for (const call_record& record : m_net->records)
-    if (record.kind && kinds.count(*record.kind)) result.push_back(record.shown());
+    if (!record.kind || kinds.count(*record.kind)) result.push_back(record.text);
   return result;
 }
 
@@ -299,17 +270,17 @@ bool fake_platform::clean() const {
 
 }  // namespace tav_test
 
-int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) {
+int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) noexcept {
   tav_test::net_entry entry;
   if (entry.net == nullptr || record == nullptr) return -1;
   *record = entry.net->device;
   return entry.net->device_result;
 }
 
-void osw_Sleep(int32_t milliseconds) {
+void osw_Sleep(int32_t milliseconds) noexcept {
   tav_test::net_entry entry;
   if (entry.net == nullptr) return;
   entry.net->sleeps.push_back(milliseconds);
   entry.net->clock += milliseconds;
-  entry.net->records.push_back({std::nullopt, 0, 0, "sleep " + std::to_string(milliseconds)});
+  entry.net->records.push_back({std::nullopt, "sleep " + std::to_string(milliseconds)});
 }

@@ -90,12 +90,9 @@ class fake_platform {
 
   void device_settings(const CFG_EVENT_MAIL& record, int32_t result = CFG_OK);
 
-  // The calls as text: "resolve mail.example", "socket", "connect 192.0.2.1:25",
-  // "connect [2001:db8::1]:25", "send 12", "recv 34", "tls_init", "tls_connect", "tls_write 12",
-  // "tls_read 34", "tls_shutdown", "tls_term", "shutdown", "close", "sleep 300". What is not a
-  // plain success has its result behind it: "connect 192.0.2.1:25 = -2", "send 12 = 5". Successful
-  // receives in a row are one entry with the sum of their bytes.
-  std::vector<std::string> calls() const;
+  // Calls of these kinds, and sleeps, as text: "resolve mail.example", "socket", "send 12",
+  // "connect 192.0.2.1:25", "connect [2001:db8::1]:25", "close", "sleep 300". What is not a plain
+  // success has its result behind it: "connect 192.0.2.1:25 = -2". Receives are not written down.
   std::vector<std::string> calls(const std::set<net_call>& kinds) const;
   // The time-outs that calls of a kind were given.
   std::set<int64_t> timeouts(net_call kind) const;

@@ -9,6 +9,9 @@
 namespace tav_test {
 namespace {
 
+// Codes of the wrapper are far above what one call moves.
+bool is_code(int32_t moved) { return moved >= TLSW_ERR_PARAM; }
+
 std::string handle_text(uint32_t handle) { return std::to_string(handle); }
 
 // The handshake with the peer: it must be waiting for one, and must have nothing in flight that was
@@ -66,30 +69,49 @@ void drop_context(fake_net& net, uint32_t context) {
   net.contexts.erase(context);
 }
 
+// A read or write: `move` gives the count of bytes that it moved, or an error.
+template <typename Move>
+int32_t transfer(net_call kind, uint32_t session, const void* data, int32_t len, int32_t timeout_ms,
+                 int32_t* count, Move&& move) {
+  net_entry entry;
+  if (entry.net == nullptr || count == nullptr) return TLSW_ERR_PARAM;
+  fake_net& net = *entry.net;
+  net.begin(kind, timeout_ms);
+  fake_socket* const sock = protected_socket(net, session, kind);
+  const auto finish = [&](int32_t result, int32_t moved) {
+    if (result == TLSW_OK) *count = moved;
+    return net.transferred(kind, result, result == TLSW_OK ? moved : -1);
+  };
+  if (const auto result = net.forced(kind)) return finish(*result, 0);
+  if (sock == nullptr || data == nullptr || len < 0) return finish(TLSW_ERR_PARAM, 0);
+  const int32_t moved = move(net, *sock);
+  return is_code(moved) ? finish(moved, 0) : finish(TLSW_OK, moved);
+}
+
 }  // namespace
 }  // namespace tav_test
 
+using tav_test::fake_net;
 using tav_test::fake_socket;
 using tav_test::net_call;
 using tav_test::net_entry;
 
-int32_t tlsw_init(uint32_t* context) {
+int32_t tlsw_init(uint32_t* context) noexcept {
   net_entry entry;
   if (entry.net == nullptr || context == nullptr) return TLSW_ERR_PARAM;
   if (const auto result = entry.net->forced(net_call::tls_init))
-    return entry.net->done(net_call::tls_init, 0, "", *result);
+    return entry.net->done(net_call::tls_init, *result);
   *context = entry.net->next_tls_handle++;
   entry.net->contexts.insert(*context);
-  return entry.net->done(net_call::tls_init, 0, "", TLSW_OK);
+  return entry.net->done(net_call::tls_init, TLSW_OK);
 }
 
-int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param, uint32_t* session) {
+int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
+                           uint32_t* session) noexcept {
   net_entry entry;
   if (entry.net == nullptr || param == nullptr || session == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
-  const auto finish = [&](int32_t result) {
-    return net.done(net_call::tls_connect, param->sock, "", result);
-  };
+  const auto finish = [&](int32_t result) { return net.done(net_call::tls_connect, result); };
   net.begin(net_call::tls_connect, param->timeout_ms);
   std::memcpy(net.tls_records.emplace_back().data(), param, sizeof *param);
   if (net.contexts.count(context) == 0) {
@@ -101,43 +123,25 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param, ui
 }
 
 int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
-                        int32_t* count) {
-  net_entry entry;
-  if (entry.net == nullptr || count == nullptr) return TLSW_ERR_PARAM;
-  auto& net = *entry.net;
-  const auto finish = [&](int32_t result, int32_t moved) {
-    if (result == TLSW_OK) *count = moved;
-    return net.transferred(net_call::tls_read, static_cast<int32_t>(session), len, result,
-                           result == TLSW_OK ? moved : -1);
+                        int32_t* count) noexcept {
+  const auto read = [=](fake_net& net, fake_socket& sock) {
+    if (net.has_more(sock)) return net.take(sock, data, len);
+    return sock.peer_gone ? 0 : int32_t{TLSW_ERR_TIMEOUT};
   };
-  net.begin(net_call::tls_read, timeout_ms);
-  fake_socket* const sock = tav_test::protected_socket(net, session, net_call::tls_read);
-  if (const auto result = net.forced(net_call::tls_read)) return finish(*result, 0);
-  if (sock == nullptr || data == nullptr || len < 0) return finish(TLSW_ERR_PARAM, 0);
-  if (net.has_more(*sock)) return finish(TLSW_OK, net.take(*sock, data, len));
-  return finish(sock->peer_gone ? TLSW_OK : TLSW_ERR_TIMEOUT, 0);
+  return tav_test::transfer(net_call::tls_read, session, data, len, timeout_ms, count, read);
 }
 
 int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_t timeout_ms,
-                         int32_t* count) {
-  net_entry entry;
-  if (entry.net == nullptr || count == nullptr) return TLSW_ERR_PARAM;
-  auto& net = *entry.net;
-  const auto finish = [&](int32_t result, int32_t moved) {
-    if (result == TLSW_OK) *count = moved;
-    return net.transferred(net_call::tls_write, static_cast<int32_t>(session), len, result,
-                           result == TLSW_OK ? moved : -1);
+                         int32_t* count) noexcept {
+  const auto write = [=](fake_net& net, fake_socket& sock) {
+    if (sock.peer_gone) return int32_t{TLSW_ERR_WRITE};
+    return sock.peer ? net.give(sock, data, len) : len;
   };
-  net.begin(net_call::tls_write, timeout_ms);
-  fake_socket* const sock = tav_test::protected_socket(net, session, net_call::tls_write);
-  if (const auto result = net.forced(net_call::tls_write)) return finish(*result, 0);
-  if (sock == nullptr || data == nullptr || len < 0) return finish(TLSW_ERR_PARAM, 0);
-  if (sock->peer_gone) return finish(TLSW_ERR_WRITE, 0);
-  return finish(TLSW_OK, sock->peer ? net.give(*sock, data, len) : len);
+  return tav_test::transfer(net_call::tls_write, session, data, len, timeout_ms, count, write);
 }
 
 // A shutdown that fails has ended the session all the same: there is nothing else to do with it.
-int32_t tlsw_shutdown(uint32_t session) {
+int32_t tlsw_shutdown(uint32_t session) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
@@ -147,10 +151,10 @@ int32_t tlsw_shutdown(uint32_t session) {
   if (found != net.sessions.end()) found->second.ended = true;
   if (sock != nullptr) tav_test::fake_net::peer_leaves(*sock);
   const int32_t result = sock ? TLSW_OK : TLSW_ERR_PARAM;
-  return net.done(net_call::tls_shutdown, 0, "", forced.value_or(result));
+  return net.done(net_call::tls_shutdown, forced.value_or(result));
 }
 
-int32_t tlsw_term(uint32_t context) {
+int32_t tlsw_term(uint32_t context) noexcept {
   net_entry entry;
   if (entry.net == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
@@ -160,5 +164,5 @@ int32_t tlsw_term(uint32_t context) {
     tav_test::drop_context(net, context);
   else
     net.fault("tls_term of TLS context " + tav_test::handle_text(context) + ", which is none");
-  return net.done(net_call::tls_term, 0, "", forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
+  return net.done(net_call::tls_term, forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
 }

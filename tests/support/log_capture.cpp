@@ -14,12 +14,6 @@ std::vector<log_line> log_capture::lines() const {
   return m_lines;
 }
 
-std::vector<std::string> log_capture::texts() const {
-  std::vector<std::string> result;
-  for (const log_line& line : lines()) result.push_back(line.text);
-  return result;
-}
-
 size_t log_capture::count(std::string_view part) const {
   std::lock_guard lock(m_mutex);
   size_t found = 0;

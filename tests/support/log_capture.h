@@ -25,7 +25,6 @@ class log_capture {
   log_capture& operator=(const log_capture&) = delete;
 
   std::vector<log_line> lines() const;
-  std::vector<std::string> texts() const;
   bool contains(std::string_view part) const { return count(part) != 0; }
   size_t count(std::string_view part) const;  // lines that hold `part`
   std::string all() const;                    // one text, for the message of a failed check

@@ -14,13 +14,6 @@ using words = std::vector<std::string>;
 
 constexpr size_t whole_message = SIZE_MAX;
 
-std::string upper(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return result;
-}
-
 bool accepted(const std::string& reply) { return reply.compare(0, 3, "+OK") == 0; }
 
 std::string ok(const std::string& text) { return "+OK " + text + "\r\n"; }
@@ -189,7 +182,7 @@ void pop3_session::line(std::string_view text) {
 // lost its place.
 void pop3_session::command(std::string_view text) {
   const size_t blank = text.find(' ');
-  const std::string verb = upper(text.substr(0, blank));
+  const std::string verb = upper_case(text.substr(0, blank));
   const auto known = std::find_if(std::begin(commands), std::end(commands),
                                   [&](const command_entry& c) { return verb == c.verb; });
   if (known == std::end(commands)) {

@@ -37,41 +37,9 @@ void scripted_host::close_at(const std::string& verb, size_t nth, const std::str
   m_script[{verb, nth}] = {last_words, true};
 }
 
-void scripted_host::close_after(size_t received_bytes, size_t connection) {
-  m_closeAfter[connection] = received_bytes;
-}
-
 size_t scripted_host::occurrences(const std::string& verb) const {
   const auto found = m_occurrences.find(verb);
   return found == m_occurrences.end() ? 0 : found->second;
-}
-
-std::string scripted_host::client_bytes(size_t connection) const {
-  return client_bytes_in_clear(connection) + client_bytes_under_tls(connection);
-}
-
-std::string scripted_host::client_bytes_in_clear(size_t connection) const {
-  const connection_record* found = record(connection);
-  return found ? found->in_clear : "";
-}
-
-std::string scripted_host::client_bytes_under_tls(size_t connection) const {
-  const connection_record* found = record(connection);
-  return found ? found->under_tls : "";
-}
-
-std::string scripted_host::server_bytes(size_t connection) const {
-  const connection_record* found = record(connection);
-  return found ? found->from_server : "";
-}
-
-bool scripted_host::closed_by_client(size_t connection) const {
-  const connection_record* found = record(connection);
-  return found != nullptr && found->closed_by_client;
-}
-
-void scripted_host::stream_transcript(std::function<void(const std::string&)> sink) {
-  m_sink = std::move(sink);
 }
 
 std::optional<scripted_host::scripted_reply> scripted_host::take_reply(const std::string& verb) {
@@ -83,20 +51,22 @@ std::optional<scripted_host::scripted_reply> scripted_host::take_reply(const std
 }
 
 void scripted_host::write(size_t connection, const std::string& line) {
-  const auto put = [this](const std::string& text) {
-    if (m_sink)
-      m_sink(text);
-    else
-      m_transcript.push_back(text);
-  };
-  if (connection != m_lastWriter) put("-- connection " + std::to_string(connection));
+  if (!m_sink) return;
+  if (connection != m_lastWriter) m_sink("-- connection " + std::to_string(connection));
   m_lastWriter = connection;
-  put(line);
+  m_sink(line);
 }
 
-const scripted_host::connection_record* scripted_host::record(size_t connection) const {
-  if (connection == 0 || connection > m_connections.size()) return nullptr;
-  return &m_connections[connection - 1];
+const scripted_host::connection_record& scripted_host::connection(size_t nth) const {
+  static const connection_record none;
+  return nth > 0 && nth <= m_connections.size() ? m_connections[nth - 1] : none;
+}
+
+std::string upper_case(std::string_view text) {
+  std::string result(text);
+  for (char& c : result)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return result;
 }
 
 scripted_session::scripted_session(scripted_host& host) : m_host(host) {
@@ -108,21 +78,17 @@ void scripted_session::connected(bool tls) {
   m_tls = tls;
   if (tls) m_host.write(m_number, "-- TLS");
   reply(scripted_host::greeting, greeting_text());
-  if (bytes_allowed(1) == 0) hang_up();
 }
 
 void scripted_session::received(std::string_view bytes) {
   if (m_hungUp) return;
-  const size_t allowed = bytes_allowed(bytes.size());
-  const std::string_view taken = bytes.substr(0, allowed);
-  m_received += allowed;
   if (!m_host.m_sink) {
     auto& record = m_host.m_connections[m_number - 1];
-    (m_tls ? record.under_tls : record.in_clear).append(taken);
+    (m_tls ? record.under_tls : record.in_clear).append(bytes);
   }
-  m_pending.append(taken);
+  m_pending.append(bytes);
   deliver_lines();
-  if (bytes_allowed(1) == 0 || m_pending.size() > max_line) hang_up();
+  if (m_pending.size() > max_line) hang_up();
 }
 
 void scripted_session::tls_started() {
@@ -165,15 +131,6 @@ void scripted_session::heard(std::string_view text) {
   m_host.write(m_number, "C: " + printable(text));
 }
 
-size_t scripted_session::bytes_allowed(size_t offered) const {
-  for (const size_t connection : {m_number, scripted_host::every}) {
-    const auto limit = m_host.m_closeAfter.find(connection);
-    if (limit == m_host.m_closeAfter.end()) continue;
-    return std::min(offered, limit->second - std::min(limit->second, m_received));
-  }
-  return offered;
-}
-
 void scripted_session::deliver_lines() {
   size_t begin = 0;
   while (!m_hungUp && !m_awaitsTls) {
@@ -189,7 +146,6 @@ void scripted_session::deliver_lines() {
 
 void scripted_session::say(const std::string& bytes) {
   if (bytes.empty()) return;
-  if (!m_host.m_sink) m_host.m_connections[m_number - 1].from_server += bytes;
   for (size_t begin = 0; begin < bytes.size();) {
     const size_t end = std::min(bytes.find('\n', begin), bytes.size() - 1) + 1;
     const auto line = std::string_view(bytes).substr(begin, end - begin);

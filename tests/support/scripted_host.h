@@ -35,26 +35,23 @@ class scripted_host : public mail_host {
   void reply_to(const std::string& verb, size_t nth, const std::string& bytes);
   void silence_at(const std::string& verb, size_t nth);
   void close_at(const std::string& verb, size_t nth, const std::string& last_words = "");
-  // Closes a connection as soon as it has brought so many bytes; later ones are never seen.
-  void close_after(size_t received_bytes, size_t connection = every);
 
   size_t connections() const { return m_connections.size(); }
   size_t occurrences(const std::string& verb) const;
 
   // Exact bytes of a connection, "" when there was none.
-  std::string client_bytes(size_t connection = 1) const;
-  std::string client_bytes_in_clear(size_t connection = 1) const;
-  std::string client_bytes_under_tls(size_t connection = 1) const;
-  std::string server_bytes(size_t connection = 1) const;
+  std::string client_bytes_in_clear(size_t nth = 1) const { return connection(nth).in_clear; }
+  std::string client_bytes_under_tls(size_t nth = 1) const { return connection(nth).under_tls; }
+  std::string client_bytes(size_t nth = 1) const {
+    return client_bytes_in_clear(nth) + client_bytes_under_tls(nth);
+  }
   // False until the client has closed the connection.
-  bool closed_by_client(size_t connection = 1) const;
+  bool closed_by_client(size_t nth = 1) const { return connection(nth).closed_by_client; }
 
-  // The dialogue as lines "C: ..." and "S: ...", without credentials, message texts and control
-  // characters. Lines "-- connection 2" tell whose turn it is.
-  const std::vector<std::string>& transcript() const { return m_transcript; }
-
-  // For a host that runs long: transcript lines go to `sink` and bytes are not kept.
-  void stream_transcript(std::function<void(const std::string&)> sink);
+  // For a host that runs long: bytes are not kept, and the dialogue goes to `sink` as lines "C:
+  // ..." and "S: ...", without credentials, message texts and control characters. Lines "--
+  // connection 2" tell whose turn it is.
+  void stream_transcript(std::function<void(const std::string&)> sink) { m_sink = std::move(sink); }
 
  private:
   friend class scripted_session;
@@ -64,23 +61,23 @@ class scripted_host : public mail_host {
     bool close;
   };
   struct connection_record {
-    std::string in_clear, under_tls, from_server;
+    std::string in_clear, under_tls;
     bool closed_by_client = false;
   };
   using point = std::pair<std::string, size_t>;  // verb and occurrence
 
   std::optional<scripted_reply> take_reply(const std::string& verb);
   void write(size_t connection, const std::string& line);
-  const connection_record* record(size_t connection) const;
+  const connection_record& connection(size_t nth) const;
 
   std::map<point, scripted_reply> m_script;
   std::map<std::string, size_t> m_occurrences;
-  std::map<size_t, size_t> m_closeAfter;  // by connection, `every` included
   std::vector<connection_record> m_connections;
-  std::vector<std::string> m_transcript;
   size_t m_lastWriter = 0;
   std::function<void(const std::string&)> m_sink;
 };
+
+std::string upper_case(std::string_view text);
 
 // One connection of a scripted host: takes bytes in any slicing, hands on lines.
 class scripted_session : public mail_peer {
@@ -111,13 +108,11 @@ class scripted_session : public mail_peer {
   void heard(std::string_view text);
 
  private:
-  size_t bytes_allowed(size_t offered) const;
   void deliver_lines();
   void say(const std::string& bytes);
 
   scripted_host& m_host;
   size_t m_number;
-  size_t m_received = 0;
   bool m_tls = false;
   bool m_awaitsTls = false;
   bool m_hungUp = false;

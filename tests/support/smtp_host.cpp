@@ -7,13 +7,6 @@
 namespace tav_test {
 namespace {
 
-std::string upper(std::string_view text) {
-  std::string result(text);
-  for (char& c : result)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return result;
-}
-
 bool begins(std::string_view text, std::string_view head) {
   return text.substr(0, head.size()) == head;
 }
@@ -28,7 +21,7 @@ struct mail_path {
 
 // argument = keyword "<" [address] ">" [SP parameters]; a quoted local part may hold a ">".
 std::optional<mail_path> parse_path(std::string_view argument, std::string_view keyword) {
-  if (upper(argument.substr(0, keyword.size())) != keyword) return std::nullopt;
+  if (upper_case(argument.substr(0, keyword.size())) != keyword) return std::nullopt;
   argument.remove_prefix(keyword.size());
   if (!begins(argument, "<")) return std::nullopt;
   bool quoted = false;
@@ -40,7 +33,7 @@ std::optional<mail_path> parse_path(std::string_view argument, std::string_view 
   if (end >= argument.size()) return std::nullopt;
   const std::string_view rest = argument.substr(end + 1);
   if (!rest.empty() && rest[0] != ' ') return std::nullopt;
-  return mail_path{std::string(argument.substr(1, end - 1)), upper(rest)};
+  return mail_path{std::string(argument.substr(1, end - 1)), upper_case(rest)};
 }
 
 size_t declared_size(const std::string& parameters) {
@@ -55,7 +48,7 @@ size_t declared_size(const std::string& parameters) {
 
 // A word that is not known as a mechanism may be a misplaced credential.
 std::string auth_for_transcript(const std::string& argument) {
-  const std::string mechanism = upper(argument.substr(0, argument.find(' ')));
+  const std::string mechanism = upper_case(argument.substr(0, argument.find(' ')));
   const auto known = {"PLAIN", "LOGIN", "CRAM-MD5", "DIGEST-MD5"};
   if (std::find(known.begin(), known.end(), mechanism) == known.end()) return "AUTH [masked]";
   return "AUTH " + mechanism + (mechanism.size() == argument.size() ? "" : " [masked]");
@@ -82,14 +75,21 @@ class smtp_session final : public scripted_session {
 
   void command(std::string_view text);
   void ehlo(const std::string& argument);
-  void helo(const std::string& argument);
+  void helo(const std::string& argument) {
+    greet("HELO", argument, "250 " + m_host.m_name + "\r\n");
+  }
+  void greet(const char* verb, const std::string& name, const std::string& answer);
   void starttls(const std::string& argument);
   void mail(const std::string& argument);
   void rcpt(const std::string& argument);
   void data(const std::string& argument);
-  void rset(const std::string& argument);
-  void noop(const std::string& argument);
-  void quit(const std::string& argument);
+  void rset(const std::string&) {
+    if (accepted(reply("RSET", "250 2.0.0 ok\r\n"))) reset_mail();
+  }
+  void noop(const std::string&) { reply("NOOP", "250 2.0.0 ok\r\n"); }
+  void quit(const std::string&) {
+    if (accepted(reply("QUIT", "221 2.0.0 bye\r\n"))) hang_up();
+  }
 
   void other(const std::string& verb, const std::string& argument);
   void auth_reply(const std::string& sent);
@@ -141,7 +141,7 @@ void smtp_session::forget() {
 }
 
 void smtp_session::command(std::string_view text) {
-  const std::string verb = upper(text.substr(0, text.find(' ')));
+  const std::string verb = upper_case(text.substr(0, text.find(' ')));
   const std::string argument(text.substr(std::min(text.size(), verb.size() + 1)));
   for (const command_entry& entry : commands) {
     if (verb != entry.verb) continue;
@@ -157,17 +157,13 @@ void smtp_session::ehlo(const std::string& argument) {
   std::string answer;
   for (size_t i = 0; i < lines.size(); ++i)
     answer += (i + 1 < lines.size() ? "250-" : "250 ") + lines[i] + "\r\n";
-  if (argument.empty()) answer = "501 5.5.4 EHLO needs a name\r\n";
-  if (!accepted(reply("EHLO", answer))) return;
-  m_helo = argument;
-  reset_mail();
+  greet("EHLO", argument, answer);
 }
 
-void smtp_session::helo(const std::string& argument) {
-  const std::string answer =
-      argument.empty() ? "501 5.5.4 HELO needs a name\r\n" : "250 " + m_host.m_name + "\r\n";
-  if (!accepted(reply("HELO", answer))) return;
-  m_helo = argument;
+void smtp_session::greet(const char* verb, const std::string& name, const std::string& answer) {
+  const std::string sent = reply(verb, name.empty() ? "501 5.5.4 a name is needed\r\n" : answer);
+  if (!accepted(sent)) return;
+  m_helo = name;
   reset_mail();
 }
 
@@ -213,16 +209,6 @@ void smtp_session::data(const std::string& argument) {
   m_mode = mode::data;
   m_dataBytes = 0;
   m_atLineStart = true;
-}
-
-void smtp_session::rset(const std::string&) {
-  if (accepted(reply("RSET", "250 2.0.0 ok\r\n"))) reset_mail();
-}
-
-void smtp_session::noop(const std::string&) { reply("NOOP", "250 2.0.0 ok\r\n"); }
-
-void smtp_session::quit(const std::string&) {
-  if (accepted(reply("QUIT", "221 2.0.0 bye\r\n"))) hang_up();
 }
 
 // Only the name of a command that somebody set up is shown: an unknown line may be a credential of

@@ -4,22 +4,19 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <future>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "loopback_server.h"
-#include "quorvelmida/taveml.h"
 #include "smtp_host.h"
 #include "test_certificates.h"
-#include "utl_os.h"
+#include "values.h"
 
 namespace {
 
@@ -61,16 +58,6 @@ void fill(tav_eml_smtp_send_mail& mail, const std::string& subject) {
   mail.set_message_id("1@b");
 }
 
-TAV_EML_RESULT send_piece(tav_eml_smtp_boundary& boundary, tav_eml_smtp_send_mail& mail,
-                          const std::string& text) {
-  void* block = UtlOS::MemAllocate(text.size() + 1);
-  if (block == nullptr) return TAV_EML_ERR_NO_MEMORY;
-  std::memcpy(block, text.c_str(), text.size() + 1);
-  long length = static_cast<long>(text.size());
-  if (mail.set_buffer(block, length) == 0) UtlOS::MemFree(block);
-  return boundary.send_body(mail);
-}
-
 // The body of a mail: its name again and again, with Japanese around it, in pieces that leave
 // base64 groups open.
 constexpr size_t kPieces = 5;
@@ -82,8 +69,10 @@ TAV_EML_RESULT send_mail(tav_eml_smtp_boundary& boundary, const std::string& nam
   tav_eml_smtp_send_mail mail;
   fill(mail, name);
   TAV_EML_RESULT result = boundary.send_header(mail);
-  for (size_t i = 0; result == TAV_EML_OK && i < pieces; ++i)
-    result = send_piece(boundary, mail, piece_of(name));
+  for (size_t i = 0; result == TAV_EML_OK && i < pieces; ++i) {
+    tav_test::give(mail, piece_of(name));
+    result = boundary.send_body(mail);
+  }
   if (result != TAV_EML_OK || pieces < kPieces) {
     boundary.abort_mail();
     return result;
@@ -144,54 +133,6 @@ TEST(Lock, threads_that_share_an_object_send_one_mail_after_the_other) {
   EXPECT_EQ(inside, 0);
   EXPECT_EQ(host.connections(), kThreads * kRounds);
   EXPECT_EQ(whole_mails(host).size(), sent);
-}
-
-// Runs a call on another thread, which must wait for the lock.
-class waiting_call {
- public:
-  explicit waiting_call(std::function<TAV_EML_RESULT()> call)
-      : m_result(std::async(std::launch::async, std::move(call))) {}
-  bool still_waits() { return m_result.wait_for(kAWhile) == std::future_status::timeout; }
-  TAV_EML_RESULT result() { return m_result.get(); }
-
- private:
-  static constexpr std::chrono::milliseconds kAWhile{50};
-  std::future<TAV_EML_RESULT> m_result;
-};
-
-TEST(Lock, is_kept_by_a_connect_that_failed_and_released_by_close_and_abort) {
-  smtp_host host;
-  host.reply_to(smtp_host::greeting, 1, "554 no\r\n");
-  loopback_server server;
-  const tav_eml_smtp_settings settings(setting_for(server.listen(host)));
-  server.start();
-  tav_eml_smtp_boundary shared(settings);
-
-  EXPECT_NE(shared.connect_mail(), TAV_EML_OK);
-  std::promise<void> connected;
-  std::promise<void> may_abort;
-  waiting_call second([&] {
-    const TAV_EML_RESULT result = shared.connect_mail();
-    connected.set_value();
-    may_abort.get_future().wait();
-    shared.abort_mail();  // only the thread that has the lock can release it
-    return result;
-  });
-  EXPECT_TRUE(second.still_waits());
-  EXPECT_EQ(shared.abort_mail(), TAV_EML_OK);  // there is no session, so nothing is released
-  EXPECT_TRUE(second.still_waits());
-  EXPECT_EQ(shared.close_mail(), TAV_EML_ERR_UNKNOWN);
-
-  // A test waits for the end of the second thread's session.
-  connected.get_future().wait();
-  waiting_call third([&] { return shared.test(); });
-  EXPECT_TRUE(third.still_waits());
-  may_abort.set_value();
-  EXPECT_EQ(second.result(), TAV_EML_OK);
-  EXPECT_EQ(third.result(), TAV_EML_OK);
-  EXPECT_EQ(shared.connect_mail(), TAV_EML_OK) << "a test keeps nothing";
-  EXPECT_EQ(shared.close_mail(), TAV_EML_OK);
-  server.stop();
 }
 
 TEST(Threads, objects_of_their_own_do_not_disturb_each_other) {

@@ -145,6 +145,28 @@ TEST(DialogueView, keeps_what_an_explanation_needs) {
   EXPECT_FALSE(view->was_accepted());
 }
 
+TEST(DialogueView, tells_of_a_failed_handshake_and_of_a_line_without_end) {
+  dialogue_view* view = nullptr;
+  const step failed = {TAV_WIRETAP_TLS_FAILED, "no\x1b[2J answer"};
+  EXPECT_EQ(shown({kConnected, failed}, 7, &view).back(), "* TLS failed: no [2J answer");
+  EXPECT_EQ(view->tls_failure(), "no [2J answer");
+  shown({failed, kConnected}, 7, &view);
+  EXPECT_EQ(view->tls_failure(), "") << "of another connection";
+  std::vector<step> steps = {kConnected, s("+OK\r\n"), c("RETR 1\r\n"), s("+OK\r\nx\r\n"),
+                             s(std::string(5000, 'x'))};
+  for (const size_t slice : {size_t{1}, size_t{999}, size_t{9999}}) {
+    shown(steps, slice, &view);
+    EXPECT_EQ(view->unfinished_line(), 5000u);
+  }
+  steps.push_back(s("\r\nx"));
+  shown(steps, 999, &view);
+  EXPECT_EQ(view->unfinished_line(), 1u);
+  steps.push_back(kConnected);
+  steps.push_back(s(std::string(9, '+')));
+  shown(steps, 999, &view);
+  EXPECT_EQ(view->unfinished_line(), 0u) << "no line of a message";
+}
+
 TEST(DialogueView, bounds_what_it_keeps) {
   dialogue_view* view = nullptr;
   std::vector<step> steps = {kConnected};

@@ -120,10 +120,15 @@ def check_hostile_forms(folder):
                       for i in levels) + b"\r\ncore\r\n" + b"".join(
                           b"--n%d--\r\n" % i for i in reversed(levels))
     multipart = b"Content-Type: multipart/mixed; boundary=b\r\n\r\n"
+    too_long = "longer than the library takes (4095 bytes)|another program"
     cases = [
         ("nested", nested, 0, "text/plain"),
-        ("long line", mail("x", b"x" * 4096 + b"\r\n"), DATA, "longer than mail allows"),
-        ("very long line", mail("x", b"x" * 100000 + b"\r\n"), DATA, "longer than mail allows"),
+        ("longest line", mail("x", b"x" * 4093 + b"\r\n"), 0, "2 new mails"),
+        ("long line", mail("x", b"x" * 4094 + b"\r\n"), DATA, too_long),
+        ("very long line", mail("x", b"x" * 100000 + b"\r\n"), DATA, too_long),
+        ("long header line", b"X: " + b"x" * 5000 + b"\r\n" + mail("x"), DATA, too_long),
+        ("long line in a part", multipart + b"--b\r\nX: " + b"x" * 5000 + b"\r\n\r\nx\r\n--b--\r\n",
+         DATA, too_long),
         ("no parts", multipart + b"lost text\r\n", DATA, "nothing was saved"),
         ("no header", b"\r\n", 0, "2 new mails"),
         ("nothing", b"", 0, "2 new mails"),
@@ -137,6 +142,15 @@ def check_hostile_forms(folder):
         output = receive(peer, folder, "-d", box, "--delete", code=code, words=words)
         assert "behind it" in output and 2 in peer.deleted, (name, output)
         assert (1 in peer.deleted) == (code == 0), (name, peer.deleted)
+    own = os.path.join(folder, "hopeless")
+    os.mkdir(own)
+    peer = Pop3Peer([b"X: " + b"x" * 5000 + b"\r\n" + mail("x")])
+    for words in too_long, too_long, "it is not tried again":
+        receive(peer, own, "-d", os.path.join(own, "box"), code=DATA, words=words)
+    receive(peer, own, "-d", os.path.join(own, "box"), words="0 new mails")
+    # What only looks like it: a reply that is no yes, though it begins like one.
+    peer = Pop3Peer([mail("x")], replies={"RETR": b"+\r\n"})
+    receive(peer, own, "--all", "-d", own + "/box", code=TEMPORARY, words="refused a mail")
 
 
 def check_broken_connections(folder):

@@ -123,6 +123,25 @@ def check_servers(certificates):
     assert done.returncode == 0 and b"250 taken" in done.stdout, done
 
 
+def check_doctor():
+    """What the examination of a server with these replies says."""
+    pop3 = ["--protocol", "pop3", "-u", "anna", "--password-command", "echo geheim"]
+    for words, replies, arguments in (
+            ("greeting|greets as pop3: +OK hi|use --protocol pop3,", [b"+OK hi\r\n"], []),
+            ("greeting|greets as smtp: 220 hi|use --protocol smtp,", [b"220 hi\r\n"], pop3),
+            ("TLS handshake|cut the connection|ask whoever", [], ["--tls", "implicit"]),
+            ("TLS handshake|more in clear|--tls implicit",
+             [b"220 hi\r\n", b"250 STARTTLS\r\n", b"220 go\r\n250 hi\r\n"], [])):
+        for output in [], ["--json"]:
+            server = f"127.0.0.1:{Peer(replies, probes=1).port}"
+            done = tavmail("doctor", "-s", server, "--timeout", "2", *arguments, *output)
+            text = done.stdout.decode()
+            assert done.returncode == PROTOCOL and text.count("FAIL") + len(output) == 1, done
+            assert max(map(len, text.splitlines())) <= 80 or output, text
+            for word in words.split("|"):
+                assert word in " ".join(text.split()), (word, text)
+
+
 def check_mail(folder, host, send):
     data = os.urandom(300_001)
     path = os.path.join(folder, "scan.pdf")
@@ -176,6 +195,7 @@ def main():
                     os.path.join(certificates, "ca.pem")]
             check_bad_input(folder, send)
             check_servers(certificates)
+            check_doctor()
             check_mail(folder, spool, send)
             check_memory(folder, send)
             untrusted = [*send[:5], "--ca-file", os.devnull, "-t", "b@c.d", "--text", "x"]

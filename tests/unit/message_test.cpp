@@ -13,13 +13,12 @@
 
 #include "fake_memory.h"
 #include "fake_platform.h"
-#include "log_capture.h"
-#include "quorvelmida/taveml.h"
-#include "utl_os.h"
+#include "values.h"
 
 namespace {
 
 using namespace quorvelmida;
+using namespace tav_test;
 using address = tav_eml_mlutl_mail_address;
 using texts = std::vector<std::string>;
 
@@ -95,16 +94,7 @@ void fill(tav_eml_smtp_send_mail& mail) {
 }
 
 std::string header_of(tav_eml_smtp_send_mail& mail) {
-  char* text = reinterpret_cast<char*>(1);
-  long length = 9;
-  if (mail.make_header(text, length) == 0) {
-    EXPECT_EQ(text, nullptr);
-    EXPECT_EQ(length, 0);
-    return "(failed)";
-  }
-  const std::string result(text, static_cast<size_t>(length));
-  UtlOS::MemFree(text);
-  return result;
+  return result_of([&](char*& text, long& length) { return mail.make_header(text, length); });
 }
 
 TEST(OutgoingHeader, stands_in_its_fixed_order) {
@@ -212,7 +202,7 @@ TEST(OutgoingHeader, survives_every_failed_allocation) {
   fill(mail);
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
   mail.m_cBoundaryString = "B";
-  tav_test::fake_memory memory;
+  fake_memory memory;
   size_t n = 1;
   for (std::string made = "(failed)"; made == "(failed)"; ++n) {
     ASSERT_LT(n, 500u);
@@ -306,7 +296,7 @@ TEST(Settings, keep_their_password_when_memory_runs_out) {
   tav_eml_smtp_settings settings(record);
   record.password = "new";
   const tav_eml_smtp_settings new_settings(record);
-  tav_test::fake_memory memory;
+  fake_memory memory;
   const auto assigned = [&](size_t n, auto& target, const auto& source, const UtlString& password) {
     memory.fail(n);
     try {
@@ -380,7 +370,7 @@ std::string expand(const char* text) {
 }
 
 TEST(DeviceTexts, macros_stand_for_the_devices_values) {
-  tav_test::fake_platform net;
+  fake_platform net;
   CFG_EVENT_MAIL device = {};
   std::strcpy(device.printer_name, "MFP1");
   std::strcpy(device.serial_number, "SN9");
@@ -416,7 +406,7 @@ TEST(DeviceTexts, macros_stand_for_the_devices_values) {
   EXPECT_EQ(std::string(area + 4), std::string(17, 'E'));
   net.device_settings(device, 5);
   EXPECT_EQ(expand("a%printer-b"), "a-b");
-  tav_test::fake_memory memory;
+  fake_memory memory;
   for (const auto make : {tav_eml_smtp_util::make_subject, tav_eml_smtp_util::make_signature}) {
     char* result = area;
     int length = 9;
@@ -429,8 +419,7 @@ TEST(DeviceTexts, macros_stand_for_the_devices_values) {
 }
 
 std::string broken(const std::string& text) {
-  char* block = static_cast<char*>(UtlOS::MemAllocate(text.size() + 1));
-  std::strcpy(block, text.c_str());
+  char* block = static_cast<char*>(block_of(text));
   char* result = nullptr;
   EXPECT_EQ(tav_eml_smtp_util::Automatic64Linefeed(block, &result), TAV_EML_OK);
   const std::string lines = result;
@@ -455,9 +444,8 @@ TEST(DeviceTexts, signatures_have_lines_of_64_characters) {
   for (const auto& test : cases) EXPECT_EQ(broken(test.in), test.out) << test.in;
   const std::string many(500, '\n');
   EXPECT_EQ(broken("x" + many).size(), 1 + 500u);
-  tav_test::fake_memory memory;
-  char* text = static_cast<char*>(UtlOS::MemAllocate(2));
-  std::strcpy(text, "\n");
+  fake_memory memory;
+  char* text = static_cast<char*>(block_of("\n"));
   char* result = nullptr;
   memory.fail(1);
   EXPECT_EQ(tav_eml_smtp_util::Automatic64Linefeed(text, &result), TAV_EML_OK);

@@ -7,30 +7,18 @@
 #include <vector>
 
 #include "fake_memory.h"
-#include "log_capture.h"
-#include "quorvelmida/taveml.h"
-#include "utl_os.h"
+#include "values.h"
 
 namespace {
 
 using namespace quorvelmida;
+using namespace tav_test;
 using type = tav_eml_mlutl_mail_type;
-
-void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
-  long length = static_cast<long>(bytes.size());
-  ASSERT_EQ(part.set_buffer(block, length), 1);
-  EXPECT_EQ(block, nullptr);
-  EXPECT_EQ(length, 0);
-}
 
 std::string take(tav_eml_mlutl_mail_part& part, long length) {
   void* data = nullptr;
   EXPECT_EQ(part.get_buffer(data, length), 1);
-  const std::string text(static_cast<char*>(data), static_cast<size_t>(length));
-  UtlOS::MemFree(data);
-  return text;
+  return taken(data, length);
 }
 
 TEST(MailType, the_first_row_that_begins_the_value_wins) {
@@ -82,11 +70,14 @@ TEST(MailType, copies_within_a_set_and_cuts_between_characters) {
 }
 
 TEST(MailPart, hands_its_data_out_piece_by_piece) {
-  tav_test::fake_memory memory;
+  fake_memory memory;
   {
     tav_eml_mlutl_mail_part part;
     EXPECT_EQ(take(part, 5), "");
-    give(part, "0123");
+    void* first = block_of("0123");
+    long size = 4;
+    ASSERT_EQ(part.set_buffer(first, size), 1);
+    EXPECT_TRUE(first == nullptr && size == 0);
     give(part, "456789");
     EXPECT_EQ(take(part, 4), "0123");
     EXPECT_EQ(take(part, 100), "456789");
@@ -132,12 +123,7 @@ TEST(MailPart, composes_its_header) {
   const auto header = [](auto&& change) {
     tav_eml_mlutl_mail_part part;
     change(part);
-    char* text = nullptr;
-    long length = 0;
-    if (part.make_header(text, length) == 0) return std::string("(failed)");
-    const std::string result(text, static_cast<size_t>(length));
-    UtlOS::MemFree(text);
-    return result;
+    return result_of([&](char*& text, long& length) { return part.make_header(text, length); });
   };
   using part_ref = tav_eml_mlutl_mail_part&;
   EXPECT_EQ(header([](part_ref) {}), "(failed)");
@@ -184,15 +170,6 @@ TEST(MailPart, folds_long_values_and_finds_extensions) {
   UtlOS::MemFree(text);
 }
 
-bool converts(TAV_EML_CHAR_SET set, std::string text) {
-  char room[200];
-  TAV_EML_ENCODED_STRING in = {set, text.data(), static_cast<int32_t>(text.size())};
-  TAV_EML_ENCODED_STRING out = {TAV_EML_CS_UTF_8, room, sizeof room};
-  int consumed = 0;
-  return type::convert_encoded_string(in, out, consumed) == 0 &&
-         consumed == static_cast<int>(text.size());
-}
-
 TEST(SafeCut, every_cut_of_japanese_text_leaves_two_valid_pieces) {
   const struct {
     TAV_EML_CHAR_SET set;
@@ -216,8 +193,8 @@ TEST(SafeCut, every_cut_of_japanese_text_leaves_two_valid_pieces) {
       std::string front = test.text.substr(0, static_cast<size_t>(cut));
       const std::string back = kReopen[mode] + test.text.substr(static_cast<size_t>(cut));
       if (mode != 0) front += "\033(B";
-      EXPECT_TRUE(converts(test.set, front)) << proposed;
-      EXPECT_TRUE(converts(test.set, back)) << proposed;
+      EXPECT_TRUE(to_utf8(test.set, front)) << proposed;
+      EXPECT_TRUE(to_utf8(test.set, back)) << proposed;
     }
   }
 }
