@@ -55,7 +55,8 @@ struct CHC_CONVERT_REQUEST {
   int32_t produced;  // out: bytes written
 };
 
+// Not noexcept: a device's converter may throw what the library catches around its calls.
 extern "C" UTL_API int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,
-                                              CHC_CONVERT_REQUEST* request) noexcept;
+                                              CHC_CONVERT_REQUEST* request);
 
 #endif

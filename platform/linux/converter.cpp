@@ -335,8 +335,7 @@ bool is_known(CHC_ENCODE_TYPE type) {
 
 }  // namespace
 
-int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,
-                           CHC_CONVERT_REQUEST* request) noexcept {
+int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to, CHC_CONVERT_REQUEST* request) {
   if (!is_known(from) || !is_known(to) || request == nullptr || request->source == nullptr ||
       request->capacity < 0 || (request->destination == nullptr && request->capacity > 0)) {
     return CHC_ERR_PARAM;
