@@ -78,12 +78,7 @@ class hostile_peers {
     s->net.never_fail();
     s->net.drip(0);
     s->net.recv_limit(s->net.unlimited);
-    s->get_ready(true);
-    EXPECT_EQ(s->run(), TAV_EML_OK) << "does not work afterwards";
-    s->check(TAV_EML_OK);
-    s->finish();
-    EXPECT_TRUE(s->memory.clean());
-    EXPECT_TRUE(s->net.clean());
+    expect_recovery(*s);
     if (!testing::Test::HasFailure()) return;
     std::printf("%s", s->log.all().substr(0, 4000).c_str());
     ADD_FAILURE() << maker.name << ": " << peer;

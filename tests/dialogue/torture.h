@@ -44,12 +44,7 @@ inline bool survives(const scenario_maker& maker, fault kind, bool all_from, siz
   const TAV_EML_RESULT result = run_with_fault(kind, all_from, n, *s, has_failed);
   s->check(result);
   EXPECT_TRUE(has_failed || result == TAV_EML_OK) << s->log.all();
-  s->get_ready(true);
-  EXPECT_EQ(s->run(), TAV_EML_OK) << "does not work afterwards";
-  s->check(TAV_EML_OK);
-  s->finish();
-  EXPECT_TRUE(s->memory.clean());
-  EXPECT_TRUE(s->net.clean());
+  expect_recovery(*s);
   if (testing::Test::HasFailure()) std::printf("%s", s->log.all().c_str());
   return has_failed;
 }
