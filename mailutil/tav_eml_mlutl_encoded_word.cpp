@@ -9,6 +9,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
@@ -67,11 +68,11 @@ piece_result convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& te
 class word_builder {
  public:
   explicit word_builder(const char* char_set_name)
-      : m_cStart(std::string(ABNF_ENCODE_STRING_START) + char_set_name + kBase64Mark) {}
+      : m_cStart(joined({ABNF_ENCODE_STRING_START, char_set_name, kBase64Mark})) {}
 
   bool start() { return append(m_cStart, 1443); }
   bool add_and_fold(const std::string& chunk) {
-    return append(chunk + ABNF_ENCODE_STRING_END + kFold + m_cStart, 1514);
+    return append(joined({chunk, ABNF_ENCODE_STRING_END, kFold, m_cStart}), 1514);
   }
   bool add_and_end(const std::string& chunk) {
     return append(chunk, 1527) && append(ABNF_ENCODE_STRING_END, 1544);

@@ -1,8 +1,9 @@
 // The header that a part carries on the wire (RFC 2045, RFC 2183).
 
-#include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "clb.h"
 #include "quorvelmida/tav_eml_mlutl_mail_part.h"
@@ -20,7 +21,8 @@ class part_header {
  public:
   explicit part_header(tav_eml_mlutl_mail_part& part) : m_cPart(part) {}
 
-  bool append(const std::string& text, int line) {
+  bool append(std::initializer_list<std::string_view> texts, int line) {
+    const std::string text = joined(texts);
     if (m_cPart.add_buffer(m_cText.data(), m_cText.length(), text.data(),
                            static_cast<long>(text.size())) != 0) {
       return true;
@@ -37,49 +39,47 @@ class part_header {
   utl_buffer m_cText;
 };
 
-std::string content_type_line(const tav_eml_mlutl_mail_part& part) {
+bool append_content_type(part_header& header, const tav_eml_mlutl_mail_part& part) {
+  constexpr int kStep = 415;
   const char* type = tav_eml_mlutl_mail_type::get_content_type(part.m_nContentType);
-  std::string line = std::string("Content-Type: ") + type;
   const bool has_char_set =
       part.m_nCharSet != TAV_EML_CS_UNKNOWN && part.m_nCharSet != TAV_EML_CS_NONE;
-  if (clb_CompStrCaseN(type, "text", 4) == 0 && has_char_set) {
-    line +=
-        std::string("; charset=\"") + tav_eml_mlutl_mail_type::get_char_set(part.m_nCharSet) + "\"";
+  if (clb_CompStrCaseN(type, "text", 4) != 0 || !has_char_set) {
+    return header.append({"Content-Type: ", type}, kStep);
   }
-  return line;
+  const char* char_set = tav_eml_mlutl_mail_type::get_char_set(part.m_nCharSet);
+  return header.append({"Content-Type: ", type, "; charset=\"", char_set, "\""}, kStep);
 }
 
 bool append_disposition(part_header& header, const tav_eml_mlutl_mail_part& part) {
   const TAV_EML_CONTENT_DISPOSITION disposition = part.m_nContentDisposition;
-  const std::string text = tav_eml_mlutl_mail_type::get_content_disposition(disposition);
+  const char* text = tav_eml_mlutl_mail_type::get_content_disposition(disposition);
   if (disposition == TAV_EML_CD_ATTACHMENT && !part.m_cFIleName.IsEmpty()) {
-    const std::string name = text_of(part.m_cFIleName);
-    return header.append(";\r\n\tname=\"", 426) && header.append(name, 430) &&
-           header.append("\"\r\nContent-Disposition: " + text + ";\r\n\tfilename=\"", 435) &&
-           header.append(name, 439) && header.append("\"", 443);
+    const char* name = text_of(part.m_cFIleName);
+    return header.append({";\r\n\tname=\""}, 426) && header.append({name}, 430) &&
+           header.append({"\"\r\nContent-Disposition: ", text, ";\r\n\tfilename=\""}, 435) &&
+           header.append({name}, 439) && header.append({"\""}, 443);
   }
   if (disposition == TAV_EML_CD_UNKNOWN || disposition == TAV_EML_CD_NONE) return true;
-  return header.append("\r\nContent-Disposition: " + text, 454);
+  return header.append({"\r\nContent-Disposition: ", text}, 454);
 }
 
 bool append_lines(part_header& header, tav_eml_mlutl_mail_part& part) {
-  if (!header.append(content_type_line(part), 415) || !append_disposition(header, part)) {
-    return false;
-  }
+  if (!append_content_type(header, part) || !append_disposition(header, part)) return false;
   const TAV_EML_TRANSFER_ENCODING encoding = part.m_nTransferEncoding;
   if (encoding != TAV_EML_TE_UNKNOWN && encoding != TAV_EML_TE_NONE &&
-      !header.append(std::string("\r\nContent-Transfer-Encoding: ") +
-                         tav_eml_mlutl_mail_type::get_transfer_encoding(encoding),
+      !header.append({"\r\nContent-Transfer-Encoding: ",
+                      tav_eml_mlutl_mail_type::get_transfer_encoding(encoding)},
                      465)) {
     return false;
   }
   if (part.is_ignore_content_ciajwnetfax() != 0 &&
-      !header.append(std::string("\r\nContent-X-CIAJWNETFAX: ") +
-                         tav_eml_mlutl_mail_type::get_contet_x_ciajwnetfax(TAV_EML_CX_IGNORE),
+      !header.append({"\r\nContent-X-CIAJWNETFAX: ",
+                      tav_eml_mlutl_mail_type::get_contet_x_ciajwnetfax(TAV_EML_CX_IGNORE)},
                      476)) {
     return false;
   }
-  return header.append("\r\n\r\n", 484);
+  return header.append({"\r\n\r\n"}, 484);
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 #define TAV_EML_TEXT_H
 
 #include <cstring>
+#include <initializer_list>
+#include <string>
+#include <string_view>
 
 #include "utl_string.h"
 
@@ -31,6 +34,9 @@ inline bool has_no_control(const char* text) {
   }
   return true;
 }
+
+// The texts one behind the other.
+std::string joined(std::initializer_list<std::string_view> texts);
 
 // True when the text can be a header value: a line break only as a fold (RFC 5322 2.2.3).
 bool is_header_value(const char* text);

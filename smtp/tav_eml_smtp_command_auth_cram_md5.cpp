@@ -69,7 +69,7 @@ TAV_EML_RESULT log_in(const UtlString& user, const UtlString& password, ntssmtp_
 
   secret_array<kDigestText> digits;
   keyed_digest(challenge, password, digits.data);
-  std::string answer = std::string(text_of(user)) + " " + digits.data;
+  std::string answer = joined({text_of(user), " ", digits.data});
   const wipe_at_end wiper(answer.data(), answer.size());
   result = send_answer(session, "", answer, SMTP_BUFFER_SIZE, timeout, kTexts);
   if (result != TAV_EML_OK) return result;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -51,10 +52,12 @@ class text_area {
     m_cText.data()[m_uLength] = '\0';
     return true;
   }
-  template <typename... Texts>
-  bool set(Texts... texts) {
+  bool set(std::initializer_list<std::string_view> texts) {
     m_uLength = 0;
-    return (append(texts) && ...);
+    for (const std::string_view text : texts) {
+      if (!append(text)) return false;
+    }
+    return true;
   }
   char* room() { return m_cText.data(); }
   const char* text() const { return m_cText.data(); }
@@ -95,7 +98,7 @@ TAV_EML_RESULT take_field(std::string_view challenge, std::string_view label, co
     log_step(missing);
     return TAV_EML_ERR_AUTH_METHOD;
   }
-  if (!field.set(challenge.substr(start, end - start))) {
+  if (!field.set({challenge.substr(start, end - start)})) {
     log_step("challenge too long");
     return TAV_EML_ERR_REPLY;
   }
@@ -134,16 +137,16 @@ void hash_text(const char* text, char* digits) {
 // HA1. The digest of user, realm and password is followed by the nonces as text, so it counts only
 // up to its first zero byte.
 bool make_ha1(const tav_eml_smtp_settings& settings, digest_fields& fields, char* digits) {
-  if (!fields.work.set(text_of(settings.user_id), ":", fields.realm.view(), ":",
-                       text_of(settings.password))) {
+  if (!fields.work.set(
+          {text_of(settings.user_id), ":", fields.realm.view(), ":", text_of(settings.password)})) {
     return false;
   }
   secret_array<kDigestText> first;
   secret_array<kDigest> raw;
   hash_text(fields.work.text(), first.data);
   digest_bytes(first.data, raw.data);
-  if (!fields.work.set(std::string_view(raw.data, kDigest), ":", fields.nonce.view(), ":",
-                       fields.cnonce)) {
+  if (!fields.work.set(
+          {std::string_view(raw.data, kDigest), ":", fields.nonce.view(), ":", fields.cnonce})) {
     return false;
   }
   hash_text(fields.work.text(), digits);
@@ -159,7 +162,7 @@ TAV_EML_RESULT make_ha2(digest_fields& fields, char* digits) {
     log_step("no auth");
     return TAV_EML_ERR_AUTH_METHOD;
   }
-  if (!fields.work.set("AUTHENTICATE:", fields.digest_uri.view(), body)) return TAV_EML_ERR_PARAM;
+  if (!fields.work.set({"AUTHENTICATE:", fields.digest_uri.view(), body})) return TAV_EML_ERR_PARAM;
   hash_text(fields.work.text(), digits);
   return TAV_EML_OK;
 }
@@ -171,8 +174,8 @@ TAV_EML_RESULT make_response(const tav_eml_smtp_settings& settings, digest_field
   if (!make_ha1(settings, fields, ha1.data)) return TAV_EML_ERR_PARAM;
   const TAV_EML_RESULT result = make_ha2(fields, ha2.data);
   if (result != TAV_EML_OK) return result;
-  if (!fields.work.set(ha1.data, ":", fields.nonce.view(), ":00000001:", fields.cnonce, ":",
-                       fields.qop.view(), ":", ha2.data)) {
+  if (!fields.work.set({ha1.data, ":", fields.nonce.view(), ":00000001:", fields.cnonce, ":",
+                        fields.qop.view(), ":", ha2.data})) {
     return TAV_EML_ERR_PARAM;
   }
   hash_text(fields.work.text(), digits);
@@ -184,15 +187,15 @@ TAV_EML_RESULT make_answer(const tav_eml_smtp_settings& settings, digest_fields&
   if (!make_cnonce(fields.cnonce)) return TAV_EML_ERR_UNKNOWN;
   secret_array<kDigestText> response;
   TAV_EML_RESULT result = TAV_EML_ERR_PARAM;
-  if (fields.server_name.set(text_of(settings.server)) &&
-      fields.digest_uri.set("smtp/", fields.server_name.view())) {
+  if (fields.server_name.set({text_of(settings.server)}) &&
+      fields.digest_uri.set({"smtp/", fields.server_name.view()})) {
     result = make_response(settings, fields, response.data);
   }
   if (result == TAV_EML_OK &&
-      !answer.set("charset=utf-8,username=\"", text_of(settings.user_id), "\",", "realm=\"",
-                  fields.realm.view(), "\",nonce=\"", fields.nonce.view(), "\",nc=00000001,",
-                  "cnonce=\"", fields.cnonce, "\",digest-uri=\"", fields.digest_uri.view(), "\",",
-                  "response=", response.data, ",qop=", fields.qop.view())) {
+      !answer.set({"charset=utf-8,username=\"", text_of(settings.user_id), "\",", "realm=\"",
+                   fields.realm.view(), "\",nonce=\"", fields.nonce.view(), "\",nc=00000001,",
+                   "cnonce=\"", fields.cnonce, "\",digest-uri=\"", fields.digest_uri.view(), "\",",
+                   "response=", response.data, ",qop=", fields.qop.view()})) {
     result = TAV_EML_ERR_PARAM;
   }
   if (result == TAV_EML_ERR_PARAM) log_step("field too long");

@@ -181,9 +181,9 @@ bool make_message_id(const tav_eml_mlutl_mail_address& from, UtlString& id) {
   UtlString account;
   UtlString domain;
   const bool is_split = split_address(account, domain, address.GetString());
-  const std::string right = is_split ? upper_case(account.GetString()) + "@" + domain.GetString()
-                                     : upper_case(address.GetString());
-  id = ("<" + stamp + "." + right + ">").c_str();
+  const std::string left = upper_case(is_split ? account.GetString() : address.GetString());
+  const std::string right = is_split ? joined({"@", domain.GetString()}) : "";
+  id = joined({"<", stamp, ".", left, right, ">"}).c_str();
   return true;
 }
 

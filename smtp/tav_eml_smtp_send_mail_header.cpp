@@ -1,6 +1,7 @@
 // The header of an outgoing message (RFC 5322, RFC 2045, RFC 2046).
 
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <string>
@@ -76,8 +77,8 @@ bool append_addresses(tav_eml_smtp_send_mail& mail, const tav_eml_mlutl_mail_add
     std::string lines;
     UtlString address;
     for (int pos = 0; cut_address(list, address, pos, kSeparators); ++count) {
-      lines += count == 0 ? std::string(label) + " " : std::string(",\r\n\t");
-      lines += address.GetString();
+      const bool is_first = count == 0;
+      lines += joined({is_first ? label : ",\r\n", is_first ? " " : "\t", address.GetString()});
     }
     if (count == 0) return true;
     lines += "\r\n";
@@ -104,8 +105,7 @@ bool append_ids(tav_eml_smtp_send_mail& mail, const UtlString& value, const char
   std::string_view id;
   bool is_written = false;
   for (; find_id(at, id); is_written = true) {
-    const std::string line =
-        (is_written ? std::string("\t") : std::string(label) + " ").append(id) + "\r\n";
+    const std::string line = joined({is_written ? "" : label, is_written ? "\t" : " ", id, "\r\n"});
     if (mail.add_buffer(buffer, length, line.data(), static_cast<long>(line.size())) == 0) {
       TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n", kName);
       return false;
@@ -125,8 +125,9 @@ class message_header {
 
   bool compose() {
     return add_required() && add_recipients() && add_originators() && add_ids() &&
-           append("Mime-Version: 1.0\r\n", 392) && add_content_type() && add_transfer_encoding() &&
-           append("\r\n", 439) && (!is_multipart() || add_leading_part());
+           append({"Mime-Version: 1.0\r\n"}, 392) && add_content_type() &&
+           add_transfer_encoding() && append({"\r\n"}, 439) &&
+           (!is_multipart() || add_leading_part());
   }
   void release(char*& buffer, long& length) { m_cText.release(buffer, length); }
 
@@ -134,7 +135,8 @@ class message_header {
   bool is_text() const { return clb_CompStrCaseN(m_cType, "text", 4) == 0; }
   bool is_multipart() const { return clb_CompStrCaseN(m_cType, "mult", 4) == 0; }
 
-  bool append(const std::string& text, int line) {
+  bool append(std::initializer_list<std::string_view> texts, int line) {
+    const std::string text = joined(texts);
     if (m_cMail.add_buffer(m_cText.data(), m_cText.length(), text.data(),
                            static_cast<long>(text.size())) != 0) {
       return true;
@@ -150,7 +152,7 @@ class message_header {
       TAV_EML_LOG_ERROR("%s", missing);
       return false;
     }
-    return append(std::string(label) + " " + value.GetString() + "\r\n", line);
+    return append({label, " ", value.GetString(), "\r\n"}, line);
   }
 
   bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
@@ -219,11 +221,12 @@ class message_header {
   }
 
   bool add_content_type() {
-    if (is_text()) return append(text_type_line(m_cType), 414);
+    constexpr int kStep = 414;
+    if (is_text()) return append_text_type(m_cType, kStep);
     if (is_multipart()) {
-      return append(std::string("Content-Type: ") + m_cType + ";\r\n\tboundary=\"" +
-                        text_of(m_cMail.m_cBoundaryString) + "\"\r\n",
-                    414);
+      return append({"Content-Type: ", m_cType, ";\r\n\tboundary=\"",
+                     text_of(m_cMail.m_cBoundaryString), "\"\r\n"},
+                    kStep);
     }
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Invalid ContentType.\n");
     return false;
@@ -232,36 +235,37 @@ class message_header {
   // At the top of a multipart message it is always 8bit: the real encodings stand in the parts.
   bool add_transfer_encoding() {
     if (!is_encoding_set(m_cMail.m_nTransferEncoding)) return true;
-    return append(is_multipart() ? "Content-Transfer-Encoding: 8bit\r\n" : transfer_encoding_line(),
-                  432);
+    return append_transfer_encoding(is_multipart() ? TAV_EML_TE_8BIT : m_cMail.m_nTransferEncoding,
+                                    432);
   }
 
   // A message that is multipart begins with its text: the boundary line and that part's header.
   bool add_leading_part() {
-    if (!append(std::string("--") + text_of(m_cMail.m_cBoundaryString) + "\r\n", 448) ||
-        !append(text_type_line("text/plain"), 459)) {
+    if (!append({"--", text_of(m_cMail.m_cBoundaryString), "\r\n"}, 448) ||
+        !append_text_type("text/plain", 459)) {
       return false;
     }
-    if (is_encoding_set(m_cMail.m_nTransferEncoding) && !append(transfer_encoding_line(), 468)) {
-      return false;
-    }
+    const TAV_EML_TRANSFER_ENCODING encoding = m_cMail.m_nTransferEncoding;
+    if (is_encoding_set(encoding) && !append_transfer_encoding(encoding, 468)) return false;
     if (m_cMail.is_ignore_content_ciajwnetfax() != 0 &&
-        !append(std::string("Content-X-CIAJWNETFAX: ") +
-                    tav_eml_mlutl_mail_type::get_contet_x_ciajwnetfax(TAV_EML_CX_IGNORE) + "\r\n",
+        !append({"Content-X-CIAJWNETFAX: ",
+                 tav_eml_mlutl_mail_type::get_contet_x_ciajwnetfax(TAV_EML_CX_IGNORE), "\r\n"},
                 478)) {
       return false;
     }
-    return append("\r\n", 486);
+    return append({"\r\n"}, 486);
   }
 
-  std::string text_type_line(const char* type) const {
-    return std::string("Content-Type: ") + type + "; charset=\"" +
-           tav_eml_mlutl_mail_type::get_char_set(m_cMail.m_nCharSet) + "\"\r\n";
+  bool append_text_type(const char* type, int line) {
+    return append({"Content-Type: ", type, "; charset=\"",
+                   tav_eml_mlutl_mail_type::get_char_set(m_cMail.m_nCharSet), "\"\r\n"},
+                  line);
   }
 
-  std::string transfer_encoding_line() const {
-    return std::string("Content-Transfer-Encoding: ") +
-           tav_eml_mlutl_mail_type::get_transfer_encoding(m_cMail.m_nTransferEncoding) + "\r\n";
+  bool append_transfer_encoding(TAV_EML_TRANSFER_ENCODING encoding, int line) {
+    return append({"Content-Transfer-Encoding: ",
+                   tav_eml_mlutl_mail_type::get_transfer_encoding(encoding), "\r\n"},
+                  line);
   }
 
   tav_eml_smtp_send_mail& m_cMail;
