@@ -4,6 +4,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "address_text.h"
 #include "clb.h"
@@ -24,9 +25,11 @@ void upper_case(const UtlString& text) {
   if (text.GetString() != nullptr) clb_ConvertUpper(const_cast<char*>(text.GetString()));
 }
 
-// Absent texts count as equal to each other, and to "".
+// Two absent texts count as equal.
 bool is_same(const UtlString& left, const UtlString& right) {
-  return std::strcmp(text_of(left), text_of(right)) == 0;
+  const bool is_absent = left.GetString() == nullptr;
+  if (is_absent || right.GetString() == nullptr) return is_absent && right.GetString() == nullptr;
+  return std::strcmp(left.GetString(), right.GetString()) == 0;
 }
 
 // A list of texts as the vector that the filter takes.
@@ -75,8 +78,8 @@ bool is_allowed(const UtlString& address, unsigned char mode, const UtlVector& l
   UtlString bare;
   UtlString account;
   UtlString domain;
-  reduce_address(bare, text_of(address));
-  split_address(account, domain, text_of(bare));
+  reduce_address(bare, address.GetString());
+  split_address(account, domain, bare.GetString());
   upper_case(domain);
   upper_case(bare);
   bool is_match = false;
@@ -118,8 +121,9 @@ int tav_eml_mlutl_domain_filter::check_filter(const tav_eml_mlutl_mail_address& 
 
 int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& allowed,
                                               unsigned char mode, const char** list, int count) {
-  return guarded("check_filter", 0, [&] {
-    allowed.CopyString("");
+  UtlString result;  // what is handed in may be the text of `allowed`
+  const int is_any = guarded("check_filter", 0, [&] {
+    result.CopyString("");
     if (!is_usable(addresses, mode, list, count)) return 0;
     const tav_eml_mlutl_mail_address field(addresses);
     const entry_list entries(list, count);
@@ -130,9 +134,11 @@ int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& 
       if (!text.empty()) text += ", ";
       text += text_of(address);
     }
-    allowed.CopyString(text.c_str());
+    result.CopyString(text.c_str());
     return text.empty() ? 0 : 1;
   });
+  allowed = std::move(result);
+  return is_any;
 }
 
 int tav_eml_mlutl_check_filter(const char* addresses, unsigned char mode, const char** list,

@@ -33,6 +33,22 @@ void copy_bracketed(UtlString& out, const char* s, const char* open) {
   }
 }
 
+// SkipUserName for a position that is known to be inside the text.
+bool skip_user_name(const char* text, int& pos) {
+  if (text[pos] != '"') return false;
+  for (++pos; text[pos] != '\0'; ++pos) {
+    if (text[pos] == '"') {
+      ++pos;
+      return true;
+    }
+    if (text[pos] == '\\' && text[pos + 1] != '\0') ++pos;
+  }
+  TAV_EML_LOG_ERROR("<Warning>:%s:[Result]only one double quotation mark exists\n", "SkipUserName");
+  return false;
+}
+
+bool is_inside(int pos, size_t length) { return pos >= 0 && static_cast<size_t>(pos) <= length; }
+
 void trim(UtlString& text) {
   text.TrimTop();
   text.TrimBottom();
@@ -49,16 +65,11 @@ tav_eml_mlutl_mail_address& tav_eml_mlutl_mail_address::operator=(
 tav_eml_mlutl_mail_address::~tav_eml_mlutl_mail_address() = default;
 
 int tav_eml_mlutl_mail_address::SkipUserName(const char* text, int& pos) {
-  if (text[pos] != '"') return 0;
-  for (++pos; text[pos] != '\0'; ++pos) {
-    if (text[pos] == '"') {
-      ++pos;
-      return 1;
-    }
-    if (text[pos] == '\\' && text[pos + 1] != '\0') ++pos;
+  if (text == nullptr || !is_inside(pos, std::strlen(text))) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]no text at this position\n", "SkipUserName");
+    return 0;
   }
-  TAV_EML_LOG_ERROR("<Warning>:%s:[Result]only one double quotation mark exists\n", "SkipUserName");
-  return 0;
+  return skip_user_name(text, pos) ? 1 : 0;
 }
 
 bool find_address(const char* list, int& pos, const char* delimiters, std::string_view& found) {
@@ -69,7 +80,7 @@ bool find_address(const char* list, int& pos, const char* delimiters, std::strin
 
   while (is_skipped(list[pos])) ++pos;
   const int start = pos;
-  tav_eml_mlutl_mail_address::SkipUserName(list, pos);
+  skip_user_name(list, pos);
   pos += static_cast<int>(std::strcspn(list + pos, delimiters));
   found = {list + start, static_cast<size_t>(pos - start)};
   while (is_skipped(list[pos])) ++pos;
@@ -90,7 +101,11 @@ bool cut_address(const tav_eml_mlutl_mail_address& list, UtlString& out, int& po
     return false;
   }
   std::string_view found;
-  const bool is_found = find_address(text, pos, delimiters, found);
+  const bool is_usable = delimiters != nullptr && is_inside(pos, list.m_cAddress.GetLength());
+  if (!is_usable) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]no text at this position\n", "get_address");
+  }
+  const bool is_found = is_usable && find_address(text, pos, delimiters, found);
   if (is_found) copy.CopyString(found.data(), found.size());
   out = std::move(copy);  // null unless an address was found
   return is_found;
@@ -104,7 +119,7 @@ bool reduce_address(UtlString& out, const char* address) {
   }
   const UtlString source(address);  // `address` may be the text of `out`
   int pos = 0;
-  if (tav_eml_mlutl_mail_address::SkipUserName(source.GetString(), pos) == 0) pos = 0;
+  if (!skip_user_name(source.GetString(), pos)) pos = 0;
   const char* s = source.GetString() + pos;
 
   const char* close = find_backwards(s, s + std::strlen(s), '>');

@@ -205,6 +205,10 @@ TAV_EML_RESULT tav_eml_mlutl_mail_net::get_ip_address(const char* host, int /*ad
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::connect_mail(int* sock, const char* host, uint16_t port,
                                                     long timeout, int addr_selector) {
+  if (sock == nullptr) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]pSock is null\n", "connect_mail");
+    return TAV_EML_ERR_PARAM;
+  }
   return guarded("connect_mail", [&]() -> TAV_EML_RESULT {
     std::vector<TAV_EML_ADDR_INFO> addresses;
     const TAV_EML_RESULT resolved = get_ip_address(host, addr_selector, addresses);

@@ -60,7 +60,7 @@ bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, 
 }  // namespace
 
 // Decodes a block from the front of the stream into the part. What was not taken stays for the next
-// call, except after a failure, which has lost data anyway.
+// call, except where it can never make a block.
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
                                                          tav_eml_mlutl_mail_part& part) {
   // The last block takes all that is left, which need not end in CR LF: no other block will come.
@@ -74,12 +74,13 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
   if (length == 0) return TAV_EML_UTL_OK;
   utl_buffer decoded;
   const char* cause = nullptr;
-  if (!decode(part.m_nTransferEncoding, m_pStream->m_pData, length, decoded, cause)) {
-    m_pStream->FreeStream();
+  const bool is_decoded =
+      decode(part.m_nTransferEncoding, m_pStream->m_pData, length, decoded, cause);
+  m_pStream->drop_front(length);
+  if (!is_decoded) {
     if (cause == nullptr) return refuse(operation, TAV_EML_UTL_NO_MEMORY, "out of memory");
     return refuse(operation, TAV_EML_UTL_ERROR, cause);
   }
-  m_pStream->drop_front(length);
   void* data = decoded.data();
   const int is_set = part.set_buffer(data, decoded.length());
   decoded.data() = static_cast<char*>(data);  // the part's, unless it was refused
@@ -131,7 +132,6 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_part_lines(tav_eml_mlutl_mail& m
     if (delimiter < 0) {
       TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s(): ChkBoundaryString() returns [%d]\n",
                         kReceivePartBody, delimiter);
-      m_pStream->FreeStream();
       return TAV_EML_UTL_ERROR;
     }
     if (delimiter == 0) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 #include "clb.h"
 #include "encoded_words.h"
@@ -214,8 +215,11 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& ma
                                                           unsigned long /*limit*/,
                                                           TAV_EML_TLS_INFO& tls) {
   received_header header("receive_header");
+  // Who drives the parser by hand need not have said that a message is being received.
+  const int32_t was_receiving = std::exchange(mail.m_nReceiving, 1);
   return guarded(header.operation, TAV_EML_UTL_NO_MEMORY, [&] {
     const TAV_EML_UTL_RETCODE code = read_message_header(mail, {sock, timeout, tls}, header);
+    if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
     // Whatever ended the reading, for the caller the connection is gone.
     if (code == TAV_EML_UTL_BAD_REPLY || code == TAV_EML_UTL_RECV_ERROR) {
       return TAV_EML_UTL_NOT_CONNECTED;
@@ -243,7 +247,6 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_part_header(tav_eml_mlutl_mail& 
           "<Error> tav_eml_mlutl_receive::receive_part_header(): ChkBoundaryString() returns "
           "[%d]\n",
           delimiter);
-      m_pStream->FreeStream();
       return TAV_EML_UTL_ERROR;
     }
     if (delimiter == 0 && mail.m_nBoundarySeen != 0) {

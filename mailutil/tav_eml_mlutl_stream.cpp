@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "tav_eml_log.h"
 #include "utl_buffer.h"
@@ -117,17 +118,17 @@ int tav_eml_mlutl_stream::ReadStream(void*& out, long& length) {
 
 long tav_eml_mlutl_stream::SearchBlock() {
   if (m_pData == nullptr || m_lLength == 0) return 0;
+  // A NUL ends the text, but what exceeds the block size has none behind it.
+  const std::string_view held(m_pData, static_cast<size_t>(m_lLength));
+  const size_t first = held.find("\r\n");
+  if (first == held.npos || std::memchr(m_pData, '\0', first) != nullptr) {
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::SearchBlock() no block.\n");
+    return -1;
+  }
   for (long last = std::min(m_lBlockSize, m_lLength) - 1; last >= 1; --last) {
     if (m_pData[last] == '\n' && m_pData[last - 1] == '\r') return last + 1;
   }
-  // Bytes, not text: what exceeds the block size has no NUL behind it.
-  const char* end = m_pData + m_lLength;
-  constexpr char kLineEnd[] = {'\r', '\n'};
-  if (std::search(m_pData, const_cast<char*>(end), kLineEnd, kLineEnd + 2) == end) {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::SearchBlock() no block.\n");
-  } else {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::SearchBlock() not found.\n");
-  }
+  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::SearchBlock() not found.\n");
   return -1;
 }
 

@@ -39,7 +39,7 @@ class new_connection {
 
   void hand_over(int& to_sock, TAV_EML_TLS_INFO& to_tls) {
     to_sock = sock;
-    to_tls = tls;
+    if (m_settings.m_ucTLSMode != kPlain) to_tls = tls;
     sock = 0;
     tls = TAV_EML_TLS_INFO();
   }

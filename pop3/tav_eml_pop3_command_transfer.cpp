@@ -51,7 +51,7 @@ TAV_EML_RESULT read_status_line(int& sock, char* buffer, long& length, long time
     return read_failure(sock, tls, TAV_EML_ERR_UNKNOWN, kNoLine);
   }
   std::memset(buffer, 0, static_cast<size_t>(length));
-  if (sock <= 0) return read_failure(sock, tls, TAV_EML_ERR_NOT_CONNECTED, kNoLine);
+  if (sock <= 0) return read_failure(sock, tls, TAV_EML_ERR_TRANSFER, kNoLine);
   long size = length - 1;
   const TAV_EML_RESULT result =
       tav_eml_mlutl_mail_net().recv_one_line(sock, buffer, size, 0, timeout, tls);
@@ -80,7 +80,7 @@ TAV_EML_RESULT tav_eml_pop3_command::WriteUntil(int& sock, char* data, long leng
     return result;
   };
   if (length < 1) return TAV_EML_OK;
-  if (sock <= 0) return fail(TAV_EML_ERR_NOT_CONNECTED);
+  if (sock <= 0) return fail(TAV_EML_ERR_TRANSFER);
   while (length > 0) {
     long count = length;
     const TAV_EML_RESULT result =

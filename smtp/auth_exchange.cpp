@@ -13,24 +13,6 @@ namespace {
 
 constexpr size_t kChallenge = 4;  // behind "334 "
 
-std::string_view without_blanks(std::string_view text) {
-  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-// Servers leave the padding out. A single character behind whole groups stands for no byte, though:
-// such a text was cut.
-bool is_base64(std::string_view text) {
-  const size_t length = text.find_last_not_of('=') + 1;
-  if (length % 4 == 1 || text.size() - length > 2) return false;
-  for (const char ch : text.substr(0, length)) {
-    // A NUL has an index of its own there.
-    if (ch == '\0' || tav_eml_mlutl_mime_utility::Base64Seed2Index(ch) == 255) return false;
-  }
-  return true;
-}
-
 int hex_digit(char ch) { return ch <= '9' ? ch - '0' : ch - 'a' + 10; }
 
 }  // namespace
@@ -45,13 +27,11 @@ bool decode_challenge(const char* line, std::string& challenge) {
   size_t end = std::strcspn(line, "\r");
   if (line[end] == '\0') end = std::strcspn(line, "\n");
   if (line[end] == '\0' || end < kChallenge) return false;  // the line was cut off
-  const std::string_view text = without_blanks({line + kChallenge, end - kChallenge});
-  if (!is_base64(text)) return false;
 
   utl_buffer decoded;
   void* data = nullptr;
   const int result = tav_eml_mlutl_mime_utility::from_b64(
-      text.data(), static_cast<long>(text.size()), data, decoded.length());
+      line + kChallenge, static_cast<long>(end - kChallenge), data, decoded.length());
   decoded.data() = static_cast<char*>(data);
   if (result == 0) return false;
   challenge.assign(decoded.data(), static_cast<size_t>(decoded.length()));

@@ -16,8 +16,8 @@ namespace quorvelmida {
 // TAV_EML_ERR_AUTH, on which the next method is tried.
 TAV_EML_RESULT judge_login(const char* reply);
 
-// Decodes the base64 challenge of a "334" line. Blanks around it and missing padding do no harm.
-// False when the line was cut off or its text is not base64.
+// Decodes the base64 challenge of a "334" line, over everything in it that is not base64. False
+// when the line was cut off and for want of memory.
 bool decode_challenge(const char* line, std::string& challenge);
 
 // Sends `before`, the base64 text of `secret` and CR LF, through a work area that is wiped.

@@ -16,7 +16,9 @@ data_spool::wire_line::wire_line(const char* line_text, long line_length, const 
       end_length(static_cast<long>(std::strlen(line_end))) {}
 
 bool data_spool::allocate(long length) {
-  return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length));
+  // At worst each line is a LF alone and the unfinished one a dot alone, of which four bytes
+  // become.
+  return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length + 2));
 }
 
 TAV_EML_RESULT data_spool::add_line(const char* text, long length) {
@@ -59,14 +61,9 @@ TAV_EML_RESULT data_spool::send_lines(const char* lines, long length) {
   return result;
 }
 
-// The unfinished line goes out with the others when there is room for it: each send is a packet.
 TAV_EML_RESULT data_spool::finish(const char* text, long length) {
-  const wire_line line(text, length, "\r\n");
-  const bool joins =
-      length > 0 && m_cSpool.length() > 0 && m_cSpool.length() + line.size() <= kCapacity;
-  if (joins) append(line);
   const TAV_EML_RESULT result = flush();
-  return result != TAV_EML_OK || joins || length == 0 ? result : send_last(line);
+  return result != TAV_EML_OK || length == 0 ? result : send_last(wire_line(text, length, "\r\n"));
 }
 
 TAV_EML_RESULT data_spool::send_last(const wire_line& line) {

@@ -17,7 +17,7 @@ class data_spool {
  public:
   data_spool(ntssmtp_fileptr& session, long timeout) : m_cSession(session), m_lTimeout(timeout) {}
 
-  // Makes the spool, for a chunk of `length` bytes: at worst a line of one byte, or none, doubles.
+  // Makes the spool, as large as a chunk of `length` bytes needs it.
   bool allocate(long length);
 
   // Takes the line from `text` up to its LF, which stands behind the `length` bytes.

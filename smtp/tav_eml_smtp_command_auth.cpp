@@ -34,6 +34,26 @@ TAV_EML_RESULT note_failure(TAV_EML_RESULT result, const char* method, int32_t& 
   return result;
 }
 
+// PLAIN: NUL user NUL password, without an authorisation identity. They are made in the reply's
+// buffer, and wiped before the reply comes.
+TAV_EML_RESULT send_identity(ntssmtp_fileptr& session, const UtlString& user,
+                             const UtlString& password, long timeout, const answer_texts& texts) {
+  const size_t length = user.GetLength() + password.GetLength() + 2;
+  if (length > SMTP_BUFFER_SIZE) {
+    TAV_EML_LOG_ERROR("%s", texts.send);
+    return TAV_EML_ERR_PARAM;
+  }
+  const wipe_at_end wiper(session.recv_buffer, length);
+  char* out = session.recv_buffer;
+  *out++ = '\0';
+  std::memcpy(out, text_of(user), user.GetLength());
+  out += user.GetLength();
+  *out++ = '\0';
+  std::memcpy(out, text_of(password), password.GetLength());
+  return send_answer(session, "AUTH PLAIN ", {session.recv_buffer, length}, SMTP_BUFFER_SIZE,
+                     timeout, texts);
+}
+
 TAV_EML_RESULT run_first_method(tav_eml_smtp_command& command,
                                 const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
                                 smtp_ehlo_option& untried) {
@@ -131,22 +151,7 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_plain(const UtlString& us
                    "tav_eml_smtp_command::tav_eml_smtp_auth_plain : send_buffer == 0[Error]\n")) {
     return TAV_EML_ERR_UNKNOWN;
   }
-  // NUL user NUL password, without an authorisation identity.
-  const size_t length = user.GetLength() + password.GetLength() + 2;
-  if (length > SMTP_BUFFER_SIZE) {
-    TAV_EML_LOG_ERROR("%s", kTexts.send);
-    return TAV_EML_ERR_PARAM;
-  }
-  const wipe_at_end wiper(session.recv_buffer, length);
-  char* out = session.recv_buffer;
-  *out++ = '\0';
-  std::memcpy(out, text_of(user), user.GetLength());
-  out += user.GetLength();
-  *out++ = '\0';
-  std::memcpy(out, text_of(password), password.GetLength());
-
-  TAV_EML_RESULT result = send_answer(session, "AUTH PLAIN ", {session.recv_buffer, length},
-                                      SMTP_BUFFER_SIZE, timeout, kTexts);
+  TAV_EML_RESULT result = send_identity(session, user, password, timeout, kTexts);
   if (result != TAV_EML_OK) return result;
   result = read_reply(session, timeout);
   if (result != TAV_EML_OK) {

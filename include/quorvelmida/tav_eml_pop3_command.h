@@ -21,7 +21,7 @@ extern TAVEML_API const char* const END_OF_LIST;
 //
 // A failure ends TLS, closes the connection and sets the handle to 0, except where it is said; so
 // a handle of 0 tells that the connection is lost. Results are TAV_EML_OK; TAV_EML_ERR_REPLY for a
-// negative reply or one that cannot be understood; TAV_EML_ERR_NOT_CONNECTED for a handle of 0;
+// negative reply or one that cannot be understood; TAV_EML_ERR_TRANSFER for a handle of 0;
 // TAV_EML_ERR_NO_MEMORY; the codes of tav_eml_mlutl_mail_net. Every failure writes a line to the
 // debug log.
 class TAVEML_API tav_eml_pop3_command : public UtlObject {

@@ -5,8 +5,7 @@
 //    with a handle of 0 or less returns -1 and touches nothing.
 //  - Connect, send and receive return -1 for an error and -2 for a time-out. Connect returns 0 on
 //    success; send and receive return the count of bytes moved, and receive 0 at end of stream.
-//  - One call moves at most what one call of the system moves. What was not asked for comes with
-//  the
+//  - One call moves at most what one call of the system moves. What was not asked for comes with the
 //    next call. A port may read ahead: replies are asked for byte by byte, mails in small blocks.
 //    But what it then holds, like what waits in the kernel, makes a TLS handshake fail (tlsw.h):
 //    nothing sent in clear before TLS is ever read after it.
@@ -17,6 +16,8 @@
 //  - The name an address was resolved from is remembered: a socket connected to an address of the
 //    calling thread's latest successful tav_netsock_getaddrinfo carries that name, and the TLS
 //    wrapper (tlsw.h) sends it and checks the certificate for it.
+//  - Sockets that others have made can be sent to and received from, too. Their options are left
+//    alone, nothing is read ahead of what is asked for, and they carry no name.
 
 #ifndef TAV_NETSOCK_H
 #define TAV_NETSOCK_H

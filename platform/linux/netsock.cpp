@@ -136,6 +136,20 @@ int32_t transfer(int32_t sock, wait_limit& limit, int32_t timeout_ms, Move&& mov
   }
 }
 
+// The same for a socket that somebody else has made and may close: its options are left as they
+// are, and nothing is kept for it.
+template <typename Move>
+int32_t transfer_of_others(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
+  const deadline until(timeout_ms);
+  for (;;) {
+    const ssize_t count = move(MSG_DONTWAIT);
+    if (count >= 0) return static_cast<int32_t>(count);
+    if (errno != EINTR && !would_block(errno)) return TAV_NETSOCK_ERROR;
+    const int ready = until.wait(sock, events);
+    if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
+  }
+}
+
 // "192.0.2.1 port 25", for an observer.
 std::string address_text(const void* addr) {
   tav_netsock_sockaddr_in6 address = {};
@@ -250,22 +264,30 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) noexcept {
+  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   socket_record* const record = find_record(sock);
-  if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  const int32_t count = transfer(sock, record->send_limit, timeout_ms, [&] {
-    return send(sock, data, static_cast<size_t>(len), system_flags(flags) | MSG_NOSIGNAL);
-  });
+  const int wishes = system_flags(flags) | MSG_NOSIGNAL;
+  const auto move = [&](int more_flags) {
+    return send(sock, data, static_cast<size_t>(len), wishes | more_flags);
+  };
+  const int32_t count =
+      record != nullptr ? transfer(sock, record->send_limit, timeout_ms, [&] { return move(0); })
+                        : transfer_of_others(sock, POLLOUT, timeout_ms, move);
   return observed(TAV_WIRETAP_SENT, data, count);
 }
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) noexcept {
+  if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   socket_record* const record = find_record(sock);
-  if (record == nullptr || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   const auto length = static_cast<size_t>(len);
   const int wishes = system_flags(flags);
   int32_t count;
-  if (record->ahead.is_empty()) {
+  if (record == nullptr) {
+    count = transfer_of_others(sock, POLLIN, timeout_ms, [&](int more_flags) {
+      return recv(sock, data, length, wishes | more_flags);
+    });
+  } else if (record->ahead.is_empty()) {
     count = transfer(sock, record->receive_limit, timeout_ms,
                      [&] { return record->ahead.receive(sock, data, length, wishes); });
   } else if (wishes == 0 || wishes == MSG_PEEK) {

@@ -156,6 +156,12 @@ bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
   return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
 }
 
+bool is_socket(int fd) {
+  int type = 0;
+  socklen_t length = sizeof type;
+  return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0;
+}
+
 // What is on the socket before we have said hello was said in clear.
 bool has_waiting_bytes(int fd) {
   char byte;
@@ -319,16 +325,18 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
     if (found == table().contexts.end()) return TLSW_ERR_PARAM;
     owner = found->second;
   }
-  socket_record* const record = find_record(param.sock);
-  if (record == nullptr) return TLSW_ERR_PARAM;
-  if (!record->ahead.is_empty() || has_waiting_bytes(param.sock)) {
+  if (!is_socket(param.sock)) return TLSW_ERR_PARAM;
+  const socket_record* const record = find_record(param.sock);  // null when others have made it
+  const bool is_clear = record == nullptr || record->ahead.is_empty();
+  if (!is_clear || has_waiting_bytes(param.sock)) {
     TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
     wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_CLEAR);
     return TLSW_ERR_CONNECT;
   }
   const auto made = std::make_shared<session>();
   made->context = context;
-  int32_t result = prepare(owner.get(), param, record->name, *made);
+  const std::string name = record != nullptr ? record->name : std::string();
+  int32_t result = prepare(owner.get(), param, name, *made);
   if (result == TLSW_OK) {
     result = handshake(*made, param.option[0] == 1, param.timeout_ms);
   }

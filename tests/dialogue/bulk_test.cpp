@@ -52,18 +52,5 @@ TEST_F(Bulk, an_attachment_of_any_size_is_encoded_into_few_large_writes) {
   }
 }
 
-TEST_F(Bulk, text_and_its_unfinished_line_are_one_write) {
-  mail.m_pPart->m_nTransferEncoding = TAV_EML_TE_7BIT;
-  EXPECT_EQ(facade().connect_mail(), TAV_EML_OK);
-  EXPECT_EQ(facade().send_header(mail), TAV_EML_OK);
-  EXPECT_EQ(facade().send_part_header(mail), TAV_EML_OK);
-  const size_t before = net.calls({net_call::send}).size();
-  give(*mail.m_pPart, "one\n.two\nthree");
-  EXPECT_EQ(facade().send_part_body(mail), TAV_EML_OK);
-  EXPECT_EQ(net.calls({net_call::send}).size() - before, 1u);
-  EXPECT_EQ(facade().close_mail(mail), TAV_EML_OK);
-  EXPECT_NE(host.client_bytes().find("one\r\n..two\r\nthree\r\n\r\n--BB--\r\n"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace dialogue

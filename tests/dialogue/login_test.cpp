@@ -98,14 +98,14 @@ TEST_F(Login, what_ends_a_login_at_once) {
       {"PLAIN LOGIN", "454 later\r\n", "", TAV_EML_ERR_REPLY_TEMPORARY},
       {"CRAM-MD5 LOGIN", "504 no such\r\n", "", TAV_EML_ERR_REPLY},
       {"CRAM-MD5", "334 PDE+\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
-      {"CRAM-MD5", "334 not base64!\r\n", "", TAV_EML_ERR_UNKNOWN},
-      {"CRAM-MD5", "334 P D E\r\n", "", TAV_EML_ERR_UNKNOWN},
-      {"CRAM-MD5", "334 PDE+P\r\n", "", TAV_EML_ERR_UNKNOWN},
+      {"CRAM-MD5", "334 not base64!\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
+      {"CRAM-MD5", "334 PDE+P\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
       {"CRAM-MD5", "334 PDE\r\n", "421 later\r\n", TAV_EML_ERR_REPLY_TEMPORARY},
       {"DIGEST-MD5", "334 bm9uY2U9Im4i\r\n", "", TAV_EML_ERR_AUTH_METHOD},  // no realm
       {"DIGEST-MD5", "334 cmVhbG09\r\n", "", TAV_EML_ERR_AUTH_METHOD},      // ends at "realm="
       {"DIGEST-MD5", "334 cmVhbG09InI=\r\n", "", TAV_EML_ERR_AUTH_METHOD},  // never closed
       {"LOGIN", "334 V2hvPw==\r\n", "", TAV_EML_ERR_AUTH_METHOD},           // "Who?"
+      {"LOGIN", "334 Username:\r\n", "", TAV_EML_ERR_AUTH_METHOD},          // not base64
       {"LOGIN", "334 \r\n", "", TAV_EML_ERR_AUTH_METHOD},
       {"GSSAPI", "", "", TAV_EML_ERR_AUTH_METHOD},
   };
@@ -216,6 +216,7 @@ TEST_F(Login, secrets_are_wiped_from_the_session) {
     EXPECT_EQ(held.find("tanstaaf"), std::string::npos);
     EXPECT_EQ(held.find("dGFuc3RhYW"), std::string::npos);
   }
+  EXPECT_STREQ(session->recv_buffer, "235 ok\r\n");
   EXPECT_EQ(command.tav_eml_smtp_disconnect(settings.get(), session), TAV_EML_OK);
   UtlOS::MemFree(session->send_buffer);
   UtlOS::MemFree(session->recv_buffer);

@@ -78,6 +78,7 @@ TEST_F(Mail, lines_are_made_fit_for_the_wire) {
       {"abc", "abc\r\n"},
       {".", "..\r\n"},
       {"\n\n", "\r\n\r\n"},
+      {"\n.\n.", "\r\n..\r\n..\r\n"},
       {".\r\n..\r\n", "..\r\n...\r\n"},
       {"a\r\nb", "a\r\nb\r\n"},
       {"a\rb\n", "a\rb\r\n"},

@@ -112,7 +112,7 @@ TEST_F(Pop3, a_failed_login_leaves_nothing_and_the_next_one_is_a_real_one) {
     EXPECT_EQ(net.leaks(), "");
     EXPECT_EQ(facade().noop(), TAV_EML_ERR_NOT_CONNECTED);
     int count = 0;
-    EXPECT_EQ(facade().stat(count), TAV_EML_ERR_NOT_CONNECTED);
+    EXPECT_EQ(facade().stat(count), TAV_EML_ERR_TRANSFER);
     net.never_fail();
     set_up(net, host, record);
     const size_t failed = host.connections();
@@ -360,7 +360,7 @@ TEST_F(Pop3, a_refused_probe_loses_the_connection_and_no_list_it_was_to_keep) {
   } cases[] = {
       {"-ERR no\r\n", "+OK 1 3\r\n", 1, TAV_EML_ERR_REPLY, "1:a/2"},
       {"+OK\r\n", "+OK 1 3\r\n", 1, TAV_EML_ERR_REPLY, "1:a/2"},
-      {"-ERR no\r\n", "+OK 1 3\r\n", 0, TAV_EML_ERR_NOT_CONNECTED, "0:a/1"},
+      {"-ERR no\r\n", "+OK 1 3\r\n", 0, TAV_EML_ERR_TRANSFER, "0:a/1"},
       {"-ERR no\r\n", "+OK 0 0\r\n", 0, TAV_EML_ERR_REPLY, ""},
       {"-ERR no\r\n", "+OK 0 0\r\n", 1, TAV_EML_ERR_REPLY, ""},
       {"+OK 1 a\r\n", "+OK 2000000000 1\r\n", 0, TAV_EML_ERR_REPLY, "1:a/1"},

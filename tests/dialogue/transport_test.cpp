@@ -73,6 +73,7 @@ TEST_F(Transport, a_name_without_an_address_is_a_bad_parameter) {
   EXPECT_EQ(connect(), TAV_EML_ERR_PARAM);
   EXPECT_TRUE(log.contains("no address about host name"));
   EXPECT_EQ(transport.connect_mail(&sock, nullptr, 25, 1000, 0), TAV_EML_ERR_PARAM);
+  EXPECT_EQ(transport.connect_mail(nullptr, "192.0.2.1", 25, 1000, 0), TAV_EML_ERR_PARAM);
 }
 
 TEST_F(Transport, reads_one_line_and_nothing_behind_it) {

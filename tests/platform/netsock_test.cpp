@@ -211,6 +211,27 @@ TEST(NetsockContract, end_of_stream_is_0_and_a_lost_peer_raises_no_signal) {
   EXPECT_TRUE(ended == 0 || ended == -1);
 }
 
+// A device may hand over a socket that it has made by itself: nothing is kept for it.
+TEST(NetsockContract, a_socket_of_others_is_left_as_it_is) {
+  for (const int mode : {0, int{SOCK_NONBLOCK}}) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | mode, 0, ends), 0);
+    char bytes[8] = {};
+    EXPECT_EQ(tav_netsock_recv_timeo(ends[0], bytes, 8, 0, 50), TAV_NETSOCK_TIMEOUT);
+    EXPECT_EQ(tav_netsock_send_timeo(ends[1], "abc", 3, 0, 1000), 3);
+    EXPECT_EQ(tav_netsock_recv_timeo(ends[0], bytes, 1, 0, 1000), 1);
+    EXPECT_EQ(recv(ends[0], bytes + 1, 7, 0), 2);
+    EXPECT_STREQ(bytes, "abc");
+    const std::string much(1 << 20, 'x');
+    int32_t sent = 1;
+    while (sent > 0) sent = tav_netsock_send_timeo(ends[1], much.data(), 1 << 20, 0, 50);
+    EXPECT_EQ(sent, TAV_NETSOCK_TIMEOUT);
+    close(ends[0]);
+    EXPECT_EQ(tav_netsock_send_timeo(ends[1], "x", 1, 0, 50), TAV_NETSOCK_ERROR);
+    close(ends[1]);
+  }
+}
+
 TEST(NetsockContract, a_signal_does_not_shorten_a_wait) {
   struct sigaction action {};
   action.sa_handler = [](int) {};

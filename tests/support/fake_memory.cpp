@@ -202,6 +202,13 @@ std::string fake_memory::problems() const {
   return text;
 }
 
+std::string fake_memory::faults() {
+  entry guard;
+  std::string text;
+  for (const std::string& line : state().faults) text += line + "\n";
+  return text;
+}
+
 bool fake_memory::clean() const {
   const std::string found = problems();
   std::cerr << found;

@@ -41,6 +41,8 @@ class fake_memory {
   // One line for each leak, overrun, free of something that is not a live block, and misuse of a
   // mutex; "" when all is well.
   std::string problems() const;
+  // The faults among them, leaks left out, since the latest object was made or the program began.
+  static std::string faults();
   // problems() is "". Writes them to the error output otherwise.
   bool clean() const;
 };

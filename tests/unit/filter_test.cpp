@@ -65,6 +65,23 @@ TEST(Filter, lets_through_what_it_should) {
   EXPECT_EQ(tav_eml_mlutl_check_filter("a@x.example", kDeny, nullptr, 1), 0);
 }
 
+TEST(Filter, the_result_may_be_the_text_that_was_handed_in) {
+  UtlString text("a@x.example, b@y.example");
+  const char* list[] = {"Y.example"};
+  EXPECT_EQ(filter::check_filter(text.GetString(), text, kPermit, list, 1), 1);
+  EXPECT_STREQ(text.GetString(), "b@y.example");
+}
+
+TEST(Filter, an_absent_entry_is_no_empty_one) {
+  UtlString absent, empty("");
+  for (UtlString* entry : {&absent, &empty}) {
+    UtlVector list;
+    ASSERT_EQ(list.Add(0, entry), 1);
+    EXPECT_EQ(filter::check_domain(UtlString("local"), kPermit, list), entry == &empty ? 1 : 0);
+    EXPECT_EQ(filter::check_domain(UtlString(), kPermit, list), 1);  // neither text nor domain
+  }
+}
+
 TEST(Filter, upper_cases_the_entries_of_a_callers_vector) {
   UtlString entry("x.example");
   UtlVector list;

@@ -43,9 +43,22 @@ TEST(Address, lists_are_cut_outside_quotes) {
     EXPECT_EQ(found, test.expected) << test.list;
     EXPECT_EQ(one.GetString(), nullptr);
   }
-  UtlString one;
-  int pos = 0;
-  EXPECT_EQ(address().get_address(one, pos, ","), 0);
+}
+
+TEST(Address, nothing_is_read_where_there_is_no_text) {
+  const struct {
+    const char* list;
+    int pos;
+    const char* delimiters;
+  } cases[] = {{nullptr, 0, ","}, {"x@y", -1, ","}, {"x@y", 4, ","}, {"x@y", 0, nullptr}};
+  for (const auto& test : cases) {
+    UtlString one("before");
+    int pos = test.pos;
+    EXPECT_EQ(address(test.list).get_address(one, pos, test.delimiters), 0);
+    EXPECT_EQ(one.GetString(), nullptr);
+    EXPECT_EQ(address::SkipUserName(test.list, pos), 0);
+    EXPECT_EQ(pos, test.pos);
+  }
 }
 
 TEST(Address, is_reduced_and_split) {

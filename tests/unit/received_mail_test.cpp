@@ -75,7 +75,8 @@ TEST(ReceiveStream, finds_the_longest_block_that_ends_at_a_line_end) {
       {"ab\r\ncd\r\nef", 4096, 8, ""},
       {"ab\r\ncd\r\nef", 5, 4, ""},
       {"\r\nx", 4096, 2, ""},
-      {{"a\0\r\nb", 5}, 4096, 4, ""},
+      {{"a\r\n\0\r\nb", 7}, 4096, 6, ""},
+      {{"a\0\r\nb", 5}, 4096, -1, "SearchBlock() no block."},
       {"abc", 4096, -1, "SearchBlock() no block."},
       {"\nabc\n\r", 4096, -1, "SearchBlock() no block."},
       {"abcdef\r\n", 4, -1, "SearchBlock() not found."},
@@ -465,6 +466,34 @@ TEST(ReceivedLines, dots_and_the_end_of_the_message) {
   UtlString none, blank("\r\n"), word("x\r\n");
   EXPECT_TRUE(receiver.IsEmptyLine(blank));
   EXPECT_FALSE(receiver.IsEmptyLine(none) || receiver.IsEmptyLine(word));
+}
+
+TEST(ReceivedLines, a_header_is_read_whatever_the_flag_says) {
+  for (const int32_t is_receiving : {0, 1}) {
+    tav_eml_mlutl_receive receiver;
+    tav_eml_mlutl_mail mail;
+    mail.m_nReceiving = is_receiving;
+    ASSERT_EQ(receiver.set_recv_buffer("Subject: x\r\n\r\n.\r\n"), 0);
+    int sock = 7;
+    TAV_EML_TLS_INFO tls = {};
+    EXPECT_EQ(receiver.receive_header(mail, sock, 1, 0, tls), TAV_EML_UTL_OK);
+    EXPECT_EQ(text(mail.m_cSubject), "x");
+    EXPECT_EQ(mail.m_nReceiving, is_receiving);
+  }
+}
+
+TEST(ReceivedLines, a_delimiter_of_nothing_takes_no_lines_along) {
+  tav_eml_mlutl_receive receiver;
+  tav_eml_mlutl_mail mail;
+  mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
+  mail.m_nReceiving = 1;
+  mail.set_part(new tav_eml_mlutl_mail_part);
+  ASSERT_EQ(receiver.set_recv_buffer("one\r\n--x\r\ntwo\r\n.\r\n"), 0);
+  int sock = 7;
+  TAV_EML_TLS_INFO tls = {};
+  EXPECT_EQ(receiver.receive_part_body(mail, sock, 1, tls), TAV_EML_UTL_ERROR);
+  EXPECT_EQ(receiver.receive_part_body(mail, sock, 1, tls), TAV_EML_UTL_OK);
+  EXPECT_STREQ(mail.get_part()->m_pData, "one\r\ntwo\r\n");
 }
 
 TEST(ReceivedLines, the_buffer_holds_4096_characters) {
