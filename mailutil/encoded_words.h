@@ -19,6 +19,10 @@ enum class line_breaks { kept, blanked };
 bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
                           TAV_EML_CHAR_SET& char_set);
 
+// As tav_eml_mlutl_mail_type::convert_encoded_string, for callers that report exceptions of the
+// converter themselves: they go through.
+int convert_text(const TAV_EML_ENCODED_STRING& in, TAV_EML_ENCODED_STRING& out, int& consumed);
+
 // What becomes of a character that no word of the wanted length has room for.
 enum class tight_words { fail, grow };
 

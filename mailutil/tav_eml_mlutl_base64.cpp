@@ -12,6 +12,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 #include "utl_os.h"
 
@@ -122,6 +123,7 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
+  if (!is_readable("from_b64", in, len)) return 0;
   try {
     utl_buffer decoded;
     const long room = decoded_room(len);
@@ -157,6 +159,7 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
+  if (!is_readable("to_b64", in, len)) return 0;
   try {
     const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
     const int64_t length = base64_text_length(len, line);
@@ -181,6 +184,7 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
 
 int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
                                                    long data_len) {
+  if (!is_readable("ReallocationBuffer", data, data_len)) return 0;
   const bool fits = buf_len >= 0 && data_len >= 0 && data_len < INT_MAX - buf_len;
   void* block =
       fits ? UtlOS::MemReallocate(buf, static_cast<size_t>(buf_len + data_len + 1)) : nullptr;

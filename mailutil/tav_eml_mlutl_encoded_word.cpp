@@ -1,6 +1,7 @@
 // Encoded words (RFC 2047): encoding one run of text.
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -34,9 +35,11 @@ struct word_layout {
 
 word_layout layout_words(long name_length, long text_length, int max_line) {
   const long overhead = 2 + name_length + static_cast<long>(sizeof kBase64Mark) - 1 + 2;
-  const long base64_room = (max_line - overhead - kLineBreak) / 4 * 4;
+  const int64_t base64_room = (int64_t{max_line} - overhead - kLineBreak) / 4 * 4;
   if (base64_room < 1) return {false, text_length};
-  return {true, base64_room / 4 * 3};
+  // No text becomes longer than if each of its bytes were a character.
+  const int64_t most = (int64_t{text_length} + 1) * kAnyCharacter;
+  return {true, static_cast<long>(std::min(base64_room / 4 * 3, most))};
 }
 
 enum class piece_result { taken, no_room, failed };
@@ -54,7 +57,7 @@ piece_result convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& te
                            utl_buffer& converted) {
   TAV_EML_ENCODED_STRING piece = {char_set, converted.data(), static_cast<int32_t>(capacity)};
   int consumed = 0;
-  const int result = tav_eml_mlutl_mail_type::convert_encoded_string(text, piece, consumed);
+  const int result = convert_text(text, piece, consumed);
   // A word that cannot take even one character would be made for ever.
   if (result == 0 && consumed < 1 && text.length > 0) return piece_result::no_room;
   if (result != 0) return conversion_failure(result);
@@ -141,6 +144,11 @@ bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int 
         log_code(char_set));
     return false;
   }
+  if (len >= INT_MAX) {
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() failed to allocate memory\n");
+    return false;
+  }
   const TAV_EML_ENCODED_STRING source = {TAV_EML_CS_UTF_8, const_cast<char*>(text),
                                          static_cast<int32_t>(len > 0 ? len : 0)};
   word_builder words(name);
@@ -155,6 +163,7 @@ int tav_eml_mlutl_mime_utility::ToMimeEncode(TAV_EML_CHAR_SET char_set, const vo
                                              char*& out, long& out_len, int max_line) {
   out = nullptr;
   out_len = 0;
+  if (!is_readable("ToMimeEncode", text, len)) return 0;
   return guarded("ToMimeEncode", 0, [&] {
     utl_buffer words;
     if (!encode_as_words(char_set, static_cast<const char*>(text), len, max_line, tight_words::fail,

@@ -40,6 +40,10 @@ char tav_eml_mlutl_mime_utility::escape_decode(char ch) {
 }
 
 void tav_eml_mlutl_mime_utility::escape_string_decode(const char* src, int len, char* dst) {
+  if (!is_readable("escape_string_decode", src, len) ||
+      !is_readable("escape_string_decode", dst, len)) {
+    return;
+  }
   for (int i = 0; i < len;) {
     if (src[i] != '%') {
       *dst++ = src[i++];

@@ -12,6 +12,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
@@ -130,6 +131,7 @@ int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*&
                                               TAV_EML_CHAR_SET& char_set, int /*unused*/) {
   out = nullptr;
   out_len = 0;
+  if (!is_readable("inline_decode", text, len)) return 0;
   return guarded("inline_decode", 0, [&] {
     try {
       utl_buffer work;

@@ -10,6 +10,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
@@ -113,6 +114,7 @@ int tav_eml_mlutl_mime_utility::inline_encode(const char* header, long len, char
                                               long& out_len, TAV_EML_CHAR_SET char_set) {
   out = nullptr;
   out_len = 0;
+  if (!is_readable("inline_encode", header, len)) return 0;
   return guarded("inline_encode", 0, [&] {
     try {
       utl_buffer work;

@@ -60,6 +60,9 @@ void to_bytes(const unsigned long* state, unsigned char* bytes) {
   }
 }
 
+// A null text is as good as an empty one.
+size_t length_of(const char* text) { return text != nullptr ? std::strlen(text) : 0; }
+
 void to_hex(const unsigned long* state, char* out) {
   static constexpr char kDigits[] = "0123456789abcdef";
   unsigned char bytes[kDigest];
@@ -126,6 +129,7 @@ void tav_eml_mlutl_mail_hash::FinishDigest(const char* rest, unsigned long lengt
 void tav_eml_mlutl_mail_hash::GetMD5Digest(const char* data, unsigned long length,
                                            unsigned long* state) {
   start(state);
+  if (data == nullptr) length = 0;
   unsigned long done = 0;
   for (; length - done >= kBlock; done += kBlock) {
     RoundCalculate(reinterpret_cast<const unsigned char*>(data + done), state);
@@ -147,7 +151,7 @@ void tav_eml_mlutl_mail_hash::DigestBehindPad(const unsigned char* pad, const ch
 
 void tav_eml_mlutl_mail_hash::GetMD5Hash(const char* text, char* out) {
   unsigned long state[4];
-  GetMD5Digest(text, std::strlen(text), state);
+  GetMD5Digest(text, length_of(text), state);
   to_hex(state, out);
 }
 
@@ -155,11 +159,11 @@ void tav_eml_mlutl_mail_hash::GetHMACMD5Hash(const char* text, const char* key, 
   secret_array<kBlock> inner;
   secret_array<kBlock> outer;
   unsigned long state[4];
-  const size_t key_length = std::strlen(key);
+  const size_t key_length = length_of(key);
   if (key_length > kBlock) {
     GetMD5Digest(key, key_length, state);
     to_bytes(state, reinterpret_cast<unsigned char*>(inner.data));
-  } else {
+  } else if (key_length > 0) {
     std::memcpy(inner.data, key, key_length);
   }
   for (unsigned int i = 0; i < kBlock; ++i) {
@@ -168,8 +172,7 @@ void tav_eml_mlutl_mail_hash::GetHMACMD5Hash(const char* text, const char* key, 
     outer.data[i] = static_cast<char>(byte ^ 0x5c);
   }
 
-  DigestBehindPad(reinterpret_cast<const unsigned char*>(inner.data), text, std::strlen(text),
-                  state);
+  DigestBehindPad(reinterpret_cast<const unsigned char*>(inner.data), text, length_of(text), state);
   unsigned char digest[kDigest];
   to_bytes(state, digest);
   DigestBehindPad(reinterpret_cast<const unsigned char*>(outer.data),

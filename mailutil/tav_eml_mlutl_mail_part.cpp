@@ -162,6 +162,7 @@ void tav_eml_mlutl_mail_part::free_buffer() {
 
 int tav_eml_mlutl_mail_part::add_buffer(char*& buffer, long& length, const void* bytes,
                                         long count) {
+  if (!is_readable("add_buffer", bytes, count)) return 0;
   if (!grow(buffer, length, count)) {
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
@@ -175,6 +176,7 @@ int tav_eml_mlutl_mail_part::add_buffer(char*& buffer, long& length, const void*
 
 int tav_eml_mlutl_mail_part::InsertBuffer(char*& buffer, long& length, const void* bytes,
                                           long count) {
+  if (!is_readable("InsertBuffer", bytes, count)) return 0;
   if (!grow(buffer, length, count)) {
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mail_part::InsertBuffer() failed to reallocate memory\n");

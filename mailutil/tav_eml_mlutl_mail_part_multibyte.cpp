@@ -125,7 +125,8 @@ int adjust_jis(const char* text, long length, long& cut) {
 }  // namespace
 
 int tav_eml_mlutl_mail_part::AdjustMultiByteCode(const char* text, long& cut, int flag) {
-  cut = std::max<long>(cut, 0);
+  cut = text != nullptr ? std::max<long>(cut, 0) : 0;
+  if (text == nullptr) return 0;
   const bool is_received_data = flag != 0 && m_nContentType > TAV_EML_CT_TEXT_HTML;
   if (is_shift_jis(m_nCharSet)) {
     if (!is_received_data) adjust_shift_jis(text, cut, flag != 0 && m_nComplete == 0);

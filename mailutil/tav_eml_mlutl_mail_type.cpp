@@ -4,7 +4,10 @@
 #include <cstring>
 
 #include "clb.h"
+#include "encoded_words.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
@@ -177,8 +180,11 @@ int tav_eml_mlutl_mail_type::convert_util_lib_encode_type(TAV_EML_CHAR_SET char_
   return -1;
 }
 
-int tav_eml_mlutl_mail_type::convert_encoded_string(const TAV_EML_ENCODED_STRING& in,
-                                                    TAV_EML_ENCODED_STRING& out, int& consumed) {
+int convert_text(const TAV_EML_ENCODED_STRING& in, TAV_EML_ENCODED_STRING& out, int& consumed) {
+  if (!is_readable("convert_encoded_string", in.data, in.length) ||
+      !is_readable("convert_encoded_string", out.data, out.length)) {
+    return -1;
+  }
   if (in.char_set == out.char_set) return copy_same_set(in, out, consumed);
 
   CHC_ENCODE_TYPE from;
@@ -204,6 +210,11 @@ int tav_eml_mlutl_mail_type::convert_encoded_string(const TAV_EML_ENCODED_STRING
   out.length = request.produced;
   consumed = request.consumed;
   return 0;
+}
+
+int tav_eml_mlutl_mail_type::convert_encoded_string(const TAV_EML_ENCODED_STRING& in,
+                                                    TAV_EML_ENCODED_STRING& out, int& consumed) {
+  return guarded("convert_encoded_string", -1, [&] { return convert_text(in, out, consumed); });
 }
 
 }  // namespace quorvelmida

@@ -8,6 +8,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
@@ -101,6 +102,7 @@ int tav_eml_mlutl_mime_utility::from_qp(const char* in, long len, void*& out, lo
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
+  if (!is_readable("from_qp", in, len)) return 0;
   try {
     utl_buffer decoded;
     if (!decoded.allocate(len)) {
@@ -130,6 +132,7 @@ int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, 
                                       int line_len) {
   out = nullptr;
   out_len = 0;
+  if (!is_readable("to_qb", in, 1)) return 0;
   const char* text = static_cast<const char*>(in);
   // Measured first: soft breaks make the text longer than any estimate from the byte count.
   int64_t reported = 0;

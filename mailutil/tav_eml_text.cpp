@@ -1,6 +1,14 @@
 #include "tav_eml_text.h"
 
+#include "tav_eml_log.h"
+
 namespace quorvelmida {
+
+bool is_readable(const char* operation, const void* bytes, int64_t length) {
+  if (bytes != nullptr || length <= 0) return true;
+  TAV_EML_LOG_ERROR("<Error>:%s:[Result]null pointer\n", operation);
+  return false;
+}
 
 std::string joined(std::initializer_list<std::string_view> texts) {
   size_t length = 0;

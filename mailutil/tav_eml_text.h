@@ -3,6 +3,7 @@
 #ifndef TAV_EML_TEXT_H
 #define TAV_EML_TEXT_H
 
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -34,6 +35,9 @@ inline bool has_no_control(const char* text) {
   }
   return true;
 }
+
+// A null pointer stands for no bytes, and for that only. What is refused is logged.
+bool is_readable(const char* operation, const void* bytes, int64_t length);
 
 // The texts one behind the other.
 std::string joined(std::initializer_list<std::string_view> texts);

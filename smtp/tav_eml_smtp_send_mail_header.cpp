@@ -345,6 +345,7 @@ const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
 int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
                                               const char* label, char*& buffer, char* /*work*/,
                                               long& count, long& length) {
+  if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
   return guarded("MakeHeaderAddress", 0, [&] {
     return append_addresses(*this, list, label, buffer, length, count) ? 1 : 0;
   });
@@ -352,6 +353,7 @@ int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& 
 
 int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
                                                 char*& buffer, long& length) {
+  if (!is_readable("make_header_bracket", label, 1)) return 0;
   return guarded("make_header_bracket", 0,
                  [&] { return append_ids(*this, value, label, buffer, length) ? 1 : 0; });
 }

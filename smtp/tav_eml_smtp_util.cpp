@@ -9,6 +9,7 @@
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
+#include "tav_eml_text.h"
 #include "utl_buffer.h"
 #include "utl_os.h"
 
@@ -160,6 +161,7 @@ void store_length(size_t value, int* length) {
 }  // namespace
 
 void tav_eml_smtp_util::ConvertMacroStr(int kind, char*& cursor, int measure) {
+  if (measure == 0 && !is_readable("ConvertMacroStr", cursor, 1)) return;
   guarded("ConvertMacroStr", 0, [&] {
     std::string value;
     if (!macro_value(kind, value)) return 0;
@@ -170,7 +172,9 @@ void tav_eml_smtp_util::ConvertMacroStr(int kind, char*& cursor, int measure) {
 }
 
 TAV_EML_RESULT tav_eml_smtp_util::ReplaceMacroStrings(const char* text, char** result) {
+  if (!is_readable("ReplaceMacroStrings", result, 1)) return TAV_EML_ERR_PARAM;
   *result = nullptr;
+  if (!is_readable("ReplaceMacroStrings", text, 1)) return TAV_EML_ERR_PARAM;
   return guarded("ReplaceMacroStrings", [&]() -> TAV_EML_RESULT {
     const std::string expanded = expand(text);
     utl_buffer buffer;
@@ -194,8 +198,9 @@ TAV_EML_RESULT tav_eml_smtp_util::make_subject(const char* text, char** result, 
 
 TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result, int* length) {
   char* expanded = nullptr;
-  *result = nullptr;
   store_length(0, length);
+  if (!is_readable("make_signature", result, 1)) return TAV_EML_ERR_PARAM;
+  *result = nullptr;
   TAV_EML_RESULT code = ReplaceMacroStrings(text, &expanded);
   if (code != TAV_EML_OK) {
     TAV_EML_LOG_ERROR(
@@ -209,6 +214,9 @@ TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result
 }
 
 TAV_EML_RESULT tav_eml_smtp_util::Automatic64Linefeed(char* text, char** result) {
+  if (!is_readable("Automatic64Linefeed", result, 1)) return TAV_EML_ERR_PARAM;
+  *result = nullptr;
+  if (!is_readable("Automatic64Linefeed", text, 1)) return TAV_EML_ERR_PARAM;
   const size_t length = break_lines(text, nullptr);
   utl_buffer broken;
   if (!broken.allocate(static_cast<long>(length))) {
@@ -226,6 +234,7 @@ size_t tav_eml_smtp_util::get_date(int with_zone, size_t size, char* out) {
   static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  if (!is_readable("get_date", out, 1)) return 0;
   const std::time_t now = std::time(nullptr);
   std::tm local = {};
   if (clb_LocalTime_r(&now, &local) == nullptr) {

@@ -20,14 +20,14 @@ class TAVEML_API tav_eml_mlutl_mail_address : public UtlObject {
   ~tav_eml_mlutl_mail_address() override;
 
   // Moves `pos` behind the quoted name that starts there: 1. Without a quote at `pos`: 0, `pos`
-  // unchanged; likewise for a null text and a `pos` outside of it. With a quote that never closes: 0,
-  // `pos` at the text's NUL.
+  // unchanged; likewise for a null text and a `pos` outside of it. With a quote that never closes:
+  // 0, `pos` at the text's NUL.
   static int SkipUserName(const char* text, int& pos);
 
   // Cuts the next address, display name included, out of the list; `pos` starts at 0 and moves to
   // the following address. `delimiters` separate addresses, outside quoted names. 1 with the
-  // address in `out`; 0 at the end, for an empty address, when there is no text, for a `pos` outside
-  // of it and for null `delimiters`: `out` is null then.
+  // address in `out`; 0 at the end, for an empty address, when there is no text, for a `pos`
+  // outside of it and for null `delimiters`: `out` is null then.
   int get_address(UtlString& out, int& pos, const char* delimiters) const;
 
   // Reduces one address to what stands in its angle brackets, or to itself. 1, or 0 when the result

@@ -30,7 +30,7 @@ class TAVEML_API tav_eml_mlutl_mail_hash : public UtlObject {
   void GetMD5Digest(const char* data, unsigned long length, unsigned long* state);
 
   // The MD5 digest of a NUL-terminated text as 32 lower-case hexadecimal digits and a NUL: `out`
-  // has room for 33 bytes.
+  // has room for 33 bytes. A null text counts as an empty one, here and below.
   void GetMD5Hash(const char* text, char* out);
 
   // The HMAC-MD5 of a NUL-terminated text under a NUL-terminated key, likewise.

@@ -51,7 +51,7 @@ class TAVEML_API tav_eml_mlutl_mime_utility {
   // Turns UTF-8 text into B-encoded words of `char_set`, folded so that no line, its CR LF
   // included, is longer than `max_line`. No character is split between words. When `max_line` has
   // no room for a folded word, one word is made and the text that does not fit `len` bytes in the
-  // target set is dropped.
+  // target set is dropped; it fails when not even one character fits.
   static int ToMimeEncode(TAV_EML_CHAR_SET char_set, const void* text, long len, char*& out,
                           long& out_len, int max_line);
 

@@ -60,7 +60,8 @@ namespace quorvelmida {
 //
 // Results are TAV_EML_OK or the code of the step that failed; every failure writes a line to the
 // debug log. When the connection is lost, what follows gives TAV_EML_ERR_NOT_CONNECTED, or
-// TAV_EML_ERR_TRANSFER from stat() and in the middle of a list(), and connect_mail connects anew. One thread uses the object at a time. Nothing is thrown.
+// TAV_EML_ERR_TRANSFER from stat() and within list(), and connect_mail connects anew. One thread
+// uses the object at a time. Nothing is thrown.
 class TAVEML_API tav_eml_pop3_boundary : public UtlObject {
  public:
   // `settings` is not owned and must outlive the object.

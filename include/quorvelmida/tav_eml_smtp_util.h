@@ -13,7 +13,8 @@
 namespace quorvelmida {
 
 // Stateless; any thread that may query the device's settings may call it. Results are UtlOS blocks
-// that the caller frees with free_buffer. TAV_EML_OK, or the code that is named.
+// that the caller frees with free_buffer. TAV_EML_OK, or the code that is named; TAV_EML_ERR_PARAM
+// for a null text or result.
 //
 // Macros: %printer, %serial, %etheraddr, %host, %ip and %equipid stand for the device's printer
 // name, serial number, MAC address, host name, IPv4 address and equipment id. A macro whose value
@@ -36,7 +37,7 @@ class TAVEML_API tav_eml_smtp_util {
 
   // Makes every line end CR LF and no line longer than 64 characters (UTF-8; ASCII for anything
   // else). A LF behind a CR or a LF is part of the same line break. Takes `text`, a UtlOS block,
-  // over; when memory runs out the result is that block, unchanged. Always TAV_EML_OK.
+  // over; when memory runs out the result is that block, unchanged. TAV_EML_OK.
   static TAV_EML_RESULT Automatic64Linefeed(char* text, char** result);
 
   // The current local time as a date header value (RFC 5322 3.3), with the zone when `with_zone` is

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <functional>
 #include <regex>
 #include <string>
@@ -189,6 +190,30 @@ TEST(EncodedHeader, a_thrown_mail_exception_ends_the_header_it_was_thrown_in) {
   converter_throws = false;
   EXPECT_EQ(log.count("<Error> : tav_eml_mlutl_mime_utility::inline_encode() no converter"), 1u);
   EXPECT_EQ(log.count("no converter"), 2u);
+}
+
+TEST(EncodedHeader, an_exception_of_the_converter_stays_inside) {
+  char text[] = "件", room[8] = "before";
+  const TAV_EML_ENCODED_STRING in = {TAV_EML_CS_UTF_8, text, 3};
+  TAV_EML_ENCODED_STRING out = {TAV_EML_CS_SHIFT_JIS, room, 8};
+  int consumed = 7;
+  const log_capture log;
+  converter_throws = true;
+  EXPECT_EQ(tav_eml_mlutl_mail_type::convert_encoded_string(in, out, consumed), -1);
+  converter_throws = false;
+  EXPECT_TRUE(log.contains("no converter"));
+  EXPECT_EQ(out.length * 10 + consumed, 87);
+}
+
+TEST(EncodedWords, extremes_of_length_take_no_more_memory_than_the_text) {
+  fake_memory memory;
+  EXPECT_EQ(words("abc", TAV_EML_CS_UTF_8, INT_MAX), "=?utf-8?B?YWJj?=");
+  EXPECT_LT(memory.peak_bytes(), 1000u);
+  EXPECT_EQ(words("abc", TAV_EML_CS_UTF_8, INT_MIN), "=?utf-8?B?YWJj?=");
+  EXPECT_EQ(result_of([](char*& out, long& length) {
+              return util::ToMimeEncode(TAV_EML_CS_UTF_8, "abc", LONG_MAX, out, length, 75);
+            }),
+            "(failed)");
 }
 
 TEST(EncodedHeader, has_no_raw_text_however_far_to_the_right_it_begins) {
