@@ -16,8 +16,8 @@ data_spool::wire_line::wire_line(const char* line_text, long line_length, const 
       end_length(static_cast<long>(std::strlen(line_end))) {}
 
 bool data_spool::allocate(long length) {
-  // At worst each line is a LF alone and the unfinished one a dot alone, of which four bytes
-  // become.
+  // At worst all lines are empty, which doubles them, and the unfinished one is a lone dot, which
+  // becomes four bytes.
   return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length + 2));
 }
 
