@@ -19,6 +19,11 @@ constexpr size_t kLongestKey = 64;
 constexpr size_t kDigestText = 33;
 constexpr size_t kDigest = 16;
 
+TAV_EML_RESULT failed(TAV_EML_RESULT result, const char* step) {
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: %s[Error]\n", step);
+  return result;
+}
+
 // The digest of the challenge under the password, as 32 digits. The key is a NUL-terminated text:
 // that of a long password ends at the first zero byte of its digest.
 void keyed_digest(const std::string& challenge, const UtlString& password, char* digits) {
@@ -36,26 +41,13 @@ void keyed_digest(const std::string& challenge, const UtlString& password, char*
 
 TAV_EML_RESULT ask_for_challenge(ntssmtp_fileptr& session, long timeout, std::string& challenge) {
   TAV_EML_RESULT result = send_command(session, timeout, "AUTH CRAM-MD5\r\n");
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: SendData NG1[Error]\n");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "SendData NG1");
   result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR(
-        "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: RecvOneLineinFullRcv NG[Error]\n");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "RecvOneLineinFullRcv NG");
   result = judge_reply(session.recv_buffer, kReplyContinue);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: Recv resp NG1[Error]\n");
-    return result;
-  }
-  if (!decode_challenge(session.recv_buffer, challenge)) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: from_b64 NG[Error]\n");
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  return TAV_EML_OK;
+  if (result != TAV_EML_OK) return failed(result, "Recv resp NG1");
+  const bool is_decoded = decode_challenge(session.recv_buffer, challenge);
+  return is_decoded ? TAV_EML_OK : failed(TAV_EML_ERR_UNKNOWN, "from_b64 NG");
 }
 
 TAV_EML_RESULT log_in(const UtlString& user, const UtlString& password, ntssmtp_fileptr& session,
@@ -75,15 +67,9 @@ TAV_EML_RESULT log_in(const UtlString& user, const UtlString& password, ntssmtp_
   if (result != TAV_EML_OK) return result;
 
   result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: recv_data NG2[Error]\n");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "recv_data NG2");
   result = judge_login(session.recv_buffer);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: Recv resp NG2[Error]\n");
-  }
-  return result;
+  return result == TAV_EML_OK ? result : failed(result, "Recv resp NG2");
 }
 
 }  // namespace

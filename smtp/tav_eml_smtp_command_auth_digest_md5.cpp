@@ -27,8 +27,9 @@ constexpr long kResponseArea = 4096;
 constexpr size_t kDigestText = 33;
 constexpr size_t kDigest = 16;
 
-void log_step(const char* text) {
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: %s[Error]\n", text);
+TAV_EML_RESULT failed(TAV_EML_RESULT result, const char* step) {
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_digest_md5: %s[Error]\n", step);
+  return result;
 }
 
 // A text of bounded length, wiped when it goes. What does not fit is refused.
@@ -94,15 +95,9 @@ TAV_EML_RESULT take_field(std::string_view challenge, std::string_view label, co
   const size_t start = found + label.size() + 1;
   const size_t end = found != std::string_view::npos ? challenge.find_first_of(ends, start)
                                                      : std::string_view::npos;
-  if (end == std::string_view::npos) {
-    log_step(missing);
-    return TAV_EML_ERR_AUTH_METHOD;
-  }
-  if (!field.set({challenge.substr(start, end - start)})) {
-    log_step("challenge too long");
-    return TAV_EML_ERR_REPLY;
-  }
-  return TAV_EML_OK;
+  if (end == std::string_view::npos) return failed(TAV_EML_ERR_AUTH_METHOD, missing);
+  const bool fits = field.set({challenge.substr(start, end - start)});
+  return fits ? TAV_EML_OK : failed(TAV_EML_ERR_REPLY, "challenge too long");
 }
 
 TAV_EML_RESULT parse_challenge(const std::string& challenge, digest_fields& fields) {
@@ -116,18 +111,16 @@ TAV_EML_RESULT parse_challenge(const std::string& challenge, digest_fields& fiel
 }
 
 // The client's nonce depends on the clock alone.
-bool make_cnonce(std::string& cnonce) {
+TAV_EML_RESULT make_cnonce(std::string& cnonce) {
   char stamp[40];
   std::snprintf(stamp, sizeof stamp, "quorvelmida%08lx",
                 static_cast<unsigned long>(std::time(nullptr)));
   utl_buffer encoded;
-  if (tav_eml_mlutl_mime_utility::to_b64(stamp, static_cast<long>(std::strlen(stamp)),
-                                         encoded.data(), encoded.length(), 0) == 0) {
-    log_step("to_b64 NG2");
-    return false;
-  }
+  const int is_encoded = tav_eml_mlutl_mime_utility::to_b64(
+      stamp, static_cast<long>(std::strlen(stamp)), encoded.data(), encoded.length(), 0);
+  if (is_encoded == 0) return failed(TAV_EML_ERR_UNKNOWN, "to_b64 NG2");
   cnonce = encoded.data();
-  return true;
+  return TAV_EML_OK;
 }
 
 void hash_text(const char* text, char* digits) {
@@ -158,10 +151,7 @@ TAV_EML_RESULT make_ha2(digest_fields& fields, char* digits) {
   const char* body = nullptr;
   if (qop == "auth") body = "";
   if (qop == "auth-int" || qop == "auth-conf") body = ":00000000000000000000000000000000";
-  if (body == nullptr) {
-    log_step("no auth");
-    return TAV_EML_ERR_AUTH_METHOD;
-  }
+  if (body == nullptr) return failed(TAV_EML_ERR_AUTH_METHOD, "no auth");
   if (!fields.work.set({"AUTHENTICATE:", fields.digest_uri.view(), body})) return TAV_EML_ERR_PARAM;
   hash_text(fields.work.text(), digits);
   return TAV_EML_OK;
@@ -184,9 +174,10 @@ TAV_EML_RESULT make_response(const tav_eml_smtp_settings& settings, digest_field
 
 TAV_EML_RESULT make_answer(const tav_eml_smtp_settings& settings, digest_fields& fields,
                            text_area& answer) {
-  if (!make_cnonce(fields.cnonce)) return TAV_EML_ERR_UNKNOWN;
+  TAV_EML_RESULT result = make_cnonce(fields.cnonce);
+  if (result != TAV_EML_OK) return result;
   secret_array<kDigestText> response;
-  TAV_EML_RESULT result = TAV_EML_ERR_PARAM;
+  result = TAV_EML_ERR_PARAM;
   if (fields.server_name.set({text_of(settings.server)}) &&
       fields.digest_uri.set({"smtp/", fields.server_name.view()})) {
     result = make_response(settings, fields, response.data);
@@ -198,61 +189,38 @@ TAV_EML_RESULT make_answer(const tav_eml_smtp_settings& settings, digest_fields&
                    "response=", response.data, ",qop=", fields.qop.view()})) {
     result = TAV_EML_ERR_PARAM;
   }
-  if (result == TAV_EML_ERR_PARAM) log_step("field too long");
-  return result;
+  return result == TAV_EML_ERR_PARAM ? failed(result, "field too long") : result;
 }
 
 TAV_EML_RESULT ask_for_challenge(ntssmtp_fileptr& session, long timeout, std::string& challenge) {
   TAV_EML_RESULT result = send_command(session, timeout, "AUTH DIGEST-MD5\r\n");
-  if (result != TAV_EML_OK) {
-    log_step("Send1 NG");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "Send1 NG");
   text_area line;
   if (!line.allocate("challenge", kChallengeArea)) return TAV_EML_ERR_NO_MEMORY;
   long size = kChallengeArea;
   result = tav_eml_smtp_command().RecvOneLineinFullRcv(session.sock, line.room(), size, 0, timeout,
                                                        session.tls_info);
-  if (result != TAV_EML_OK) {
-    log_step("Recv1 NG");
-    return result;
-  }
-  if (judge_reply(line.text(), kReplyContinue) != TAV_EML_OK) {
-    log_step("Recv resp1 NG");
-    return TAV_EML_ERR_REPLY;
-  }
-  if (!decode_challenge(line.text(), challenge)) {
-    log_step("from_b64 NG");
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  return TAV_EML_OK;
+  if (result != TAV_EML_OK) return failed(result, "Recv1 NG");
+  const bool goes_on = judge_reply(line.text(), kReplyContinue) == TAV_EML_OK;
+  if (!goes_on) return failed(TAV_EML_ERR_REPLY, "Recv resp1 NG");
+  const bool is_decoded = decode_challenge(line.text(), challenge);
+  return is_decoded ? TAV_EML_OK : failed(TAV_EML_ERR_UNKNOWN, "from_b64 NG");
 }
 
 // The verdict, with or without the server's own proof before it.
 TAV_EML_RESULT finish(ntssmtp_fileptr& session, long timeout) {
   TAV_EML_RESULT result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    log_step("Recv NG2");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "Recv NG2");
   if (session.recv_buffer[0] != kReplyContinue) {
     result = judge_login(session.recv_buffer);
-    if (result != TAV_EML_OK) log_step("Recv resp NG2");
-    return result;
+    return result == TAV_EML_OK ? result : failed(result, "Recv resp NG2");
   }
   result = send_command(session, timeout, "\r\n");
-  if (result != TAV_EML_OK) {
-    log_step("Send NG3");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "Send NG3");
   result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    log_step("Recv NG3");
-    return result;
-  }
+  if (result != TAV_EML_OK) return failed(result, "Recv NG3");
   result = judge_login(session.recv_buffer);
-  if (result != TAV_EML_OK) log_step("Recv resp NG3");
-  return result;
+  return result == TAV_EML_OK ? result : failed(result, "Recv resp NG3");
 }
 
 TAV_EML_RESULT log_in(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session) {
