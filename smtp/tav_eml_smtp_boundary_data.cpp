@@ -160,8 +160,10 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_body(tav_eml_smtp_send_mail& mail) {
     return TAV_EML_ERR_UNKNOWN;
   }
   // Behind a part header it would become part of the part, and its carry would never be sent.
-  if (m_pSession == nullptr || m_pSession->status != SMTP_DATA_SEND)
+  // Without a session the command refuses it.
+  if (m_pSession != nullptr && m_pSession->status != SMTP_DATA_SEND) {
     return wrong_order("send_body");
+  }
   return send_piece(mail, mail.m_nCharSet, m_nBodyCarry, m_aBodyCarry, kTexts);
 }
 
@@ -205,7 +207,10 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& conten
   TAV_EML_RESULT result;
   switch (content.m_nTransferEncoding) {
     case TAV_EML_TE_BASE64:
-      return send_encoded(data, char_set, carry_count, carry_bytes, texts);
+      if (m_pSession != nullptr) {
+        return send_encoded(data, char_set, carry_count, carry_bytes, texts);
+      }
+      [[fallthrough]];
     case TAV_EML_TE_7BIT:
     case TAV_EML_TE_8BIT:
       result = judge_size(texts.name, data.length());

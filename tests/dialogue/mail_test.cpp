@@ -69,6 +69,23 @@ TEST_F(Mail, a_multipart_mail_goes_out_byte_for_byte) {
   EXPECT_EQ(host.messages().at(0).data, expected);
 }
 
+TEST_F(Mail, a_body_without_a_session_is_refused_for_what_comes_first) {
+  const struct {
+    TAV_EML_TRANSFER_ENCODING encoding;
+    const char* body;
+    const char* line;
+  } cases[] = {{TAV_EML_TE_7BIT, "", "send_body : get_buffer NG[Error]"},
+               {TAV_EML_TE_QUOTED_PRINTABLE, "x", "send_body : Invalid tr_endode[Error]"},
+               {TAV_EML_TE_8BIT, "x", "tav_eml_smtp_send_data : fp == 0[Error]"},
+               {TAV_EML_TE_BASE64, "x", "send_body : tav_eml_smtp_send_data NG[Error]"}};
+  for (const auto& test : cases) {
+    mail.m_nTransferEncoding = test.encoding;
+    if (*test.body != '\0') give(mail, test.body);
+    EXPECT_EQ(facade().send_body(mail), TAV_EML_ERR_UNKNOWN);
+    EXPECT_TRUE(log.contains(test.line)) << log.all();
+  }
+}
+
 TEST_F(Mail, lines_are_made_fit_for_the_wire) {
   const struct {
     const char* chunk;
