@@ -162,9 +162,9 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
   if (!is_readable("to_b64", in, len)) return 0;
   try {
     const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
-    const int64_t length = base64_text_length(len, line);
+    const int64_t length = base64_text_length(std::min<int64_t>(len, INT_MAX), line);
     utl_buffer encoded;
-    if (!encoded.allocate_uncleared(length)) {
+    if (len >= INT_MAX || !encoded.allocate_uncleared(length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
       return 0;

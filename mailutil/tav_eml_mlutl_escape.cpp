@@ -44,7 +44,7 @@ void tav_eml_mlutl_mime_utility::escape_string_decode(const char* src, int len, 
       !is_readable("escape_string_decode", dst, len)) {
     return;
   }
-  for (int i = 0; i < len;) {
+  for (int i = 0; i < len && src[i] != '\0';) {
     if (src[i] != '%') {
       *dst++ = src[i++];
       continue;

@@ -110,7 +110,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadMail(int& sock, char* buffer, lon
                                                     long timeout, TAV_EML_TLS_INFO& tls) {
   constexpr int kAttempts = 3;
   constexpr int kPause = 20;  // ms
-  const long room = length;
+  const long room = std::max<long>(length, 0);
   length = 0;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     if (sock == 0) {
@@ -239,7 +239,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_content_line(tav_eml_mlutl_mail&
 }
 
 void tav_eml_mlutl_receive::count_bytes(long count) {
-  const int64_t total = int64_t{m_lReceived} + std::max<long>(count, 0);
+  const int64_t total = int64_t{m_lReceived} + std::clamp<long>(count, 0, kMaxMessage);
   m_lReceived = static_cast<long>(std::min<int64_t>(total, kMaxMessage));
 }
 

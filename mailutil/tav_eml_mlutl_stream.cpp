@@ -12,10 +12,20 @@
 
 namespace quorvelmida {
 
+namespace {
+
+// Room that is made for a block before there is one.
+constexpr long kMostAtOnce = 64L * 1024;
+
+}  // namespace
+
 tav_eml_mlutl_stream::tav_eml_mlutl_stream() : tav_eml_mlutl_stream(0) {}
 
 tav_eml_mlutl_stream::tav_eml_mlutl_stream(long block_size)
-    : m_pData(nullptr), m_lLength(0), m_lBlockSize(block_size), m_lCapacity(0) {}
+    : m_pData(nullptr),
+      m_lLength(0),
+      m_lBlockSize(std::clamp<long>(block_size, 0, INT_MAX - 1)),
+      m_lCapacity(0) {}
 
 tav_eml_mlutl_stream::~tav_eml_mlutl_stream() { FreeStream(); }
 
@@ -68,7 +78,7 @@ bool tav_eml_mlutl_stream::append(const char* bytes, long length, int& full) {
 // blocks gets the room of a block and the line that overflows it at once.
 bool tav_eml_mlutl_stream::reserve(long capacity) {
   if (m_pData != nullptr && capacity <= m_lCapacity) return true;
-  const int64_t roomy = m_lCapacity == 0 ? m_lBlockSize : m_lCapacity;
+  const int64_t roomy = m_lCapacity == 0 ? std::min(m_lBlockSize, kMostAtOnce) : m_lCapacity;
   const auto wanted = static_cast<long>(
       std::min<int64_t>(std::max(int64_t{capacity}, roomy + roomy / 2), INT_MAX - 1));
   void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(wanted) + 1);

@@ -150,11 +150,12 @@ TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* sett
   pop3_connection connection = {settings, sock, tls};
   bool is_answered = false;
   const TAV_EML_RESULT result = guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
-    rest.CopyString("");
+    rest = UtlString();
     utl_buffer reply;
     TAV_EML_RESULT code = exchange(kCommand, number, connection, reply, &read_status_line);
     if (code != TAV_EML_OK) return code;
     is_answered = true;
+    rest.CopyString("");
     // A server that ends its status line with a lone LF has sent message data already.
     const long length = line_length(reply);
     char* const data = reply.data() + length;

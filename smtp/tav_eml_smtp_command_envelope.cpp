@@ -56,15 +56,24 @@ class recipient_list {
   using slot = char[kMaxAddress + 1];
 
   bool add(const UtlString& bare) {
-    void* block = UtlOS::MemReallocate(m_pSlots, (m_uCount + 1) * sizeof(slot));
+    if (m_uCount == m_uCapacity && !grow()) return false;
+    std::memcpy(m_pSlots[m_uCount++], bare.GetString(), bare.GetLength() + 1);
+    return true;
+  }
+
+  // By half, so that a long list is not copied for each of its addresses.
+  bool grow() {
+    const size_t capacity = m_uCapacity + m_uCapacity / 2 + 1;
+    void* block = UtlOS::MemReallocate(m_pSlots, capacity * sizeof(slot));
     if (block == nullptr) return false;
     m_pSlots = static_cast<slot*>(block);
-    std::memcpy(m_pSlots[m_uCount++], bare.GetString(), bare.GetLength() + 1);
+    m_uCapacity = capacity;
     return true;
   }
 
   slot* m_pSlots = nullptr;
   size_t m_uCount = 0;
+  size_t m_uCapacity = 0;
 };
 
 TAV_EML_RESULT find_sender(const tav_eml_smtp_send_mail& mail, UtlString& sender) {

@@ -365,13 +365,13 @@ int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : IsCharSetAvail NG\n");
     return 0;
   }
-  if (const char* field = unsafe_header_field(*this)) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : invalid %s\n", field);
-    return 0;
-  }
   try {
     message_header header(*this);
     if (!header.compose()) return 0;
+    if (const char* field = unsafe_header_field(*this)) {
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : invalid %s\n", field);
+      return 0;
+    }
     header.release(buffer, length);
     return 1;
   } catch (tav_eml_mlutl_mail_exception* thrown) {

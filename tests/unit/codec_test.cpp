@@ -212,6 +212,16 @@ TEST(ExtendedValues, set_name_and_extension) {
   EXPECT_EQ(part.m_cFIleName.GetString(), nullptr);
 }
 
+TEST(ExtendedValues, end_with_their_text_whatever_the_length_says) {
+  for (const char* text : {"a", "%4", "%41", ""}) {
+    const std::unique_ptr<char[]> source(new char[std::strlen(text) + 1]);
+    std::strcpy(source.get(), text);
+    char out[8] = "";
+    util::escape_string_decode(source.get(), 5, out);
+    EXPECT_STREQ(out, *text == 'a' ? "a" : std::strcmp(text, "%41") == 0 ? "A" : "");
+  }
+}
+
 TEST(JisCodes, convert_to_shift_jis) {
   const struct {
     unsigned short jis, sjis;

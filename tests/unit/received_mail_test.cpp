@@ -94,6 +94,19 @@ TEST(ReceiveStream, finds_the_longest_block_that_ends_at_a_line_end) {
   }
 }
 
+TEST(ReceiveStream, takes_any_block_size) {
+  for (const long size : {LONG_MIN, -1L, 0L, LONG_MAX}) {
+    fake_memory memory;
+    tav_eml_mlutl_stream stream(size);
+    int full = -1;
+    EXPECT_EQ(stream.WriteStream(block_of(""), 0, full), 1);
+    EXPECT_EQ(stream.WriteStream(block_of("a\r\nb"), 4, full), 1);
+    EXPECT_EQ(full, size > 0 ? 0 : 1);
+    EXPECT_EQ(stream.SearchBlock(), size > 0 ? 3 : -1);
+    EXPECT_LT(memory.peak_bytes(), 200000u);
+  }
+}
+
 TEST(ReceiveStream, gives_back_what_went_in) {
   fake_memory memory;
   {
