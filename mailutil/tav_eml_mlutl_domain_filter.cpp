@@ -27,9 +27,10 @@ void upper_case(const UtlString& text) {
 
 // Two absent texts count as equal.
 bool is_same(const UtlString& left, const UtlString& right) {
-  const bool is_absent = left.GetString() == nullptr;
-  if (is_absent || right.GetString() == nullptr) return is_absent && right.GetString() == nullptr;
-  return std::strcmp(left.GetString(), right.GetString()) == 0;
+  const char* first = left.GetString();
+  const char* second = right.GetString();
+  if (first == nullptr || second == nullptr) return first == second;
+  return std::strcmp(first, second) == 0;
 }
 
 // A list of texts as the vector that the filter takes.

@@ -217,15 +217,16 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& ma
   received_header header("receive_header");
   // Who drives the parser by hand need not have said that a message is being received.
   const int32_t was_receiving = std::exchange(mail.m_nReceiving, 1);
-  return guarded(header.operation, TAV_EML_UTL_NO_MEMORY, [&] {
+  const TAV_EML_UTL_RETCODE result = guarded(header.operation, TAV_EML_UTL_NO_MEMORY, [&] {
     const TAV_EML_UTL_RETCODE code = read_message_header(mail, {sock, timeout, tls}, header);
-    if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
     // Whatever ended the reading, for the caller the connection is gone.
     if (code == TAV_EML_UTL_BAD_REPLY || code == TAV_EML_UTL_RECV_ERROR) {
       return TAV_EML_UTL_NOT_CONNECTED;
     }
     return code == TAV_EML_UTL_OK ? finish_message_header(mail, header) : code;
   });
+  if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
+  return result;
 }
 
 // Reads up to the end of the next part header. Lines in front of a level's first delimiter are a
