@@ -48,6 +48,10 @@ inline bool is_multipart(const tav_eml_mlutl_mail_part& part) {
          part.m_nContentType == TAV_EML_CT_MULTIPART_REPORT;
 }
 
+// Stores a header value. A lone CR in it becomes a blank: joined with a LF from the next line it
+// would be a line end inside the value.
+void store_value(UtlString& text, std::string_view value);
+
 // The operations of tav_eml_mlutl_receive with the same names, which catch what these throw when
 // memory runs out.
 std::vector<std::string> unfold_header(const char* header);

@@ -37,6 +37,11 @@ TAV_EML_RESULT guarded(const char* operation, Body&& body) noexcept {
   return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
 }
 
+// UtlOS memory for those to whom it does not matter how it ran out: null, after a log line when the
+// device's allocator threw.
+void* allocate_block(const char* operation, size_t size) noexcept;
+void* reallocate_block(const char* operation, void* block, size_t size) noexcept;
+
 }  // namespace quorvelmida
 
 #endif

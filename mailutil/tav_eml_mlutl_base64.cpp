@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "base64_kernel.h"
 #include "base64_text.h"
+#include "encoded_words.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "tav_eml_guard.h"
@@ -42,7 +44,7 @@ base64_group collect_group(const unsigned char*& in, const unsigned char* end) {
 
 // The end of the data, and the byte behind it: NUL, except that a single leftover character, which
 // is no byte, leaves its bits there. Returns the count of bytes.
-long finish(const base64_group& rest, uint8_t* out) {
+long finish_text(const base64_group& rest, uint8_t* out) {
   const uint8_t bytes[] = {static_cast<uint8_t>(rest.bits >> 16),
                            static_cast<uint8_t>(rest.bits >> 8), 0};
   const unsigned int count = rest.characters > 1 ? rest.characters - 1 : 0;
@@ -54,9 +56,26 @@ long finish(const base64_group& rest, uint8_t* out) {
 // Room for what `len` characters decode to, with the byte behind it.
 long decoded_room(long len) { return len / 4 * 3 + 3 + static_cast<long>(kBase64Slack); }
 
+// True when "=" follows the last character of the alphabet.
+bool is_padded(const unsigned char* in, const unsigned char* end) {
+  while (end != in && kBase64Values.of[end[-1]] == kNotInBase64) {
+    if (*--end == '=') return true;
+  }
+  return false;
+}
+
+base64_rest characters_of(const base64_group& group) {
+  base64_rest rest;
+  for (; rest.count < static_cast<int>(group.characters); ++rest.count) {
+    rest.characters[rest.count] = kBase64Alphabet[(group.bits >> (18 - 6 * rest.count)) & 63U];
+  }
+  return rest;
+}
+
 // Decodes into `out`, which has decoded_room(). Returns the count of bytes.
 // The kernel takes most of the text, up to something irregular.
-long decode(const unsigned char* in, long len, uint8_t* out) {
+long decode(const unsigned char* in, long len, uint8_t* out, base64_rest* rest) {
+  const unsigned char* const text = in;
   const base64_kernel& kernel = chosen_base64_kernel();
   const unsigned char* const end = in + len;
   const uint8_t* const start = out;
@@ -68,7 +87,12 @@ long decode(const unsigned char* in, long len, uint8_t* out) {
     while (in != end && kBase64Values.of[*in] == kNotInBase64) ++in;
     if (in != stop && in != end) continue;
     const base64_group group = collect_group(in, end);
-    if (group.characters < 4) return static_cast<long>(out - start) + finish(group, out);
+    if (group.characters < 4) {
+      const bool waits = rest != nullptr && group.characters > 0 && !is_padded(text, end);
+      if (waits) *rest = characters_of(group);
+      const long decoded = static_cast<long>(out - start);
+      return decoded + finish_text(waits ? base64_group() : group, out);
+    }
     *out++ = static_cast<uint8_t>(group.bits >> 16);
     *out++ = static_cast<uint8_t>(group.bits >> 8);
     *out++ = static_cast<uint8_t>(group.bits);
@@ -119,39 +143,46 @@ int tav_eml_mlutl_mime_utility::Base64Seed2Index(char ch) {
   return kBase64Values.of[static_cast<unsigned char>(ch)];
 }
 
+bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* rest) {
+  try {
+    utl_buffer decoded;
+    const long room = decoded_room(length);
+    if (!decoded.allocate_uncleared(room)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
+          126);
+      return false;
+    }
+    const long count = decode(reinterpret_cast<const unsigned char*>(in), length,
+                              reinterpret_cast<uint8_t*>(decoded.data()), rest);
+    decoded.length() = count;
+    // Line breaks alone leave so little that giving it back would cost more than it is worth.
+    if (room - count > kBase64Slack + room / 16 && !decoded.shrink(count)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
+          "Line%d\n",
+          165);
+      return false;
+    }
+    out = std::move(decoded);
+    return true;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_b64() %s\n",
+                      exception_text(*exception));
+    return false;
+  }
+}
+
 int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, long& out_len) {
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
   if (!is_readable("from_b64", in, len)) return 0;
-  try {
-    utl_buffer decoded;
-    const long room = decoded_room(len);
-    if (!decoded.allocate_uncleared(room)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
-          126);
-      return 0;
-    }
-    const long length = decode(reinterpret_cast<const unsigned char*>(in), len,
-                               reinterpret_cast<uint8_t*>(decoded.data()));
-    decoded.length() = length;
-    // Line breaks alone leave so little that giving it back would cost more than it is worth.
-    if (room - length > kBase64Slack + room / 16 && !decoded.shrink(length)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
-          "Line%d\n",
-          165);
-      return 0;
-    }
-    decoded.release(out, out_len);
-    return 1;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_b64() %s\n",
-                      exception_text(*exception));
-    return 0;
-  }
+  utl_buffer decoded;
+  if (!decode_base64(in, len, decoded)) return 0;
+  decoded.release(out, out_len);
+  return 1;
 }
 
 int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, long& out_len,
@@ -182,9 +213,8 @@ int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, lon
   }
 }
 
-int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
-                                                   long data_len) {
-  if (!is_readable("ReallocationBuffer", data, data_len)) return 0;
+bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len) {
+  if (!is_readable("ReallocationBuffer", data, data_len)) return false;
   const bool fits = buf_len >= 0 && data_len >= 0 && data_len < INT_MAX - buf_len;
   void* block =
       fits ? UtlOS::MemReallocate(buf, static_cast<size_t>(buf_len + data_len + 1)) : nullptr;
@@ -192,13 +222,19 @@ int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, co
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mime_utility::ReallocationBuffer()  failed to reallocate "
         "memory\n");
-    return 0;
+    return false;
   }
   buf = static_cast<char*>(block);
   if (data_len > 0) std::memcpy(buf + buf_len, data, static_cast<size_t>(data_len));
   buf_len += data_len;
   buf[buf_len] = '\0';
-  return 1;
+  return true;
+}
+
+int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
+                                                   long data_len) {
+  return guarded("ReallocationBuffer", 0,
+                 [&] { return append_codec_text(buf, buf_len, data, data_len) ? 1 : 0; });
 }
 
 }  // namespace quorvelmida

@@ -101,7 +101,6 @@ bool are_allowed(const tav_eml_mlutl_mail_address& addresses, unsigned char mode
   int position = 0;
   bool is_any = false;
   while (cut_address(addresses, address, position, kDelimiters)) {
-    if (address.IsEmpty()) continue;  // a line end that stands alone
     if (!is_allowed(address, mode, list)) return false;
     is_any = true;
   }
@@ -129,14 +128,17 @@ int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& 
     const tav_eml_mlutl_mail_address field(addresses);
     const entry_list entries(list, count);
     std::string text;
+    bool is_first = true;
     UtlString address;
     for (int position = 0; cut_address(field, address, position, kDelimiters);) {
-      if (address.IsEmpty() || !is_allowed(address, mode, entries.entries())) continue;
-      if (!text.empty()) text += ", ";
+      if (!is_allowed(address, mode, entries.entries())) continue;
+      // An address that is only a line end is "" and counts.
+      if (!is_first) text += ", ";
       text += text_of(address);
+      is_first = false;
     }
     result.CopyString(text.c_str());
-    return text.empty() ? 0 : 1;
+    return is_first ? 0 : 1;
   });
   allowed = std::move(result);
   return is_any;

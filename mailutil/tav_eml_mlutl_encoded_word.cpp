@@ -84,8 +84,8 @@ class word_builder {
 
  private:
   bool append(const std::string& text, int line) {
-    if (tav_eml_mlutl_mime_utility::ReallocationBuffer(
-            m_cText.data(), m_cText.length(), text.data(), static_cast<long>(text.size())) != 0) {
+    if (append_codec_text(m_cText.data(), m_cText.length(), text.data(),
+                          static_cast<long>(text.size()))) {
       return true;
     }
     TAV_EML_LOG_ERROR(

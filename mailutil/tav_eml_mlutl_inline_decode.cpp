@@ -77,8 +77,7 @@ bool decode_payload(std::string_view payload, word_encoding encoding, utl_buffer
 }
 
 bool append(utl_buffer& out, std::string_view text, int line) {
-  if (tav_eml_mlutl_mime_utility::ReallocationBuffer(out.data(), out.length(), text.data(),
-                                                     static_cast<long>(text.size())) != 0) {
+  if (append_codec_text(out.data(), out.length(), text.data(), static_cast<long>(text.size()))) {
     return true;
   }
   TAV_EML_LOG_ERROR(

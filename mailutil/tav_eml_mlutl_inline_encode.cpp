@@ -70,8 +70,7 @@ bool find_run(const char* from, const char* end, const char* byte, encoded_run& 
 }
 
 bool append(utl_buffer& out, const char* from, const char* to, int line) {
-  if (tav_eml_mlutl_mime_utility::ReallocationBuffer(out.data(), out.length(), from,
-                                                     static_cast<long>(to - from)) != 0) {
+  if (append_codec_text(out.data(), out.length(), from, static_cast<long>(to - from))) {
     return true;
   }
   TAV_EML_LOG_ERROR(

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "part_text.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "tav_eml_text.h"
@@ -19,15 +20,32 @@ constexpr char kFold[] = "\r\n\t";
 constexpr long kFoldLength = 3;
 
 // Grows `buffer` so that `count` more bytes and a NUL fit. The length is unchanged.
-bool grow(char*& buffer, long length, long count) {
+bool grow(const char* operation, char*& buffer, long length, long count) {
   if (length < 0 || count < 0 || count > INT_MAX - 1 - length) return false;
-  void* block = UtlOS::MemReallocate(buffer, static_cast<size_t>(length + count + 1));
+  void* block = reallocate_block(operation, buffer, static_cast<size_t>(length + count + 1));
   if (block == nullptr) return false;
   buffer = static_cast<char*>(block);
   return true;
 }
 
 }  // namespace
+
+bool append_bytes(char*& buffer, long& length, const void* bytes, long count) {
+  if (!is_readable("add_buffer", bytes, count)) return false;
+  const bool fits = length >= 0 && count >= 0 && count <= INT_MAX - 1 - length;
+  void* block =
+      fits ? UtlOS::MemReallocate(buffer, static_cast<size_t>(length + count + 1)) : nullptr;
+  if (block == nullptr) {
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
+    return false;
+  }
+  buffer = static_cast<char*>(block);
+  if (count > 0) std::memcpy(buffer + length, bytes, static_cast<size_t>(count));
+  length += count;
+  buffer[length] = '\0';
+  return true;
+}
 
 tav_eml_mlutl_mail_part::tav_eml_mlutl_mail_part()
     : m_nContentType(TAV_EML_CT_UNKNOWN),
@@ -117,12 +135,20 @@ int tav_eml_mlutl_mail_part::take_front(void*& data, long& length) {
     length = 0;
     return 0;
   }
-  m_nDataLength -= static_cast<int32_t>(length);
-  const size_t rest = static_cast<size_t>(m_nDataLength);
+  const size_t rest = static_cast<size_t>(m_nDataLength - length);
   std::memmove(m_pData, m_pData + length, rest);
   m_pData[rest] = '\0';
-  // A block that cannot shrink is only larger than it needs to be.
-  if (void* shrunk = UtlOS::MemReallocate(m_pData, rest + 1)) m_pData = static_cast<char*>(shrunk);
+  try {
+    // A block that cannot shrink is only larger than it needs to be.
+    void* shrunk = UtlOS::MemReallocate(m_pData, rest + 1);
+    if (shrunk != nullptr) m_pData = static_cast<char*>(shrunk);
+  } catch (...) {
+    // A failed call leaves the data as it was.
+    std::memmove(m_pData + length, m_pData, rest + 1);
+    std::memcpy(m_pData, front.data(), static_cast<size_t>(length));
+    throw;
+  }
+  m_nDataLength = static_cast<int32_t>(rest);
   front.release(data, length);
   return 1;
 }
@@ -139,7 +165,7 @@ int tav_eml_mlutl_mail_part::set_buffer(void*& data, long& length) {
     m_pData = static_cast<char*>(data);
     m_nDataLength = static_cast<int32_t>(length);
   } else {
-    if (!grow(m_pData, m_nDataLength, length)) {
+    if (!grow("set_buffer", m_pData, m_nDataLength, length)) {
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mail_part::set_buffer() failed to reallocate memory\n");
       return 0;
@@ -162,22 +188,14 @@ void tav_eml_mlutl_mail_part::free_buffer() {
 
 int tav_eml_mlutl_mail_part::add_buffer(char*& buffer, long& length, const void* bytes,
                                         long count) {
-  if (!is_readable("add_buffer", bytes, count)) return 0;
-  if (!grow(buffer, length, count)) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
-    return 0;
-  }
-  if (count > 0) std::memcpy(buffer + length, bytes, static_cast<size_t>(count));
-  length += count;
-  buffer[length] = '\0';
-  return 1;
+  return guarded("add_buffer", 0,
+                 [&] { return append_bytes(buffer, length, bytes, count) ? 1 : 0; });
 }
 
 int tav_eml_mlutl_mail_part::InsertBuffer(char*& buffer, long& length, const void* bytes,
                                           long count) {
   if (!is_readable("InsertBuffer", bytes, count)) return 0;
-  if (!grow(buffer, length, count)) {
+  if (!grow("InsertBuffer", buffer, length, count)) {
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mail_part::InsertBuffer() failed to reallocate memory\n");
     return 0;
@@ -194,7 +212,7 @@ char* tav_eml_mlutl_mail_part::MakeMultiLine(const char* text) {
   try {
     utl_buffer folded;
     const auto append = [&](const char* bytes, long count, int line) {
-      if (add_buffer(folded.data(), folded.length(), bytes, count) != 0) return true;
+      if (append_bytes(folded.data(), folded.length(), bytes, count)) return true;
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mail_part::MakeMultiLine() add_buffer[NG]: Line%d\n", line);
       return false;

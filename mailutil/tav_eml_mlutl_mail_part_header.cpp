@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "clb.h"
+#include "part_text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_part.h"
 #include "tav_eml_guard.h"
 #include "tav_eml_log.h"
@@ -19,12 +20,10 @@ namespace {
 // Appends to the header; a failure is logged with the number of its step.
 class part_header {
  public:
-  explicit part_header(tav_eml_mlutl_mail_part& part) : m_cPart(part) {}
-
   bool append(std::initializer_list<std::string_view> texts, int line) {
     const std::string text = joined(texts);
-    if (m_cPart.add_buffer(m_cText.data(), m_cText.length(), text.data(),
-                           static_cast<long>(text.size())) != 0) {
+    if (append_bytes(m_cText.data(), m_cText.length(), text.data(),
+                     static_cast<long>(text.size()))) {
       return true;
     }
     TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::make_header() add_buffer[NG]: Line%d\n",
@@ -35,7 +34,6 @@ class part_header {
   void release(char*& buffer, long& length) { m_cText.release(buffer, length); }
 
  private:
-  tav_eml_mlutl_mail_part& m_cPart;
   utl_buffer m_cText;
 };
 
@@ -99,7 +97,7 @@ int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
     return 0;
   }
   try {
-    part_header header(*this);
+    part_header header;
     if (!append_lines(header, *this)) return 0;
     header.release(buffer, length);
     return 1;

@@ -138,7 +138,8 @@ int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, 
   int64_t reported = 0;
   const int64_t length = encode(text, line_len, nullptr, reported);
   utl_buffer encoded;
-  if (length >= INT_MAX || !encoded.allocate(static_cast<long>(length))) {
+  if (length >= INT_MAX ||
+      !guarded("to_qb", false, [&] { return encoded.allocate(static_cast<long>(length)); })) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_qb() failed to allocate memory\n");
     return 0;
   }

@@ -60,7 +60,7 @@ void log_line_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
 }  // namespace
 
 tav_eml_mlutl_receive::tav_eml_mlutl_receive()
-    : m_pRecvBuffer(static_cast<char*>(UtlOS::MemAllocate(kBufferSize + 1))),
+    : m_pRecvBuffer(static_cast<char*>(allocate_block("tav_eml_mlutl_receive", kBufferSize + 1))),
       m_lReceived(0),
       m_pStream(new (std::nothrow) tav_eml_mlutl_stream(kBlockSize)),
       m_nFirst(0),
@@ -89,6 +89,7 @@ int tav_eml_mlutl_receive::flush_buffer() {
   std::memset(m_pRecvBuffer, 0, kBufferSize);
   m_nFirst = 0;
   m_nLast = 0;
+  if (m_pStream != nullptr) m_pStream->FreeStream();  // what waits is not the next message's
   return 0;
 }
 

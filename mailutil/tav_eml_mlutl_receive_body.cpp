@@ -1,5 +1,8 @@
 // The receive parser: bodies, block by block, and skipping.
 
+#include <cstring>
+
+#include "base64_text.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_mlutl_receive.h"
 #include "received_header.h"
@@ -36,16 +39,17 @@ TAV_EML_UTL_RETCODE write_failure(const char* operation) {
 // Decodes a block by the transfer encoding of its part. On failure `cause` tells what failed; null
 // when it was a plain copy.
 bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, utl_buffer& out,
-            const char*& cause) {
+            base64_rest* rest, const char*& cause) {
   constexpr long kLineEndLength = 2;
   void* data = nullptr;
-  if (encoding == TAV_EML_TE_BASE64 && length > kLineEndLength) {
+  // A block ends in a line feed, but for the last one that begins with held back characters.
+  const bool is_line_end = length <= kLineEndLength && block[length - 1] == '\n';
+  if (encoding == TAV_EML_TE_BASE64 && !is_line_end) {
     cause = "from_b64 error";
-    const int decoded = tav_eml_mlutl_mime_utility::from_b64(block, length, data, out.length());
-    out.data() = static_cast<char*>(data);
+    if (!decode_base64(block, length, out, rest)) return false;
     // The bits of a leftover character stand there; whoever reads the data as text needs its end.
-    if (decoded != 0) out.data()[out.length()] = '\0';
-    return decoded != 0;
+    out.data()[out.length()] = '\0';
+    return true;
   }
   if (encoding == TAV_EML_TE_QUOTED_PRINTABLE) {
     cause = "from_qp error";
@@ -64,7 +68,8 @@ bool decode(TAV_EML_TRANSFER_ENCODING encoding, const char* block, long length, 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
                                                          tav_eml_mlutl_mail_part& part) {
   // The last block takes all that is left, which need not end in CR LF: no other block will come.
-  long length = part.m_nComplete != 0 ? m_pStream->m_lLength : m_pStream->SearchBlock();
+  const bool is_last = part.m_nComplete != 0;
+  const long length = is_last ? m_pStream->m_lLength : m_pStream->search_block();
   if (length < 0) {
     TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s(): SearchBlock() returns [%ld]\n",
                       operation, length);
@@ -73,14 +78,19 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::deliver_block(const char* operation,
   }
   if (length == 0) return TAV_EML_UTL_OK;
   utl_buffer decoded;
+  base64_rest rest;
   const char* cause = nullptr;
-  const bool is_decoded =
-      decode(part.m_nTransferEncoding, m_pStream->m_pData, length, decoded, cause);
-  m_pStream->drop_front(length);
+  const bool is_decoded = decode(part.m_nTransferEncoding, m_pStream->m_pData, length, decoded,
+                                 is_last ? nullptr : &rest, cause);
+  // Base64 lines need not hold whole groups: what a block leaves of one begins the next block.
+  m_pStream->drop_front(length - rest.count);
+  if (rest.count > 0)
+    std::memcpy(m_pStream->m_pData, rest.characters, static_cast<size_t>(rest.count));
   if (!is_decoded) {
     if (cause == nullptr) return refuse(operation, TAV_EML_UTL_NO_MEMORY, "out of memory");
     return refuse(operation, TAV_EML_UTL_ERROR, cause);
   }
+  if (decoded.length() == 0 && rest.count > 0) return TAV_EML_UTL_OK;  // all of it waits
   void* data = decoded.data();
   const int is_set = part.set_buffer(data, decoded.length());
   decoded.data() = static_cast<char*>(data);  // the part's, unless it was refused

@@ -27,10 +27,6 @@ constexpr char kDispositionName[] = "filename=";
 
 constexpr size_t npos = std::string_view::npos;
 
-void store(UtlString& text, std::string_view value) {
-  text.CopyString(value.empty() ? "" : value.data(), value.size());
-}
-
 std::string lower_case(std::string_view text) {
   std::string lower(text);
   std::transform(lower.begin(), lower.end(), lower.begin(), [](char ch) {
@@ -84,12 +80,12 @@ void set_file_name(const char* operation, tav_eml_mlutl_mail_part& part, std::st
     return;
   }
   UtlString name;
-  store(name, {decoded.data(), static_cast<size_t>(decoded.length())});
+  store_value(name, {decoded.data(), static_cast<size_t>(decoded.length())});
   name.TrimTop();
   name.TrimBottom();
   const std::string_view text = text_of(name);
   const size_t dot = text.rfind('.');
-  store(part.m_cFileExtension, dot == npos ? std::string_view() : text.substr(dot + 1));
+  store_value(part.m_cFileExtension, dot == npos ? std::string_view() : text.substr(dot + 1));
   part.m_cFIleName = name;
 }
 
@@ -121,16 +117,25 @@ void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::str
   const size_t at = lower.find(extended);
   if (at == npos) return;
   std::string text(value.substr(at + extended.size()));
+  std::replace(text.begin(), text.end(), '\r', ' ');
   tav_eml_mlutl_mime_utility::decode_and_set_escape_string(part, text.data());
 }
 
 }  // namespace
 
+void store_value(UtlString& text, std::string_view value) {
+  text.CopyString(value.empty() ? "" : value.data(), value.size());
+  if (value.find('\r') == npos) return;
+  // The text is the string's own memory, so writing to it is sound.
+  char* const begin = const_cast<char*>(text.GetString());
+  std::replace(begin, begin + text.GetLength(), '\r', ' ');
+}
+
 void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
                           std::string_view value) {
   const std::string lower = lower_case(value);
-  store(part.m_cContentType, value);
-  store(part.m_cMediaType, value.substr(0, value.find(';')));
+  store_value(part.m_cContentType, value);
+  store_value(part.m_cMediaType, value.substr(0, value.find(';')));
   part.m_nContentType = tav_eml_mlutl_mail_type::test_content_type(lower.c_str());
 
   std::string_view text;
@@ -149,7 +154,7 @@ void analyze_type_name(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
 
 TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,
                                                     std::string_view value) {
-  store(part.m_cTransferEncoding, value);
+  store_value(part.m_cTransferEncoding, value);
   part.m_nTransferEncoding =
       tav_eml_mlutl_mail_type::test_transfer_encoding(text_of(part.m_cTransferEncoding));
   return part.m_nTransferEncoding;

@@ -37,18 +37,14 @@ bool is_name(std::string_view name, std::string_view wanted) {
          clb_CompStrCaseN(name.data(), wanted.data(), wanted.size()) == 0;
 }
 
-void store(UtlString& text, std::string_view value) {
-  text.CopyString(value.empty() ? "" : value.data(), value.size());
-}
-
 template <UtlString tav_eml_mlutl_mail::*Member>
 void store_text(tav_eml_mlutl_mail& mail, std::string_view value) {
-  store(mail.*Member, value);
+  store_value(mail.*Member, value);
 }
 
 template <tav_eml_mlutl_mail_address tav_eml_mlutl_mail::*Member>
 void store_address(tav_eml_mlutl_mail& mail, std::string_view value) {
-  store((mail.*Member).m_cAddress, value);
+  store_value((mail.*Member).m_cAddress, value);
 }
 
 using fields = tav_eml_mlutl_mail;
@@ -108,7 +104,7 @@ bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
   } else if (is_name(name, "content-transfer-encoding")) {
     analyze_transfer_encoding(part, value);
   } else if (is_name(name, "content-x-ciajwnetfax")) {
-    store(part.m_cContentCiajwnetfax, value);
+    store_value(part.m_cContentCiajwnetfax, value);
   } else {
     return false;
   }

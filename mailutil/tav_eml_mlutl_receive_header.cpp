@@ -78,8 +78,8 @@ bool decode_line(std::string_view line, std::string& decoded, TAV_EML_CHAR_SET& 
 void keep_lines(tav_eml_mlutl_mail_part& part, const received_header& header,
                 TAV_EML_CHAR_SET char_set) {
   part.m_nCharSet = char_set;
-  part.m_cHeader1.CopyString(header.content_type.c_str());
-  if (header.has_disposition) part.m_cHeader2.CopyString(header.content_disposition.c_str());
+  store_value(part.m_cHeader1, header.content_type);
+  if (header.has_disposition) store_value(part.m_cHeader2, header.content_disposition);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "utl_buffer.h"
 #include "utl_os.h"
@@ -81,7 +82,7 @@ bool tav_eml_mlutl_stream::reserve(long capacity) {
   const int64_t roomy = m_lCapacity == 0 ? std::min(m_lBlockSize, kMostAtOnce) : m_lCapacity;
   const auto wanted = static_cast<long>(
       std::min<int64_t>(std::max(int64_t{capacity}, roomy + roomy / 2), INT_MAX - 1));
-  void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(wanted) + 1);
+  void* block = reallocate_block("WriteStream", m_pData, static_cast<size_t>(wanted) + 1);
   if (block == nullptr) return false;
   m_pData = static_cast<char*>(block);
   m_lCapacity = wanted;
@@ -106,14 +107,14 @@ int tav_eml_mlutl_stream::ReadStream(void*& out, long& length) {
     return 1;
   }
   utl_buffer front;
-  if (!front.assign(m_pData, length)) {
+  if (!guarded("ReadStream", false, [&] { return front.assign(m_pData, length); })) {
     TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::ReadStream() MemAllocate failure.\n");
     FreeStream();
     length = 0;
     return 0;
   }
   drop_front(length);
-  void* rest = UtlOS::MemReallocate(m_pData, static_cast<size_t>(m_lLength) + 1);
+  void* rest = reallocate_block("ReadStream", m_pData, static_cast<size_t>(m_lLength) + 1);
   if (rest == nullptr) {
     TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_stream::ReadStream() MemReallocate failure.\n");
     FreeStream();
@@ -124,6 +125,15 @@ int tav_eml_mlutl_stream::ReadStream(void*& out, long& length) {
   m_lCapacity = m_lLength;
   front.release(out, length);
   return 1;
+}
+
+// As SearchBlock. Characters held back from the block before may make a line of the greatest length
+// end behind the block size: then the block is that line.
+long tav_eml_mlutl_stream::search_block() {
+  const std::string_view held(m_pData, static_cast<size_t>(m_lLength));
+  const size_t feed = held.find('\n');
+  const bool is_long_line = feed != held.npos && static_cast<long>(feed) >= m_lBlockSize;
+  return is_long_line && m_pData[feed - 1] == '\r' ? static_cast<long>(feed) + 1 : SearchBlock();
 }
 
 long tav_eml_mlutl_stream::SearchBlock() {

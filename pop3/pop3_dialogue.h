@@ -39,6 +39,12 @@ bool make_reply_buffer(const char* operation, utl_buffer& reply);
 TAV_EML_RESULT read_status_line(int& sock, char* buffer, long& length, long timeout,
                                 TAV_EML_TLS_INFO& tls);
 
+// As tav_eml_pop3_command::get_uniq_id. `is_answered`: a reply line was read, whatever it says. The
+// end of the connection has the same code as a refusal, and only a refusal tells that the server
+// has no unique ids.
+TAV_EML_RESULT ask_uniq_id(pop3_connection connection, int number, UtlString& uid,
+                           bool& is_answered);
+
 // True when the reply says yes.
 bool is_positive(const utl_buffer& reply);
 

@@ -20,7 +20,7 @@ constexpr size_t kReadBufferSize = 4096;
 
 template <typename Type>
 Type* allocate_zeroed(size_t size) {
-  void* block = UtlOS::MemAllocate(size);
+  void* block = allocate_block("tav_eml_pop3_boundary", size);
   if (block != nullptr) std::memset(block, 0, size);
   return static_cast<Type*>(block);
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
 #include "tav_eml_guard.h"
@@ -25,10 +26,6 @@ void log_called(const char* operation, const char* called, TAV_EML_RESULT result
                     called, log_long_code(result));
 }
 
-// True for a UIDL that the server answered, if only by refusing it. After any other failure nothing
-// is known about the message: taken for one without unique id, it would be lost.
-bool is_answer(TAV_EML_RESULT uidl) { return uidl == TAV_EML_OK || uidl == TAV_EML_ERR_REPLY; }
-
 }  // namespace
 
 // How the log lines of the two operations that fill the list differ.
@@ -37,6 +34,14 @@ struct tav_eml_pop3_boundary::fill_texts {
   const char* add_operation;
   bool has_line;
 };
+
+// Asks for a message's unique id. False when nothing is known about it afterwards: the connection
+// was lost, or memory ran out. Taken for a message without unique id, it would be lost.
+bool tav_eml_pop3_boundary::probe_uniq_id(int number, UtlString& uid, TAV_EML_RESULT& uidl) {
+  bool is_answered = false;
+  uidl = ask_uniq_id({m_pPOP3Settings, m_nSock, *m_pTLSInfo}, number, uid, is_answered);
+  return uidl == TAV_EML_OK || (uidl == TAV_EML_ERR_REPLY && is_answered);
+}
 
 // A new record of a message: its size, its unique id ("" when the server refuses, `uidl` tells).
 TAV_EML_RESULT tav_eml_pop3_boundary::describe(int number, const fill_texts& texts,
@@ -56,8 +61,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::describe(int number, const fill_texts& tex
     return result;
   }
   UtlString uid("");
-  uidl = tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number, uid);
-  if (!is_answer(uidl)) return uidl;
+  if (!probe_uniq_id(number, uid, uidl)) return uidl;
   info = new tav_eml_pop3_mail_info(number, text_of(uid), size, kWaiting);
   return TAV_EML_OK;
 }
@@ -118,9 +122,8 @@ TAV_EML_RESULT tav_eml_pop3_boundary::list(tav_eml_pop3_mail_info_list& list, in
     m_nMailCount = count;
 
     UtlString uid;
-    TAV_EML_RESULT uidl =
-        tav_eml_pop3_command::get_uniq_id(m_pPOP3Settings, m_nSock, *m_pTLSInfo, 1, uid);
-    if (!is_answer(uidl)) return uidl;
+    TAV_EML_RESULT uidl = TAV_EML_OK;
+    if (!probe_uniq_id(1, uid, uidl)) return uidl;
     if (m_nMailCount != 0 && uidl != TAV_EML_OK && keep_on_no_uidl != 0) {
       list.set_all_entry_status(kHandedOut);
     } else {

@@ -174,16 +174,16 @@ TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* sett
   return result;
 }
 
-TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* settings, int& sock,
-                                                 TAV_EML_TLS_INFO& tls, int number,
-                                                 UtlString& uid) {
+TAV_EML_RESULT ask_uniq_id(pop3_connection connection, int number, UtlString& uid,
+                           bool& is_answered) {
   constexpr pop3_command kCommand = {"get_uniq_id", "get_uniq_id", "UIDL", ""};
+  is_answered = false;
   return guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
     uid = UtlString();
-    pop3_connection connection = {settings, sock, tls};
     utl_buffer reply;
     const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply);
     if (result != TAV_EML_OK) return result;
+    is_answered = true;
     std::string_view text = text_of_reply(reply);
     next_word(text);
     next_word(text);
@@ -192,6 +192,13 @@ TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* se
     uid.CopyString(id.data(), id.size());
     return TAV_EML_OK;
   });
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* settings, int& sock,
+                                                 TAV_EML_TLS_INFO& tls, int number,
+                                                 UtlString& uid) {
+  bool is_answered = false;
+  return ask_uniq_id({settings, sock, tls}, number, uid, is_answered);
 }
 
 TAV_EML_RESULT tav_eml_pop3_command::get_size(const tav_eml_pop3_settings* settings, int& sock,

@@ -8,6 +8,7 @@
 #include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
 #include "reply_line.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 
 namespace quorvelmida {
@@ -23,7 +24,7 @@ long timeout_ms(const tav_eml_pop3_settings& settings) {
 }
 
 bool make_reply_buffer(const char* operation, utl_buffer& reply) {
-  if (reply.allocate(kPop3BufferSize - 1)) return true;
+  if (guarded(operation, false, [&] { return reply.allocate(kPop3BufferSize - 1); })) return true;
   TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::%s(): MemAllocate returns NULL: Line%d\n",
                     operation, __LINE__);
   return false;

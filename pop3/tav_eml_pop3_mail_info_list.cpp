@@ -87,7 +87,10 @@ int tav_eml_pop3_mail_info_list::add_mail_info(tav_eml_pop3_mail_info* info, int
     return failure("add_mail_info() info is not registered.");
   }
   if (m_MailInfoVector.Count() >= m_nMaxInfo) return failure("add_mail_info() no room.");
-  if (m_MailInfoVector.Add(m_MailInfoVector.Count(), added.get()) == 0) {
+  const int is_added = guarded("add_mail_info", 0, [&] {
+    return m_MailInfoVector.Add(m_MailInfoVector.Count(), added.get());
+  });
+  if (is_added == 0) {
     return failure("add_mail_info() cannot add info.");
   }
   static_cast<void>(added.release());  // the vector's from here on

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 
 namespace quorvelmida {
@@ -28,9 +29,7 @@ TAV_EML_RESULT conversion_failure(const char* operation, int code) {
   return TAV_EML_ERR_UNKNOWN;
 }
 
-}  // namespace
-
-TAV_EML_RESULT convert_body(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* operation) {
+TAV_EML_RESULT convert(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* operation) {
   utl_buffer room;
   const long capacity = room_for(text.length());
   if (!room.allocate(capacity)) {
@@ -57,6 +56,12 @@ TAV_EML_RESULT convert_body(utl_buffer& text, TAV_EML_CHAR_SET char_set, const c
   }
   text = std::move(converted);
   return TAV_EML_OK;
+}
+
+}  // namespace
+
+TAV_EML_RESULT convert_body(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* operation) {
+  return guarded(operation, [&] { return convert(text, char_set, operation); });
 }
 
 }  // namespace quorvelmida

@@ -5,6 +5,7 @@
 #define BOUNDARY_RESOURCES_H
 
 #include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "tav_eml_guard.h"
 
 namespace quorvelmida {
 
@@ -22,7 +23,7 @@ struct tav_eml_smtp_boundary::resources {
   bool reserve_block(int32_t size) {
     if (size <= block_size) return true;
     free_block();
-    block = static_cast<char*>(UtlOS::MemAllocate(static_cast<size_t>(size)));
+    block = static_cast<char*>(allocate_block("send_body", static_cast<size_t>(size)));
     if (block != nullptr) block_size = size;
     return block != nullptr;
   }

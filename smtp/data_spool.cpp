@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "smtp_dialogue.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 
 namespace quorvelmida {
@@ -18,7 +19,9 @@ data_spool::wire_line::wire_line(const char* line_text, long line_length, const 
 bool data_spool::allocate(long length) {
   // At worst all lines are empty, which doubles them, and the unfinished one is a lone dot, which
   // becomes four bytes.
-  return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length + 2));
+  return guarded("tav_eml_smtp_send_data", false, [&] {
+    return m_cSpool.allocate_uncleared(std::min<int64_t>(kCapacity, int64_t{2} * length + 2));
+  });
 }
 
 TAV_EML_RESULT data_spool::add_line(const char* text, long length) {

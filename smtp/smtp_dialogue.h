@@ -6,6 +6,7 @@
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
 #include "quorvelmida/tav_eml_tls_info.h"
+#include "utl_buffer.h"
 
 namespace quorvelmida {
 
@@ -42,6 +43,14 @@ TAV_EML_RESULT read_reply_line(int sock, char* buffer, long& size, int flags, lo
 
 // True when the line of `size` bytes (its NUL counted) ends a reply.
 bool is_last_line(const char* line, long size);
+
+// The work area for a reply of lines of up to `size` bytes. False, after a log line, when memory
+// runs out or `size` is negative.
+bool make_reply_area(utl_buffer& area, long size);
+
+// As tav_eml_smtp_command::RecvOneLineinFullRcv, with a work area that is there already.
+TAV_EML_RESULT read_whole_reply(int sock, utl_buffer& area, char* buffer, long& size, int flags,
+                                long timeout, TAV_EML_TLS_INFO& tls);
 
 // Reads a whole reply into the session's reply buffer, which keeps its first line.
 TAV_EML_RESULT read_reply(ntssmtp_fileptr& session, long timeout);

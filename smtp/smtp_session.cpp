@@ -6,6 +6,7 @@
 #include <new>
 
 #include "connection.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "utl_os.h"
 
@@ -13,8 +14,10 @@ namespace quorvelmida {
 
 namespace {
 
+constexpr char kName[] = "tav_eml_smtp_connect_start";
+
 char* allocate_buffer() {
-  void* block = UtlOS::MemAllocate(SMTP_BUFFER_SIZE);
+  void* block = allocate_block(kName, SMTP_BUFFER_SIZE);
   if (block != nullptr) std::memset(block, 0, SMTP_BUFFER_SIZE);
   return static_cast<char*>(block);
 }
@@ -33,7 +36,7 @@ void session_deleter::operator()(ntssmtp_fileptr* session) const {
 }
 
 TAV_EML_RESULT make_session(session_owner& session) {
-  void* block = UtlOS::MemAllocate(sizeof(ntssmtp_fileptr));
+  void* block = allocate_block(kName, sizeof(ntssmtp_fileptr));
   if (block == nullptr) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : MemAlloc1 NG[Error]\n");
     return TAV_EML_ERR_NO_MEMORY;

@@ -9,6 +9,7 @@
 #include "boundary_resources.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_session.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "utl_buffer.h"
 
@@ -205,7 +206,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::adjust_buff_len_m3(char*& data, long& leng
   const long ready = carried + length - rest;
   if (carried > 0) {
     utl_buffer joined;
-    if (!joined.allocate_uncleared(carried + length)) {
+    if (!guarded(kName, false, [&] { return joined.allocate_uncleared(carried + length); })) {
       TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", kName);
       return TAV_EML_ERR_NO_MEMORY;
     }

@@ -151,18 +151,20 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_plain(const UtlString& us
                    "tav_eml_smtp_command::tav_eml_smtp_auth_plain : send_buffer == 0[Error]\n")) {
     return TAV_EML_ERR_UNKNOWN;
   }
-  TAV_EML_RESULT result = send_identity(session, user, password, timeout, kTexts);
-  if (result != TAV_EML_OK) return result;
-  result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_plain : recv_data NG[Error]\n");
+  return guarded("tav_eml_smtp_auth_plain", [&] {
+    TAV_EML_RESULT result = send_identity(session, user, password, timeout, kTexts);
+    if (result != TAV_EML_OK) return result;
+    result = read_reply(session, timeout);
+    if (result != TAV_EML_OK) {
+      TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_plain : recv_data NG[Error]\n");
+      return result;
+    }
+    result = judge_login(session.recv_buffer);
+    if (result != TAV_EML_OK) {
+      TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_plain : Recv resp NG[Error]\n");
+    }
     return result;
-  }
-  result = judge_login(session.recv_buffer);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_plain : Recv resp NG[Error]\n");
-  }
-  return result;
+  });
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_login(const UtlString& user,

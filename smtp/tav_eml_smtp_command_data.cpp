@@ -74,12 +74,19 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data_close(
                        "tav_eml_smtp_send_data_close", session->status);
     return TAV_EML_OK;
   }
-  TAV_EML_RESULT result = send_command(*session, timeout_ms(*settings), "\r\n.\r\n");
+  // Before the end of the data is sent: afterwards the mail is delivered, and a reply that cannot
+  // be read would make it look as if it was not.
+  utl_buffer area;
+  if (!make_reply_area(area, SMTP_BUFFER_SIZE)) return TAV_EML_ERR_UNKNOWN;
+  const long timeout = timeout_ms(*settings);
+  TAV_EML_RESULT result = send_command(*session, timeout, "\r\n.\r\n");
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_send_data_close : send_data NG[Error]\n");
     return result;
   }
-  result = read_reply(*session, timeout_ms(*settings));
+  long size = SMTP_BUFFER_SIZE;
+  result = read_whole_reply(session->sock, area, session->recv_buffer, size, 0, timeout,
+                            session->tls_info);
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR(
         "tav_eml_smtp_command::tav_eml_smtp_send_data_close : recv_data1 NG[Error]\n");

@@ -64,7 +64,7 @@ class recipient_list {
   // By half, so that a long list is not copied for each of its addresses.
   bool grow() {
     const size_t capacity = m_uCapacity + m_uCapacity / 2 + 1;
-    void* block = UtlOS::MemReallocate(m_pSlots, capacity * sizeof(slot));
+    void* block = reallocate_block(kName, m_pSlots, capacity * sizeof(slot));
     if (block == nullptr) return false;
     m_pSlots = static_cast<slot*>(block);
     m_uCapacity = capacity;

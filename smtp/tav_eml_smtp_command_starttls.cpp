@@ -7,6 +7,7 @@
 #include "smtp_result.h"
 #include "smtp_session.h"
 #include "starttls.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "utl_buffer.h"
 
@@ -52,9 +53,7 @@ TAV_EML_RESULT upgrade(int sock, utl_buffer& command, utl_buffer& reply, long ti
   return tls_result(started);
 }
 
-}  // namespace
-
-TAV_EML_RESULT negotiate_starttls(int& sock, long timeout, TAV_EML_TLS_INFO& tls) {
+TAV_EML_RESULT negotiate(int& sock, long timeout, TAV_EML_TLS_INFO& tls) {
   constexpr char kCommand[] = "STARTTLS\r\n";
   utl_buffer command;
   if (!command.allocate(SMTP_BUFFER_SIZE - 1)) {
@@ -75,6 +74,12 @@ TAV_EML_RESULT negotiate_starttls(int& sock, long timeout, TAV_EML_TLS_INFO& tls
     sock = 0;
   }
   return result;
+}
+
+}  // namespace
+
+TAV_EML_RESULT negotiate_starttls(int& sock, long timeout, TAV_EML_TLS_INFO& tls) {
+  return guarded(kName, [&] { return negotiate(sock, timeout, tls); });
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::NegotiateStartTLS(int sock, long timeout,

@@ -6,10 +6,17 @@
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_result.h"
+#include "tav_eml_guard.h"
 #include "tav_eml_log.h"
 #include "utl_buffer.h"
 
 namespace quorvelmida {
+
+namespace {
+
+constexpr char kFullReply[] = "RecvOneLineinFullRcv";
+
+}  // namespace
 
 tav_eml_smtp_command::tav_eml_smtp_command() = default;
 tav_eml_smtp_command::~tav_eml_smtp_command() = default;
@@ -40,35 +47,42 @@ TAV_EML_RESULT tav_eml_smtp_command::RecvData(int sock, void* buffer, long& leng
   return normalise_result(result);
 }
 
-TAV_EML_RESULT tav_eml_smtp_command::RecvOneLineinFullRcv(int sock, char* buffer, long& size,
-                                                          int flags, long timeout,
-                                                          TAV_EML_TLS_INFO& tls) {
+bool make_reply_area(utl_buffer& area, long size) {
+  if (guarded(kFullReply, false, [&] { return area.allocate_uncleared(size); })) return true;
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: failed to allocate memory[Error]\n", kFullReply);
+  return false;
+}
+
+TAV_EML_RESULT read_whole_reply(int sock, utl_buffer& area, char* buffer, long& size, int flags,
+                                long timeout, TAV_EML_TLS_INFO& tls) {
   const long room = size;
-  utl_buffer work;
-  if (buffer == nullptr || !work.allocate_uncleared(room)) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: failed to allocate memory[Error]\n",
-                      "RecvOneLineinFullRcv");
-    return TAV_EML_ERR_UNKNOWN;
-  }
   for (int line = 0; line < kMaxReplyLines; ++line) {
-    std::memset(work.data(), 0, static_cast<size_t>(room));
+    std::memset(area.data(), 0, static_cast<size_t>(room));
     long line_size = room;
     const TAV_EML_RESULT result =
-        read_reply_line(sock, work.data(), line_size, flags, timeout, tls);
+        read_reply_line(sock, area.data(), line_size, flags, timeout, tls);
     if (result != TAV_EML_OK) {
       TAV_EML_LOG_ERROR("tav_eml_mlutl_mail_net::%s: recv_one_line returns [%d][Error]\n",
-                        "RecvOneLineinFullRcv", static_cast<int>(result));
+                        kFullReply, static_cast<int>(result));
       return result;
     }
     if (line == 0) {
-      std::memcpy(buffer, work.data(), static_cast<size_t>(room));
+      std::memcpy(buffer, area.data(), static_cast<size_t>(room));
       size = line_size;
     }
-    if (is_last_line(work.data(), line_size)) return TAV_EML_OK;
+    if (is_last_line(area.data(), line_size)) return TAV_EML_OK;
   }
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: reply of more than %d lines[Error]\n",
-                    "RecvOneLineinFullRcv", kMaxReplyLines);
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: reply of more than %d lines[Error]\n", kFullReply,
+                    kMaxReplyLines);
   return TAV_EML_ERR_REPLY;
+}
+
+TAV_EML_RESULT tav_eml_smtp_command::RecvOneLineinFullRcv(int sock, char* buffer, long& size,
+                                                          int flags, long timeout,
+                                                          TAV_EML_TLS_INFO& tls) {
+  utl_buffer area;
+  if (!make_reply_area(area, buffer != nullptr ? size : -1)) return TAV_EML_ERR_UNKNOWN;
+  return read_whole_reply(sock, area, buffer, size, flags, timeout, tls);
 }
 
 }  // namespace quorvelmida

@@ -75,7 +75,11 @@ UtlString last_references(const char* text) {
 // The time of day as the unique front of a message id.
 bool time_stamp(std::string& stamp) {
   timeval now = {};
-  gettimeofday(&now, nullptr);
+  if (gettimeofday(&now, nullptr) != 0) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():gettimeofday NG\n",
+                      "create_message_id");
+    return false;
+  }
   std::tm local = {};
   if (clb_LocalTime_r(&now.tv_sec, &local) == nullptr) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():clb_LocalTime_r NG\n",

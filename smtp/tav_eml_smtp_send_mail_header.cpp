@@ -10,6 +10,7 @@
 #include "address_text.h"
 #include "clb.h"
 #include "outgoing_header.h"
+#include "part_text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 #include "tav_eml_guard.h"
@@ -65,8 +66,8 @@ bool ids_fit(const char* ids, size_t label_length) {
 }
 
 // Lets mail exceptions through: what they end is the header as a whole.
-bool append_addresses(tav_eml_smtp_send_mail& mail, const tav_eml_mlutl_mail_address& list,
-                      const char* label, char*& buffer, long& length, long& count) {
+bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label, char*& buffer,
+                      long& length, long& count) {
   constexpr char kName[] = "MakeHeaderAddress";
   count = 0;
   if (!addresses_fit(text_of(list.m_cAddress), std::strlen(label))) {
@@ -82,9 +83,7 @@ bool append_addresses(tav_eml_smtp_send_mail& mail, const tav_eml_mlutl_mail_add
     }
     if (count == 0) return true;
     lines += "\r\n";
-    if (mail.add_buffer(buffer, length, lines.data(), static_cast<long>(lines.size())) != 0) {
-      return true;
-    }
+    if (append_bytes(buffer, length, lines.data(), static_cast<long>(lines.size()))) return true;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():add_buffer NG\n", kName);
   } catch (const std::bad_alloc&) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():MemRealloc NG\n", kName);
@@ -93,8 +92,7 @@ bool append_addresses(tav_eml_smtp_send_mail& mail, const tav_eml_mlutl_mail_add
 }
 
 // Lets exceptions through, as above.
-bool append_ids(tav_eml_smtp_send_mail& mail, const UtlString& value, const char* label,
-                char*& buffer, long& length) {
+bool append_ids(const UtlString& value, const char* label, char*& buffer, long& length) {
   constexpr char kName[] = "make_header_bracket";
   if (value.IsEmpty()) return true;
   if (!ids_fit(value.GetString(), std::strlen(label))) {
@@ -106,7 +104,7 @@ bool append_ids(tav_eml_smtp_send_mail& mail, const UtlString& value, const char
   bool is_written = false;
   for (; find_id(at, id); is_written = true) {
     const std::string line = joined({is_written ? "" : label, is_written ? "\t" : " ", id, "\r\n"});
-    if (mail.add_buffer(buffer, length, line.data(), static_cast<long>(line.size())) == 0) {
+    if (!append_bytes(buffer, length, line.data(), static_cast<long>(line.size()))) {
       TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n", kName);
       return false;
     }
@@ -137,8 +135,8 @@ class message_header {
 
   bool append(std::initializer_list<std::string_view> texts, int line) {
     const std::string text = joined(texts);
-    if (m_cMail.add_buffer(m_cText.data(), m_cText.length(), text.data(),
-                           static_cast<long>(text.size())) != 0) {
+    if (append_bytes(m_cText.data(), m_cText.length(), text.data(),
+                     static_cast<long>(text.size()))) {
       return true;
     }
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader() add_buffer[NG]: Line%d\n",
@@ -157,15 +155,14 @@ class message_header {
 
   bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
                      long& count) {
-    if (append_addresses(m_cMail, list, label, m_cText.data(), m_cText.length(), count))
-      return true;
+    if (append_addresses(list, label, m_cText.data(), m_cText.length(), count)) return true;
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() MakeHeaderAddress[NG]: Line%d\n", line);
     return false;
   }
 
   bool add_bracket(const char* label, const UtlString& value, int line) {
-    if (append_ids(m_cMail, value, label, m_cText.data(), m_cText.length())) return true;
+    if (append_ids(value, label, m_cText.data(), m_cText.length())) return true;
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() make_header_bracket[NG]: Line%d\n", line);
     return false;
@@ -346,16 +343,15 @@ int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& 
                                               const char* label, char*& buffer, char* /*work*/,
                                               long& count, long& length) {
   if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
-  return guarded("MakeHeaderAddress", 0, [&] {
-    return append_addresses(*this, list, label, buffer, length, count) ? 1 : 0;
-  });
+  return guarded("MakeHeaderAddress", 0,
+                 [&] { return append_addresses(list, label, buffer, length, count) ? 1 : 0; });
 }
 
 int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
                                                 char*& buffer, long& length) {
   if (!is_readable("make_header_bracket", label, 1)) return 0;
   return guarded("make_header_bracket", 0,
-                 [&] { return append_ids(*this, value, label, buffer, length) ? 1 : 0; });
+                 [&] { return append_ids(value, label, buffer, length) ? 1 : 0; });
 }
 
 int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {

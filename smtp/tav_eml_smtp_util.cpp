@@ -219,7 +219,8 @@ TAV_EML_RESULT tav_eml_smtp_util::Automatic64Linefeed(char* text, char** result)
   if (!is_readable("Automatic64Linefeed", text, 1)) return TAV_EML_ERR_PARAM;
   const size_t length = break_lines(text, nullptr);
   utl_buffer broken;
-  if (!broken.allocate(static_cast<long>(length))) {
+  if (!guarded("Automatic64Linefeed", false,
+               [&] { return broken.allocate(static_cast<long>(length)); })) {
     *result = text;
     return TAV_EML_OK;
   }
@@ -236,6 +237,10 @@ size_t tav_eml_smtp_util::get_date(int with_zone, size_t size, char* out) {
                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
   if (!is_readable("get_date", out, 1)) return 0;
   const std::time_t now = std::time(nullptr);
+  if (now == static_cast<std::time_t>(-1)) {
+    TAV_EML_LOG_ERROR("[Error] tav_eml_smtp_util::%s(): time() failed\n", "get_date");
+    return 0;
+  }
   std::tm local = {};
   if (clb_LocalTime_r(&now, &local) == nullptr) {
     TAV_EML_LOG_ERROR("[Error] tav_eml_smtp_util::%s(): clb_LocalTime_r() failed\n", "get_date");

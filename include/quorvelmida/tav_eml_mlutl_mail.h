@@ -24,7 +24,7 @@ class tav_eml_smtp_receive_mail_part;
 class TAVEML_API tav_eml_mlutl_mail : public tav_eml_mlutl_mail_part {
  public:
   tav_eml_mlutl_mail();
-  explicit tav_eml_mlutl_mail(tav_eml_mlutl_mail_info& info);  // copies `info`, unique id included
+  tav_eml_mlutl_mail(tav_eml_mlutl_mail_info& info);  // copies `info`, unique id included
   tav_eml_mlutl_mail(const tav_eml_mlutl_mail&) = delete;
   tav_eml_mlutl_mail& operator=(const tav_eml_mlutl_mail&) = delete;
   ~tav_eml_mlutl_mail() override;

@@ -15,7 +15,7 @@ class TAVEML_API tav_eml_mlutl_mail_address : public UtlObject {
  public:
   tav_eml_mlutl_mail_address();  // no text: null, not ""
   tav_eml_mlutl_mail_address(const tav_eml_mlutl_mail_address& other);
-  explicit tav_eml_mlutl_mail_address(const char* text);  // null stays null
+  tav_eml_mlutl_mail_address(const char* text);  // null stays null
   tav_eml_mlutl_mail_address& operator=(const tav_eml_mlutl_mail_address& other);
   ~tav_eml_mlutl_mail_address() override;
 

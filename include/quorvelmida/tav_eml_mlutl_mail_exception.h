@@ -12,7 +12,7 @@ namespace quorvelmida {
 class TAVEML_API tav_eml_mlutl_mail_exception : public UtlObject {
  public:
   // `message` is not owned and must outlive the exception; may be null.
-  explicit tav_eml_mlutl_mail_exception(const char* message = nullptr);
+  tav_eml_mlutl_mail_exception(const char* message = nullptr);
   ~tav_eml_mlutl_mail_exception() override;
 
   const char* m_pMessage;

@@ -13,7 +13,7 @@ namespace quorvelmida {
 class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
  public:
   tav_eml_mlutl_stream();  // block size 0
-  explicit tav_eml_mlutl_stream(long block_size);
+  tav_eml_mlutl_stream(long block_size);
   tav_eml_mlutl_stream(const tav_eml_mlutl_stream&) = delete;
   tav_eml_mlutl_stream& operator=(const tav_eml_mlutl_stream&) = delete;
   ~tav_eml_mlutl_stream() override;
@@ -38,6 +38,7 @@ class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
   TAVEML_LOCAL bool append(const char* bytes, long length, int& full);
   TAVEML_LOCAL bool reserve(long capacity);
   TAVEML_LOCAL void drop_front(long length);
+  TAVEML_LOCAL long search_block();
 
   char* m_pData;
   long m_lLength;

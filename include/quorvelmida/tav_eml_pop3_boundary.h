@@ -65,7 +65,7 @@ namespace quorvelmida {
 class TAVEML_API tav_eml_pop3_boundary : public UtlObject {
  public:
   // `settings` is not owned and must outlive the object.
-  explicit tav_eml_pop3_boundary(const tav_eml_pop3_settings& settings);
+  tav_eml_pop3_boundary(const tav_eml_pop3_settings& settings);
   tav_eml_pop3_boundary(const tav_eml_pop3_boundary&) = delete;
   tav_eml_pop3_boundary& operator=(const tav_eml_pop3_boundary&) = delete;
   ~tav_eml_pop3_boundary() override;  // closes an open connection
@@ -129,6 +129,7 @@ class TAVEML_API tav_eml_pop3_boundary : public UtlObject {
   TAVEML_LOCAL bool is_complete() const;
   TAVEML_LOCAL unsigned int timeout() const;
   TAVEML_LOCAL TAV_EML_RESULT delete_number(int number, const char* operation, const char* called);
+  TAVEML_LOCAL bool probe_uniq_id(int number, UtlString& uid, TAV_EML_RESULT& uidl);
   TAVEML_LOCAL TAV_EML_RESULT describe(int number, const fill_texts& texts,
                                        tav_eml_pop3_mail_info*& info, TAV_EML_RESULT& uidl);
   TAVEML_LOCAL TAV_EML_RESULT synchronise(tav_eml_pop3_mail_info_list& list, TAV_EML_RESULT& uidl);

@@ -25,7 +25,7 @@ namespace quorvelmida {
 // it fails.
 class TAVEML_API tav_eml_pop3_mail_info_list : public UtlObject {
  public:
-  explicit tav_eml_pop3_mail_info_list(int capacity);
+  tav_eml_pop3_mail_info_list(int capacity);
   tav_eml_pop3_mail_info_list(const tav_eml_pop3_mail_info_list&) = delete;
   tav_eml_pop3_mail_info_list& operator=(const tav_eml_pop3_mail_info_list&) = delete;
   ~tav_eml_pop3_mail_info_list() override;

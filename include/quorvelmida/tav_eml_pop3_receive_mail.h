@@ -12,7 +12,7 @@ namespace quorvelmida {
 // One object serves one reading of a message: make a new one to read it again.
 class TAVEML_API tav_eml_pop3_receive_mail : public tav_eml_mlutl_mail {
  public:
-  explicit tav_eml_pop3_receive_mail(tav_eml_pop3_mail_info& info);  // copies `info`
+  tav_eml_pop3_receive_mail(tav_eml_pop3_mail_info& info);  // copies `info`
   ~tav_eml_pop3_receive_mail() override;
 
   tav_eml_mlutl_mail_part* get_part() override;

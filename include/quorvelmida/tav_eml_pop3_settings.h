@@ -29,7 +29,7 @@ struct _tav_eml_pop3_setting {
 // An owned copy of the record. Texts that were never set are "".
 class TAVEML_API tav_eml_pop3_settings : public UtlObject {
  public:
-  explicit tav_eml_pop3_settings(const _tav_eml_pop3_setting& setting);
+  tav_eml_pop3_settings(const _tav_eml_pop3_setting& setting);
   tav_eml_pop3_settings(const tav_eml_pop3_settings& other) = default;
   tav_eml_pop3_settings& operator=(const tav_eml_pop3_settings& other);
   ~tav_eml_pop3_settings() override;

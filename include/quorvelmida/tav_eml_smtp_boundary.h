@@ -42,7 +42,7 @@ class utl_buffer;
 class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
  public:
   // `settings` is not owned and must outlive the object.
-  explicit tav_eml_smtp_boundary(const tav_eml_smtp_settings& settings);
+  tav_eml_smtp_boundary(const tav_eml_smtp_settings& settings);
   tav_eml_smtp_boundary(const tav_eml_smtp_boundary&) = delete;
   tav_eml_smtp_boundary& operator=(const tav_eml_smtp_boundary&) = delete;
   // Drops an open session without a word to the server.

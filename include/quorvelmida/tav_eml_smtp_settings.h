@@ -33,7 +33,7 @@ struct _tav_eml_smtp_setting {
 // An owned deep copy of the record, POP3 settings included. Texts that were never set are "".
 class TAVEML_API tav_eml_smtp_settings : public UtlObject {
  public:
-  explicit tav_eml_smtp_settings(const _tav_eml_smtp_setting& setting);
+  tav_eml_smtp_settings(const _tav_eml_smtp_setting& setting);
   tav_eml_smtp_settings(const tav_eml_smtp_settings& other);
   tav_eml_smtp_settings& operator=(const tav_eml_smtp_settings& other);
   ~tav_eml_smtp_settings() override;

@@ -8,7 +8,8 @@
 //    thread that already holds it, it is granted at once and does not nest: one GiveMutex releases
 //    it. A GiveMutex by a thread that does not hold it is refused. Deleting a held mutex is
 //    harmless.
-//  - Nothing is thrown.
+//  - MemAllocate and MemReallocate may throw what the library catches around its calls (a pointer to
+//    its mail exception); a MemReallocate that throws keeps the old block. Nothing else is thrown.
 
 #ifndef UTL_OS_H
 #define UTL_OS_H
@@ -21,8 +22,8 @@ struct UtlMutex;  // opaque
 
 class UTL_API UtlOS {
  public:
-  static void* MemAllocate(size_t size) noexcept;
-  static void* MemReallocate(void* block, size_t size) noexcept;
+  static void* MemAllocate(size_t size);
+  static void* MemReallocate(void* block, size_t size);
   static void MemFree(void* block) noexcept;
 
   static UtlMutex* CreateMutex() noexcept;            // null when memory runs out

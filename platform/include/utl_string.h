@@ -5,7 +5,7 @@
 //  - The text is NUL-terminated; the length never counts the NUL. A string holds no NUL byte.
 //  - Copying a string, or a piece of its text, into itself is safe.
 //  - Memory comes from UtlOS. When it runs out, the operation throws std::bad_alloc and the string
-//    keeps the text it had. Nothing else is ever thrown.
+//    keeps the text it had. Nothing else is thrown but what UtlOS throws.
 
 #ifndef UTL_STRING_H
 #define UTL_STRING_H

@@ -4,7 +4,8 @@
 //  - The vector never owns what its elements point to: removing, clearing and destroying delete
 //    nothing but the vector's own memory, which comes from UtlOS.
 //  - Adding past the end fails; an element out of range is null; removing out of range fails.
-//  - When memory runs out an addition fails and leaves the vector as it was. Nothing is thrown.
+//  - When memory runs out an addition fails and leaves the vector as it was. Nothing is thrown but
+//    what UtlOS throws.
 
 #ifndef UTL_VECTOR_H
 #define UTL_VECTOR_H
@@ -14,7 +15,7 @@
 
 class UTL_API UtlVector : public UtlObject {
  public:
-  explicit UtlVector(int capacity = 0) noexcept;  // capacity is a hint; a negative one means 0
+  explicit UtlVector(int capacity = 0);  // capacity is a hint; a negative one means 0
   UtlVector(const UtlVector&) = delete;
   UtlVector& operator=(const UtlVector&) = delete;
   ~UtlVector() override;
@@ -23,7 +24,7 @@ class UTL_API UtlVector : public UtlObject {
   // The element at `index`, or null when there is none.
   void* ElementAt(int index) const noexcept;
   // Inserts before `index` (0 to Count()). 1 on success, 0 when out of range or out of memory.
-  int Add(int index, void* element) noexcept;
+  int Add(int index, void* element);
   // Removes the element at `index`; later ones move up. 1 on success, 0 when out of range.
   int Remove(int index) noexcept;
 

@@ -15,9 +15,9 @@ struct UtlMutex {
   std::thread::id holder;
 };
 
-void* UtlOS::MemAllocate(size_t size) noexcept { return std::malloc(size > 0 ? size : 1); }
+void* UtlOS::MemAllocate(size_t size) { return std::malloc(size > 0 ? size : 1); }
 
-void* UtlOS::MemReallocate(void* block, size_t size) noexcept {
+void* UtlOS::MemReallocate(void* block, size_t size) {
   return std::realloc(block, size > 0 ? size : 1);
 }
 

@@ -18,7 +18,7 @@ size_t bytes(int count) { return static_cast<size_t>(count) * sizeof(void*); }
 
 }  // namespace
 
-UtlVector::UtlVector(int capacity) noexcept : m_pElements(nullptr), m_nCount(0), m_nCapacity(0) {
+UtlVector::UtlVector(int capacity) : m_pElements(nullptr), m_nCount(0), m_nCapacity(0) {
   if (capacity <= 0) return;
   m_pElements = resize(nullptr, capacity);
   if (m_pElements != nullptr) m_nCapacity = capacity;
@@ -30,7 +30,7 @@ void* UtlVector::ElementAt(int index) const noexcept {
   return index >= 0 && index < m_nCount ? m_pElements[index] : nullptr;
 }
 
-int UtlVector::Add(int index, void* element) noexcept {
+int UtlVector::Add(int index, void* element) {
   if (index < 0 || index > m_nCount) return 0;
   if (m_nCount == m_nCapacity) {
     if (m_nCapacity > INT_MAX / 2 - 8) return 0;

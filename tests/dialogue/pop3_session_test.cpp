@@ -365,15 +365,23 @@ TEST_F(Pop3, a_refused_probe_loses_the_connection_and_no_list_it_was_to_keep) {
       {"-ERR no\r\n", "+OK 0 0\r\n", 1, TAV_EML_ERR_REPLY, ""},
       {"+OK 1 a\r\n", "+OK 2000000000 1\r\n", 0, TAV_EML_ERR_REPLY, "1:a/1"},
       {"+OK 1 a\r\n", "+OK 9 1\r\n", 0, TAV_EML_ERR_REPLY, "1:a/1"},  // LIST 2 is refused
+      // The connection ends in the place of a reply: nothing is known of any message.
+      {nullptr, "+OK 1 3\r\n", 1, TAV_EML_ERR_REPLY, "1:a/1"},
+      {nullptr, "+OK 1 3\r\n", 0, TAV_EML_ERR_REPLY, "1:a/1"},
+      {nullptr, "+OK 0 0\r\n", 0, TAV_EML_ERR_REPLY, "1:a/1"},
   };
   for (const auto& test : cases) {
     tav_eml_pop3_mail_info_list seen(5);
     seen.add_mail_info(new tav_eml_pop3_mail_info(1, "a", 3, 1), 0);
-    host.reply_to("UIDL", pop3_host::every, test.uidl);
+    const char* uidl = test.uidl != nullptr ? test.uidl : "(closed)";
+    if (test.uidl != nullptr)
+      host.reply_to("UIDL", pop3_host::every, uidl);
+    else
+      host.close_at("UIDL", pop3_host::every, "+OK");
     host.reply_to("STAT", pop3_host::every, test.stat);
     ASSERT_EQ(facade().connect_mail(), TAV_EML_OK);
-    EXPECT_EQ(facade().list(seen, test.keep), test.expected) << test.uidl << test.stat;
-    EXPECT_EQ(shown(seen), test.list) << test.uidl << test.stat;
+    EXPECT_EQ(facade().list(seen, test.keep), test.expected) << uidl << test.stat;
+    EXPECT_EQ(shown(seen), test.list) << uidl << test.stat;
     EXPECT_EQ(facade().noop(), TAV_EML_ERR_NOT_CONNECTED);
   }
 }

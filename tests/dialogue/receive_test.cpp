@@ -127,6 +127,34 @@ TEST_F(Receive, a_single_part_comes_in_blocks_that_end_at_line_ends) {
   }
 }
 
+// Base64 whose lines end within groups: what a block leaves of a group begins the next one, and the
+// whole body is what its characters say.
+TEST_F(Receive, base64_lines_of_any_length_lose_nothing) {
+  std::string bytes;
+  for (int i = 0; i < 39999; ++i) bytes += static_cast<char>(i * 31 % 251);
+  char* encoded = nullptr;
+  long length = 0;
+  ASSERT_EQ(tav_eml_mlutl_mime_utility::to_b64(bytes.data(), static_cast<long>(bytes.size()),
+                                               encoded, length, 0),
+            1);
+  const std::string characters = taken(encoded, length);
+  for (const size_t line : {1, 3, 54, 73, 74, 75, 76, 77, 997, 2047, 4091, 4092, 4093}) {
+    std::string wire;
+    for (size_t at = 0; at < characters.size(); at += line) {
+      wire += characters.substr(at, line) + "\r\n";
+    }
+    const std::string header = "Content-Transfer-Encoding: base64\r\n\r\n";
+    const received_mail single = read(header + wire);
+    EXPECT_EQ(single.result, TAV_EML_OK) << line;
+    EXPECT_TRUE(single.parts[0].data == bytes) << line;
+    // Two parts, the first cut within a group: its rest is not the second's.
+    const received_mail multi =
+        read(kMixed + ("--B\r\n" + header + wire + "Q\r\n--B\r\n" + header + wire + "--B--\r\n"));
+    ASSERT_EQ(multi.parts.size(), 2u) << line;
+    EXPECT_TRUE(multi.parts[0].data == bytes && multi.parts[1].data == bytes) << line;
+  }
+}
+
 // Lines of all lengths that begin with, hold and end with what ends messages and parts.
 TEST_F(Receive, any_lines_arrive_as_they_were_sent) {
   std::mt19937 random(3);

@@ -28,6 +28,8 @@ class scenario {
   virtual TAV_EML_RESULT run() = 0;
   // What must hold after a run, whatever happened in it.
   virtual void check(TAV_EML_RESULT result) = 0;
+  // What must hold besides when memory ran out and the peer did all it should.
+  virtual void check_verdict(TAV_EML_RESULT) {}
   // Lets the objects go.
   virtual void finish() = 0;
 

@@ -56,6 +56,7 @@ struct memory_state {
   size_t failing = 0;
   bool all_from = false;
   bool failed = false;
+  std::function<void()> thrower;
 };
 
 memory_state& state() {
@@ -89,8 +90,8 @@ bool fails_now(memory_state& memory) {
   return fails;
 }
 
-void* allocate(memory_state& memory, size_t size) {
-  if (fails_now(memory) || size > largest_block) return nullptr;
+void* new_block(memory_state& memory, size_t size) {
+  if (size > largest_block) return nullptr;
   auto* const start = static_cast<unsigned char*>(std::malloc(size + 2 * guard_size));
   if (start == nullptr) return nullptr;
   std::memset(start, guard_byte, guard_size);
@@ -100,6 +101,14 @@ void* allocate(memory_state& memory, size_t size) {
   memory.live_bytes += size;
   memory.peak_bytes = std::max(memory.peak_bytes, memory.live_bytes);
   return start + guard_size;
+}
+
+void* allocate(memory_state& memory, size_t size) {
+  if (fails_now(memory)) {
+    if (memory.thrower) memory.thrower();
+    return nullptr;
+  }
+  return new_block(memory, size);
 }
 
 bool intact(const unsigned char* guard) {
@@ -158,11 +167,19 @@ fake_memory::fake_memory() {
   state().peak_bytes = 0;
 }
 
-fake_memory::~fake_memory() { script(0, false); }
+fake_memory::~fake_memory() {
+  script(0, false);
+  fail_by(nullptr);
+}
 
 void fake_memory::fail(size_t nth) { script(nth, false); }
 void fake_memory::fail_from(size_t nth) { script(nth, true); }
 void fake_memory::never_fail() { script(0, false); }
+
+void fake_memory::fail_by(std::function<void()> thrower) {
+  entry guard;
+  state().thrower = std::move(thrower);
+}
 
 bool fake_memory::failed() const {
   entry guard;
@@ -220,12 +237,12 @@ bool fake_memory::clean() const {
 using tav_test::entry;
 using tav_test::state;
 
-void* UtlOS::MemAllocate(size_t size) noexcept {
+void* UtlOS::MemAllocate(size_t size) {
   entry guard;
   return tav_test::allocate(state(), size);
 }
 
-void* UtlOS::MemReallocate(void* block, size_t size) noexcept {
+void* UtlOS::MemReallocate(void* block, size_t size) {
   entry guard;
   return tav_test::reallocate(state(), block, size);
 }
@@ -289,6 +306,9 @@ void UtlOS::DeleteMutex(UtlMutex* mutex) noexcept {
   delete mutex;
 }
 
-void* osw_SubAllocMem(size_t size) noexcept { return UtlOS::MemAllocate(size); }
+void* osw_SubAllocMem(size_t size) noexcept {
+  entry guard;
+  return tav_test::fails_now(state()) ? nullptr : tav_test::new_block(state(), size);
+}
 
 void osw_OrgFreeMemPart(int32_t, void* block) noexcept { UtlOS::MemFree(block); }

@@ -14,6 +14,7 @@
 #define TESTS_SUPPORT_FAKE_MEMORY_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace tav_test {
@@ -29,6 +30,8 @@ class fake_memory {
   void fail(size_t nth);
   void fail_from(size_t nth);
   void never_fail();
+  // What fails throws instead of giving null, until the object goes. `thrower` throws it.
+  void fail_by(std::function<void()> thrower);
   // True when a failure that was asked for has happened.
   bool failed() const;
 

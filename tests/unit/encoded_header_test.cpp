@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <functional>
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -148,36 +149,60 @@ TEST(EncodedWords, decodes_every_word_of_a_value) {
   }
 }
 
-// Each allocation failed in turn: outputs null and 0, nothing left allocated.
+// Each allocation failed in turn, by a null pointer and by an exception: outputs null and 0,
+// nothing left allocated, and the exception logged under the operation's own name.
 TEST(Codecs, survive_every_failed_allocation) {
   const std::string header = "A: b\r\nSubject: 日本語の長い件名、とても長い件名、まだ続く件名\r\n";
   const std::string value = "=?utf-8?B?QUJD?= =?utf-8?Q?DEF?= tail";
   TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
-  const std::vector<std::function<std::string()>> operations = {
-      [&] { return from_base64("QUJD"); },
-      [&] { return to_base64("ABC", 64); },
-      [&] {
-        return result_of<void*>(
-            [](void*& out, long& length) { return util::from_qp("a=41", 4, out, length); });
-      },
-      [&] { return words("日本語", TAV_EML_CS_ISO_2022_JP, 40); },
-      [&] { return encode(header, TAV_EML_CS_ISO_2022_JP); },
-      [&] { return decode(value, set); },
+  tav_eml_mlutl_mail_part part;
+  part.m_nContentType = TAV_EML_CT_APPLICATION_PDF;
+  const struct {
+    const char* message;
+    std::function<std::string()> operation;
+  } cases[] = {
+      {"mime_utility::from_b64() thrown", [&] { return from_base64("QUJD"); }},
+      {"mime_utility::to_b64() thrown", [&] { return to_base64("ABC", 64); }},
+      {"mime_utility::from_qp() thrown",
+       [&] {
+         return result_of<void*>(
+             [](void*& out, long& length) { return util::from_qp("a=41", 4, out, length); });
+       }},
+      {"thrown", [&] { return words("日本語", TAV_EML_CS_ISO_2022_JP, 40); }},
+      {"mime_utility::inline_encode() thrown",
+       [&] { return encode(header, TAV_EML_CS_ISO_2022_JP); }},
+      {"mime_utility::inline_decode() thrown", [&] { return decode(value, set); }},
+      {"mail_part::make_header() thrown",
+       [&] {
+         return result_of([&](char*& out, long& length) { return part.make_header(out, length); });
+       }},
+      {"mail_part::MakeMultiLine() thrown",
+       [&] {
+         const std::unique_ptr<char, decltype(&UtlOS::MemFree)> made(
+             part.MakeMultiLine(repeated("x", 70).c_str()), &UtlOS::MemFree);
+         return std::string(made != nullptr ? made.get() : "(failed)");
+       }},
   };
-  for (const auto& operation : operations) {
+  for (const auto& [message, operation] : cases) {
     const std::string expected = operation();
-    fake_memory memory;
-    for (size_t n = 1; n < 1000; ++n) {
-      memory.fail(n);
-      const std::string result = operation();
-      // A word that cannot be encoded or decoded stays as it is: that is no failure.
-      EXPECT_EQ(result.find("left something"), std::string::npos);
-      if (memory.failed()) continue;
-      EXPECT_EQ(result, expected);
-      break;
+    for (const bool throws : {false, true}) {
+      fake_memory memory;
+      if (throws) memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("thrown"); });
+      bool has_failed = true;
+      for (size_t n = 1; has_failed; ++n) {
+        ASSERT_LT(n, 1000u);
+        const log_capture log;
+        memory.fail(n);
+        const std::string result = operation();
+        has_failed = memory.failed();
+        // A word that cannot be encoded or decoded stays as it is: that is not a failure.
+        EXPECT_EQ(result.find("left something"), std::string::npos);
+        EXPECT_TRUE(!throws || n > 1 || log.contains(message)) << message << log.all();
+        EXPECT_TRUE(has_failed || result == expected) << result;
+      }
+      memory.never_fail();
+      EXPECT_TRUE(memory.clean());
     }
-    memory.never_fail();
-    EXPECT_TRUE(memory.clean());
   }
 }
 

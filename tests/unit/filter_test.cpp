@@ -46,6 +46,8 @@ const filter_case kCases[] = {
     {"denied second", "a@x.example; b@y.example", kDeny, {"y.example"}, 0, "a@x.example"},
     {"denied by any other mode", "a@x.example", 255, {"x.example"}, 0, ""},
     {"empty deny list", "a@x.example", kDeny, {}, 1, "a@x.example"},
+    {"a line end is an address without text", "\r\n", kNone, {}, 1, ""},
+    {"and counts among others", "\r\n,a@x.example", kDeny, {"y.example"}, 1, ", a@x.example"},
     {"null text", nullptr, kNone, {}, 0, ""},
 };
 
@@ -58,7 +60,7 @@ TEST(Filter, lets_through_what_it_should) {
     UtlString allowed("before");
     const int any = filter::check_filter(c.addresses, allowed, c.mode, list.data(), count);
     EXPECT_STREQ(allowed.GetString(), c.allowed);
-    EXPECT_EQ(any, *c.allowed != '\0' ? 1 : 0);
+    EXPECT_EQ(any, *c.allowed != '\0' || c.all_allowed != 0 ? 1 : 0);
   }
   const char* entry = "x.example";
   EXPECT_EQ(tav_eml_mlutl_check_filter("a@x.example", kDeny, &entry, -1), 0);

@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -13,7 +14,19 @@
 
 #include "fake_memory.h"
 #include "fake_platform.h"
+#include "log_capture.h"
 #include "values.h"
+
+namespace {
+
+bool clock_fails = false;
+
+}  // namespace
+
+extern "C" {
+std::time_t __real_time(std::time_t*);
+std::time_t __wrap_time(std::time_t* out) { return clock_fails ? -1 : __real_time(out); }
+}
 
 namespace {
 
@@ -222,6 +235,11 @@ TEST(OutgoingHeader, survives_every_failed_allocation) {
     memory.fail(n);
     made = header_of(mail);
   }
+  const log_capture log;
+  memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("thrown"); });
+  memory.fail(1);
+  EXPECT_EQ(header_of(mail), "(failed)");
+  EXPECT_TRUE(log.contains("MakeHeader : Exception occured."));
   memory.never_fail();
   EXPECT_GT(n, 10u);
   EXPECT_TRUE(memory.clean());
@@ -476,6 +494,9 @@ TEST(DeviceTexts, dates_are_english_whatever_the_locale) {
   EXPECT_TRUE(date[26] == '+' || date[26] == '-');
   EXPECT_EQ(tav_eml_smtp_util::get_date(0, sizeof date, date), 25u);
   EXPECT_EQ(tav_eml_smtp_util::get_date(1, 31, date), 0u);
+  clock_fails = true;
+  EXPECT_EQ(tav_eml_smtp_util::get_date(1, sizeof date, date), 0u);
+  clock_fails = false;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fake_memory.h"
+#include "log_capture.h"
 #include "values.h"
 
 namespace {
@@ -106,7 +107,16 @@ TEST(MailPart, hands_its_data_out_piece_by_piece) {
     EXPECT_EQ(part.get_buffer(data, length), 0);
     EXPECT_EQ(data, nullptr);
     EXPECT_EQ(length, 0);
-    EXPECT_EQ(part.m_nDataLength, 10);
+    memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("thrown"); });
+    for (const size_t n : {1u, 2u}) {
+      const log_capture log;
+      memory.fail(n);
+      length = 4;
+      EXPECT_EQ(part.get_buffer(data, length), 0);
+      EXPECT_TRUE(log.contains("<Error> : tav_eml_mlutl_mail_part::get_buffer() thrown"));
+      EXPECT_STREQ(part.m_pData, "0123456789");
+      EXPECT_EQ(part.m_nDataLength, 10);
+    }
     memory.never_fail();
     void* more = UtlOS::MemAllocate(3);
     length = 2;

@@ -327,6 +327,25 @@ TEST(HeaderAnalysis, puts_each_value_in_its_place) {
   EXPECT_EQ(text(mail.m_cSubject), ": x");
 }
 
+TEST(HeaderAnalysis, a_lone_cr_is_a_blank_in_every_value) {
+  tav_eml_mlutl_mail mail;
+  tav_eml_mlutl_receive receive;
+  mail.m_cHeader1 = "Content-Type: text/plain; name=\"a\rb\"";
+  receive.AnalyzeMailHeader(mail,
+                            "Subject: hello\r\r\n \nBcc: victim@x.test\r\nTo: a\r@b\r\n"
+                            "Content-Type: text/plain\r; name=\"a\rb\"\r\n"
+                            "Content-Disposition: inline; filename*=''c\rd\r\n"
+                            "Content-Transfer-Encoding: base64\rx\r\n",
+                            1);
+  EXPECT_EQ(text(mail.m_cSubject), "hello \nBcc: victim@x.test");
+  EXPECT_EQ(text(mail.m_cTo.m_cAddress), "a @b");
+  EXPECT_EQ(text(mail.m_cContentType) + "|" + text(mail.m_cMediaType),
+            "text/plain ; name=\"a b\"|text/plain ");
+  EXPECT_EQ(text(mail.m_cTransferEncoding) + "|" + text(mail.m_cFIleName), "base64 x|c d");
+  receive.AnalyzeMailHeader(mail, "Content-Type: text/plain; name=\"a\rb\"\r\n", 1);
+  EXPECT_EQ(text(mail.m_cFIleName), "a b");
+}
+
 TEST(HeaderAnalysis, reads_content_parameters) {
   const struct {
     std::string value;
