@@ -2,7 +2,7 @@
 //
 // Control bytes: failing allocation (2), codec, parameter. Then the bytes.
 
-#include "base64_kernel.h"
+#include "codec/base64_kernel.h"
 #include "fuzz_input.h"
 #include "plain_base64.h"
 #include "quorvelmida/taveml.h"

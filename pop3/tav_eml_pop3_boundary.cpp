@@ -6,10 +6,10 @@
 #include <cstring>
 #include <new>
 
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 #include "utl_os.h"
 
 namespace quorvelmida {

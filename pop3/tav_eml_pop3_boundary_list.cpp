@@ -2,12 +2,12 @@
 
 #include <memory>
 
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
 #include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 
 namespace quorvelmida {
 

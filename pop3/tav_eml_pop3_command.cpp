@@ -8,11 +8,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "connection.h"
+#include "common/guard.h"
+#include "common/log.h"
 #include "pop3_dialogue.h"
-#include "reply_line.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
+#include "transport/connection.h"
+#include "transport/reply_line.h"
 
 namespace quorvelmida {
 

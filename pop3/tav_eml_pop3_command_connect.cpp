@@ -3,14 +3,14 @@
 #include <cstring>
 #include <string>
 
-#include "connection.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/secret.h"
+#include "common/text.h"
 #include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
-#include "secret.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "connection.h"
+#include "common/log.h"
 #include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
-#include "tav_eml_log.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 

@@ -4,12 +4,12 @@
 #include <climits>
 #include <cstring>
 
-#include "connection.h"
+#include "common/guard.h"
+#include "common/log.h"
 #include "pop3_dialogue.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
-#include "reply_line.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
+#include "transport/connection.h"
+#include "transport/reply_line.h"
 
 namespace quorvelmida {
 

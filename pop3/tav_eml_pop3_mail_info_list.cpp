@@ -5,9 +5,9 @@
 #include <cstring>
 #include <memory>
 
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
 
 namespace quorvelmida {
 

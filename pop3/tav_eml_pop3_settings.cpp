@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "secret.h"
-#include "tav_eml_text.h"
+#include "common/secret.h"
+#include "common/text.h"
 
 namespace quorvelmida {
 

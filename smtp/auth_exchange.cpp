@@ -2,10 +2,10 @@
 
 #include <cstring>
 
+#include "common/log.h"
+#include "common/text.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "smtp_dialogue.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 
 namespace quorvelmida {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "common/secret.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
-#include "secret.h"
 
 namespace quorvelmida {
 

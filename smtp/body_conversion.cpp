@@ -4,9 +4,9 @@
 #include <climits>
 #include <cstdint>
 
+#include "common/guard.h"
+#include "common/log.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
 
 namespace quorvelmida {
 

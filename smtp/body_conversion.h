@@ -3,9 +3,9 @@
 #ifndef BODY_CONVERSION_H
 #define BODY_CONVERSION_H
 
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
 #include "quorvelmida/tav_eml_result.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

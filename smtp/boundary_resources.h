@@ -4,8 +4,8 @@
 #ifndef BOUNDARY_RESOURCES_H
 #define BOUNDARY_RESOURCES_H
 
+#include "common/guard.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
-#include "tav_eml_guard.h"
 
 namespace quorvelmida {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/guard.h"
+#include "common/log.h"
 #include "smtp_dialogue.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
 
 namespace quorvelmida {
 

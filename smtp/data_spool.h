@@ -5,9 +5,9 @@
 
 #include <cstdint>
 
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/log.h"
+#include "common/text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
-#include "reply_line.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
+#include "transport/reply_line.h"
 
 namespace quorvelmida {
 

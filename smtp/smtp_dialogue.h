@@ -3,10 +3,10 @@
 #ifndef SMTP_DIALOGUE_H
 #define SMTP_DIALOGUE_H
 
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
 #include "quorvelmida/tav_eml_tls_info.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <new>
 
-#include "connection.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "transport/connection.h"
 #include "utl_os.h"
 
 namespace quorvelmida {

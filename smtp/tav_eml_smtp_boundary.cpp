@@ -7,11 +7,11 @@
 #include <new>
 
 #include "boundary_resources.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_session.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

@@ -4,9 +4,12 @@
 #include <climits>
 #include <utility>
 
-#include "base64_text.h"
 #include "body_conversion.h"
 #include "boundary_resources.h"
+#include "codec/base64.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
 #include "data_spool.h"
 #include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
@@ -14,9 +17,6 @@
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_session.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

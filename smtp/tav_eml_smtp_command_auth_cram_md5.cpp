@@ -4,12 +4,12 @@
 #include <string>
 
 #include "auth_exchange.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 
 namespace quorvelmida {
 

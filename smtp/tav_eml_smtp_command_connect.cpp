@@ -2,15 +2,15 @@
 
 #include <cstring>
 
-#include "connection.h"
+#include "common/log.h"
+#include "common/text.h"
 #include "pop_login.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_result.h"
 #include "smtp_session.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/log.h"
 #include "data_spool.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_session.h"
-#include "tav_eml_log.h"
 
 namespace quorvelmida {
 

@@ -3,13 +3,13 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "address_text.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "message/address_text.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_session.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 #include "utl_os.h"
 
 namespace quorvelmida {

@@ -4,14 +4,14 @@
 #include <climits>
 #include <cstring>
 
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/secret.h"
+#include "common/text.h"
 #include "osw.h"
 #include "pop_login.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
-#include "secret.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 
 namespace quorvelmida {
 

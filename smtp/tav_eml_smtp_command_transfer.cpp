@@ -2,13 +2,13 @@
 
 #include <cstring>
 
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
 #include "smtp_dialogue.h"
 #include "smtp_result.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

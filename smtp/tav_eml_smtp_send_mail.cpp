@@ -7,12 +7,12 @@
 #include <ctime>
 #include <string>
 
-#include "address_text.h"
 #include "clb.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "message/address_text.h"
 #include "outgoing_header.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
 
 namespace quorvelmida {
 

@@ -7,16 +7,16 @@
 #include <string>
 #include <string_view>
 
-#include "address_text.h"
 #include "clb.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
+#include "message/address_text.h"
+#include "message/part_text.h"
 #include "outgoing_header.h"
-#include "part_text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
-#include "utl_buffer.h"
 
 namespace quorvelmida {
 

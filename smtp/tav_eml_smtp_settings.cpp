@@ -3,8 +3,8 @@
 #include <cstring>
 #include <memory>
 
-#include "secret.h"
-#include "tav_eml_text.h"
+#include "common/secret.h"
+#include "common/text.h"
 
 namespace quorvelmida {
 

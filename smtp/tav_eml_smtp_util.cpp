@@ -6,11 +6,11 @@
 
 #include "cfg_group.h"
 #include "clb.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
-#include "tav_eml_guard.h"
-#include "tav_eml_log.h"
-#include "tav_eml_text.h"
-#include "utl_buffer.h"
 #include "utl_os.h"
 
 namespace quorvelmida {

@@ -8,7 +8,7 @@
 #include <random>
 #include <string>
 
-#include "base64_kernel.h"
+#include "codec/base64_kernel.h"
 #include "plain_base64.h"
 #include "values.h"
 

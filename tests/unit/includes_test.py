@@ -8,37 +8,62 @@ ROOT = sys.argv[1]
 SYSTEM = re.compile(r"#include <(sys/|netinet/|arpa/|openssl/|iconv|poll|fcntl|unistd|pthread)")
 INCLUDE = re.compile(r'#include "([^"]+)"')
 # The one clock that the standard library has no name for, and what tells a processor's units.
-ALLOWED_SYSTEM = {("smtp/tav_eml_smtp_send_mail.cpp", "#include <sys/time.h>"),
-                  ("mailutil/base64_kernel_neon.cpp", "#include <sys/auxv.h>")}
-PRIVATE_OF = {"mailutil": ("mailutil",), "smtp": ("smtp", "mailutil"), "pop3": ("pop3", "mailutil"),
-              "platform/linux": ("platform/linux",), "tool": ("tool",),
-              "platform/include": (), "include/quorvelmida": ()}
-TRANSPORT = "mailutil/tav_eml_mlutl_mail_net.cpp"
+ALLOWED_SYSTEM = {"#include <sys/time.h>": "smtp", "#include <sys/auxv.h>": "mailutil/codec"}
+# What a folder sees besides itself. The rooms of mailutil see those below them.
+ROOMS = {"common": (), "transport": ("common",), "message": ("common",),
+         "codec": ("common", "message"), "reception": ("common", "transport", "message", "codec")}
+SEES = {f"mailutil/{room}": [f"mailutil/{below}" for below in rooms]
+        for room, rooms in ROOMS.items()}
+ALL_ROOMS = list(SEES)
+SEES.update({"smtp": ALL_ROOMS, "pop3": ALL_ROOMS, "tool": [], "platform/linux": [],
+             "platform/include": [], "include/quorvelmida": []})
+BELOW_THE_INTERFACE = ("platform/linux", "tool")
+NETWORK = re.compile(r"\b(tav_netsock_|tlsw_)\w+\(")
+TRANSPORT = "tav_eml_mlutl_mail_net.cpp"
 problems = []
 
-for folder, private in PRIVATE_OF.items():
-    may_see_library = not folder.startswith("platform")
-    for name in sorted(os.listdir(os.path.join(ROOT, folder))):
-        if not name.endswith((".h", ".cpp")):
-            continue
-        path = f"{folder}/{name}"
-        with open(os.path.join(ROOT, path)) as file:
-            text = file.read()
-        for line in text.splitlines():
-            if SYSTEM.match(line) and folder not in ("platform/linux", "tool"):
-                if (path, line) not in ALLOWED_SYSTEM:
-                    problems.append(f"{path}: {line}")
-            found = INCLUDE.match(line)
-            if not found:
+
+def folder_of(path):
+    """The longest folder with rules that holds the path."""
+    inside = [folder for folder in SEES if path.startswith(folder + "/")]
+    return max(inside, key=len) if inside else None
+
+
+def check_include(path, folder, header):
+    roots = [os.path.dirname(path), folder, "mailutil", "include", "platform/include"]
+    found = [os.path.normpath(f"{root}/{header}") for root in roots]
+    found = [place for place in found if os.path.exists(os.path.join(ROOT, place))]
+    allowed = [folder, "platform/include", *SEES[folder]]
+    if not folder.startswith("platform"):
+        allowed.append("include/quorvelmida")
+    if not found or folder_of(found[0]) not in allowed:
+        problems.append(f"{path} may not include {header}")
+
+
+def check(path, folder):
+    with open(os.path.join(ROOT, path)) as file:
+        text = file.read()
+    for line in text.splitlines():
+        if SYSTEM.match(line) and folder not in BELOW_THE_INTERFACE:
+            if not folder.startswith(ALLOWED_SYSTEM.get(line, "?")):
+                problems.append(f"{path}: {line}")
+        if found := INCLUDE.match(line):
+            check_include(path, folder, found[1])
+    if not folder.startswith("platform") and not path.endswith(TRANSPORT) and NETWORK.search(text):
+        problems.append(f"{path} calls the network; only {TRANSPORT} may")
+
+
+for top in ("mailutil", "smtp", "pop3", "tool", "platform", "include"):
+    for place, _, names in os.walk(os.path.join(ROOT, top)):
+        for name in sorted(names):
+            path = os.path.relpath(os.path.join(place, name), ROOT)
+            if not name.endswith((".h", ".cpp")):
                 continue
-            header = found[1]
-            places = [f"{place}/{header}" for place in private + ("platform/include",)]
-            if may_see_library:
-                places.append(f"include/{header}")
-            if not any(os.path.exists(os.path.join(ROOT, place)) for place in places):
-                problems.append(f"{path} may not include {header}")
-        if may_see_library and path != TRANSPORT and re.search(r"\b(tav_netsock_|tlsw_)\w+\(", text):
-            problems.append(f"{path} calls the network; only {TRANSPORT} may")
+            folder = folder_of(path)
+            if folder is None:
+                problems.append(f"{path} is in a folder without rules")
+            else:
+                check(path, folder)
 
 print("\n".join(problems) or "every include is allowed")
 sys.exit(1 if problems else 0)

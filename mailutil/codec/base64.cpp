@@ -1,0 +1,241 @@
+// base64 (RFC 2045 6.8).
+
+#include "codec/base64.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "codec/base64_kernel.h"
+#include "codec/encoded_words.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "utl_os.h"
+
+namespace quorvelmida {
+
+const char* const tav_eml_mlutl_mime_utility::pszBase64Seed = kBase64Alphabet;
+
+namespace {
+
+// The bits of up to four accepted characters, the first one in the highest of 24 bits.
+struct base64_group {
+  unsigned int bits = 0;
+  unsigned int characters = 0;
+};
+
+// Takes characters up to a whole group or the end of the text, over everything foreign.
+base64_group collect_group(const unsigned char*& in, const unsigned char* end) {
+  base64_group group;
+  for (; in != end && group.characters < 4; ++in) {
+    const uint8_t value = kBase64Values.of[*in];
+    if (value == kNotInBase64) continue;
+    ++group.characters;
+    group.bits |= (value & 63U) << (24 - 6 * group.characters);
+  }
+  return group;
+}
+
+// The end of the data, and the byte behind it: NUL, except that a single leftover character, which
+// is no byte, leaves its bits there. Returns the count of bytes.
+long finish_text(const base64_group& rest, uint8_t* out) {
+  const uint8_t bytes[] = {static_cast<uint8_t>(rest.bits >> 16),
+                           static_cast<uint8_t>(rest.bits >> 8), 0};
+  const unsigned int count = rest.characters > 1 ? rest.characters - 1 : 0;
+  std::memcpy(out, bytes, count);
+  out[count] = rest.characters == 1 ? bytes[0] : uint8_t{0};
+  return static_cast<long>(count);
+}
+
+// Room for what `len` characters decode to, with the byte behind it.
+long decoded_room(long len) { return len / 4 * 3 + 3 + static_cast<long>(kBase64Slack); }
+
+// True when "=" follows the last character of the alphabet.
+bool is_padded(const unsigned char* in, const unsigned char* end) {
+  while (end != in && kBase64Values.of[end[-1]] == kNotInBase64) {
+    if (*--end == '=') return true;
+  }
+  return false;
+}
+
+base64_rest characters_of(const base64_group& group) {
+  base64_rest rest;
+  for (; rest.count < static_cast<int>(group.characters); ++rest.count) {
+    rest.characters[rest.count] = kBase64Alphabet[(group.bits >> (18 - 6 * rest.count)) & 63U];
+  }
+  return rest;
+}
+
+// Decodes into `out`, which has decoded_room(). Returns the count of bytes.
+// The kernel takes most of the text, up to something irregular.
+long decode(const unsigned char* in, long len, uint8_t* out, base64_rest* rest) {
+  const unsigned char* const text = in;
+  const base64_kernel& kernel = chosen_base64_kernel();
+  const unsigned char* const end = in + len;
+  const uint8_t* const start = out;
+  for (;;) {
+    const base64_place place = kernel.decode(in, end, out);
+    in = place.in;
+    out = place.out;
+    const unsigned char* const stop = in;
+    while (in != end && kBase64Values.of[*in] == kNotInBase64) ++in;
+    if (in != stop && in != end) continue;
+    const base64_group group = collect_group(in, end);
+    if (group.characters < 4) {
+      const bool waits = rest != nullptr && group.characters > 0 && !is_padded(text, end);
+      if (waits) *rest = characters_of(group);
+      const long decoded = static_cast<long>(out - start);
+      return decoded + finish_text(waits ? base64_group() : group, out);
+    }
+    *out++ = static_cast<uint8_t>(group.bits >> 16);
+    *out++ = static_cast<uint8_t>(group.bits >> 8);
+    *out++ = static_cast<uint8_t>(group.bits);
+  }
+}
+
+// Four characters for one or two bytes, padded with "=".
+void encode_rest(const uint8_t* in, size_t count, char* out) {
+  const unsigned int second = count > 1 ? in[1] : 0U;
+  out[0] = kBase64Alphabet[in[0] >> 2];
+  out[1] = kBase64Alphabet[((in[0] & 3U) << 4) | (second >> 4)];
+  out[2] = count > 1 ? kBase64Alphabet[(second & 15U) << 2] : '=';
+  out[3] = '=';
+}
+
+}  // namespace
+
+int64_t base64_text_length(int64_t length, int64_t line) {
+  const int64_t characters = (length + 2) / 3 * 4;
+  return line > 0 && characters > 0 ? characters + 2 * ((characters + line - 1) / line - 1)
+                                    : characters;
+}
+
+char* encode_base64(const uint8_t* in, size_t length, size_t line, char* out) {
+  const base64_kernel& kernel = chosen_base64_kernel();
+  const uint8_t* const end = in + length;
+  size_t groups = length / 3;
+  const size_t per_line = line > 0 ? line / 4 : groups + 1;
+  while (groups > 0) {
+    const size_t count = std::min(groups, per_line);
+    kernel.encode(in, count, end, out);
+    groups -= count;
+    in += 3 * count;
+    out += 4 * count;
+    if (count == per_line && in != end) {
+      *out++ = '\r';
+      *out++ = '\n';
+    }
+  }
+  if (in != end) {
+    encode_rest(in, static_cast<size_t>(end - in), out);
+    out += 4;
+  }
+  return out;
+}
+
+int tav_eml_mlutl_mime_utility::Base64Seed2Index(char ch) {
+  return kBase64Values.of[static_cast<unsigned char>(ch)];
+}
+
+bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* rest) {
+  try {
+    utl_buffer decoded;
+    const long room = decoded_room(length);
+    if (!decoded.allocate_uncleared(room)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
+          126);
+      return false;
+    }
+    const long count = decode(reinterpret_cast<const unsigned char*>(in), length,
+                              reinterpret_cast<uint8_t*>(decoded.data()), rest);
+    decoded.length() = count;
+    // Line breaks alone leave so little that giving it back would cost more than it is worth.
+    if (room - count > kBase64Slack + room / 16 && !decoded.shrink(count)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
+          "Line%d\n",
+          165);
+      return false;
+    }
+    out = std::move(decoded);
+    return true;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_b64() %s\n",
+                      exception_text(*exception));
+    return false;
+  }
+}
+
+int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, long& out_len) {
+  out = nullptr;
+  out_len = 0;
+  if (len < 0) len = 0;
+  if (!is_readable("from_b64", in, len)) return 0;
+  utl_buffer decoded;
+  if (!decode_base64(in, len, decoded)) return 0;
+  decoded.release(out, out_len);
+  return 1;
+}
+
+int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, long& out_len,
+                                       int line_len) {
+  out = nullptr;
+  out_len = 0;
+  if (len < 0) len = 0;
+  if (!is_readable("to_b64", in, len)) return 0;
+  try {
+    const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
+    const int64_t length = base64_text_length(std::min<int64_t>(len, INT_MAX), line);
+    utl_buffer encoded;
+    if (len >= INT_MAX || !encoded.allocate_uncleared(length)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
+      return 0;
+    }
+    *encode_base64(static_cast<const uint8_t*>(in), static_cast<size_t>(len),
+                   static_cast<size_t>(line), encoded.data()) = '\0';
+    encoded.length() = static_cast<long>(length);
+    encoded.release(out, out_len);
+    return 1;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_b64() %s\n",
+                      exception_text(*exception));
+    return 0;
+  }
+}
+
+bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len) {
+  if (!is_readable("ReallocationBuffer", data, data_len)) return false;
+  const bool fits = buf_len >= 0 && data_len >= 0 && data_len < INT_MAX - buf_len;
+  void* block =
+      fits ? UtlOS::MemReallocate(buf, static_cast<size_t>(buf_len + data_len + 1)) : nullptr;
+  if (block == nullptr) {
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_mlutl_mime_utility::ReallocationBuffer()  failed to reallocate "
+        "memory\n");
+    return false;
+  }
+  buf = static_cast<char*>(block);
+  if (data_len > 0) std::memcpy(buf + buf_len, data, static_cast<size_t>(data_len));
+  buf_len += data_len;
+  buf[buf_len] = '\0';
+  return true;
+}
+
+int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
+                                                   long data_len) {
+  return guarded("ReallocationBuffer", 0,
+                 [&] { return append_codec_text(buf, buf_len, data, data_len) ? 1 : 0; });
+}
+
+}  // namespace quorvelmida

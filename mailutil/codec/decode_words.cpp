@@ -1,0 +1,156 @@
+// Encoded words (RFC 2047): decoding a header value, or a whole header.
+//
+//   encoded-word = "=?" charset "?" encoding "?" encoded-text "?="
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "codec/encoded_words.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr size_t kShortestWord = 6;
+constexpr size_t kMarkLength = 3;
+
+enum class word_encoding { unknown, base64, quoted_printable };
+
+// An encoded word; positions are within the whole value.
+struct encoded_word {
+  size_t start;  // of "=?"
+  size_t end;    // of "?="
+  size_t mark;   // of "?B?" or "?Q?"
+  word_encoding encoding;
+};
+
+// Finds the next thing that is delimited like an encoded word.
+bool find_word(std::string_view value, size_t from, encoded_word& word) {
+  word.start = value.find(ABNF_ENCODE_STRING_START, from);
+  if (word.start == std::string_view::npos) return false;
+  const size_t first = value.find(ABNF_ENCODE_DELIMITER, word.start + 2);
+  if (first == std::string_view::npos) return false;
+  const size_t second = value.find(ABNF_ENCODE_DELIMITER, first + 1);
+  if (second == std::string_view::npos) return false;
+  // Behind the second "?": the "=" of a base64 text that begins there is not the word's end.
+  word.end = value.find(ABNF_ENCODE_STRING_END, second + 1);
+  return word.end != std::string_view::npos;
+}
+
+// Finds the encoding mark, which counts only inside its word.
+void find_mark(std::string_view value, encoded_word& word) {
+  static constexpr struct {
+    const char* text;
+    word_encoding encoding;
+  } kMarks[] = {{"?B?", word_encoding::base64},
+                {"?Q?", word_encoding::quoted_printable},
+                {"?b?", word_encoding::base64},
+                {"?q?", word_encoding::quoted_printable}};
+  const std::string_view inside = value.substr(0, word.end);
+  word.encoding = word_encoding::unknown;
+  for (const auto& mark : kMarks) {
+    word.mark = inside.find(mark.text, word.start + 2);
+    if (word.mark != std::string_view::npos) {
+      word.encoding = mark.encoding;
+      return;
+    }
+  }
+}
+
+bool decode_payload(std::string_view payload, word_encoding encoding, utl_buffer& decoded) {
+  void* data = nullptr;
+  const long length = static_cast<long>(payload.size());
+  const int result =
+      encoding == word_encoding::base64
+          ? tav_eml_mlutl_mime_utility::from_b64(payload.data(), length, data, decoded.length())
+          : tav_eml_mlutl_mime_utility::from_qp(payload.data(), length, data, decoded.length());
+  decoded.data() = static_cast<char*>(data);
+  return result != 0;
+}
+
+bool append(utl_buffer& out, std::string_view text, int line) {
+  if (append_codec_text(out.data(), out.length(), text.data(), static_cast<long>(text.size()))) {
+    return true;
+  }
+  TAV_EML_LOG_ERROR(
+      "<Error> : tav_eml_mlutl_mime_utility::inline_decode() ReallocationBuffer[NG]: Line%d\n",
+      line);
+  return false;
+}
+
+void blank_line_breaks(utl_buffer& text) {
+  char* const end = text.data() + text.length();
+  std::replace_if(
+      text.data(), end, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; }, ' ');
+}
+
+// Appends what stands between `from` and the word's end, with the word decoded if it can be.
+bool append_word(utl_buffer& out, std::string_view value, size_t from, const encoded_word& word,
+                 line_breaks breaks, TAV_EML_CHAR_SET& char_set) {
+  const std::string_view raw = value.substr(from, word.end + 2 - from);
+  if (word.encoding == word_encoding::unknown) return append(out, raw, 511);
+
+  const size_t payload = word.mark + kMarkLength;
+  utl_buffer decoded;
+  if (!decode_payload(value.substr(payload, word.end - payload), word.encoding, decoded)) {
+    return append(out, raw, 565);
+  }
+  if (breaks == line_breaks::blanked) blank_line_breaks(decoded);
+  if (!append(out, value.substr(from, word.start - from), 528)) return false;
+  const std::string name(value.substr(word.start + 2, word.mark - word.start - 2));
+  char_set = tav_eml_mlutl_mail_type::test_char_set(name.c_str());
+  return append(out, {decoded.data(), static_cast<size_t>(decoded.length())}, 554);
+}
+
+}  // namespace
+
+bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+                          TAV_EML_CHAR_SET& char_set) {
+  size_t from = 0;
+  encoded_word word;
+  if (value.size() >= kShortestWord) {
+    while (find_word(value, from, word)) {
+      find_mark(value, word);
+      if (!append_word(out, value, from, word, breaks, char_set)) return false;
+      from = word.end + 2;
+    }
+  }
+  return append(out, value.substr(from), 576);
+}
+
+int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*& out, long& out_len,
+                                              TAV_EML_CHAR_SET& char_set, int /*unused*/) {
+  out = nullptr;
+  out_len = 0;
+  if (!is_readable("inline_decode", text, len)) return 0;
+  return guarded("inline_decode", 0, [&] {
+    try {
+      utl_buffer work;
+      if (!work.assign(text, std::max<long>(len, 0))) {
+        TAV_EML_LOG_ERROR(
+            "<Error> : tav_eml_mlutl_mime_utility::inline_decode() failed to allocate memory\n");
+        return 0;
+      }
+      utl_buffer decoded;
+      const std::string_view value(work.data(), static_cast<size_t>(work.length()));
+      if (!decode_encoded_words(value, line_breaks::kept, decoded, char_set)) return 0;
+      decoded.release(out, out_len);
+      return 1;
+    } catch (tav_eml_mlutl_mail_exception* thrown) {
+      const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_decode() %s\n",
+                        exception_text(*exception));
+      return 0;
+    }
+  });
+}
+
+}  // namespace quorvelmida

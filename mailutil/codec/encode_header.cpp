@@ -1,0 +1,140 @@
+// Encoded words (RFC 2047): encoding what needs it in a composed header.
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "clb.h"
+#include "codec/encoded_words.h"
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "common/utl_buffer.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr int kMaxLine = 75;
+constexpr char kTo[] = "To: ";
+
+// Neither white space nor printable in the POSIX locale.
+bool needs_encoding(char ch) {
+  const unsigned char byte = static_cast<unsigned char>(ch);
+  const bool is_space = byte == ' ' || (byte >= '\t' && byte <= '\r');
+  return !is_space && (byte < 0x20 || byte > 0x7E);
+}
+
+// The text to encode and the line that it stands on.
+struct encoded_run {
+  const char* line;
+  const char* start;
+  const char* end;
+};
+
+// Finds the run around `byte`, which needs encoding, in the header from `from` to `end`.
+bool find_run(const char* from, const char* end, const char* byte, encoded_run& run) {
+  // The line feed before the byte; one at `from` itself does not count.
+  run.line = byte;
+  while (run.line - from > 1 && run.line[-1] != '\n') --run.line;
+  if (run.line - from <= 1) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() '\n' not found\n");
+    return false;
+  }
+
+  const char* delimiter =
+      std::find_if(run.line, byte, [](char ch) { return ch == '"' || ch == ' '; });
+  if (delimiter == byte) {
+    TAV_EML_LOG_ERROR(
+        "<Error> : tav_eml_mlutl_mime_utility::inline_encode() '\"' and ' ' not found\n");
+    return false;
+  }
+  run.start = delimiter + 1;
+  run.end = std::find(run.start, end, '\r');
+
+  if (*delimiter == '"' && run.end > run.start && run.end[-1] == '"') {
+    --run.end;
+  } else if (std::strncmp(run.line, kTo, sizeof kTo - 1) == 0) {
+    // The display name is encoded, the address is not.
+    const char* bracket = run.end;
+    while (bracket > run.start && *(bracket - 1) != '<') --bracket;
+    if (bracket == run.start) {
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() '<' not found\n");
+      return false;
+    }
+    run.end = bracket - 1;
+  }
+  return true;
+}
+
+bool append(utl_buffer& out, const char* from, const char* to, int line) {
+  if (append_codec_text(out.data(), out.length(), from, static_cast<long>(to - from))) {
+    return true;
+  }
+  TAV_EML_LOG_ERROR(
+      "<Error> : tav_eml_mlutl_mime_utility::inline_encode() ReallocationBuffer[NG]: Line%d\n",
+      line);
+  return false;
+}
+
+// Appends the run as encoded words, or as it is when it cannot be encoded. Far to the right a word
+// may become longer than the line has room for: better a long line than raw text.
+bool append_run(utl_buffer& out, const encoded_run& run, TAV_EML_CHAR_SET char_set) {
+  const long indent = static_cast<long>(run.start - run.line);
+  const int max_line = kMaxLine - static_cast<int>(std::min<long>(indent, kMaxLine));
+  utl_buffer words;
+  if (encode_as_words(char_set, run.start, static_cast<long>(run.end - run.start), max_line,
+                      tight_words::grow, words)) {
+    return append(out, words.data(), words.data() + words.length(), 746);
+  }
+  return append(out, run.start, run.end, 758);
+}
+
+bool encode_header(const utl_buffer& header, TAV_EML_CHAR_SET char_set, utl_buffer& out) {
+  const char* from = header.data();
+  const char* const end = from + header.length();
+  for (;;) {
+    const char* byte = std::find_if(from, end, needs_encoding);
+    if (byte == end) return append(out, from, end, 769);
+    encoded_run run;
+    if (!find_run(from, end, byte, run) || !append(out, from, run.start, 729) ||
+        !append_run(out, run, char_set)) {
+      return false;
+    }
+    from = run.end;
+  }
+}
+
+}  // namespace
+
+int tav_eml_mlutl_mime_utility::inline_encode(const char* header, long len, char*& out,
+                                              long& out_len, TAV_EML_CHAR_SET char_set) {
+  out = nullptr;
+  out_len = 0;
+  if (!is_readable("inline_encode", header, len)) return 0;
+  return guarded("inline_encode", 0, [&] {
+    try {
+      utl_buffer work;
+      if (!work.assign(header, std::max<long>(len, 0))) {
+        TAV_EML_LOG_ERROR(
+            "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
+            "Line%d\n",
+            637);
+        return 0;
+      }
+      utl_buffer encoded;
+      if (!encode_header(work, char_set, encoded)) return 0;
+      encoded.release(out, out_len);
+      return 1;
+    } catch (tav_eml_mlutl_mail_exception* thrown) {
+      const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() %s\n",
+                        exception_text(*exception));
+      return 0;
+    }
+  });
+}
+
+}  // namespace quorvelmida

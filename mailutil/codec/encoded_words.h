@@ -1,0 +1,36 @@
+// encoded_words.h - encoded words, inside the library.
+
+#ifndef ENCODED_WORDS_H
+#define ENCODED_WORDS_H
+
+#include <string_view>
+
+#include "common/utl_buffer.h"
+#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+
+namespace quorvelmida {
+
+// As tav_eml_mlutl_mime_utility::ReallocationBuffer, for callers that report exceptions of the
+// allocator themselves: they go through.
+bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len);
+
+// What becomes of CR, LF and NUL that come out of an encoded word. In a header that is split into
+// lines afterwards they must not stand: a word could forge a header line with them.
+enum class line_breaks { kept, blanked };
+
+// Appends `value` to `out` with every encoded word decoded. `char_set` becomes that of the last
+// word and is untouched when there is none. False, after a log line, when memory runs out.
+bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+                          TAV_EML_CHAR_SET& char_set);
+
+// What becomes of a character that no word of the wanted length has room for.
+enum class tight_words { fail, grow };
+
+// As tav_eml_mlutl_mime_utility::ToMimeEncode, for callers that report exceptions themselves: they
+// go through.
+bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int max_line,
+                     tight_words tight, utl_buffer& out);
+
+}  // namespace quorvelmida
+
+#endif

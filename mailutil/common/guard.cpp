@@ -1,0 +1,30 @@
+#include "common/guard.h"
+
+#include "utl_os.h"
+
+namespace quorvelmida {
+
+// Here and not in the template: there it would stand in every operation.
+void log_exception(const char* operation) noexcept {
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]out of memory\n", operation);
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s\n", operation, exception_text(*exception));
+  }
+}
+
+void* allocate_block(const char* operation, size_t size) noexcept {
+  return reallocate_block(operation, nullptr, size);
+}
+
+void* reallocate_block(const char* operation, void* block, size_t size) noexcept {
+  void* const none = nullptr;
+  return guarded(operation, none, [&] {
+    return block == nullptr ? UtlOS::MemAllocate(size) : UtlOS::MemReallocate(block, size);
+  });
+}
+
+}  // namespace quorvelmida

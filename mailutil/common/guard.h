@@ -1,0 +1,47 @@
+// guard.h - the edge where exceptions of the layers below become results.
+
+#ifndef GUARD_H
+#define GUARD_H
+
+#include <memory>
+#include <new>
+
+#include "common/log.h"
+#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
+#include "quorvelmida/tav_eml_result.h"
+
+namespace quorvelmida {
+
+// The message of a mail exception, for a log line.
+inline const char* exception_text(const tav_eml_mlutl_mail_exception& exception) {
+  return exception.m_pMessage != nullptr ? exception.m_pMessage : "";
+}
+
+// Logs the exception that is being handled. Others than memory's and a mail's end the program.
+void log_exception(const char* operation) noexcept;
+
+// Runs `body` and returns its result, or `no_memory` when memory ran out in something that can only
+// say so by an exception (strings, vectors, new). Owners free what they hold on the way out.
+template <typename Result, typename Body>
+Result guarded(const char* operation, Result no_memory, Body&& body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    log_exception(operation);
+  }
+  return no_memory;
+}
+
+template <typename Body>
+TAV_EML_RESULT guarded(const char* operation, Body&& body) noexcept {
+  return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
+}
+
+// UtlOS memory for those to whom it does not matter how it ran out: null, after a log line when the
+// device's allocator threw.
+void* allocate_block(const char* operation, size_t size) noexcept;
+void* reallocate_block(const char* operation, void* block, size_t size) noexcept;
+
+}  // namespace quorvelmida
+
+#endif

@@ -1,0 +1,50 @@
+// text.h - small tests on texts: ASCII only, whatever the locale.
+
+#ifndef TEXT_H
+#define TEXT_H
+
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "utl_string.h"
+
+namespace quorvelmida {
+
+inline bool is_blank(char ch) { return ch == ' ' || ch == '\t'; }
+
+inline bool is_control(char ch) {
+  const unsigned char byte = static_cast<unsigned char>(ch);
+  return byte < 0x20 || byte == 0x7F;
+}
+
+// A character of a peer's text as it may stand in a log line.
+inline char printable(char ch) { return is_control(ch) ? ' ' : ch; }
+
+// The text of a string, never null.
+inline const char* text_of(const UtlString& string) {
+  return string.GetString() != nullptr ? string.GetString() : "";
+}
+
+// True when the text can stand in one command line.
+inline bool has_no_control(const char* text) {
+  for (; *text != '\0'; ++text) {
+    if (is_control(*text)) return false;
+  }
+  return true;
+}
+
+// A null pointer stands for no bytes, and for that only. What is refused is logged.
+bool is_readable(const char* operation, const void* bytes, int64_t length);
+
+// The texts one behind the other.
+std::string joined(std::initializer_list<std::string_view> texts);
+
+// True when the text can be a header value: a line break only as a fold (RFC 5322 2.2.3).
+bool is_header_value(const char* text);
+
+}  // namespace quorvelmida
+
+#endif
