@@ -88,12 +88,12 @@ __attribute__((visibility("default"))) void bench_heap_end(unsigned long long* c
 }  // extern "C"
 
 // In front of libutlbase's: the client's libraries find these first.
-void* UtlOS::MemAllocate(size_t size) noexcept {
+void* UtlOS::MemAllocate(size_t size) {
   g_utl_calls.fetch_add(1, std::memory_order_relaxed);
   return malloc(size > 0 ? size : 1);
 }
 
-void* UtlOS::MemReallocate(void* block, size_t size) noexcept {
+void* UtlOS::MemReallocate(void* block, size_t size) {
   g_utl_calls.fetch_add(1, std::memory_order_relaxed);
   return realloc(block, size > 0 ? size : 1);
 }

@@ -4,8 +4,6 @@
 #define TAV_EML_MLUTL_RECEIVE_H
 
 #include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "quorvelmida/tav_eml_export.h"
 #include "quorvelmida/tav_eml_mlutl_mail.h"
@@ -18,8 +16,8 @@
 
 namespace quorvelmida {
 
-struct received_header;
-struct receive_source;
+class message_walk;
+struct line_buffer;
 
 // Reads a message after RETR or TOP line by line (RFC 1939) and fills a tav_eml_mlutl_mail and its
 // parts (RFC 5322, RFC 2045 to 2047, RFC 2231). The order for one message:
@@ -134,33 +132,9 @@ class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
   friend class tav_eml_pop3_boundary;
 
   TAVEML_LOCAL bool is_ready() const;
-  TAVEML_LOCAL bool take_line(std::string_view& line);
-  TAVEML_LOCAL std::string_view take_plain_lines();
-  TAVEML_LOCAL void count_bytes(long count);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE read_line(const receive_source& source, std::string_view& line);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE read_content_line(tav_eml_mlutl_mail& mail,
-                                                     const receive_source& source,
-                                                     std::string_view& line);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE collect(received_header& header, std::string_view line);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE read_message_header(tav_eml_mlutl_mail& mail,
-                                                       const receive_source& source,
-                                                       received_header& header);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE read_part_header(tav_eml_mlutl_mail& mail,
-                                                    const receive_source& source,
-                                                    received_header& header);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE take_header(const received_header& header, std::string& decoded,
-                                               TAV_EML_CHAR_SET& char_set);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE finish_message_header(tav_eml_mlutl_mail& mail,
-                                                         const received_header& header);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE finish_part_header(tav_eml_mlutl_mail& mail,
-                                                      const received_header& header,
-                                                      bool& is_nested);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE read_part_lines(tav_eml_mlutl_mail& mail,
-                                                   const receive_source& source);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE deliver_block(const char* operation,
-                                                 tav_eml_mlutl_mail_part& part);
-  TAVEML_LOCAL TAV_EML_UTL_RETCODE skip_to_end(tav_eml_mlutl_mail& mail,
-                                               const receive_source& source);
+  TAVEML_LOCAL line_buffer buffer();
+  TAVEML_LOCAL message_walk walk(tav_eml_mlutl_mail& mail, int& sock, unsigned int timeout,
+                                 TAV_EML_TLS_INFO& tls);
 
   char* m_pRecvBuffer;  // owned, room for 4096 bytes and a NUL
   long m_lReceived;     // bytes of the current message

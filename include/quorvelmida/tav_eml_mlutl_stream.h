@@ -33,12 +33,12 @@ class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
   long SearchBlock();
 
  private:
-  friend class tav_eml_mlutl_receive;
+  friend class block_store;
 
+  TAVEML_LOCAL void clear();
   TAVEML_LOCAL bool append(const char* bytes, long length, int& full);
   TAVEML_LOCAL bool reserve(long capacity);
   TAVEML_LOCAL void drop_front(long length);
-  TAVEML_LOCAL long search_block();
 
   char* m_pData;
   long m_lLength;

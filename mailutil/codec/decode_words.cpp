@@ -76,8 +76,35 @@ bool decode_payload(std::string_view payload, word_encoding encoding, utl_buffer
   return result != 0;
 }
 
-bool append(utl_buffer& out, std::string_view text, int line) {
-  if (append_codec_text(out.data(), out.length(), text.data(), static_cast<long>(text.size()))) {
+void blank_line_breaks(utl_buffer& text) {
+  char* const end = text.data() + text.length();
+  std::replace_if(
+      text.data(), end, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; }, ' ');
+}
+
+// Hands over what is between `from` and the word's end, with the word decoded if it can be.
+bool hand_over_word(std::string_view value, size_t from, const encoded_word& word,
+                    line_breaks breaks, text_sink sink, void* out, TAV_EML_CHAR_SET& char_set) {
+  const std::string_view raw = value.substr(from, word.end + 2 - from);
+  if (word.encoding == word_encoding::unknown) return sink(out, raw, 511);
+
+  const size_t payload = word.mark + kMarkLength;
+  utl_buffer decoded;
+  if (!decode_payload(value.substr(payload, word.end - payload), word.encoding, decoded)) {
+    return sink(out, raw, 565);
+  }
+  if (breaks == line_breaks::blanked) blank_line_breaks(decoded);
+  if (!sink(out, value.substr(from, word.start - from), 528)) return false;
+  const std::string name(value.substr(word.start + 2, word.mark - word.start - 2));
+  char_set = tav_eml_mlutl_mail_type::test_char_set(name.c_str());
+  return sink(out, {decoded.data(), static_cast<size_t>(decoded.length())}, 554);
+}
+
+// Appends a piece to a utl_buffer.
+bool append(void* out, std::string_view text, int line) {
+  auto& buffer = *static_cast<utl_buffer*>(out);
+  if (append_codec_text(buffer.data(), buffer.length(), text.data(),
+                        static_cast<long>(text.size()))) {
     return true;
   }
   TAV_EML_LOG_ERROR(
@@ -86,44 +113,20 @@ bool append(utl_buffer& out, std::string_view text, int line) {
   return false;
 }
 
-void blank_line_breaks(utl_buffer& text) {
-  char* const end = text.data() + text.length();
-  std::replace_if(
-      text.data(), end, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; }, ' ');
-}
-
-// Appends what stands between `from` and the word's end, with the word decoded if it can be.
-bool append_word(utl_buffer& out, std::string_view value, size_t from, const encoded_word& word,
-                 line_breaks breaks, TAV_EML_CHAR_SET& char_set) {
-  const std::string_view raw = value.substr(from, word.end + 2 - from);
-  if (word.encoding == word_encoding::unknown) return append(out, raw, 511);
-
-  const size_t payload = word.mark + kMarkLength;
-  utl_buffer decoded;
-  if (!decode_payload(value.substr(payload, word.end - payload), word.encoding, decoded)) {
-    return append(out, raw, 565);
-  }
-  if (breaks == line_breaks::blanked) blank_line_breaks(decoded);
-  if (!append(out, value.substr(from, word.start - from), 528)) return false;
-  const std::string name(value.substr(word.start + 2, word.mark - word.start - 2));
-  char_set = tav_eml_mlutl_mail_type::test_char_set(name.c_str());
-  return append(out, {decoded.data(), static_cast<size_t>(decoded.length())}, 554);
-}
-
 }  // namespace
 
-bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+bool decode_encoded_words(std::string_view value, line_breaks breaks, text_sink sink, void* out,
                           TAV_EML_CHAR_SET& char_set) {
   size_t from = 0;
   encoded_word word;
   if (value.size() >= kShortestWord) {
     while (find_word(value, from, word)) {
       find_mark(value, word);
-      if (!append_word(out, value, from, word, breaks, char_set)) return false;
+      if (!hand_over_word(value, from, word, breaks, sink, out, char_set)) return false;
       from = word.end + 2;
     }
   }
-  return append(out, value.substr(from), 576);
+  return sink(out, value.substr(from), 576);
 }
 
 int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*& out, long& out_len,
@@ -141,7 +144,7 @@ int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*&
       }
       utl_buffer decoded;
       const std::string_view value(work.data(), static_cast<size_t>(work.length()));
-      if (!decode_encoded_words(value, line_breaks::kept, decoded, char_set)) return 0;
+      if (!decode_encoded_words(value, line_breaks::kept, append, &decoded, char_set)) return 0;
       decoded.release(out, out_len);
       return 1;
     } catch (tav_eml_mlutl_mail_exception* thrown) {

@@ -15,12 +15,15 @@ namespace quorvelmida {
 bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len);
 
 // What becomes of CR, LF and NUL that come out of an encoded word. In a header that is split into
-// lines afterwards they must not stand: a word could forge a header line with them.
+// lines afterwards, a word could forge a line with them.
 enum class line_breaks { kept, blanked };
 
-// Appends `value` to `out` with every encoded word decoded. `char_set` becomes that of the last
-// word and is untouched when there is none. False, after a log line, when memory runs out.
-bool decode_encoded_words(std::string_view value, line_breaks breaks, utl_buffer& out,
+// Takes a piece of decoded text; `step` tells which piece it is. False when memory ran out.
+using text_sink = bool (*)(void* out, std::string_view piece, int step);
+
+// Hands `value` to `sink`, piece by piece, with every encoded word decoded. `char_set` becomes that
+// of the last word and is untouched when there is none. False when the sink says so.
+bool decode_encoded_words(std::string_view value, line_breaks breaks, text_sink sink, void* out,
                           TAV_EML_CHAR_SET& char_set);
 
 // What becomes of a character that no word of the wanted length has room for.

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <new>
+#include <type_traits>
 
 #include "common/log.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
@@ -32,9 +33,18 @@ Result guarded(const char* operation, Result no_memory, Body&& body) noexcept {
   return no_memory;
 }
 
+// For a body that returns a TAV_EML_RESULT, or nothing.
 template <typename Body>
-TAV_EML_RESULT guarded(const char* operation, Body&& body) noexcept {
-  return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
+auto guarded(const char* operation, Body&& body) noexcept -> decltype(body()) {
+  if constexpr (std::is_void_v<decltype(body())>) {
+    try {
+      body();
+    } catch (...) {
+      log_exception(operation);
+    }
+  } else {
+    return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
+  }
 }
 
 // UtlOS memory for those to whom it does not matter how it ran out: null, after a log line when the

@@ -20,6 +20,8 @@ inline bool is_control(char ch) {
   return byte < 0x20 || byte == 0x7F;
 }
 
+inline char to_lower(char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch; }
+
 // A character of a peer's text as it may stand in a log line.
 inline char printable(char ch) { return is_control(ch) ? ' ' : ch; }
 

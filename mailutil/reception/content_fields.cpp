@@ -1,10 +1,13 @@
-// The receive parser: the values of the content headers, and delimiters.
+// The values of the content fields.
 //
 //   Content-Type: type "/" subtype *(";" attribute "=" value)       (RFC 2045 5.1)
+
+#include "reception/content_fields.h"
 
 #include <algorithm>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "codec/encoded_words.h"
 #include "common/guard.h"
@@ -12,7 +15,6 @@
 #include "common/text.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_mlutl_receive.h"
-#include "reception/received_header.h"
 
 namespace quorvelmida {
 
@@ -22,17 +24,21 @@ namespace {
 constexpr size_t kMaxBoundary = 1000;
 constexpr int kMaxLevels = 100;
 
-constexpr char kTypeName[] = "name=";
-constexpr char kDispositionName[] = "filename=";
-
 constexpr size_t npos = std::string_view::npos;
 
-std::string lower_case(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](char ch) {
-    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-  });
-  return lower;
+// A name parameter, plain and in its extended form (RFC 2231).
+struct name_attribute {
+  std::string_view plain;
+  std::string_view extended;
+};
+constexpr name_attribute kTypeName = {"name=", "name*="};
+constexpr name_attribute kDispositionName = {"filename=", "filename*="};
+
+// Position in `text` of a word in lower case, whatever the case there; npos when it is missing.
+size_t find_in_any_case(std::string_view text, std::string_view word) {
+  const auto found = std::search(text.begin(), text.end(), word.begin(), word.end(),
+                                 [](char left, char right) { return to_lower(left) == right; });
+  return found != text.end() ? static_cast<size_t>(found - text.begin()) : npos;
 }
 
 std::string_view without_blanks(std::string_view text) {
@@ -41,82 +47,71 @@ std::string_view without_blanks(std::string_view text) {
 }
 
 // What follows "attribute=", without blanks and an opening quote. False when it is missing.
-bool find_parameter(std::string_view value, const std::string& lower, std::string_view attribute,
-                    std::string_view& text) {
-  const size_t at = lower.find(attribute);
+bool find_parameter(std::string_view value, std::string_view attribute, std::string_view& text) {
+  const size_t at = find_in_any_case(value, attribute);
   if (at == npos) return false;
   text = without_blanks(value.substr(at + attribute.size()));
   if (!text.empty() && text.front() == '"') text.remove_prefix(1);
   return true;
 }
 
-void open_boundary(tav_eml_mlutl_mail& mail, std::string_view text) {
-  const std::string boundary(text.substr(0, std::min(text.find('"'), text.find("\r\n"))));
-  if (boundary.size() > kMaxBoundary || mail.m_nBoundaryLevel >= kMaxLevels) {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():boundary not opened at level %d\n",
-                      "AnalyzeContentType", static_cast<int>(mail.m_nBoundaryLevel));
-    return;
-  }
-  // Going on without the level would mix its parts up.
-  if (mail.up_boundary_level(boundary.c_str()) == 0) throw std::bad_alloc();
-}
-
-// The value of a name parameter in the header lines as received: up to the next quote, or unquoted
-// up to the next parameter.
-std::string_view raw_name(std::string_view lines, size_t at) {
-  const std::string_view text = without_blanks(lines.substr(at));
+// The value of a name parameter in the header as received: up to the next quote, or unquoted up to
+// the next parameter.
+std::string_view raw_name(std::string_view field, size_t at) {
+  const std::string_view text = without_blanks(field.substr(at));
   if (!text.empty() && text.front() == '"') return text.substr(1, text.find('"', 1) - 1);
   return text.substr(0, text.find(';'));
 }
 
-void set_file_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view raw) {
-  utl_buffer decoded;
+bool append(void* text, std::string_view piece, int /*step*/) {
+  static_cast<std::string*>(text)->append(piece);
+  return true;
+}
+
+void set_file_name(tav_eml_mlutl_mail_part& part, std::string_view raw) {
+  std::string decoded;
   TAV_EML_CHAR_SET char_set = TAV_EML_CS_NONE;
-  if (!decode_encoded_words(raw, line_breaks::blanked, decoded, char_set)) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_receive::%s():tav_eml_mlutl_mime_utility::inline_decode return "
-        "FALSE\n",
-        operation);
-    return;
-  }
+  decode_encoded_words(raw, line_breaks::blanked, append, &decoded, char_set);
   UtlString name;
-  store_value(name, {decoded.data(), static_cast<size_t>(decoded.length())});
+  store_value(name, decoded);
   name.TrimTop();
   name.TrimBottom();
   const std::string_view text = text_of(name);
   const size_t dot = text.rfind('.');
   store_value(part.m_cFileExtension, dot == npos ? std::string_view() : text.substr(dot + 1));
-  part.m_cFIleName = name;
+  part.m_cFIleName = std::move(name);
 }
 
-// The extended form of an attribute: "name*=" for "name=".
-std::string extended_form(const std::string& attribute) {
-  return attribute.substr(0, attribute.size() - 1) + "*=";
+bool has_name(std::string_view value, const name_attribute& attribute) {
+  return find_in_any_case(value, attribute.plain) != npos ||
+         find_in_any_case(value, attribute.extended) != npos;
 }
 
-bool has_name(const std::string& lower, const std::string& attribute) {
-  return lower.find(attribute) != npos || lower.find(extended_form(attribute)) != npos;
-}
-
-// Looks for `attribute` ("name=") or its extended form in a header value. The plain form is then
-// taken from `lines`, the header as received.
-void analyze_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view value,
-                  const std::string& attribute, const UtlString& lines) {
-  const std::string lower = lower_case(value);
-  if (lower.find(attribute) != npos) {
-    const std::string_view received = text_of(lines);
-    const size_t at = received.find(attribute);
+// Takes the name from `value`, the decoded field; the plain form is then read in `received`, the
+// field as received.
+void take_name(const char* operation, tav_eml_mlutl_mail_part& part, std::string_view value,
+               const name_attribute& attribute, std::string_view received) {
+  if (find_in_any_case(value, attribute.plain) != npos) {
+    const size_t at = received.find(attribute.plain);
     if (at == npos) {
       TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():No [name=] attribute\n", operation);
       return;
     }
-    set_file_name(operation, part, raw_name(received, at + attribute.size()));
+    const bool is_decoded = guarded(operation, false, [&] {
+      set_file_name(part, raw_name(received, at + attribute.plain.size()));
+      return true;
+    });
+    if (!is_decoded) {
+      TAV_EML_LOG_ERROR(
+          "<Error> tav_eml_mlutl_receive::%s():tav_eml_mlutl_mime_utility::inline_decode return "
+          "FALSE\n",
+          operation);
+    }
     return;
   }
-  const std::string extended = extended_form(attribute);
-  const size_t at = lower.find(extended);
+  const size_t at = find_in_any_case(value, attribute.extended);
   if (at == npos) return;
-  std::string text(value.substr(at + extended.size()));
+  std::string text(value.substr(at + attribute.extended.size()));
   std::replace(text.begin(), text.end(), '\r', ' ');
   tav_eml_mlutl_mime_utility::decode_and_set_escape_string(part, text.data());
 }
@@ -131,107 +126,80 @@ void store_value(UtlString& text, std::string_view value) {
   std::replace(begin, begin + text.GetLength(), '\r', ' ');
 }
 
-void analyze_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
-                          std::string_view value) {
-  const std::string lower = lower_case(value);
+void open_boundary(tav_eml_mlutl_mail& mail, std::string_view value) {
+  std::string_view text;
+  if (!find_parameter(value, "boundary=", text)) return;
+  const std::string boundary(text.substr(0, std::min(text.find('"'), text.find("\r\n"))));
+  if (boundary.size() > kMaxBoundary || mail.m_nBoundaryLevel >= kMaxLevels) {
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():boundary not opened at level %d\n",
+                      "AnalyzeContentType", static_cast<int>(mail.m_nBoundaryLevel));
+    return;
+  }
+  // Going on without the level would mix its parts up.
+  if (mail.up_boundary_level(boundary.c_str()) == 0) throw std::bad_alloc();
+}
+
+void take_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                       std::string_view value) {
   store_value(part.m_cContentType, value);
   store_value(part.m_cMediaType, value.substr(0, value.find(';')));
-  part.m_nContentType = tav_eml_mlutl_mail_type::test_content_type(lower.c_str());
-
+  part.m_nContentType =
+      tav_eml_mlutl_mail_type::test_content_type(value.empty() ? "" : value.data());
+  open_boundary(mail, value);
   std::string_view text;
-  if (find_parameter(value, lower, "boundary=", text)) open_boundary(mail, text);
-  if (find_parameter(value, lower, "charset=", text)) {
-    part.m_nCharSet = tav_eml_mlutl_mail_type::test_char_set(std::string(text).c_str());
+  if (find_parameter(value, "charset=", text)) {
+    part.m_nCharSet = tav_eml_mlutl_mail_type::test_char_set(text.empty() ? "" : text.data());
   }
 }
 
-void analyze_type_name(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
-                       std::string_view value) {
-  const tav_eml_mlutl_mail_part* named = &part == &mail ? &mail : mail.get_part();
-  analyze_name("AnalyzeContentType", part, value, kTypeName,
-               named != nullptr ? named->m_cHeader1 : UtlString());
+void take_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value) {
+  part.m_nContentDisposition =
+      tav_eml_mlutl_mail_type::test_content_disposition(value.empty() ? "" : value.data());
 }
 
-TAV_EML_TRANSFER_ENCODING analyze_transfer_encoding(tav_eml_mlutl_mail_part& part,
-                                                    std::string_view value) {
+void take_transfer_encoding(tav_eml_mlutl_mail_part& part, std::string_view value) {
   store_value(part.m_cTransferEncoding, value);
   part.m_nTransferEncoding =
       tav_eml_mlutl_mail_type::test_transfer_encoding(text_of(part.m_cTransferEncoding));
-  return part.m_nTransferEncoding;
 }
 
-void analyze_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value) {
-  const std::string lower = lower_case(value);
-  part.m_nContentDisposition = tav_eml_mlutl_mail_type::test_content_disposition(lower.c_str());
+void take_type_name(const tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                    std::string_view value) {
+  const tav_eml_mlutl_mail_part* named = &part == &mail ? &mail : mail.m_pPart;
+  take_name("AnalyzeContentType", part, value, kTypeName,
+            named != nullptr ? text_of(named->m_cHeader1) : "");
 }
 
-void analyze_disposition_name(tav_eml_mlutl_mail_part& part, std::string_view value) {
-  analyze_name("AnalyzeContentDisposition", part, value, kDispositionName, part.m_cHeader2);
+void take_disposition_name(tav_eml_mlutl_mail_part& part, std::string_view value) {
+  take_name("AnalyzeContentDisposition", part, value, kDispositionName, text_of(part.m_cHeader2));
 }
 
-bool has_type_name(std::string_view value) { return has_name(lower_case(value), kTypeName); }
+bool has_type_name(std::string_view value) { return has_name(value, kTypeName); }
 
-bool has_disposition_name(std::string_view value) {
-  return has_name(lower_case(value), kDispositionName);
-}
-
-int check_boundary(std::string_view line, tav_eml_mlutl_mail& mail) {
-  constexpr std::string_view kDashes = "--";
-  if (line.substr(0, kDashes.size()) != kDashes) return 0;
-  const UtlString* boundary = mail.get_boundary_string();
-  if (boundary == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_receive::ChkBoundaryString():[Return -1] no boundary string\n");
-    return -1;
-  }
-  line.remove_prefix(kDashes.size());
-  if (line.substr(0, boundary->GetLength()) != text_of(*boundary)) {
-    TAV_EML_LOG_ERROR(
-        "<Warning> tav_eml_mlutl_receive::ChkBoundaryString() [Return 0]:unmatched\n");
-    return 0;
-  }
-  line.remove_prefix(boundary->GetLength());
-  if (mail.m_nBoundarySeen == 0) {
-    mail.m_nBoundarySeen = 1;
-  } else if (tav_eml_mlutl_mail_part* part = mail.get_part()) {
-    part->m_nComplete = 1;
-  }
-  if (line.substr(0, kDashes.size()) != kDashes) return 1;
-  mail.down_boundary_level();
-  return 2;
-}
+bool has_disposition_name(std::string_view value) { return has_name(value, kDispositionName); }
 
 void tav_eml_mlutl_receive::AnalyzeContentType(tav_eml_mlutl_mail& mail,
                                                tav_eml_mlutl_mail_part& part, UtlString& value) {
-  guarded("AnalyzeContentType", 0, [&] {
-    analyze_content_type(mail, part, text_of(value));
-    analyze_type_name(mail, part, text_of(value));
-    return 1;
+  guarded("AnalyzeContentType", [&] {
+    take_content_type(mail, part, text_of(value));
+    take_type_name(mail, part, text_of(value));
   });
 }
 
 TAV_EML_TRANSFER_ENCODING tav_eml_mlutl_receive::AnalyzeTransferEncoding(
     tav_eml_mlutl_mail_part& part, UtlString& value) {
-  return guarded("AnalyzeTransferEncoding", TAV_EML_TE_UNKNOWN,
-                 [&] { return analyze_transfer_encoding(part, text_of(value)); });
+  return guarded("AnalyzeTransferEncoding", TAV_EML_TE_UNKNOWN, [&] {
+    take_transfer_encoding(part, text_of(value));
+    return part.m_nTransferEncoding;
+  });
 }
 
 void tav_eml_mlutl_receive::AnalyzeContentDisposition(tav_eml_mlutl_mail_part& part,
                                                       UtlString& value) {
-  guarded("AnalyzeContentDisposition", 0, [&] {
-    analyze_content_disposition(part, text_of(value));
-    analyze_disposition_name(part, text_of(value));
-    return 1;
+  guarded("AnalyzeContentDisposition", [&] {
+    take_content_disposition(part, text_of(value));
+    take_disposition_name(part, text_of(value));
   });
-}
-
-int tav_eml_mlutl_receive::ChkBoundaryString(const char* line, tav_eml_mlutl_mail& mail) {
-  if (line == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_receive::ChkBoundaryString():[Return -1] pBuf is NULL.\n");
-    return -1;
-  }
-  return check_boundary(line, mail);
 }
 
 }  // namespace quorvelmida

@@ -1,19 +1,17 @@
-// The receive parser: header lines and where their values go.
+#include "reception/header_fields.h"
 
 #include <memory>
 #include <new>
-#include <string>
 
 #include "clb.h"
 #include "common/guard.h"
+#include "message/content_type.h"
 #include "quorvelmida/tav_eml_mlutl_receive.h"
-#include "reception/received_header.h"
+#include "reception/content_fields.h"
 
 namespace quorvelmida {
 
 namespace {
-
-constexpr std::string_view kLineEnd = "\r\n";
 
 std::string_view trimmed(std::string_view text) {
   constexpr const char* kBlanks = " \t\r\n";
@@ -22,19 +20,28 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-// Takes "name: value" apart. The value begins where the colon of a name without blanks stands: with
-// blanks in front of the colon, the colon belongs to the value.
-bool split_field(std::string_view line, std::string_view& name, std::string_view& value) {
-  const size_t colon = line.find(':');
-  if (colon == std::string_view::npos) return false;
-  name = trimmed(line.substr(0, colon));
-  value = trimmed(line.substr(name.size() + 1));
-  return true;
-}
+struct header_field {
+  bool is(std::string_view wanted) const {
+    return name.size() == wanted.size() &&
+           clb_CompStrCaseN(name.data(), wanted.data(), wanted.size()) == 0;
+  }
 
-bool is_name(std::string_view name, std::string_view wanted) {
-  return name.size() == wanted.size() &&
-         clb_CompStrCaseN(name.data(), wanted.data(), wanted.size()) == 0;
+  std::string_view name;
+  std::string_view value;  // a NUL follows in its text
+};
+
+// The next line that is "name: value". The value begins after the colon of a name without blanks:
+// with blanks before the colon, the colon belongs to the value.
+bool next_field(const header_lines& header, size_t& at, header_field& field) {
+  std::string_view line;
+  while (header.next(at, line)) {
+    const size_t colon = line.find(':');
+    if (colon == line.npos) continue;
+    field.name = trimmed(line.substr(0, colon));
+    field.value = trimmed(line.substr(field.name.size() + 1));
+    return true;
+  }
+  return false;
 }
 
 template <UtlString tav_eml_mlutl_mail::*Member>
@@ -81,9 +88,9 @@ class naming_fields {
     m_bTypeIsLast = false;
   }
   void apply(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part) const {
-    if (!m_bTypeIsLast) analyze_type_name(mail, part, m_cType);
-    analyze_disposition_name(part, m_cDisposition);
-    if (m_bTypeIsLast) analyze_type_name(mail, part, m_cType);
+    if (!m_bTypeIsLast) take_type_name(mail, part, m_cType);
+    take_disposition_name(part, m_cDisposition);
+    if (m_bTypeIsLast) take_type_name(mail, part, m_cType);
   }
 
  private:
@@ -93,18 +100,18 @@ class naming_fields {
 };
 
 // The fields that a message and a part have in common.
-bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
-                      std::string_view name, std::string_view value, naming_fields& names) {
-  if (is_name(name, kContentType)) {
-    analyze_content_type(mail, part, value);
-    names.note_type(value);
-  } else if (is_name(name, "content-disposition")) {
-    analyze_content_disposition(part, value);
-    names.note_disposition(value);
-  } else if (is_name(name, "content-transfer-encoding")) {
-    analyze_transfer_encoding(part, value);
-  } else if (is_name(name, "content-x-ciajwnetfax")) {
-    store_value(part.m_cContentCiajwnetfax, value);
+bool take_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
+                     const header_field& field, naming_fields& names) {
+  if (field.is(kContentType)) {
+    take_content_type(mail, part, field.value);
+    names.note_type(field.value);
+  } else if (field.is("content-disposition")) {
+    take_content_disposition(part, field.value);
+    names.note_disposition(field.value);
+  } else if (field.is("content-transfer-encoding")) {
+    take_transfer_encoding(part, field.value);
+  } else if (field.is("content-x-ciajwnetfax")) {
+    store_value(part.m_cContentCiajwnetfax, field.value);
   } else {
     return false;
   }
@@ -113,96 +120,67 @@ bool store_part_field(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
 
 }  // namespace
 
-// Each line without its line end takes up the following ones without their first blank, in one
-// pass, however many they are.
-std::vector<std::string> unfold_header(const char* header) {
-  std::vector<std::string> lines;
-  std::string_view rest = header;
-  while (!rest.empty()) {
-    const size_t end = rest.find(kLineEnd);
-    const size_t size = end == std::string_view::npos ? rest.size() : end + kLineEnd.size();
-    std::string_view line = rest.substr(0, size);
-    rest.remove_prefix(size);
-    if (!lines.empty() && (line.front() == ' ' || line.front() == '\t')) {
-      std::string& previous = lines.back();
-      previous.erase(previous.size() - kLineEnd.size());
-      previous.append(line.substr(1));
-    } else {
-      lines.emplace_back(line);
-    }
-  }
-  return lines;
-}
-
-void analyze_mail_header(tav_eml_mlutl_mail& mail, const char* header) {
-  const std::vector<std::string> lines = unfold_header(header);
+void take_mail_fields(tav_eml_mlutl_mail& mail, const header_lines& header) {
   naming_fields names;
-  for (const std::string& line : lines) {
-    std::string_view name, value;
-    if (!split_field(line, name, value)) continue;
-    if (store_part_field(mail, mail, name, value, names)) continue;
-    for (const auto& field : kMailFields) {
-      if (!is_name(name, field.name)) continue;
-      field.store(mail, value);
+  header_field field;
+  for (size_t at = 0; next_field(header, at, field);) {
+    if (take_part_field(mail, mail, field, names)) continue;
+    for (const auto& known : kMailFields) {
+      if (!field.is(known.name)) continue;
+      known.store(mail, field.value);
       break;
     }
   }
   names.apply(mail, mail);
 }
 
-bool enter_multipart(tav_eml_mlutl_mail& mail, const char* header) {
-  for (const std::string& line : unfold_header(header)) {
-    std::string_view name, value;
-    if (!split_field(line, name, value) || !is_name(name, kContentType)) continue;
-    tav_eml_mlutl_mail_part container;
-    container.m_nContentType =
-        tav_eml_mlutl_mail_type::test_content_type(std::string(value).c_str());
-    if (!is_multipart(container)) continue;
-    analyze_content_type(mail, container, value);
+bool enter_multipart(tav_eml_mlutl_mail& mail, const header_lines& header) {
+  header_field field;
+  for (size_t at = 0; next_field(header, at, field);) {
+    if (!field.is(kContentType) || field.value.empty()) continue;
+    if (!is_multipart(tav_eml_mlutl_mail_type::test_content_type(field.value.data()))) continue;
+    open_boundary(mail, field.value);
     return true;
   }
   return false;
 }
 
-void analyze_leaf_header(tav_eml_mlutl_mail& mail, const char* header) {
+void take_part_fields(tav_eml_mlutl_mail& mail, const header_lines& header) {
   tav_eml_mlutl_mail_part* part = mail.get_part();
   if (part == nullptr) return;
-  const std::vector<std::string> lines = unfold_header(header);
   naming_fields names;
-  for (const std::string& line : lines) {
-    std::string_view name, value;
-    if (split_field(line, name, value)) store_part_field(mail, *part, name, value, names);
-  }
+  header_field field;
+  for (size_t at = 0; next_field(header, at, field);) take_part_field(mail, *part, field, names);
   names.apply(mail, *part);
 }
 
 void tav_eml_mlutl_receive::RemoveWSP(const char* header, unsigned int /*length*/,
                                       UtlVector* lines) {
   if (header == nullptr || lines == nullptr) return;
-  guarded("RemoveWSP", 0, [&] {
-    for (const std::string& text : unfold_header(header)) {
-      auto line = std::make_unique<UtlString>(text.c_str());
+  guarded("RemoveWSP", [&] {
+    const header_lines unfolded(header);
+    std::string_view text;
+    for (size_t at = 0; unfolded.next(at, text);) {
+      auto line = std::make_unique<UtlString>(text.data());
       if (lines->Add(lines->Count(), line.get()) == 0) throw std::bad_alloc();
       static_cast<void>(line.release());  // the vector's from here on
     }
-    return 1;
   });
 }
 
 void tav_eml_mlutl_receive::AnalyzeMailHeader(tav_eml_mlutl_mail& mail, const char* header,
                                               unsigned int /*length*/) {
-  guarded("AnalyzeMailHeader", 0, [&] {
-    if (header != nullptr) analyze_mail_header(mail, header);
-    return 1;
-  });
+  if (header == nullptr) return;
+  guarded("AnalyzeMailHeader", [&] { take_mail_fields(mail, header_lines(header)); });
 }
 
 int tav_eml_mlutl_receive::AnalyzePartHeader(tav_eml_mlutl_mail& mail, const char* header,
                                              unsigned int /*length*/) {
+  if (header == nullptr) return 0;
   return guarded("AnalyzePartHeader", 0, [&] {
-    if (header == nullptr) return 0;
-    if (enter_multipart(mail, header)) return 1;
-    analyze_leaf_header(mail, header);
+    const header_lines lines(header);
+    if (enter_multipart(mail, lines)) return 1;
+    take_part_fields(mail, lines);
     return 0;
   });
 }

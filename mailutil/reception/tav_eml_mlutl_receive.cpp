@@ -1,61 +1,39 @@
-// The receive parser: lines.
+// The receiver's operations: what must hold before them, and what becomes of exceptions.
 
 #include "quorvelmida/tav_eml_mlutl_receive.h"
 
-#include <algorithm>
-#include <climits>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "message/content_type.h"
 #include "osw.h"
-#include "reception/received_header.h"
-#include "transport/connection.h"
+#include "reception/message_walk.h"
 #include "utl_os.h"
 
 namespace quorvelmida {
 
 namespace {
 
-constexpr int kBufferSize = 4096;
-constexpr int kMaxLine = kBufferSize - 1;
+constexpr int32_t kBufferSize = line_buffer::kSize;
 constexpr long kBlockSize = 4096;
 
-// A message that goes on beyond this is taken for one without end. No call could end otherwise.
-constexpr long kMaxMessage = INT_MAX - 1;
+constexpr receive_operation kHeaderOnly = {"receive_header_only", true};
+constexpr receive_operation kHeader = {"receive_header", true};
+constexpr receive_operation kBody = {"receive_body"};
+constexpr receive_operation kPartHeader = {"receive_part_header"};
+constexpr receive_operation kPartBody = {"receive_part_body"};
+constexpr receive_operation kSkipMail = {"skip_mail"};
+constexpr receive_operation kSkipPart = {"skip_part", true, true};
 
-constexpr std::string_view kEndLine = ".\r\n";
-
-TAV_EML_UTL_RETCODE read_failure(int& sock, TAV_EML_TLS_INFO& tls) {
-  close_connection(sock, tls);
-  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::ReadUntil():[Return %08d]recv_data error\n",
-                    static_cast<int>(TAV_EML_UTL_RECV_ERROR));
-  return TAV_EML_UTL_RECV_ERROR;
-}
-
-void blank_nuls(char* text, size_t length) {
-  char* const end = text + length;
-  while (void* nul = std::memchr(text, '\0', static_cast<size_t>(end - text))) {
-    text = static_cast<char*>(nul);
-    *text++ = ' ';
-  }
-}
-
-// Where the first of the whole lines in `text` stands that begins with a dot or a hyphen, its end
-// when none does. Base64 has neither: there the lines themselves need not be looked for.
-size_t find_special_line(std::string_view text) {
-  if (text.find('.') == text.npos && text.find('-') == text.npos) return text.size();
-  size_t at = 0;
-  while (at < text.size() && text[at] != '.' && text[at] != '-') at = text.find('\n', at) + 1;
-  return at;
-}
-
-void log_line_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %d]%s\n", "ReadLine",
-                    static_cast<int>(code), text);
-}
+constexpr char kNotConnected[] = " not connected";
+constexpr char kNoData[] = " no data.";
+constexpr char kNoPart[] = "no part.";
+constexpr char kTerminated[] = "already terminated.";
+constexpr char kNoMemory[] = "out of memory";
 
 }  // namespace
 
@@ -73,8 +51,100 @@ tav_eml_mlutl_receive::~tav_eml_mlutl_receive() {
   delete m_pStream;
 }
 
+// False when the constructor ran out of memory.
 bool tav_eml_mlutl_receive::is_ready() const {
   return m_pRecvBuffer != nullptr && m_pStream != nullptr;
+}
+
+line_buffer tav_eml_mlutl_receive::buffer() {
+  return {m_pRecvBuffer, m_nFirst, m_nLast, m_lReceived};
+}
+
+message_walk tav_eml_mlutl_receive::walk(tav_eml_mlutl_mail& mail, int& sock, unsigned int timeout,
+                                         TAV_EML_TLS_INFO& tls) {
+  return {mail, line_source(buffer(), sock, timeout, tls), block_store(*m_pStream)};
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header_only(tav_eml_mlutl_mail& mail, int& sock,
+                                                               unsigned int timeout,
+                                                               TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kHeaderOnly.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (mail.m_nReceiving == 0) return kHeaderOnly.end(TAV_EML_UTL_ERROR, kNoData);
+  if (!is_ready()) return kHeaderOnly.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
+  m_lReceived = 0;
+  return guarded(kHeaderOnly.name, TAV_EML_UTL_NO_MEMORY,
+                 [&] { return walk(mail, sock, timeout, tls).read_header(kHeaderOnly, false); });
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& mail, int& sock,
+                                                          unsigned int timeout,
+                                                          unsigned long /*limit*/,
+                                                          TAV_EML_TLS_INFO& tls) {
+  if (!is_ready()) return kHeader.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
+  m_lReceived = 0;
+  // Who drives the parser by hand need not have said that a message is being received.
+  const int32_t was_receiving = std::exchange(mail.m_nReceiving, 1);
+  const TAV_EML_UTL_RETCODE code = guarded(kHeader.name, TAV_EML_UTL_NO_MEMORY, [&] {
+    return walk(mail, sock, timeout, tls).read_header(kHeader, true);
+  });
+  if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
+  // Whatever ended the reading, for the caller the connection is gone.
+  const bool is_lost = code == TAV_EML_UTL_BAD_REPLY || code == TAV_EML_UTL_RECV_ERROR;
+  return is_lost ? TAV_EML_UTL_NOT_CONNECTED : code;
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_body(tav_eml_mlutl_mail& mail, int& sock,
+                                                        unsigned int timeout,
+                                                        TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kBody.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (mail.m_nReceiving == 0) return kBody.end(TAV_EML_UTL_ERROR, kNoData);
+  if (is_multipart(mail.m_nContentType)) return kBody.end(TAV_EML_UTL_ERROR, "multipart mail.");
+  if (!is_ready()) return kBody.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
+  return guarded(kBody.name, TAV_EML_UTL_NO_MEMORY,
+                 [&] { return walk(mail, sock, timeout, tls).read_body(kBody); });
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_header(tav_eml_mlutl_mail& mail, int& sock,
+                                                               unsigned int timeout,
+                                                               TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kPartHeader.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (mail.m_nReceiving == 0) return kPartHeader.end(TAV_EML_UTL_ERROR, kNoData);
+  const tav_eml_mlutl_mail_part* part = mail.get_part();
+  if (part == nullptr) return kPartHeader.end(TAV_EML_UTL_ERROR, kNoPart);
+  if (part->m_nComplete == 1) return kPartHeader.end(TAV_EML_UTL_ERROR, kTerminated);
+  if (!is_ready()) return kPartHeader.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
+  return guarded(kPartHeader.name, TAV_EML_UTL_NO_MEMORY,
+                 [&] { return walk(mail, sock, timeout, tls).read_part_header(kPartHeader); });
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_body(tav_eml_mlutl_mail& mail, int& sock,
+                                                             unsigned int timeout,
+                                                             TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kPartBody.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (mail.m_nReceiving == 0) return kPartBody.end(TAV_EML_UTL_ERROR, kNoData);
+  if (!is_multipart(mail.m_nContentType)) return kPartBody.end(TAV_EML_UTL_ERROR, "not multipart.");
+  const tav_eml_mlutl_mail_part* part = mail.get_part();
+  if (part == nullptr) return kPartBody.end(TAV_EML_UTL_ERROR, kNoPart);
+  if (part->m_nComplete == 1) return kPartBody.end(TAV_EML_UTL_ERROR, kTerminated);
+  if (!is_ready()) return kPartBody.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
+  return guarded(kPartBody.name, TAV_EML_UTL_NO_MEMORY,
+                 [&] { return walk(mail, sock, timeout, tls).read_part_body(kPartBody); });
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_mail(tav_eml_mlutl_mail& mail, unsigned int timeout,
+                                                     int& sock, TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kSkipMail.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (!is_ready()) return kSkipMail.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
+  m_pStream->FreeStream();
+  return walk(mail, sock, timeout, tls).skip_to_end();
+}
+
+TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_part(tav_eml_mlutl_mail& mail, unsigned int timeout,
+                                                     int& sock, TAV_EML_TLS_INFO& tls) {
+  if (sock == 0) return kSkipPart.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
+  if (mail.get_part() == nullptr) return kSkipPart.end(TAV_EML_UTL_ERROR, kNoPart);
+  if (!is_ready()) return kSkipPart.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
+  return walk(mail, sock, timeout, tls).skip_part(kSkipPart);
 }
 
 int tav_eml_mlutl_receive::flush_buffer() {
@@ -109,93 +179,7 @@ int tav_eml_mlutl_receive::set_recv_buffer(const char* text) {
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadMail(int& sock, char* buffer, long& length,
                                                     long timeout, TAV_EML_TLS_INFO& tls) {
-  constexpr int kAttempts = 3;
-  constexpr int kPause = 20;  // ms
-  const long room = std::max<long>(length, 0);
-  length = 0;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (sock == 0) {
-      TAV_EML_LOG_ERROR("tav_eml_mlutl_receive::%s() 0 socket was passed.\n", "ReadMail");
-      return TAV_EML_UTL_RECV_ERROR;
-    }
-    long count = room;
-    if (tav_eml_mlutl_mail_net().recv_data(sock, buffer, count, 0, timeout, tls) != TAV_EML_OK) {
-      return read_failure(sock, tls);
-    }
-    if (count > 0) {
-      length = count;
-      return TAV_EML_UTL_OK;
-    }
-    osw_Sleep(kPause);
-  }
-  close_connection(sock, tls);
-  return TAV_EML_UTL_RECV_ERROR;
-}
-
-// Takes the first buffered line, which stays where it is until more is received.
-bool tav_eml_mlutl_receive::take_line(std::string_view& line) {
-  const char* first = m_pRecvBuffer + m_nFirst;
-  const void* end = std::memchr(first, '\n', static_cast<size_t>(m_nLast - m_nFirst));
-  if (end == nullptr) return false;
-  line = {first, static_cast<size_t>(static_cast<const char*>(end) - first) + 1};
-  m_nFirst += static_cast<int32_t>(line.size());
-  return true;
-}
-
-// Takes buffered lines that can be nothing but content, up to the one that fills the stream's
-// block: the lines of the message's end, of delimiters and with a dot put in front all begin with a
-// dot or a hyphen. They are stored and counted as one piece. Empty when the next line is not of
-// that kind.
-std::string_view tav_eml_mlutl_receive::take_plain_lines() {
-  const std::string_view held(m_pRecvBuffer + m_nFirst, static_cast<size_t>(m_nLast - m_nFirst));
-  const long room = std::min(m_pStream->m_lBlockSize - m_pStream->m_lLength,
-                             kMaxMessage - m_lReceived - kBufferSize);
-  if (held.empty() || held.front() == '.' || held.front() == '-' || room < 0) return {};
-  size_t last = held.find('\n', static_cast<size_t>(room));
-  if (last == held.npos) last = held.rfind('\n');
-  if (last == held.npos) return {};
-  std::string_view lines = held.substr(0, last + 1);
-  lines = lines.substr(0, find_special_line(lines));
-  m_nFirst += static_cast<int32_t>(lines.size());
-  count_bytes(static_cast<long>(lines.size()));
-  return lines;
-}
-
-// The line is valid until the next one is read.
-TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_line(const receive_source& source,
-                                                     std::string_view& line) {
-  line = {};
-  if (!is_ready()) {
-    log_line_outcome("out of memory", TAV_EML_UTL_NO_MEMORY);
-    return TAV_EML_UTL_NO_MEMORY;
-  }
-  if (take_line(line)) return TAV_EML_UTL_OK;
-
-  const int32_t held = m_nLast - m_nFirst;
-  if (held >= kMaxLine) {
-    // No room for its end: reading on would never come to one.
-    close_connection(source.sock, source.tls);
-    log_line_outcome("line too long", TAV_EML_UTL_BAD_REPLY);
-    return TAV_EML_UTL_BAD_REPLY;
-  }
-  std::memmove(m_pRecvBuffer, m_pRecvBuffer + m_nFirst, static_cast<size_t>(held));
-  m_nFirst = 0;
-  m_nLast = held;
-  char* const end = m_pRecvBuffer + held;
-  long count = kMaxLine - held;
-  const TAV_EML_UTL_RETCODE code =
-      ReadMail(source.sock, end, count, source.timeout_ms(), source.tls);
-  if (code != TAV_EML_UTL_OK) {
-    log_line_outcome("recv_data error", code);
-    return code;
-  }
-  // A NUL would end the texts that lines become, and what follows it would be lost. As a blank it
-  // cannot make a line the last one either, as it could if it were left out.
-  blank_nuls(end, static_cast<size_t>(count));
-  m_nLast += static_cast<int32_t>(count);
-  m_pRecvBuffer[m_nLast] = '\0';
-  if (!take_line(line)) log_line_outcome(count > 0 ? "No line" : "No data", TAV_EML_UTL_OK);
-  return TAV_EML_UTL_OK;
+  return receive_bytes(sock, buffer, length, timeout, tls);
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadLine(unsigned int timeout, int& sock,
@@ -205,43 +189,12 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadLine(unsigned int timeout, int& s
   return guarded("ReadLine", TAV_EML_UTL_NO_MEMORY, [&] {
     line.CopyString("");
     std::string_view text;
-    const TAV_EML_UTL_RETCODE code = read_line({sock, timeout, tls}, text);
+    const TAV_EML_UTL_RETCODE code = line_source(buffer(), sock, timeout, tls).read(text);
     if (code != TAV_EML_UTL_OK) return code;
     line.CopyString(text.data() != nullptr ? text.data() : "", text.size());
     length = static_cast<long>(text.size());
     return TAV_EML_UTL_OK;
   });
-}
-
-// Reads a line of the message, without the dot that the transfer has put in front. The end line
-// ends the mail and comes as an empty one, like a line of which only a part has arrived: neither is
-// content.
-TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::read_content_line(tav_eml_mlutl_mail& mail,
-                                                             const receive_source& source,
-                                                             std::string_view& line) {
-  const TAV_EML_UTL_RETCODE code = read_line(source, line);
-  if (code != TAV_EML_UTL_OK) return code;
-  if (line == kEndLine) {
-    end_mail(mail);
-    line = {};
-    return TAV_EML_UTL_OK;
-  }
-  count_bytes(static_cast<long>(line.size()));
-  if (m_lReceived >= kMaxMessage) {
-    close_connection(source.sock, source.tls);
-    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():message without end\n", "ReadLine");
-    return TAV_EML_UTL_BAD_REPLY;
-  }
-  if (!line.empty() && line.front() == '.') {
-    line.remove_prefix(1);
-    --m_lReceived;
-  }
-  return TAV_EML_UTL_OK;
-}
-
-void tav_eml_mlutl_receive::count_bytes(long count) {
-  const int64_t total = int64_t{m_lReceived} + std::clamp<long>(count, 0, kMaxMessage);
-  m_lReceived = static_cast<long>(std::min<int64_t>(total, kMaxMessage));
 }
 
 bool tav_eml_mlutl_receive::IsEmptyLine(UtlString& line) {
@@ -257,29 +210,22 @@ void tav_eml_mlutl_receive::RemoveDot(UtlString& line) {
     return;
   }
   std::memcpy(copy, line.GetString() + 1, length + 1);
-  guarded("RemoveDot", 0, [&] {
+  guarded("RemoveDot", [&] {
     line.CopyString(static_cast<const char*>(copy));
     --m_lReceived;
-    return 1;
   });
   osw_OrgFreeMemPart(0, copy);
 }
 
 int tav_eml_mlutl_receive::ChkMailEndLine(tav_eml_mlutl_mail& mail, UtlString& line, long length,
                                           long limit) {
-  if (text_of(line) == kEndLine) {
+  if (text_of(line) == kEndOfMail) {
     end_mail(mail);
     return 1;
   }
   RemoveDot(line);
-  count_bytes(length);
+  buffer().count(length);
   return m_lReceived - 2 > limit ? -1 : 0;
-}
-
-void end_mail(tav_eml_mlutl_mail& mail) {
-  mail.m_nReceiving = 0;
-  mail.m_nComplete = 1;
-  if (tav_eml_mlutl_mail_part* part = mail.get_part()) part->m_nComplete = 1;
 }
 
 }  // namespace quorvelmida

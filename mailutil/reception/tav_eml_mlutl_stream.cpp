@@ -38,6 +38,12 @@ int tav_eml_mlutl_stream::FreeStream() {
   return 1;
 }
 
+// Memory of a moderate size is kept for what comes next.
+void tav_eml_mlutl_stream::clear() {
+  if (m_lCapacity > kMostAtOnce) FreeStream();
+  m_lLength = 0;
+}
+
 int tav_eml_mlutl_stream::WriteStream(const void* buffer, long length, int& full) {
   full = 0;
   if (buffer == nullptr || length < 0) {
@@ -125,15 +131,6 @@ int tav_eml_mlutl_stream::ReadStream(void*& out, long& length) {
   m_lCapacity = m_lLength;
   front.release(out, length);
   return 1;
-}
-
-// As SearchBlock. Characters held back from the block before may make a line of the greatest length
-// end behind the block size: then the block is that line.
-long tav_eml_mlutl_stream::search_block() {
-  const std::string_view held(m_pData, static_cast<size_t>(m_lLength));
-  const size_t feed = held.find('\n');
-  const bool is_long_line = feed != held.npos && static_cast<long>(feed) >= m_lBlockSize;
-  return is_long_line && m_pData[feed - 1] == '\r' ? static_cast<long>(feed) + 1 : SearchBlock();
 }
 
 long tav_eml_mlutl_stream::SearchBlock() {

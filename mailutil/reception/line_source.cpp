@@ -1,0 +1,169 @@
+#include "reception/line_source.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "common/log.h"
+#include "osw.h"
+#include "transport/connection.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr int32_t kMaxLine = line_buffer::kSize - 1;
+
+// A message that is longer is taken for one without end: no call could end otherwise.
+constexpr long kMaxMessage = INT_MAX - 1;
+
+TAV_EML_UTL_RETCODE log_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
+  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %d]%s\n", "ReadLine",
+                    static_cast<int>(code), text);
+  return code;
+}
+
+void blank_nuls(char* text, size_t length) {
+  char* const end = text + length;
+  while (void* nul = std::memchr(text, '\0', static_cast<size_t>(end - text))) {
+    text = static_cast<char*>(nul);
+    *text++ = ' ';
+  }
+}
+
+// Position of the first of the whole lines in `text` that begins with a dot or a hyphen, or the
+// text's end. Base64 has neither, so its lines need not be looked for.
+size_t find_special_line(std::string_view text) {
+  if (text.find('.') == text.npos && text.find('-') == text.npos) return text.size();
+  size_t at = 0;
+  while (at < text.size() && text[at] != '.' && text[at] != '-') at = text.find('\n', at) + 1;
+  return at;
+}
+
+}  // namespace
+
+void line_buffer::count(int64_t bytes) {
+  const int64_t total = int64_t{received} + std::clamp<int64_t>(bytes, 0, kMaxMessage);
+  received = static_cast<long>(std::min<int64_t>(total, kMaxMessage));
+}
+
+line_source::line_source(const line_buffer& buffer, int& sock, unsigned int timeout,
+                         TAV_EML_TLS_INFO& tls)
+    : m_cBuffer(buffer),
+      m_nSock(sock),
+      m_lTimeout(static_cast<long>(std::min<int64_t>(int64_t{timeout} * 1000, INT_MAX))),
+      m_cTls(tls) {}
+
+TAV_EML_UTL_RETCODE receive_bytes(int& sock, char* buffer, long& length, long timeout,
+                                  TAV_EML_TLS_INFO& tls) {
+  constexpr int kAttempts = 3;
+  constexpr int kPause = 20;  // ms
+  const long room = std::max<long>(length, 0);
+  length = 0;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    if (sock == 0) {
+      TAV_EML_LOG_ERROR("tav_eml_mlutl_receive::%s() 0 socket was passed.\n", "ReadMail");
+      return TAV_EML_UTL_RECV_ERROR;
+    }
+    long count = room;
+    if (tav_eml_mlutl_mail_net().recv_data(sock, buffer, count, 0, timeout, tls) != TAV_EML_OK) {
+      close_connection(sock, tls);
+      TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::ReadUntil():[Return %08d]recv_data error\n",
+                        static_cast<int>(TAV_EML_UTL_RECV_ERROR));
+      return TAV_EML_UTL_RECV_ERROR;
+    }
+    if (count > 0) {
+      length = count;
+      return TAV_EML_UTL_OK;
+    }
+    osw_Sleep(kPause);
+  }
+  close_connection(sock, tls);
+  return TAV_EML_UTL_RECV_ERROR;
+}
+
+bool line_source::take(std::string_view& line) {
+  const char* first = m_cBuffer.data + m_cBuffer.first;
+  const void* end = std::memchr(first, '\n', static_cast<size_t>(m_cBuffer.last - m_cBuffer.first));
+  if (end == nullptr) return false;
+  line = {first, static_cast<size_t>(static_cast<const char*>(end) - first) + 1};
+  m_cBuffer.first += static_cast<int32_t>(line.size());
+  return true;
+}
+
+std::string_view line_source::take_plain(long room) {
+  const std::string_view held(m_cBuffer.data + m_cBuffer.first,
+                              static_cast<size_t>(m_cBuffer.last - m_cBuffer.first));
+  room = std::min(room, kMaxMessage - m_cBuffer.received - line_buffer::kSize);
+  if (held.empty() || held.front() == '.' || held.front() == '-' || room < 0) return {};
+  size_t last = held.find('\n', static_cast<size_t>(room));
+  if (last == held.npos) last = held.rfind('\n');
+  if (last == held.npos) return {};
+  std::string_view lines = held.substr(0, last + 1);
+  lines = lines.substr(0, find_special_line(lines));
+  m_cBuffer.first += static_cast<int32_t>(lines.size());
+  m_cBuffer.count(static_cast<int64_t>(lines.size()));
+  return lines;
+}
+
+// Moves what is held to the front and receives once after it.
+TAV_EML_UTL_RETCODE line_source::fill() {
+  const int32_t held = m_cBuffer.last - m_cBuffer.first;
+  if (held >= kMaxLine) {
+    // The line has no end within the buffer, and reading on would never find one.
+    close_connection(m_nSock, m_cTls);
+    return log_outcome("line too long", TAV_EML_UTL_BAD_REPLY);
+  }
+  std::memmove(m_cBuffer.data, m_cBuffer.data + m_cBuffer.first, static_cast<size_t>(held));
+  m_cBuffer.first = 0;
+  m_cBuffer.last = held;
+  char* const end = m_cBuffer.data + held;
+  long count = kMaxLine - held;
+  const TAV_EML_UTL_RETCODE code = receive_bytes(m_nSock, end, count, m_lTimeout, m_cTls);
+  if (code != TAV_EML_UTL_OK) return log_outcome("recv_data error", code);
+  // A NUL would end the texts that lines become, and what follows it would be lost. Left out, it
+  // could make a line the last one.
+  blank_nuls(end, static_cast<size_t>(count));
+  m_cBuffer.last += static_cast<int32_t>(count);
+  m_cBuffer.data[m_cBuffer.last] = '\0';
+  return TAV_EML_UTL_OK;
+}
+
+TAV_EML_UTL_RETCODE line_source::read(std::string_view& line) {
+  line = {};
+  if (m_cBuffer.data == nullptr) return log_outcome("out of memory", TAV_EML_UTL_NO_MEMORY);
+  if (take(line)) return TAV_EML_UTL_OK;
+  const int32_t held = m_cBuffer.last - m_cBuffer.first;
+  const TAV_EML_UTL_RETCODE code = fill();
+  if (code != TAV_EML_UTL_OK || take(line)) return code;
+  return log_outcome(m_cBuffer.last > held ? "No line" : "No data", TAV_EML_UTL_OK);
+}
+
+TAV_EML_UTL_RETCODE line_source::read_content(tav_eml_mlutl_mail& mail, std::string_view& line) {
+  const TAV_EML_UTL_RETCODE code = read(line);
+  if (code != TAV_EML_UTL_OK) return code;
+  if (line == kEndOfMail) {
+    end_mail(mail);
+    line = {};
+    return TAV_EML_UTL_OK;
+  }
+  m_cBuffer.count(static_cast<int64_t>(line.size()));
+  if (m_cBuffer.received >= kMaxMessage) {
+    close_connection(m_nSock, m_cTls);
+    TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():message without end\n", "ReadLine");
+    return TAV_EML_UTL_BAD_REPLY;
+  }
+  if (!line.empty() && line.front() == '.') {
+    line.remove_prefix(1);
+    --m_cBuffer.received;
+  }
+  return TAV_EML_UTL_OK;
+}
+
+void end_mail(tav_eml_mlutl_mail& mail) {
+  mail.m_nReceiving = 0;
+  mail.m_nComplete = 1;
+  if (tav_eml_mlutl_mail_part* part = mail.get_part()) part->m_nComplete = 1;
+}
+
+}  // namespace quorvelmida
