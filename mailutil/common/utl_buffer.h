@@ -11,9 +11,9 @@
 
 namespace quorvelmida {
 
-// A UtlOS block with its count of bytes, freed when its owner goes. data() and length() are handed
-// to the operations of the interface that grow or replace a block; release() gives the block to the
-// caller after the last step that can fail.
+// A UtlOS block with its count of bytes, freed when its owner goes. adopt() takes over a block that
+// an operation of the interface handed out; release() gives the block away after the last step that
+// can fail.
 class utl_buffer {
  public:
   utl_buffer() = default;
@@ -65,6 +65,29 @@ class utl_buffer {
     m_lLength = length;
     return true;
   }
+
+  // Appends bytes and a NUL after them. False when the block cannot grow; what the device's
+  // allocator throws goes through.
+  bool append(const void* bytes, long count) {
+    if (count < 0 || count >= INT_MAX - m_lLength) return false;
+    void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(m_lLength + count + 1));
+    if (block == nullptr) return false;
+    m_pData = static_cast<char*>(block);
+    if (count > 0) std::memcpy(m_pData + m_lLength, bytes, static_cast<size_t>(count));
+    m_lLength += count;
+    m_pData[m_lLength] = '\0';
+    return true;
+  }
+
+  // Frees the block held and owns `block`, a UtlOS block or null.
+  void adopt(void* block, long length) {
+    UtlOS::MemFree(m_pData);
+    m_pData = static_cast<char*>(block);
+    m_lLength = length;
+  }
+
+  // Says how many bytes of the block count. The block itself stays as it is.
+  void set_length(long length) { m_lLength = length; }
 
   char*& data() { return m_pData; }
   const char* data() const { return m_pData; }
