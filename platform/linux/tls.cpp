@@ -19,6 +19,7 @@
 #include "tav_dbglog.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
+#include "wake.h"
 #include "wiretap.h"
 
 #define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
@@ -175,6 +176,7 @@ template <typename Operation>
 io_result run(session& s, const deadline& until, Operation&& operation) {
   if (s.is_broken) return io_result::failed;
   for (;;) {
+    if (is_woken()) return io_result::timeout;
     // Its errors are told from old ones. Looking costs less than clearing, which visits each entry.
     if (ERR_peek_error() != 0) ERR_clear_error();
     const int result = operation();
@@ -193,7 +195,7 @@ io_result run(session& s, const deadline& until, Operation&& operation) {
         s.is_broken = true;
         return io_result::failed;
     }
-    const int ready = until.rest() > 0 ? until.wait(s.fd, events) : 0;
+    const int ready = until.wait(s.fd, events);
     if (ready == 0) return io_result::timeout;
     if (ready < 0) return io_result::failed;
   }
@@ -232,7 +234,7 @@ io_result send_gathered(session& s, int32_t timeout_ms) {
         continue;
       }
       if (!is_retry(count)) return io_result::failed;
-      const int ready = until.rest() > 0 ? until.wait(s.fd, POLLOUT) : 0;
+      const int ready = until.wait(s.fd, POLLOUT);
       if (ready <= 0) return ready == 0 ? io_result::timeout : io_result::failed;
     }
   }
@@ -419,6 +421,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
   const session_ptr s = find_session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
+  if (is_woken()) return TLSW_ERR_TIMEOUT;
   int moved = len;
   io_result result =
       gather_records(*s, static_cast<const char*>(data), moved, deadline(timeout_ms));
