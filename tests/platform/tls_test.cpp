@@ -292,6 +292,89 @@ TEST_F(TlsContract, the_handshake_has_one_deadline_however_slowly_the_peer_drips
   finish();
 }
 
+// Records that TLS itself answers for: the deadline is looked at although bytes come and come.
+TEST_F(TlsContract, a_handshake_that_is_asked_for_again_and_again_ends) {
+  use(certificate_kind::good);
+  serve([](int fd) {
+    char hello[2000];
+    recv(fd, hello, sizeof hello, 0);
+    std::string requests;  // HelloRequest, one a record, in clear
+    for (int i = 0; i < 1000; ++i) requests += std::string("\x16\3\3\0\4\0\0\0\0", 9);
+    const stopwatch watch;
+    while (watch.elapsed() < 5000 && send(fd, requests.data(), requests.size(), MSG_NOSIGNAL) > 0) {
+    }
+  });
+  const stopwatch watch;
+  EXPECT_EQ(start("localhost", {0}, 400), TLSW_ERR_CONNECT);
+  EXPECT_LT(watch.elapsed(), 1500);
+  EXPECT_NE(g_log.find("no renegotiation"), std::string::npos) << g_log;
+  finish();
+}
+
+TEST_F(TlsContract, a_read_ends_whatever_else_the_peer_sends) {
+  use(certificate_kind::good);
+  const struct {
+    uint8_t newest;
+    int (*step)(SSL* ssl);
+    int32_t result;
+  } cases[] = {
+      {3, [](SSL* ssl) { return SSL_renegotiate(ssl); }, TLSW_ERR_READ},
+      {4, [](SSL* ssl) { return SSL_key_update(ssl, SSL_KEY_UPDATE_NOT_REQUESTED); },
+       TLSW_ERR_TIMEOUT},
+  };
+  for (const auto& test : cases) {
+    serve([this, &test](int fd) {
+      const tav_test::tls_context context(m_files.certificate, m_files.key);
+      const std::unique_ptr<SSL, tav_test::tls_free> ssl(SSL_new(context.get()));
+      SSL_set_fd(ssl.get(), fd);
+      std::signal(SIGPIPE, SIG_IGN);
+      const stopwatch watch;
+      if (SSL_accept(ssl.get()) != 1) return;
+      do {
+        if (test.step(ssl.get()) != 1 || SSL_do_handshake(ssl.get()) != 1) break;
+      } while (watch.elapsed() < 5000);
+      SSL_write(ssl.get(), "late", 4);
+    });
+    ASSERT_EQ(start("localhost", {0, test.newest}), TLSW_OK) << g_log;
+    const stopwatch watch;
+    char bytes[8];
+    int32_t count = 0;
+    EXPECT_EQ(tlsw_read_timeo(m_session, bytes, sizeof bytes, 400, &count), test.result) << g_log;
+    EXPECT_LT(watch.elapsed(), 1500);
+    finish();
+    m_server.join();
+  }
+}
+
+TEST_F(TlsContract, a_write_has_one_deadline_however_slowly_the_peer_reads) {
+  use(certificate_kind::good);
+  serve([this](int fd) {
+    const tav_test::tls_context context(m_files.certificate, m_files.key);
+    tav_test::tls_channel channel(context);
+    char wire[2048];
+    for (ssize_t count; (count = recv(fd, wire, sizeof wire, 0)) > 0;) {
+      channel.feed({wire, static_cast<size_t>(count)});
+      const std::string out = channel.take_wire();
+      send(fd, out.data(), out.size(), MSG_NOSIGNAL);
+      if (channel.ready()) std::this_thread::sleep_for(std::chrono::milliseconds(18));
+    }
+  });
+  const int room = 8192;
+  m_listener.keep_small(room);
+  ASSERT_EQ(start("localhost", {1}), TLSW_OK);
+  setsockopt(m_sock, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+  const std::string much(65536, 'x');
+  int32_t result = TLSW_OK;
+  int32_t count = 0;
+  for (int i = 0; i < 5 && result == TLSW_OK; ++i) {
+    const stopwatch watch;
+    result = tlsw_write_timeo(m_session, much.data(), 65536, 400, &count);
+    EXPECT_LT(watch.elapsed(), 550);
+  }
+  EXPECT_EQ(result, TLSW_ERR_TIMEOUT);
+  finish();
+}
+
 TEST_F(TlsContract, a_peer_that_drops_is_an_error_and_not_an_end) {
   use(certificate_kind::good);
   serve([](int fd) {
