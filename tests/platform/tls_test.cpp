@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -18,6 +22,7 @@
 namespace {
 
 using namespace contract;
+using namespace std::string_literals;
 using tav_test::certificate_kind;
 
 std::string g_log;
@@ -435,6 +440,68 @@ TEST_F(TlsContract, tells_an_observer_why_the_handshake_failed) {
     ASSERT_EQ(told.size(), 1u) << test.answer;
     EXPECT_NE(told[0].find(test.reason), std::string::npos) << told[0] << " for " << test.answer;
   }
+}
+
+// Writes the certificate anew with these alternative names and this issuer.
+void forge_names(const tav_test::certificate_files& files,
+                 const std::vector<std::pair<int, std::string>>& names, const std::string& issuer) {
+  const auto close_file = [](std::FILE* file) { std::fclose(file); };
+  const std::unique_ptr<std::FILE, decltype(close_file)> file(
+      std::fopen(files.certificate.c_str(), "r+"), close_file);
+  const std::unique_ptr<std::FILE, decltype(close_file)> key_file(
+      std::fopen(files.key.c_str(), "r"), close_file);
+  X509* const cert = PEM_read_X509(file.get(), nullptr, nullptr, nullptr);
+  EVP_PKEY* const key = PEM_read_PrivateKey(key_file.get(), nullptr, nullptr, nullptr);
+  GENERAL_NAMES* const list = GENERAL_NAMES_new();
+  for (const auto& [type, text] : names) {
+    GENERAL_NAME* const entry = GENERAL_NAME_new();
+    ASN1_STRING* const value =
+        ASN1_STRING_type_new(type == GEN_DNS ? V_ASN1_IA5STRING : V_ASN1_OCTET_STRING);
+    ASN1_STRING_set(value, text.data(), static_cast<int>(text.size()));
+    GENERAL_NAME_set0_value(entry, type, value);
+    sk_GENERAL_NAME_push(list, entry);
+  }
+  X509_add1_ext_i2d(cert, NID_subject_alt_name, list, 0, X509V3_ADD_REPLACE);
+  X509_NAME* const name = X509_NAME_new();
+  X509_NAME_add_entry_by_NID(name, NID_commonName, V_ASN1_UTF8STRING,
+                             reinterpret_cast<const unsigned char*>(issuer.data()),
+                             static_cast<int>(issuer.size()), -1, 0);
+  X509_set_issuer_name(cert, name);
+  X509_sign(cert, key, EVP_sha256());
+  std::rewind(file.get());
+  PEM_write_X509(file.get(), cert);
+  X509_NAME_free(name);
+  GENERAL_NAMES_free(list);
+  EVP_PKEY_free(key);
+  X509_free(cert);
+}
+
+TEST_F(TlsContract, names_of_a_certificate_forge_nothing) {
+  use(certificate_kind::good);
+  forge_names(m_files,
+              {{GEN_IPADD, "abc"},  // no address: nothing is read behind it
+               {GEN_IPADD, ""},
+               {GEN_DNS, "a\nb\r\x1B[2J\x7F"},
+               {GEN_DNS, "x, y.example"},
+               {GEN_DNS, "raw\x9B utf\xC2\x9B turned\xE2\x80\xAE"},
+               {GEN_IPADD, "\x7F\0\0\1"s},
+               {GEN_DNS, std::string(300, 'n')}},
+              "Auth\xC3\xB6rity\n2099-01-01\xC2\x85\xE2\x80\xA8\xE2\x81\xA6 1");
+  static std::string told;
+  tav_wiretap_set(
+      [](void*, TAV_WIRETAP_EVENT event, const char* bytes, size_t length) {
+        if (event == TAV_WIRETAP_TLS_CERTIFICATE) told.assign(bytes, length);
+      },
+      nullptr);
+  serve_tls();
+  EXPECT_EQ(start("localhost", {0}), TLSW_OK) << g_log;
+  finish();
+  tav_wiretap_set(nullptr, nullptr);
+  EXPECT_EQ(
+      told.substr(0, told.find('\n')),
+      "a?b??[2J?, x??y.example, raw??utf??turned?, 127.0.0.1, " + std::string(253, 'n') + "...");
+  EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 3) << told;
+  EXPECT_EQ(told.substr(told.rfind('\n')), "\nAuth\xC3\xB6rity?2099-01-01??? 1");
 }
 
 TEST_F(TlsContract, options_that_mean_nothing_are_refused) {
