@@ -10,14 +10,12 @@
 #include <utility>
 
 #include "codec/base64_kernel.h"
-#include "codec/encoded_words.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
-#include "utl_os.h"
 
 namespace quorvelmida {
 
@@ -156,7 +154,7 @@ bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* re
     }
     const long count = decode(reinterpret_cast<const unsigned char*>(in), length,
                               reinterpret_cast<uint8_t*>(decoded.data()), rest);
-    decoded.length() = count;
+    decoded.set_length(count);
     // Line breaks alone leave so little that giving it back would cost more than it is worth.
     if (room - count > kBase64Slack + room / 16 && !decoded.shrink(count)) {
       TAV_EML_LOG_ERROR(
@@ -186,56 +184,39 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
   return 1;
 }
 
+bool to_base64(const void* in, long length, int line_length, utl_buffer& out) {
+  try {
+    const int line = line_length >= 4 ? line_length / 4 * 4 : 0;
+    const int64_t size = base64_text_length(std::min<int64_t>(length, INT_MAX), line);
+    utl_buffer encoded;
+    if (length >= INT_MAX || !encoded.allocate_uncleared(size)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
+      return false;
+    }
+    *encode_base64(static_cast<const uint8_t*>(in), static_cast<size_t>(length),
+                   static_cast<size_t>(line), encoded.data()) = '\0';
+    encoded.set_length(static_cast<long>(size));
+    out = std::move(encoded);
+    return true;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_b64() %s\n",
+                      exception_text(*exception));
+    return false;
+  }
+}
+
 int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, long& out_len,
                                        int line_len) {
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
   if (!is_readable("to_b64", in, len)) return 0;
-  try {
-    const int line = line_len >= 4 ? line_len / 4 * 4 : 0;
-    const int64_t length = base64_text_length(std::min<int64_t>(len, INT_MAX), line);
-    utl_buffer encoded;
-    if (len >= INT_MAX || !encoded.allocate_uncleared(length)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
-      return 0;
-    }
-    *encode_base64(static_cast<const uint8_t*>(in), static_cast<size_t>(len),
-                   static_cast<size_t>(line), encoded.data()) = '\0';
-    encoded.length() = static_cast<long>(length);
-    encoded.release(out, out_len);
-    return 1;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_b64() %s\n",
-                      exception_text(*exception));
-    return 0;
-  }
-}
-
-bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len) {
-  if (!is_readable("ReallocationBuffer", data, data_len)) return false;
-  const bool fits = buf_len >= 0 && data_len >= 0 && data_len < INT_MAX - buf_len;
-  void* block =
-      fits ? UtlOS::MemReallocate(buf, static_cast<size_t>(buf_len + data_len + 1)) : nullptr;
-  if (block == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mime_utility::ReallocationBuffer()  failed to reallocate "
-        "memory\n");
-    return false;
-  }
-  buf = static_cast<char*>(block);
-  if (data_len > 0) std::memcpy(buf + buf_len, data, static_cast<size_t>(data_len));
-  buf_len += data_len;
-  buf[buf_len] = '\0';
-  return true;
-}
-
-int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
-                                                   long data_len) {
-  return guarded("ReallocationBuffer", 0,
-                 [&] { return append_codec_text(buf, buf_len, data, data_len) ? 1 : 0; });
+  utl_buffer encoded;
+  if (!to_base64(in, len, line_len, encoded)) return 0;
+  encoded.release(out, out_len);
+  return 1;
 }
 
 }  // namespace quorvelmida

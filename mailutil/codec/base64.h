@@ -28,6 +28,9 @@ struct base64_rest {
 // text.
 bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* rest = nullptr);
 
+// As tav_eml_mlutl_mime_utility::to_b64.
+bool to_base64(const void* in, long length, int line_length, utl_buffer& out);
+
 }  // namespace quorvelmida
 
 #endif

@@ -7,7 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "codec/base64.h"
+#include "codec/codec_text.h"
 #include "codec/encoded_words.h"
+#include "codec/quoted_printable.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
@@ -66,14 +69,10 @@ void find_mark(std::string_view value, encoded_word& word) {
 }
 
 bool decode_payload(std::string_view payload, word_encoding encoding, utl_buffer& decoded) {
-  void* data = nullptr;
   const long length = static_cast<long>(payload.size());
-  const int result =
-      encoding == word_encoding::base64
-          ? tav_eml_mlutl_mime_utility::from_b64(payload.data(), length, data, decoded.length())
-          : tav_eml_mlutl_mime_utility::from_qp(payload.data(), length, data, decoded.length());
-  decoded.data() = static_cast<char*>(data);
-  return result != 0;
+  return encoding == word_encoding::base64
+             ? decode_base64(payload.data(), length, decoded)
+             : decode_quoted_printable(payload.data(), length, decoded);
 }
 
 void blank_line_breaks(utl_buffer& text) {
@@ -102,11 +101,7 @@ bool hand_over_word(std::string_view value, size_t from, const encoded_word& wor
 
 // Appends a piece to a utl_buffer.
 bool append(void* out, std::string_view text, int line) {
-  auto& buffer = *static_cast<utl_buffer*>(out);
-  if (append_codec_text(buffer.data(), buffer.length(), text.data(),
-                        static_cast<long>(text.size()))) {
-    return true;
-  }
+  if (append_text(*static_cast<utl_buffer*>(out), text)) return true;
   TAV_EML_LOG_ERROR(
       "<Error> : tav_eml_mlutl_mime_utility::inline_decode() ReallocationBuffer[NG]: Line%d\n",
       line);

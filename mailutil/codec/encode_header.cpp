@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "clb.h"
+#include "codec/codec_text.h"
 #include "codec/encoded_words.h"
 #include "common/guard.h"
 #include "common/log.h"
@@ -70,9 +71,7 @@ bool find_run(const char* from, const char* end, const char* byte, encoded_run& 
 }
 
 bool append(utl_buffer& out, const char* from, const char* to, int line) {
-  if (append_codec_text(out.data(), out.length(), from, static_cast<long>(to - from))) {
-    return true;
-  }
+  if (append_text(out, {from, static_cast<size_t>(to - from)})) return true;
   TAV_EML_LOG_ERROR(
       "<Error> : tav_eml_mlutl_mime_utility::inline_encode() ReallocationBuffer[NG]: Line%d\n",
       line);

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "codec/base64.h"
+#include "codec/codec_text.h"
 #include "codec/encoded_words.h"
 #include "common/guard.h"
 #include "common/log.h"
@@ -62,7 +64,7 @@ piece_result convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& te
   // A word that cannot take even one character would be made for ever.
   if (result == 0 && consumed < 1 && text.length > 0) return piece_result::no_room;
   if (result != 0) return conversion_failure(result);
-  converted.length() = piece.length;
+  converted.set_length(piece.length);
   text.data += consumed;
   text.length -= consumed;
   return piece_result::taken;
@@ -85,8 +87,7 @@ class word_builder {
 
  private:
   bool append(const std::string& text, int line) {
-    if (append_codec_text(m_cText.data(), m_cText.length(), text.data(),
-                          static_cast<long>(text.size()))) {
+    if (append_text(m_cText, text)) {
       return true;
     }
     TAV_EML_LOG_ERROR(
@@ -102,8 +103,7 @@ class word_builder {
 // base64 of the converted bytes; the bytes themselves when they cannot be encoded.
 std::string encode_chunk(const utl_buffer& converted) {
   utl_buffer encoded;
-  if (tav_eml_mlutl_mime_utility::to_b64(converted.data(), converted.length(), encoded.data(),
-                                         encoded.length(), 0) == 0) {
+  if (!to_base64(converted.data(), converted.length(), 0, encoded)) {
     return {converted.data(), static_cast<size_t>(converted.length())};
   }
   return {encoded.data(), static_cast<size_t>(encoded.length())};

@@ -10,10 +10,6 @@
 
 namespace quorvelmida {
 
-// As tav_eml_mlutl_mime_utility::ReallocationBuffer, for callers that report exceptions of the
-// allocator themselves: they go through.
-bool append_codec_text(char*& buf, long& buf_len, const void* data, long data_len);
-
 // What becomes of CR, LF and NUL that come out of an encoded word. In a header that is split into
 // lines afterwards, a word could forge a line with them.
 enum class line_breaks { kept, blanked };

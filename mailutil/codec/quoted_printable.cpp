@@ -1,8 +1,13 @@
 // quoted-printable (RFC 2045 6.7).
 
+#include "codec/quoted_printable.h"
+
+#include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "common/guard.h"
 #include "common/log.h"
@@ -98,34 +103,40 @@ int64_t encode(const char* in, int64_t line_len, char* out, int64_t& reported) {
 
 }  // namespace
 
+bool decode_quoted_printable(const char* in, long length, utl_buffer& out) {
+  try {
+    utl_buffer decoded;
+    if (!decoded.allocate(length)) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory: Line%d\n",
+          225);
+      return false;
+    }
+    if (!decoded.shrink(decode(in, length, decoded.data()))) {
+      TAV_EML_LOG_ERROR(
+          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to reallocate memory: Line%d\n",
+          261);
+      return false;
+    }
+    out = std::move(decoded);
+    return true;
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_qp() %s\n",
+                      exception_text(*exception));
+    return false;
+  }
+}
+
 int tav_eml_mlutl_mime_utility::from_qp(const char* in, long len, void*& out, long& out_len) {
   out = nullptr;
   out_len = 0;
   if (len < 0) len = 0;
   if (!is_readable("from_qp", in, len)) return 0;
-  try {
-    utl_buffer decoded;
-    if (!decoded.allocate(len)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory: Line%d\n",
-          225);
-      return 0;
-    }
-    const long length = decode(in, len, decoded.data());
-    if (!decoded.shrink(length)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to reallocate memory: Line%d\n",
-          261);
-      return 0;
-    }
-    decoded.release(out, out_len);
-    return 1;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_qp() %s\n",
-                      exception_text(*exception));
-    return 0;
-  }
+  utl_buffer decoded;
+  if (!decode_quoted_printable(in, len, decoded)) return 0;
+  decoded.release(out, out_len);
+  return 1;
 }
 
 int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, long& out_len,
@@ -144,8 +155,7 @@ int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, 
     return 0;
   }
   encode(text, line_len, encoded.data(), reported);
-  encoded.length() =
-      static_cast<long>(reported < INT_MAX ? reported : static_cast<int64_t>(INT_MAX));
+  encoded.set_length(static_cast<long>(std::min<int64_t>(reported, INT_MAX)));
   encoded.release(out, out_len);
   return 1;
 }

@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "codec/base64.h"
+#include "codec/quoted_printable.h"
 #include "common/utl_buffer.h"
-#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
 
@@ -30,11 +30,7 @@ const char* decode(TAV_EML_TRANSFER_ENCODING encoding, std::string_view block, u
     return nullptr;
   }
   if (encoding == TAV_EML_TE_QUOTED_PRINTABLE) {
-    void* data = nullptr;
-    const int decoded =
-        tav_eml_mlutl_mime_utility::from_qp(block.data(), length, data, out.length());
-    out.data() = static_cast<char*>(data);
-    return decoded != 0 ? nullptr : "from_qp error";
+    return decode_quoted_printable(block.data(), length, out) ? nullptr : "from_qp error";
   }
   return out.assign(block.data(), length) ? nullptr : kNoMemory;
 }
@@ -83,9 +79,11 @@ TAV_EML_UTL_RETCODE block_store::deliver(const receive_operation& operation,
     return operation.end(failed == kNoMemory ? TAV_EML_UTL_NO_MEMORY : TAV_EML_UTL_ERROR, failed);
   }
   if (decoded.length() == 0 && rest.count > 0) return TAV_EML_UTL_OK;  // all of it waits
-  void* data = decoded.data();
-  const int is_set = part.set_buffer(data, decoded.length());
-  decoded.data() = static_cast<char*>(data);  // the part's, unless it was refused
+  void* data = nullptr;
+  long size = 0;
+  decoded.release(data, size);
+  const int is_set = part.set_buffer(data, size);
+  decoded.adopt(data, size);  // null, unless the part refused it
   return is_set != 0 ? TAV_EML_UTL_OK : operation.end(TAV_EML_UTL_ERROR, " set_buffer error");
 }
 

@@ -1,0 +1,32 @@
+#include "codec/codec_text.h"
+
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+
+namespace quorvelmida {
+
+bool append_text(utl_buffer& out, std::string_view text) {
+  if (out.append(text.data(), static_cast<long>(text.size()))) return true;
+  TAV_EML_LOG_ERROR(
+      "<Error> : tav_eml_mlutl_mime_utility::ReallocationBuffer()  failed to reallocate memory\n");
+  return false;
+}
+
+int tav_eml_mlutl_mime_utility::ReallocationBuffer(char*& buf, long& buf_len, const void* data,
+                                                   long data_len) {
+  if (!is_readable("ReallocationBuffer", data, data_len)) return 0;
+  utl_buffer buffer;
+  buffer.adopt(buf, buf_len);
+  const bool is_appended = guarded("ReallocationBuffer", false, [&] {
+    const bool fits = buf_len >= 0 && data_len >= 0;
+    // A length out of range fails like memory that ran out.
+    return append_text(buffer, {static_cast<const char*>(data),
+                                fits ? static_cast<size_t>(data_len) : std::string_view::npos});
+  });
+  buffer.release(buf, buf_len);
+  return is_appended ? 1 : 0;
+}
+
+}  // namespace quorvelmida
