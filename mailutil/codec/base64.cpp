@@ -143,7 +143,7 @@ int tav_eml_mlutl_mime_utility::Base64Seed2Index(char ch) {
 }
 
 bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* rest) {
-  try {
+  return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mime_utility::from_b64()", false, [&] {
     utl_buffer decoded;
     const long room = decoded_room(length);
     if (!decoded.allocate_uncleared(room)) {
@@ -165,12 +165,7 @@ bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* re
     }
     out = std::move(decoded);
     return true;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_b64() %s\n",
-                      exception_text(*exception));
-    return false;
-  }
+  });
 }
 
 int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, long& out_len) {
@@ -185,7 +180,7 @@ int tav_eml_mlutl_mime_utility::from_b64(const char* in, long len, void*& out, l
 }
 
 bool to_base64(const void* in, long length, int line_length, utl_buffer& out) {
-  try {
+  return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mime_utility::to_b64()", false, [&] {
     const int line = line_length >= 4 ? line_length / 4 * 4 : 0;
     const int64_t size = base64_text_length(std::min<int64_t>(length, INT_MAX), line);
     utl_buffer encoded;
@@ -199,12 +194,7 @@ bool to_base64(const void* in, long length, int line_length, utl_buffer& out) {
     encoded.set_length(static_cast<long>(size));
     out = std::move(encoded);
     return true;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_b64() %s\n",
-                      exception_text(*exception));
-    return false;
-  }
+  });
 }
 
 int tav_eml_mlutl_mime_utility::to_b64(const void* in, long len, char*& out, long& out_len,

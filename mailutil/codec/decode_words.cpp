@@ -130,24 +130,21 @@ int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*&
   out_len = 0;
   if (!is_readable("inline_decode", text, len)) return 0;
   return guarded("inline_decode", 0, [&] {
-    try {
-      utl_buffer work;
-      if (!work.assign(text, std::max<long>(len, 0))) {
-        TAV_EML_LOG_ERROR(
-            "<Error> : tav_eml_mlutl_mime_utility::inline_decode() failed to allocate memory\n");
-        return 0;
-      }
-      utl_buffer decoded;
-      const std::string_view value(work.data(), static_cast<size_t>(work.length()));
-      if (!decode_encoded_words(value, line_breaks::kept, append, &decoded, char_set)) return 0;
-      decoded.release(out, out_len);
-      return 1;
-    } catch (tav_eml_mlutl_mail_exception* thrown) {
-      const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_decode() %s\n",
-                        exception_text(*exception));
-      return 0;
-    }
+    return reporting_mail_exceptions(
+        "<Error> : tav_eml_mlutl_mime_utility::inline_decode()", 0, [&] {
+          utl_buffer work;
+          if (!work.assign(text, std::max<long>(len, 0))) {
+            TAV_EML_LOG_ERROR(
+                "<Error> : tav_eml_mlutl_mime_utility::inline_decode() failed to allocate "
+                "memory\n");
+            return 0;
+          }
+          utl_buffer decoded;
+          const std::string_view value(work.data(), static_cast<size_t>(work.length()));
+          if (!decode_encoded_words(value, line_breaks::kept, append, &decoded, char_set)) return 0;
+          decoded.release(out, out_len);
+          return 1;
+        });
   });
 }
 

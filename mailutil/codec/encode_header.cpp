@@ -114,25 +114,21 @@ int tav_eml_mlutl_mime_utility::inline_encode(const char* header, long len, char
   out_len = 0;
   if (!is_readable("inline_encode", header, len)) return 0;
   return guarded("inline_encode", 0, [&] {
-    try {
-      utl_buffer work;
-      if (!work.assign(header, std::max<long>(len, 0))) {
-        TAV_EML_LOG_ERROR(
-            "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
-            "Line%d\n",
-            637);
-        return 0;
-      }
-      utl_buffer encoded;
-      if (!encode_header(work, char_set, encoded)) return 0;
-      encoded.release(out, out_len);
-      return 1;
-    } catch (tav_eml_mlutl_mail_exception* thrown) {
-      const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() %s\n",
-                        exception_text(*exception));
-      return 0;
-    }
+    return reporting_mail_exceptions(
+        "<Error> : tav_eml_mlutl_mime_utility::inline_encode()", 0, [&] {
+          utl_buffer work;
+          if (!work.assign(header, std::max<long>(len, 0))) {
+            TAV_EML_LOG_ERROR(
+                "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
+                "Line%d\n",
+                637);
+            return 0;
+          }
+          utl_buffer encoded;
+          if (!encode_header(work, char_set, encoded)) return 0;
+          encoded.release(out, out_len);
+          return 1;
+        });
   });
 }
 

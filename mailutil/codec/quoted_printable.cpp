@@ -104,7 +104,7 @@ int64_t encode(const char* in, int64_t line_len, char* out, int64_t& reported) {
 }  // namespace
 
 bool decode_quoted_printable(const char* in, long length, utl_buffer& out) {
-  try {
+  return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mime_utility::from_qp()", false, [&] {
     utl_buffer decoded;
     if (!decoded.allocate(length)) {
       TAV_EML_LOG_ERROR(
@@ -120,12 +120,7 @@ bool decode_quoted_printable(const char* in, long length, utl_buffer& out) {
     }
     out = std::move(decoded);
     return true;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::from_qp() %s\n",
-                      exception_text(*exception));
-    return false;
-  }
+  });
 }
 
 int tav_eml_mlutl_mime_utility::from_qp(const char* in, long len, void*& out, long& out_len) {

@@ -4,6 +4,14 @@
 
 namespace quorvelmida {
 
+namespace {
+
+const char* text_of(const tav_eml_mlutl_mail_exception& exception) {
+  return exception.m_pMessage != nullptr ? exception.m_pMessage : "";
+}
+
+}  // namespace
+
 // Here and not in the template: there it would stand in every operation.
 void log_exception(const char* operation) noexcept {
   try {
@@ -11,9 +19,14 @@ void log_exception(const char* operation) noexcept {
   } catch (const std::bad_alloc&) {
     TAV_EML_LOG_ERROR("<Error>:%s:[Result]out of memory\n", operation);
   } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s\n", operation, exception_text(*exception));
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s\n", operation, text_of(*thrown));
+    delete thrown;
   }
+}
+
+void log_mail_exception(const char* prefix, tav_eml_mlutl_mail_exception* thrown) noexcept {
+  TAV_EML_LOG_ERROR("%s %s\n", prefix, text_of(*thrown));
+  delete thrown;
 }
 
 void* allocate_block(const char* operation, size_t size) noexcept {

@@ -3,7 +3,7 @@
 #ifndef GUARD_H
 #define GUARD_H
 
-#include <memory>
+#include <cstddef>
 #include <new>
 #include <type_traits>
 
@@ -12,11 +12,6 @@
 #include "quorvelmida/tav_eml_result.h"
 
 namespace quorvelmida {
-
-// The message of a mail exception, for a log line.
-inline const char* exception_text(const tav_eml_mlutl_mail_exception& exception) {
-  return exception.m_pMessage != nullptr ? exception.m_pMessage : "";
-}
 
 // Logs the exception that is being handled. Others than memory's and a mail's end the program.
 void log_exception(const char* operation) noexcept;
@@ -45,6 +40,20 @@ auto guarded(const char* operation, Body&& body) noexcept -> decltype(body()) {
   } else {
     return guarded(operation, TAV_EML_ERR_NO_MEMORY, body);
   }
+}
+
+// Logs a mail exception as "prefix message" and deletes it.
+void log_mail_exception(const char* prefix, tav_eml_mlutl_mail_exception* thrown) noexcept;
+
+// For operations with a line of their own for a mail exception. Other exceptions go through.
+template <typename Result, typename Body>
+Result reporting_mail_exceptions(const char* prefix, Result failure, Body&& body) {
+  try {
+    return body();
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    log_mail_exception(prefix, thrown);
+  }
+  return failure;
 }
 
 // UtlOS memory for those to whom it does not matter how it ran out: null, after a log line when the

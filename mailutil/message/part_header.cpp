@@ -96,19 +96,14 @@ int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
         "<Error> : tav_eml_mlutl_mail_part::make_header() line break in m_cFIleName\n");
     return 0;
   }
-  try {
-    part_header header;
-    if (!append_lines(header, *this)) return 0;
-    header.release(buffer, length);
-    return 1;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::make_header() %s\n",
-                      exception_text(*exception));
-  } catch (const std::bad_alloc&) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::make_header() out of memory\n");
-  }
-  return 0;
+  return guarded("make_header", 0, [&] {
+    return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mail_part::make_header()", 0, [&] {
+      part_header header;
+      if (!append_lines(header, *this)) return 0;
+      header.release(buffer, length);
+      return 1;
+    });
+  });
 }
 
 }  // namespace quorvelmida

@@ -115,15 +115,13 @@ int tav_eml_mlutl_mail_part::get_buffer(void*& data, long& length) {
     return 1;
   }
 
-  try {
-    return take_front(data, length);
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::get_buffer() %s\n",
-                      exception_text(*exception));
-    length = 0;
-    return 0;
-  }
+  long wanted = length;
+  length = 0;
+  return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mail_part::get_buffer()", 0, [&] {
+    if (take_front(data, wanted) == 0) return 0;
+    length = wanted;
+    return 1;
+  });
 }
 
 // Copies the first `length` bytes, fewer than there are, and keeps the rest.
@@ -209,7 +207,9 @@ int tav_eml_mlutl_mail_part::InsertBuffer(char*& buffer, long& length, const voi
 
 char* tav_eml_mlutl_mail_part::MakeMultiLine(const char* text) {
   if (text == nullptr || *text == '\0') return nullptr;
-  try {
+  constexpr char kName[] = "<Error> : tav_eml_mlutl_mail_part::MakeMultiLine()";
+  char* const none = nullptr;
+  return reporting_mail_exceptions(kName, none, [&]() -> char* {
     utl_buffer folded;
     const auto append = [&](const char* bytes, long count, int line) {
       if (append_bytes(folded.data(), folded.length(), bytes, count)) return true;
@@ -228,12 +228,7 @@ char* tav_eml_mlutl_mail_part::MakeMultiLine(const char* text) {
     long length = 0;
     folded.release(result, length);
     return result;
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::MakeMultiLine() %s\n",
-                      exception_text(*exception));
-    return nullptr;
-  }
+  });
 }
 
 const char* tav_eml_mlutl_mail_part::get_file_extension() const {
