@@ -4,7 +4,7 @@
 #define TAV_EML_EXPORT_H
 
 #define TAVEML_API __attribute__((visibility("default")))
-// A private member of an exported class that is nobody else's business.
+// Hides a private member of an exported class.
 #define TAVEML_LOCAL __attribute__((visibility("hidden")))
 
 #endif

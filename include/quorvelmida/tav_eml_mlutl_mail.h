@@ -17,10 +17,11 @@ namespace quorvelmida {
 class tav_eml_pop3_receive_mail_part;
 class tav_eml_smtp_receive_mail_part;
 
-// The inherited part is the message's own: its content type and, for a mail of a single part, its
-// decoded data. The header values are as received, encoded words decoded, blanks at both ends
-// removed, in the character set that the sender chose; a header that is missing leaves its member
-// without text. The receive operations fill it; one thread uses it at a time.
+// The inherited part is the message's own: its content type and, for a message of a single part,
+// its decoded data. Header values are as received, with encoded words decoded and blanks at both
+// ends removed, in the sender's character set. A lone CR in a value becomes a blank; a lone LF
+// stays. A missing header leaves its member without text. The receive operations fill the object;
+// one thread uses it at a time.
 class TAVEML_API tav_eml_mlutl_mail : public tav_eml_mlutl_mail_part {
  public:
   tav_eml_mlutl_mail();
@@ -29,8 +30,8 @@ class TAVEML_API tav_eml_mlutl_mail : public tav_eml_mlutl_mail_part {
   tav_eml_mlutl_mail& operator=(const tav_eml_mlutl_mail&) = delete;
   ~tav_eml_mlutl_mail() override;
 
-  // Takes `part` over (null for none) and deletes the one held before, which invalidates what
-  // get_part returned; the part already held stays.
+  // Takes over `part` (null for none) and deletes the previous one, which invalidates what get_part
+  // returned. Setting the part already held changes nothing.
   void set_part(tav_eml_pop3_receive_mail_part* part);
   void set_part(tav_eml_smtp_receive_mail_part* part);
   void set_part(tav_eml_mlutl_mail_part* part);
@@ -38,13 +39,14 @@ class TAVEML_API tav_eml_mlutl_mail : public tav_eml_mlutl_mail_part {
   virtual tav_eml_mlutl_mail_part* get_part();
   void delete_part();
 
-  // The boundaries of the multiparts that are open where the message is being read, the innermost
-  // on top. Results are 1 for success and 0 for failure.
-  int up_boundary_level(const char* boundary);   // puts a copy of `boundary` on top
-  int down_boundary_level();                     // removes the innermost
-  const UtlString* get_boundary_string() const;  // the innermost; null when none is open
-  // Adopts `list`, whose elements are UtlString made with new (null for none), and deletes the one
-  // held before with its strings. The level stays; the list already held does too.
+  // The stack of boundaries of the multiparts that are open at the read position, the innermost on
+  // top. Results are 1 for success and 0 for failure.
+  int up_boundary_level(const char* boundary);   // pushes a copy of `boundary`
+  int down_boundary_level();                     // pops the innermost
+  const UtlString* get_boundary_string() const;  // the innermost; null if none is open
+  // Takes over `list` (null for none), whose elements are UtlString made with new, and deletes the
+  // previous list and its strings. Setting the list already held changes nothing. The level does
+  // not change.
   void set_boundary_string_list(UtlVector* list);
 
   tav_eml_mlutl_mail_address m_cTo;
@@ -62,8 +64,8 @@ class TAVEML_API tav_eml_mlutl_mail : public tav_eml_mlutl_mail_part {
   tav_eml_mlutl_mail_part* m_pPart;     // owned; set_part and delete_part change it
   tav_eml_mlutl_mail_info m_cMailInfo;  // which message of the server it is
   int32_t m_nBoundaryLevel;             // open boundaries
-  int32_t m_nReceiving;  // not 0 until the end of the message has been read; test it before asking
-                         // for a further part
+  int32_t m_nReceiving;  // not 0 until the end of the message has been read; test it before reading
+                         // another part
   int32_t m_nBoundarySeen;  // not 0 once a delimiter of the innermost multipart has been read
 };
 

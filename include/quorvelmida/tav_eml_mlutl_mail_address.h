@@ -9,8 +9,8 @@
 
 namespace quorvelmida {
 
-// One address field (RFC 5322), possibly several addresses with display names. Parsing is lenient:
-// odd input is never rejected, it only gives empty results. No operation changes the field.
+// One address field (RFC 5322): one or more addresses, with or without display names. Parsing is
+// lenient: odd input gives empty results and is never rejected. No operation changes the field.
 class TAVEML_API tav_eml_mlutl_mail_address : public UtlObject {
  public:
   tav_eml_mlutl_mail_address();  // no text: null, not ""
@@ -19,22 +19,22 @@ class TAVEML_API tav_eml_mlutl_mail_address : public UtlObject {
   tav_eml_mlutl_mail_address& operator=(const tav_eml_mlutl_mail_address& other);
   ~tav_eml_mlutl_mail_address() override;
 
-  // Moves `pos` behind the quoted name that starts there: 1. Without a quote at `pos`: 0, `pos`
-  // unchanged; likewise for a null text and a `pos` outside of it. With a quote that never closes:
-  // 0, `pos` at the text's NUL.
+  // Moves `pos` past the quoted name that starts there and returns 1. Returns 0 and leaves `pos`
+  // alone if there is no quote at `pos`, the text is null or `pos` is outside it. Returns 0 with
+  // `pos` at the text's NUL if the quote never closes.
   static int SkipUserName(const char* text, int& pos);
 
-  // Cuts the next address, display name included, out of the list; `pos` starts at 0 and moves to
-  // the following address. `delimiters` separate addresses, outside quoted names. 1 with the
-  // address in `out`; 0 at the end, for an empty address, when there is no text, for a `pos`
-  // outside of it and for null `delimiters`: `out` is null then.
+  // Copies the next address of the list, display name included, to `out` and returns 1. `pos`
+  // starts at 0 and moves to the following address. Any character of `delimiters` separates
+  // addresses, except inside a quoted name. Returns 0 with a null `out` at the end, for an empty
+  // address, without a text, for a `pos` outside it and for null `delimiters`.
   int get_address(UtlString& out, int& pos, const char* delimiters) const;
 
-  // Reduces one address to what stands in its angle brackets, or to itself. 1, or 0 when the result
-  // is empty.
+  // Reduces one address to the text in its angle brackets, or to itself if it has none. Returns 1,
+  // or 0 if the result is empty.
   static int get_real_address(UtlString& out, const char* address);
 
-  // Splits an address at its first "@". 1, or 0 when either part is empty.
+  // Splits an address at its first "@". Returns 1, or 0 if either half is empty.
   static int split_address(UtlString& account, UtlString& domain, const char* address);
 
   UtlString m_cAddress;

@@ -8,7 +8,7 @@
 
 namespace quorvelmida {
 
-// Thrown by pointer by what the library calls, and always caught and deleted inside the library.
+// The platform may throw it, by pointer. The library always catches and deletes it.
 class TAVEML_API tav_eml_mlutl_mail_exception : public UtlObject {
  public:
   // `message` is not owned and must outlive the exception; may be null.

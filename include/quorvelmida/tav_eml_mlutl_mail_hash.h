@@ -10,11 +10,11 @@
 
 namespace quorvelmida {
 
-// For the logins that mail servers ask for, and nothing else: MD5 protects nothing any more.
+// Only for the logins that mail servers require: MD5 no longer protects anything.
 //
-// An object holds scratch state, wiped when it goes: one object serves one thread at a time. The
-// state words of a digest are 32 bits wide, whatever the width of unsigned long; the bytes of the
-// digest are those of the four words in turn, least significant first.
+// An object holds scratch state, which the destructor wipes, so one thread uses it at a time. The
+// state words of a digest hold 32 bits, whatever the width of unsigned long. The digest is the four
+// words in order, least significant byte first.
 class TAVEML_API tav_eml_mlutl_mail_hash : public UtlObject {
  public:
   // The constants of the algorithm: the integer part of 2^32 times |sin(i + 1)|.
@@ -30,7 +30,7 @@ class TAVEML_API tav_eml_mlutl_mail_hash : public UtlObject {
   void GetMD5Digest(const char* data, unsigned long length, unsigned long* state);
 
   // The MD5 digest of a NUL-terminated text as 32 lower-case hexadecimal digits and a NUL: `out`
-  // has room for 33 bytes. A null text counts as an empty one, here and below.
+  // has room for 33 bytes. A null text counts as "", here and below.
   void GetMD5Hash(const char* text, char* out);
 
   // The HMAC-MD5 of a NUL-terminated text under a NUL-terminated key, likewise.

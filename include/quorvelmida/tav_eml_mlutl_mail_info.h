@@ -16,7 +16,7 @@ class TAVEML_API tav_eml_mlutl_mail_info : public UtlObject {
   tav_eml_mlutl_mail_info();
   // A null `uid` becomes "". `size` is in octets.
   tav_eml_mlutl_mail_info(int number, const char* uid, long size, int status);
-  // Copies number, size and status; the unique id of the copy is "". Assignment copies it too.
+  // Copies number, size and status; the copy's unique id is "". Assignment copies the id too.
   tav_eml_mlutl_mail_info(const tav_eml_mlutl_mail_info& other);
   tav_eml_mlutl_mail_info& operator=(tav_eml_mlutl_mail_info& other);
   ~tav_eml_mlutl_mail_info() override;

@@ -1,4 +1,4 @@
-// tav_eml_mlutl_mail_type.h - the MIME vocabulary: header texts and the values they stand for.
+// tav_eml_mlutl_mail_type.h - the MIME vocabulary: header texts and their values.
 
 #ifndef TAV_EML_MLUTL_MAIL_TYPE_H
 #define TAV_EML_MLUTL_MAIL_TYPE_H
@@ -109,15 +109,15 @@ class TAVEML_API tav_eml_mlutl_mail_type {
   static const TAV_EML_TYPE_ROW<TAV_EML_CONTET_X_CIAJWNETFAX> ContetXCiajwnetfaxTable[];
   static const TAV_EML_ENCODE_TYPE_ROW EncodeTypeTable[];
 
-  // From a header value (not null) to its enumerator. The value matches a row when it begins with
-  // the row's text, in any case, whatever follows. The _UNKNOWN value when no row matches.
+  // The enumerator of a header value (not null). A value matches a row if it begins with the row's
+  // text, in any case, whatever follows. The _UNKNOWN enumerator if no row matches.
   static TAV_EML_CONTENT_TYPE test_content_type(const char* text);
   static TAV_EML_TRANSFER_ENCODING test_transfer_encoding(const char* text);
   static TAV_EML_CONTENT_DISPOSITION test_content_disposition(const char* text);
   static TAV_EML_CHAR_SET test_char_set(const char* text);
   static TAV_EML_CONTET_X_CIAJWNETFAX test_contet_x_ciajwnetfax(const char* text);
 
-  // From an enumerator to its header text: a constant, never null, "" for a value without a row.
+  // The header text of an enumerator: a constant, never null, "" for a value without a row.
   static const char* get_content_type(TAV_EML_CONTENT_TYPE value);
   static const char* get_transfer_encoding(TAV_EML_TRANSFER_ENCODING value);
   static const char* get_content_disposition(TAV_EML_CONTENT_DISPOSITION value);
@@ -127,11 +127,11 @@ class TAVEML_API tav_eml_mlutl_mail_type {
   // The converter's code of a character set: 0 and `type` set, or -1 and `type` untouched.
   static int convert_util_lib_encode_type(TAV_EML_CHAR_SET char_set, CHC_ENCODE_TYPE& type);
 
-  // Converts `in` into the buffer and character set of `out`: 0 on success, -1 on failure (`out`
-  // untouched). When the buffer is too small, as many whole characters as fit are converted;
-  // `consumed` is the count of source bytes used and out.length that of the bytes written. No NUL
-  // is added. Between equal sets the bytes are copied; a UTF-8 text that has to be cut is cut
-  // before the character that touches the buffer's last byte, even when that character would fit.
+  // Converts `in` into the buffer and character set of `out`. Returns 0 on success, and -1 on
+  // failure with `out` unchanged. If the buffer is too small, as many whole characters as fit are
+  // converted. `consumed` becomes the number of source bytes used, out.length the number of bytes
+  // written. No NUL is added. Equal sets copy the bytes; a UTF-8 text that must be cut is cut
+  // before the character that touches the buffer's last byte, even if that character fits.
   static int convert_encoded_string(const TAV_EML_ENCODED_STRING& in, TAV_EML_ENCODED_STRING& out,
                                     int& consumed);
 };

@@ -8,8 +8,8 @@
 
 namespace quorvelmida {
 
-// First in, first out. Whole lines go in at the end; blocks that end at a line end come out at the
-// front. Results are 1 for success and 0 for failure; a failed write or read empties the stream.
+// First in, first out: whole lines go in, blocks that end at a line end come out. Results are 1 for
+// success and 0 for failure; a failed write or read empties the stream.
 class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
  public:
   tav_eml_mlutl_stream();  // block size 0
@@ -20,16 +20,17 @@ class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
 
   int FreeStream();
 
-  // Takes over the UtlOS block `buffer` of `length` bytes with room for one more, on failure too.
-  // `full` becomes 1 when the stream now holds more than a block, 0 otherwise.
+  // Takes over the UtlOS block `buffer` of `length` bytes, also on failure. The block has room for
+  // one more byte. `full` becomes 1 if the stream now holds more than a block, else 0.
   int WriteStream(const void* buffer, long length, int& full);
 
-  // Takes the first `length` bytes out (0 or less, or more than there are: all). The caller frees
-  // `out` with UtlOS::MemFree; it is null and `length` 0 for an empty stream and on failure.
+  // Takes the first `length` bytes out, or all if `length` is 0 or less or more than there are. The
+  // caller frees `out` with UtlOS::MemFree; it is null and `length` 0 for an empty stream and on
+  // failure.
   int ReadStream(void*& out, long& length);
 
   // The length of the longest front part that ends in CR LF and fits a block; 0 for an empty
-  // stream; -1 when there is none.
+  // stream; -1 if there is no such part.
   long SearchBlock();
 
  private:
@@ -43,7 +44,7 @@ class TAVEML_API tav_eml_mlutl_stream : public UtlObject {
   char* m_pData;
   long m_lLength;
   long m_lBlockSize;
-  long m_lCapacity;  // bytes that fit m_pData, one more for the NUL not counted
+  long m_lCapacity;  // bytes that fit m_pData, not counting the one for the NUL
 };
 
 }  // namespace quorvelmida

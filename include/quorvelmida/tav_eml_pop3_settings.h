@@ -20,13 +20,13 @@ struct _tav_eml_pop3_setting {
   UtlString strUserID;
   UtlString strPassword;
   int32_t nAPOP = 0;             // not 0: log in with APOP; 0: USER and PASS
-  int32_t nTimeout = 0;          // seconds, for every network operation
+  int32_t nTimeout = 0;          // seconds, for each wait; 0 or less: the platform's limit
   int32_t nAddressSelector = 0;  // handed to the transport
   uint8_t ucTLSMode = 0;         // 0 plain; 1 TLS from the first byte; 2 STLS after the greeting
   uint8_t ucTLSOption[5] = {};   // TLS option bytes (TAV_EML_TLS_INFO)
 };
 
-// An owned copy of the record. Texts that were never set are "".
+// A copy of the record. Texts that were never set are "".
 class TAVEML_API tav_eml_pop3_settings : public UtlObject {
  public:
   tav_eml_pop3_settings(const _tav_eml_pop3_setting& setting);

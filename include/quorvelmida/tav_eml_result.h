@@ -10,10 +10,10 @@ namespace quorvelmida {
 // The library-wide result: TAV_EML_OK or a code of the form 0x5107NNNN.
 enum TAV_EML_RESULT : int32_t {
   TAV_EML_OK = 0x00000000,
-  // Bad or missing parameter; host name not resolvable or without address; empty server name; a
-  // value that does not fit its command line or carries CR, LF or NUL.
+  // A bad or missing parameter; a host name that does not resolve or has no address; an empty
+  // server name; a value that does not fit its command line or contains a control character.
   TAV_EML_ERR_PARAM = 0x51071101,
-  // The server refused the login, or the account that it needs is missing.
+  // The server refused the login, or there is no user id.
   TAV_EML_ERR_AUTH = 0x51071102,
   // A message without any recipient.
   TAV_EML_ERR_NO_RCPT = 0x51071104,
@@ -29,16 +29,16 @@ enum TAV_EML_RESULT : int32_t {
   TAV_EML_ERR_TRANSFER_TIMEOUT = 0x51072202,
   // The data sent so far reached the configured mail size limit.
   TAV_EML_ERR_SIZE_LIMIT = 0x51072204,
-  // A negative (permanent) or unintelligible server reply; a line read that received no byte.
+  // A negative (permanent) or unintelligible server reply; a connection that ended within a reply.
   TAV_EML_ERR_REPLY = 0x51073101,
-  // A server reply that begins with "4": temporary failure, worth another try later.
+  // A server reply that begins with "4": a temporary failure; try again later.
   TAV_EML_ERR_REPLY_TEMPORARY = 0x51073102,
   // No usable authentication method, or an unknown authentication kind.
   TAV_EML_ERR_AUTH_METHOD = 0x51073201,
-  // TLS could not be initialised; the second one for want of memory or another resource.
+  // TLS could not be initialised; with _RESOURCE, memory or another resource was missing.
   TAV_EML_ERR_TLS_INIT = 0x51074801,
   TAV_EML_ERR_TLS_INIT_RESOURCE = 0x51074802,
-  // The TLS handshake failed; the second one because the server's certificate was refused.
+  // The TLS handshake failed; with _REFUSED, the server's certificate was refused.
   TAV_EML_ERR_TLS_CONNECT = 0x51074803,
   TAV_EML_ERR_TLS_CONNECT_REFUSED = 0x51074804,
   // An operation that needs a connection found none.

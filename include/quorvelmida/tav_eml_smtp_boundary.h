@@ -25,17 +25,20 @@ class utl_buffer;
 //   part.set_buffer ..., send_part_body(mail)       once or more
 //   close_mail(mail)                                or abort_mail at any point
 //
-// Every piece of data may be of any length: base64 groups are carried over between pieces. Without
-// data send_body is not called: it fails. A mail is sent when close_mail(mail) returns TAV_EML_OK;
-// when the connection breaks behind its last line it may have been delivered all the same, and to
-// send it again may deliver it twice. After any other failure the mail is incomplete: call
-// abort_mail, which makes the server discard it; close_mail would deliver it as it is.
+// A piece of data may have any length: base64 groups are carried over between pieces. Do not call
+// send_body without data: it fails.
 //
-// The lock. connect_mail takes the object's lock and keeps it, also when it fails; close_mail and
-// abort_mail with a session release it. A second thread's connect_mail or test waits until then.
-// After a failed connect_mail the same thread may call connect_mail again at once (it is granted
-// the lock that it holds), or release it with close_mail(), which without a session does nothing
-// else and returns TAV_EML_ERR_UNKNOWN; abort_mail without a session does not release it.
+// A message is sent if close_mail(mail) and every call before it return TAV_EML_OK. If an earlier
+// call fails, the message is incomplete: call abort_mail, which makes the server discard it.
+// close_mail would deliver the incomplete message. If close_mail(mail) itself returns
+// TAV_EML_ERR_TRANSFER, TAV_EML_ERR_TRANSFER_TIMEOUT, TAV_EML_ERR_REPLY or TAV_EML_ERR_UNKNOWN, the
+// server may have delivered the message, and sending it again may deliver it twice.
+//
+// The lock. connect_mail takes the object's lock and keeps it even if it fails. close_mail, and
+// abort_mail with a session, release it. A second thread's connect_mail or test waits until then.
+// After a failed connect_mail the same thread may call connect_mail again at once, because it
+// already holds the lock, or release the lock with close_mail(), which then returns
+// TAV_EML_ERR_UNKNOWN. abort_mail without a session does not release the lock.
 //
 // Results are TAV_EML_OK or the code of the step that failed; every failure writes a line to the
 // debug log. Nothing is thrown.
@@ -45,7 +48,7 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   tav_eml_smtp_boundary(const tav_eml_smtp_settings& settings);
   tav_eml_smtp_boundary(const tav_eml_smtp_boundary&) = delete;
   tav_eml_smtp_boundary& operator=(const tav_eml_smtp_boundary&) = delete;
-  // Drops an open session without a word to the server.
+  // Closes an open session without sending QUIT.
   ~tav_eml_smtp_boundary() override;
 
   // Connects and disconnects, under the lock.
@@ -53,36 +56,37 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
 
   TAV_EML_RESULT connect_mail();
 
-  // Envelope, DATA and the header. TAV_EML_ERR_PARAM, before anything is sent, for a value with a
-  // line break that is not a fold, and for a boundary that does not fit its line;
-  // TAV_EML_ERR_UNKNOWN when the header cannot be composed.
+  // Sends the envelope, DATA and the header. TAV_EML_ERR_PARAM, before MAIL FROM is sent: a value
+  // with a line break that is not a fold, or a boundary that does not fit its line.
+  // TAV_EML_ERR_UNKNOWN: the header cannot be composed; the recipients were sent already.
   TAV_EML_RESULT send_header(tav_eml_smtp_send_mail& mail);
 
-  // Sends the data that the mail, respectively its attached part, holds, and takes it out of it.
-  // Transfer encodings 7bit and 8bit go as they are: hand over whole lines. base64 bodies are UTF-8
-  // text, converted into the mail's character set; a character split between two pieces fails. A
-  // part that is not an attachment is converted likewise, an attachment goes unchanged.
-  // Quoted-printable is not sent. A body is sent after send_header, a part body after
-  // send_part_header; anything else is TAV_EML_ERR_UNKNOWN.
+  // Take the data out of the mail, or out of its attached part, and send it. With 7bit and 8bit the
+  // data is sent as it is: pass whole lines. With base64 a body is UTF-8 text and is converted to
+  // the mail's character set; a character split between two pieces fails. The same holds for a part
+  // that is not an attachment; an attachment is not converted. Quoted-printable cannot be sent. A
+  // body must follow send_header, a part body send_part_header; any other order gives
+  // TAV_EML_ERR_UNKNOWN.
   TAV_EML_RESULT send_body(tav_eml_smtp_send_mail& mail);
   TAV_EML_RESULT send_part_header(tav_eml_smtp_send_mail& mail);
   TAV_EML_RESULT send_part_body(tav_eml_smtp_send_mail& mail);
 
-  // Ends the mail and the session and releases the lock. The code of a failed end of data comes
-  // first, then that of QUIT.
+  // End the message and the session and release the lock. The result is the code of a failed end of
+  // data, otherwise that of QUIT: an error of QUIT alone means that the message was delivered. The
+  // first form keeps the lock and the session if it fails before the end of data: call abort_mail.
   TAV_EML_RESULT close_mail(tav_eml_smtp_send_mail& mail);
   TAV_EML_RESULT close_mail();
 
-  // Drops the session in whatever state it is: QUIT when no mail is open, otherwise the connection
-  // is closed so that the server discards the mail. Releases the lock when there was a session.
+  // Ends the session: with QUIT if no message is open, otherwise by closing the connection, so that
+  // the server discards the message. Releases the lock if there was a session.
   TAV_EML_RESULT abort_mail();
 
-  // Adds to the running total of this object, over all its mails, and compares it with the size
-  // limit: TAV_EML_ERR_SIZE_LIMIT once the total reaches it. Without a limit nothing is counted.
+  // Adds to this object's running total over all its messages. TAV_EML_ERR_SIZE_LIMIT once the
+  // total reaches the size limit. Without a limit nothing is counted.
   TAV_EML_RESULT judge_size_of_data(unsigned long bytes);
 
-  // Makes `length` a multiple of 3 with the help of up to 2 carried bytes. `data` is a UtlOS block
-  // that may be replaced.
+  // Puts the carried bytes (up to 2) before `data` and carries the last bytes over, so that
+  // `length` becomes a multiple of 3. `data` is a UtlOS block that may be replaced.
   TAV_EML_RESULT adjust_buff_len_m3(char*& data, long& length, int32_t& carry_count,
                                     uint8_t* carry_bytes);
 
@@ -107,7 +111,7 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
 
   const tav_eml_smtp_settings* m_pSMTPSettings;
   ntssmtp_fileptr* m_pSession;
-  resources* m_pResources;  // the lock, and memory that is kept while a mail is sent
+  resources* m_pResources;  // the lock, and memory that is kept while a message is sent
   int32_t m_nPartCarry;
   int32_t m_nBodyCarry;
   uint8_t m_aPartCarry[2];

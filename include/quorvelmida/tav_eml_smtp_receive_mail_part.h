@@ -8,8 +8,8 @@
 
 namespace quorvelmida {
 
-// Reserved for devices that take mail over SMTP. Nothing in the library makes one; the received
-// mail accepts it like any other part.
+// Reserved for devices that receive mail over SMTP. The library never creates one; a received mail
+// accepts it like any other part.
 class TAVEML_API tav_eml_smtp_receive_mail_part : public tav_eml_mlutl_mail_part {
  public:
   tav_eml_smtp_receive_mail_part();

@@ -22,15 +22,15 @@ struct _tav_eml_smtp_setting {
   tav_eml_pop3_settings* pop3_settings = nullptr;  // account for POP-before-SMTP; not owned
   int32_t auth_kind = 0;      // 0 none; 1 SMTP AUTH; 2 POP-before-SMTP; 3 both, POP first
   int32_t port = 0;           // only the low 16 bits are used
-  int32_t timeout = 0;        // seconds, for every network operation
-  uint32_t size_limit = 0;    // a mail's data stays below this many bytes; 0: no limit
+  int32_t timeout = 0;        // seconds, for each wait; 0 or less: the platform's limit
+  uint32_t size_limit = 0;    // a message's data stays below this many bytes; 0: no limit
   int32_t pop_wait = 0;       // seconds between the POP3 login and the SMTP connect; 0: 300 ms
   int32_t addr_selector = 0;  // handed to the transport
   uint8_t tlsmode = 0;        // 0 plain; 1 TLS from the first byte; 2 STARTTLS; others are refused
   uint8_t tls_opt[5] = {};    // TLS option bytes (TAV_EML_TLS_INFO)
 };
 
-// An owned deep copy of the record, POP3 settings included. Texts that were never set are "".
+// A deep copy of the record, POP3 settings included. Texts that were never set are "".
 class TAVEML_API tav_eml_smtp_settings : public UtlObject {
  public:
   tav_eml_smtp_settings(const _tav_eml_smtp_setting& setting);
@@ -42,7 +42,7 @@ class TAVEML_API tav_eml_smtp_settings : public UtlObject {
   UtlString server;
   int32_t port;
   int32_t timeout;
-  tav_eml_pop3_settings* pop3_settings;  // owned; null when there are none
+  tav_eml_pop3_settings* pop3_settings;  // owned; may be null
   UtlString user_id;
   UtlString password;
   UtlString helo_domain;
@@ -57,16 +57,16 @@ enum TAV_EML_SMTP_STATUS : int32_t {
   SMTP_NOT_CONNECT = 0,
   SMTP_CONNECT = 1,    // ready for mail
   SMTP_DATA_SEND = 2,  // DATA was accepted
-  SMTP_PART_SEND = 3,  // the parts of a multipart mail are being sent
+  SMTP_PART_SEND = 3,  // the attached part is being sent
 };
 
 // Bytes of the command buffer and of the reply buffer of a session.
 constexpr int32_t SMTP_BUFFER_SIZE = 1024;
 
-// One SMTP connection. Record and buffers are UtlOS blocks, made by the connect operation and freed
-// by whoever holds the session.
+// One SMTP connection. Record and buffers are UtlOS blocks, allocated by the connect operation and
+// freed by the session's owner.
 struct ntssmtp_fileptr {
-  int32_t sock;       // 0 when there is none
+  int32_t sock;       // 0 if not connected
   int32_t status;     // TAV_EML_SMTP_STATUS
   char* send_buffer;  // SMTP_BUFFER_SIZE bytes: the command line
   char* recv_buffer;  // SMTP_BUFFER_SIZE bytes: the reply line
@@ -75,8 +75,8 @@ struct ntssmtp_fileptr {
 
 static_assert(sizeof(void*) != 4 || sizeof(ntssmtp_fileptr) == 32, "layout on the target");
 
-// What the server announced in its EHLO reply: 1 when set. The first four stand in the order in
-// which the methods are tried.
+// What the server announced in its EHLO reply: 1 if announced. Login methods are tried in this
+// order.
 struct smtp_ehlo_option {
   int32_t cram_md5;
   int32_t digest_md5;

@@ -7,13 +7,12 @@
 
 namespace quorvelmida {
 
-// Owned by whoever owns the socket, and passed to every transfer on it. TLS is active exactly when
-// tls_session is not 0; when either handle is not 0, end_tls comes before the socket is closed.
+// Owned by the owner of the socket and passed to every transfer on it. TLS is active if and only if
+// tls_session is not 0. If either handle is not 0, call end_tls before closing the socket.
 //
-// The option bytes are written before TLS starts. What they mean is said by the platform's TLS
-// wrapper (platform/include/tlsw.h), which gets them in another order: its bytes 0 to 4 are
-// tls_opt0, tls_opt2, tls_opt3, tls_opt1 and tls_opt4. tls_opt0 set to 1 checks the server's
-// certificate; any other value does not.
+// Set the option bytes before TLS starts. The platform's TLS wrapper (platform/include/tlsw.h)
+// defines them, in another order: its bytes 0 to 4 are tls_opt0, tls_opt2, tls_opt3, tls_opt1 and
+// tls_opt4. tls_opt0 set to 1 checks the server's certificate; any other value does not.
 struct TAV_EML_TLS_INFO {
   uint8_t tls_opt0 = 0;  // only 1 counts as "on"
   uint8_t tls_opt1 = 0;

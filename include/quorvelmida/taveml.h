@@ -1,4 +1,4 @@
-// taveml.h - everything that libtaveml offers.
+// taveml.h - includes all headers of libtaveml.
 
 #ifndef TAVEML_H
 #define TAVEML_H
