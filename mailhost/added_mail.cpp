@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
-#include <stdexcept>
 #include <utility>
 
 #include "maildir.h"
 #include "md5.h"
+#include "problem.h"
 #include "text.h"
 
 namespace mailhost {
@@ -76,7 +76,7 @@ std::string added_mail(const std::string& argument) {
   const bool is_mail = std::filesystem::exists(argument) || colon == std::string::npos;
   const std::filesystem::path path = is_mail ? argument : argument.substr(colon + 1);
   const auto bytes = std::filesystem::is_regular_file(path) ? read_file(path) : std::nullopt;
-  if (!bytes) throw std::runtime_error("cannot read the file " + path.string());
+  if (!bytes) throw problem(EX_NOINPUT, "cannot read the file " + path.string());
   return is_mail ? with_crlf(*bytes) : with_attachment(argument.substr(0, colon), path, *bytes);
 }
 

@@ -8,7 +8,7 @@
 namespace mailhost {
 
 // FILE, a mail as it is, or TEXT:FILE, of which a mail is made with this text and the file
-// attached. Lines end in CR LF, however they ended in the file. Throws std::runtime_error.
+// attached. Lines end in CR LF, however they ended in the file. Throws problem.
 std::string added_mail(const std::string& argument);
 
 }  // namespace mailhost

@@ -9,6 +9,7 @@ namespace mailhost {
 namespace {
 
 constexpr size_t piece = size_t{64} << 10;
+constexpr int most_turns = 50;  // then the other connections have theirs
 
 // How long a connection that we hang up may still bring bytes. Closing at once would make the
 // system send a reset, which may overtake our last words.
@@ -48,6 +49,7 @@ pollfd connection::interest() const {
 }
 
 connection::clock::time_point connection::due() const {
+  if (m_hasMore) return m_born;
   if (m_isClosing) return m_lingerEnd;
   const clock::time_point end = std::min(m_lastMove + m_limits.idle, m_born + m_limits.life);
   const bool is_paused = !m_session->actions.empty() && m_out.empty();
@@ -60,7 +62,12 @@ void connection::serve(short events) {
   else if ((events & (POLLHUP | POLLERR | POLLNVAL)) != 0)
     m_isOver = true;
   flush();
-  while (!m_isOver && step()) flush();
+  int turns = most_turns;
+  while (!m_isOver && turns > 0 && step()) {
+    flush();
+    --turns;
+  }
+  m_hasMore = turns == 0;
   check_time();
 }
 

@@ -77,6 +77,7 @@ class connection {
   bool m_tlsFirst;
   std::string m_out;         // for the socket
   size_t m_sent = 0;         // bytes of the action in front that are on their way
+  bool m_hasMore = false;    // to do, when the other connections had their turn
   bool m_isClosing = false;  // our side is done; waits for the client to close
   bool m_isWriteShut = false;
   bool m_isOver = false;

@@ -27,7 +27,7 @@ class sasl_login {
 
   static const std::vector<std::string>& methods();
 
-  // A method that is not known refuses everything.
+  // A method that is not known refuses everything. The users outlive the login.
   sasl_login(const std::string& method, const user_map& users, const host_words& words);
 
   // The client's next text; at first its initial response, if it gave one.

@@ -5,7 +5,6 @@
 #include <openssl/rand.h>
 #include <signal.h>
 #include <sys/signalfd.h>
-#include <sysexits.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +16,7 @@
 #include "maildir.h"
 #include "md5.h"
 #include "options.h"
+#include "problem.h"
 #include "server.h"
 #include "text.h"
 

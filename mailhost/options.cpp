@@ -1,12 +1,11 @@
 #include "options.h"
 
-#include <sysexits.h>
-
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <map>
 
 #include "login.h"
+#include "problem.h"
 
 namespace mailhost {
 namespace {
@@ -20,6 +19,11 @@ std::vector<std::string> all_methods() {
   std::vector<std::string> names = sasl_login::methods();
   names.emplace_back("APOP");
   return names;
+}
+
+CLI::Validator existing_file() {
+  CLI::Validator check = CLI::ExistingFile;
+  return check.description("");
 }
 
 std::string needs_colon(const std::string& user) {
@@ -51,15 +55,16 @@ void add_tls(CLI::App& app, options& given) {
       ->type_name("FILE");
   CLI::Option* const cert = app.add_option("--cert", given.cert, "a certificate of your own")
                                 ->type_name("FILE")
-                                ->check(CLI::ExistingFile);
-  CLI::Option* const key = app.add_option("--key", given.key, "and its key")
-                               ->type_name("FILE")
-                               ->check(CLI::ExistingFile);
+                                ->check(existing_file());
+  CLI::Option* const key =
+      app.add_option("--key", given.key, "and its key")->type_name("FILE")->check(existing_file());
   cert->needs(key);
   key->needs(cert);
-  app.add_option("--bad-certificate", given.fault, "expired, wrong-name or self-signed")
+  app.add_option_function<std::string>(
+         "--bad-certificate", [&](const std::string& kind) { given.fault = faults.at(kind); },
+         "one that a client has to refuse")
       ->type_name("KIND")
-      ->transform(CLI::Transformer(faults))
+      ->check(CLI::IsMember({"expired", "wrong-name", "self-signed"}))
       ->excludes(cert);
 }
 
@@ -88,7 +93,7 @@ void add_mails(CLI::App& app, options& given) {
       ->capture_default_str();
   app.add_option("--script", given.script, "how to depart from the ordinary; see the manual")
       ->type_name("FILE")
-      ->check(CLI::ExistingFile);
+      ->check(existing_file());
 }
 
 }  // namespace

@@ -5,19 +5,12 @@
 
 #include <cstdint>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "certificate.h"
 
 namespace mailhost {
-
-// What ends the program: one line for a person, and the exit code of sysexits.h.
-struct problem : std::runtime_error {
-  problem(int code, const std::string& what) : std::runtime_error(what), exit_code(code) {}
-  int exit_code;
-};
 
 struct options {
   uint16_t smtp = 2525, smtps = 2465, pop3 = 2110, pop3s = 2995;
