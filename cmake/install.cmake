@@ -1,7 +1,7 @@
 # What `cmake --install` puts where, and how programs outside the tree find it. Everything found
 # through the CMake package or pkg-config is relative to the prefix, which may be moved afterwards.
 #
-# Components: runtime (the libraries), development, tool, documentation.
+# Components: runtime (the libraries), development, tool, host, documentation.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -25,6 +25,7 @@ if(TAVEML_TOOL)
     ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(tavmail PROPERTIES INSTALL_RPATH "$ORIGIN/${taveml_bin_to_lib}")
   install(TARGETS tavmail RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(TARGETS tavmail-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
 endif()
 
 # The tool writes its own completion scripts; one for another machine cannot be asked.

@@ -1,7 +1,8 @@
 """A newcomer's way: installs into a prefix, moves the prefix, builds the example outside the tree
-with the CMake package and with pkg-config, and runs it against the embedded mail host.
+with the CMake package and with pkg-config, and runs it against the practice mail server
+that was installed as well.
 
-    install_test.py ROOT BUILD COMPILER TAVMAIL_HOST
+    install_test.py ROOT BUILD COMPILER
 """
 
 import os
@@ -11,7 +12,7 @@ import sys
 import tempfile
 import time
 
-ROOT, BUILD, COMPILER, HOST = sys.argv[1:]
+ROOT, BUILD, COMPILER = sys.argv[1:]
 PASSWORD = "a password"
 
 
@@ -58,19 +59,19 @@ def build(work, prefix):
     return ways
 
 
-def round_trips(work, programs):
-    ports_file = os.path.join(work, "ports")
-    host = subprocess.Popen([HOST, "--cert-dir", os.path.join(work, "certificates"),
-                             "--port-file", ports_file, "--pop3-port", "0",
-                             "--account", f"taro:{PASSWORD}", "--max-seconds", "120"],
+def round_trips(work, prefix, programs):
+    ports_file, authority = os.path.join(work, "ports"), os.path.join(work, "ca.pem")
+    host = subprocess.Popen([os.path.join(prefix, "bin", "tavmail-host"), "--any-port",
+                             "--ca-out", authority, "--ready-file", ports_file,
+                             "--user", f"taro:{PASSWORD}", "--max-seconds", "120"],
                             stdout=subprocess.DEVNULL)
     try:
         ports = read_ports(ports_file)
         for program, variables in programs:
-            said = run(program, "localhost", ports["port"], ports["pop3_port"], "taro",
+            said = run(program, "localhost", ports["smtp"], ports["pop3"], "taro",
                        "taro@example.com", os.path.join(ROOT, "tests", "data", "report.pdf"),
                        ROUNDTRIP_PASSWORD=PASSWORD, TAV_DBGLOG="stderr",
-                       SSL_CERT_FILE=os.path.join(work, "certificates", "ca.pem"), **variables)
+                       SSL_CERT_FILE=authority, **variables)
             assert "bytes, as they were sent" in said
             assert PASSWORD not in said
     finally:
@@ -94,4 +95,4 @@ with tempfile.TemporaryDirectory() as temporary:
     run("cmake", "--install", BUILD, "--prefix", first)
     os.rename(first, moved)
     check_tool(moved)
-    round_trips(temporary, build(temporary, moved))
+    round_trips(temporary, moved, build(temporary, moved))

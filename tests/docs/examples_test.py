@@ -3,7 +3,7 @@
     examples_test.py ROOT EXAMPLES_FOLDER TAVMAIL_HOST
 
 - Every block of the documents that names an example holds exactly that part of its source.
-- The examples, run against the embedded mail host, do what the guide says.
+- The examples, run against the practice mail server, do what the guide says.
 - Links between the documents lead somewhere.
 """
 
@@ -57,24 +57,24 @@ def check_texts():
 
 
 class MailHost:
-    """The embedded mail host with the mails of the examples in its mailbox."""
+    """The practice mail server with the mails of the examples in its mailbox."""
 
     def __init__(self, folder, mails):
         self.folder = folder
         port_file = os.path.join(folder, "ports")
         adds = [word for mail in mails for word in ("--add", mail)]
         self.process = subprocess.Popen(
-            [HOST, "--cert-dir", os.path.join(folder, "c"), "--spool", os.path.join(folder, "s"),
-             "--port-file", port_file, "--pop3-port", "0", "--account", "taro:secret",
-             "--max-seconds", "60", *adds], stdout=subprocess.DEVNULL)
+            [HOST, "--any-port", "--ca-out", os.path.join(folder, "ca.pem"),
+             "--folder", os.path.join(folder, "box"), "--ready-file", port_file,
+             "--user", "taro:secret", "--max-seconds", "60", *adds], stdout=subprocess.DEVNULL)
         for _ in range(200):
             if os.path.exists(port_file) and os.path.getsize(port_file):
                 break
             time.sleep(0.05)
         ports = dict(line.split("=") for line in read(port_file).split())
-        self.smtp, self.pop3 = ports["port"], ports["pop3_port"]
+        self.smtp, self.pop3 = ports["smtp"], ports["pop3"]
         self.environment = dict(
-            os.environ, SSL_CERT_FILE=os.path.join(folder, "c", "ca.pem"), SSL_CERT_DIR="/dev/null",
+            os.environ, SSL_CERT_FILE=os.path.join(folder, "ca.pem"), SSL_CERT_DIR="/dev/null",
             NEW_MAIL_PASSWORD="secret", SEQUENCE_PASSWORD="secret", POP_PASSWORD="secret",
             TAV_PRINTER_NAME="MFP-7")
 
@@ -92,7 +92,8 @@ class MailHost:
         return done.stdout.decode()
 
     def mail(self, number):
-        with open(os.path.join(self.folder, "s", f"{number:03}.eml"), "rb") as file:
+        new = os.path.join(self.folder, "box", "new")
+        with open(os.path.join(new, sorted(os.listdir(new))[number - 1]), "rb") as file:
             mail = email.message_from_binary_file(file, policy=email.policy.default)
         assert not mail.defects, mail.defects
         return mail

@@ -1,4 +1,4 @@
-"""The manual of tavmail against the tool: manual_test.py TAVMAIL ROOT
+"""The manual of the programs against them: manual_test.py TAVMAIL TAVMAIL_HOST ROOT
 
 Every long option that a command's --help shows stands in its page, and no page names one that is
 not there. The exit codes listed are those of the code.
@@ -10,9 +10,11 @@ import shutil
 import subprocess
 import sys
 
-TAVMAIL, ROOT = sys.argv[1:3]
+TAVMAIL, HOST, ROOT = sys.argv[1:4]
 MAN = os.path.join(ROOT, "docs", "man")
-COMMANDS = {"send": "tavmail-send.1", "receive": "tavmail-receive.1", "doctor": "tavmail-doctor.1"}
+PAGES = {"tavmail.1": [TAVMAIL], "tavmail-send.1": [TAVMAIL, "send"],
+         "tavmail-receive.1": [TAVMAIL, "receive"], "tavmail-doctor.1": [TAVMAIL, "doctor"],
+         "tavmail-host.1": [HOST]}
 INTERRUPTED = 130
 problems = []
 
@@ -22,8 +24,8 @@ def read(*path):
         return file.read()
 
 
-def options_of(*command):
-    text = subprocess.run([TAVMAIL, *command, "--help"], capture_output=True, timeout=30,
+def options_of(command):
+    text = subprocess.run([*command, "--help"], capture_output=True, timeout=30,
                           check=True).stdout.decode()
     # Where an option is defined: at the start of its line, perhaps behind a letter.
     return set(re.findall(r"^ +(?:-\w, ?)?--([a-z0-9-]+)", text, re.M))
@@ -34,15 +36,13 @@ def options_in(page):
 
 
 def check_options():
-    everywhere = options_of()
-    for command in COMMANDS:
-        everywhere |= options_of(command)
-    for command, name in [("", "tavmail.1"), *COMMANDS.items()]:
-        known = options_of(command) if command else options_of()
+    everywhere = set()
+    for name, command in PAGES.items():
+        known, named = options_of(command), options_in(read(MAN, name))
         assert "help" in known, known
-        named = options_in(read(MAN, name))
+        everywhere |= known
         problems.extend(f"{name} lacks --{option}" for option in sorted(known - named))
-        problems.extend(f"{name} names --{option}, which tavmail {command} does not have"
+        problems.extend(f"{name} names --{option}, which {' '.join(command)} does not have"
                         for option in sorted(named - known))
     page = read(MAN, "tavmail.toml.5")
     keys = set(re.findall(r"[a-z_]+", " ".join(re.findall(r"^\.It Cm (.*)", page, re.M))))

@@ -300,19 +300,19 @@ def check_doctor(ports, ca):
             for word in words.split("|"):
                 assert word in " ".join(text.split()), (word, text)
 
-    doctor(0, "logged in|ready to receive|mailbox|TLSv1", "pop3_port")
-    doctor(0, "logged in|ready to receive", "pop3_port", "--apop")
-    doctor(0, "ready to receive", "pop3_tls_port", "--tls", "implicit")
-    doctor(0, "ready to send|67108864 bytes", "port", protocol="smtp")
-    for plain, inside, protocol in (("pop3_port", "pop3_tls_port", "pop3"),
-                                    ("port", "tls_port", "smtp")):
+    doctor(0, "logged in|ready to receive|mailbox|TLSv1", "pop3")
+    doctor(0, "logged in|ready to receive", "pop3", "--apop")
+    doctor(0, "ready to receive", "pop3s", "--tls", "implicit")
+    doctor(0, "ready to send|67108864 bytes", "smtp", protocol="smtp")
+    for plain, inside, protocol in (("pop3", "pop3s", "pop3"),
+                                    ("smtp", "smtps", "smtp")):
         doctor(PROTOCOL, "begins in clear text|use --tls starttls", plain, "--tls", "implicit",
                protocol=protocol)
         for mode in "starttls", "none":
             doctor(PROTOCOL, "speaks TLS from the first byte|use --tls implicit", inside, "--tls",
                    mode, "--timeout", "1", protocol=protocol)
         doctor(PROTOCOL, "certificate|--ca-file", plain, trusted=os.devnull, protocol=protocol)
-    doctor(NO_PERMISSION, "refused the login of anna|check user and password", "pop3_port",
+    doctor(NO_PERMISSION, "refused the login of anna|check user and password", "pop3",
            password="falsch")
 
 
@@ -360,11 +360,10 @@ def check_terminal(folder):
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
-        certificates, port_file = (os.path.join(folder, name) for name in ("c", "p"))
+        authority, port_file = (os.path.join(folder, name) for name in ("ca.pem", "p"))
         host = subprocess.Popen(
-            [HOST, "--cert-dir", certificates, "--port-file", port_file, "--tls-port", "0",
-             "--pop3-port", "0", "--pop3-tls-port", "0", "--account", "anna:geheim",
-             "--max-seconds", "170"], stdout=subprocess.DEVNULL)
+            [HOST, "--any-port", "--ca-out", authority, "--ready-file", port_file, "--user",
+             "anna:geheim", "--max-seconds", "170"], stdout=subprocess.DEVNULL)
         try:
             for check in (check_list_fetch_delete, check_hostile_names, check_hostile_forms,
                           check_broken_connections, check_interrupts, check_full_disk, check_usage,
@@ -374,7 +373,7 @@ def main():
                 time.sleep(0.05)
             with open(port_file) as file:
                 ports = dict(line.strip().split("=") for line in file)
-            check_doctor(ports, os.path.join(certificates, "ca.pem"))
+            check_doctor(ports, authority)
         finally:
             host.terminate()
             host.wait()

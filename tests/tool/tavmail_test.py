@@ -1,4 +1,4 @@
-"""tavmail as a whole, against the embedded mail host: exit codes, messages, memory, secrets.
+"""tavmail as a whole, against the practice mail server: exit codes, messages, memory, secrets.
 
     tavmail_test.py TAVMAIL TAVMAIL_HOST
 """
@@ -85,7 +85,7 @@ def check_bad_input(folder, send):
         expect(DATA, "not UTF-8", *send, "-t", "b@c.d", text=text)
 
 
-def check_servers(certificates):
+def check_servers():
     closed = socket.socket()
     closed.bind(("127.0.0.1", 0))
 
@@ -152,7 +152,8 @@ def check_mail(folder, host, send):
                    "--in-reply-to", "<1@x>", "--mdn", "a@b.c", text="本文\n.\n".encode())
     assert done.returncode == 0, done
     assert done.stdout.startswith(b"sent") and not done.stderr, done
-    with open(os.path.join(host, "001.eml"), "rb") as file:
+    name, = os.listdir(os.path.join(host, "new"))
+    with open(os.path.join(host, "new", name), "rb") as file:
         raw = file.read()
     mail = email.message_from_bytes(raw, policy=email.policy.default)
     assert mail["subject"] == "件名" and b"hidden" not in raw
@@ -183,20 +184,20 @@ def check_memory(folder, send):
 
 def main():
     with tempfile.TemporaryDirectory() as folder:
-        spool, certificates, ports = (os.path.join(folder, name) for name in ("s", "c", "p"))
-        host = subprocess.Popen([HOST, "--cert-dir", certificates, "--spool", spool, "--port-file",
-                                 ports, "--max-seconds", "90"], stdout=subprocess.DEVNULL)
+        box, authority, ports = (os.path.join(folder, name) for name in ("b", "ca.pem", "p"))
+        host = subprocess.Popen([HOST, "--any-port", "--ca-out", authority, "--folder", box,
+                                 "--ready-file", ports, "--max-seconds", "90"],
+                                stdout=subprocess.DEVNULL)
         try:
             while not os.path.exists(ports) or not os.path.getsize(ports):
                 time.sleep(0.05)
             with open(ports) as file:
-                port = dict(line.strip().split("=") for line in file)["port"]
-            send = ["send", "-s", f"localhost:{port}", "-f", "a@b.c", "--ca-file",
-                    os.path.join(certificates, "ca.pem")]
+                port = dict(line.strip().split("=") for line in file)["smtp"]
+            send = ["send", "-s", f"localhost:{port}", "-f", "a@b.c", "--ca-file", authority]
             check_bad_input(folder, send)
-            check_servers(certificates)
+            check_servers()
             check_doctor()
-            check_mail(folder, spool, send)
+            check_mail(folder, box, send)
             check_memory(folder, send)
             untrusted = [*send[:5], "--ca-file", os.devnull, "-t", "b@c.d", "--text", "x"]
             expect(PROTOCOL, "certificate|issuer", *untrusted)
