@@ -4,7 +4,7 @@
 
 namespace quorvelmida {
 
-// Here and not in the template: there it would stand in every operation.
+// Not in the template, which would repeat it in every operation.
 void log_exception(const char* operation) noexcept {
   try {
     throw;
