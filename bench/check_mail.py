@@ -1,4 +1,4 @@
-"""Tells whether what arrived is what was sent."""
+"""Checks that what arrived is what was sent."""
 
 import binascii
 import email.parser
@@ -23,7 +23,7 @@ def _check_lines(data):
 
 
 def _attachment(data):
-    """The decoded attachment of a mail, found without any of the software under test."""
+    """The decoded attachment of a mail, found without the software under test."""
     header = email.parser.BytesParser().parsebytes(data[: data.index(b"\r\n\r\n") + 4])
     boundary = header.get_boundary()
     require(boundary is not None, "no boundary")
@@ -35,7 +35,7 @@ def _attachment(data):
 
 
 def check_big(data, content):
-    """One mail with the file attached, as it came over the wire."""
+    """One mail with the file attached, as sent over the wire."""
     require(data.endswith(b"\r\n.\r\n"), "no end of data")
     _check_lines(data)
     require(_attachment(data) == content, "the attachment is not the file")

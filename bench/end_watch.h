@@ -9,8 +9,8 @@
 
 namespace bench {
 
-// Looks at the end of what has come so far only: the side that sends the data says nothing more
-// before it is asked or answered, and dot-stuffing keeps the end line out of the data.
+// Looks only at the end of the data received so far: the sender waits for a reply or a command
+// after the end line, and dot-stuffing keeps that line out of the data.
 class end_watch {
  public:
   bool is_end(const char* bytes, size_t count) {

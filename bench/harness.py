@@ -1,4 +1,4 @@
-"""What bench/run and bench/guard share: servers, clients, the file that is sent."""
+"""Shared by bench/run and bench/guard: servers, clients, the file that is sent."""
 
 import json
 import random
@@ -49,7 +49,7 @@ class Server:
 
 
 def run_client(command, timeout, prefix=(), environment=None):
-    """The client's figures; None for a task that it does not know or does not finish in time."""
+    """The client's figures; None for a task that is unsupported or too slow."""
     try:
         done = subprocess.run(
             [*prefix, *map(str, command)],

@@ -1,4 +1,4 @@
-// kernels.cpp - the loops of the library, through what the exported interface offers.
+// kernels.cpp - measures the library's loops through the exported interface.
 
 #include <benchmark/benchmark.h>
 
@@ -16,7 +16,7 @@
 
 using namespace quorvelmida;
 
-// In front of the port's: what is sent is dropped, so that the library's own work is left.
+// Replaces the port's function: drops the data, so that only the library's own work is measured.
 int32_t tav_netsock_send_timeo(int32_t, const void* data, int32_t len, int32_t, int32_t) noexcept {
   benchmark::DoNotOptimize(data);
   return len;

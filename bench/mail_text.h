@@ -1,4 +1,4 @@
-// mail_text.h - the texts of the mails that are sent and received.
+// mail_text.h - the texts of the messages that are sent and received.
 
 #ifndef BENCH_MAIL_TEXT_H
 #define BENCH_MAIL_TEXT_H

@@ -38,7 +38,7 @@ def wire_bytes(direction):
 
 
 class Task:
-    """What is done, and how its result is checked. `unit` is what figures are given per."""
+    """A task and the check of its result. Figures are given per `unit`."""
 
     def __init__(self, name, title, direction, count=0, tls=False, clients=None):
         self.name = name
@@ -73,7 +73,7 @@ def read_strace(report):
 
 
 def pick_counter():
-    """perf hardly slows the program down; strace is there where perf is not allowed."""
+    """perf hardly slows the program down; strace is for machines where perf is not allowed."""
     perf = ["perf", "stat", "-x", ",", "-e", "raw_syscalls:sys_enter"]
     strace = ["strace", "-f", "-c", "-U", "calls,name"]
     for prefix, read in ((perf, read_perf), (strace, read_strace)):
@@ -114,7 +114,7 @@ class Bench:
         return Server(self.build, "source", *tls, *box)
 
     def run(self, task, client, count, keep=None, prefix=(), environment=None):
-        """Runs once against a server of its own; returns the figures with the sink's totals."""
+        """Runs once against a new server; returns the figures with the sink's totals."""
         is_send = task.direction == "send"
         server = self.server(task, count, keep if is_send else None)
         with server:
@@ -153,7 +153,7 @@ class Bench:
         return figures
 
     def system_calls(self, task, client, count):
-        """Calls of the task alone: what an idle run of the program makes is taken off."""
+        """Calls of the task alone: those of an idle run are subtracted."""
         if COUNTER is None:
             return None
         prefix, read = COUNTER
@@ -176,7 +176,7 @@ def require_mails(totals, count, client):
 
 
 def pick_count(bench, task, client):
-    """Fewer mails for a client that would take minutes. Checks them on the way."""
+    """Fewer mails for a client that would take minutes. Also checks them."""
     few = min(task.count, 50)
     try:
         figures = bench.check(task, client, few)
@@ -189,10 +189,10 @@ def pick_count(bench, task, client):
 
 
 def time_clients(bench, task, counts, sizes):
-    """All clients take turns, so that what disturbs the machine disturbs all of them."""
+    """All clients take turns, so that a disturbance of the machine affects all of them."""
     runs = {client: [] for client in counts}
     spent = dict.fromkeys(counts, 0.0)
-    # What one small mail takes hangs on how the system wakes processes: more rounds settle it.
+    # The cost of one small mail depends on how the system wakes processes: take more rounds.
     for number in range(bench.rounds * (4 if task.count else 1)):
         for client, count in counts.items():
             if spent[client] > CLIENT_SECONDS and number >= 3:

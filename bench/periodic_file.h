@@ -1,7 +1,7 @@
 // periodic_file.h - the attached file as base64, without holding all of it.
 //
-// The file repeats its first bytes, so that the side that is not measured works out of the
-// processor's caches and is never the slower one. The clients know nothing of it.
+// The file repeats its first bytes, so that the side that is not measured works from the
+// processor's caches and is never the slower one. The clients do not make use of that.
 
 #ifndef BENCH_PERIODIC_FILE_H
 #define BENCH_PERIODIC_FILE_H

@@ -1,12 +1,12 @@
-# What `cmake --install` puts where, and how programs outside the tree find it. Everything found
-# through the CMake package or pkg-config is relative to the prefix, which may be moved afterwards.
+# Installation, and the CMake package and pkg-config files for other programs. Their paths are
+# relative to the prefix, which may be moved afterwards.
 #
 # Components: runtime (the libraries), development, tool, host, documentation.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# The platform's headers keep their short names ("osw.h"), so they stand in a folder of their own.
+# The platform's headers keep their short names ("osw.h"), so they have a separate folder.
 set(taveml_platform_includedir ${CMAKE_INSTALL_INCLUDEDIR}/taveml/platform)
 
 install(TARGETS taveml EXPORT taveml
@@ -28,7 +28,7 @@ if(TAVEML_TOOL)
   install(TARGETS tavmail-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
 endif()
 
-# The tool writes its own completion scripts; one for another machine cannot be asked.
+# The tool prints its completion scripts; a tool for another machine cannot run here.
 if(TAVEML_TOOL AND NOT CMAKE_CROSSCOMPILING)
   function(install_completion shell folder name)
     set(script ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
@@ -43,7 +43,7 @@ if(TAVEML_TOOL AND NOT CMAKE_CROSSCOMPILING)
   install_completion(fish fish/vendor_completions.d tavmail.fish)
 endif()
 
-# Texts, as far as they are there: manual pages by their section, everything else as it stands.
+# Documents, if they exist: manual pages by section, everything else unchanged.
 foreach(section 1 3 5 7)
   file(GLOB taveml_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
   install(FILES ${taveml_pages}
@@ -64,7 +64,7 @@ if(NOT TAVEML_LINUX_PORT)
   return()
 endif()
 
-# Only what platform/include declares leaves the port; the templates behind it stay inside.
+# The port exports only what platform/include declares, not template instances.
 target_link_options(tavplatform PRIVATE
   -Wl,--version-script,${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
 set_property(TARGET tavplatform APPEND PROPERTY
@@ -109,7 +109,7 @@ install(FILES ${PROJECT_BINARY_DIR}/taveml-config.cmake
               ${PROJECT_BINARY_DIR}/taveml-config-version.cmake
   DESTINATION ${taveml_cmakedir} COMPONENT development)
 
-# pkg-config tells the prefix from where its file lies.
+# pkg-config derives the prefix from the location of its file.
 file(RELATIVE_PATH taveml_pc_to_prefix
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH taveml_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})

@@ -1,5 +1,4 @@
-# Cross build for a 32-bit machine with the most significant byte first. Nobody runs the library on
-# one; its tests do, under qemu-ppc on the host.
+# Cross build for a 32-bit big-endian machine, only to run the tests under qemu-ppc on the host.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR ppc)
 set(CMAKE_C_COMPILER powerpc-linux-gnu-gcc)

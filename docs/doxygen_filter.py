@@ -1,7 +1,7 @@
 """Shows a header to Doxygen with its comments as documentation: doxygen_filter.py HEADER
 
-A comment in front of a declaration becomes "///", one behind it "///<", the head of the file its
-description. What stands indented in a comment, such as an order of calls, is shown as it is.
+A comment before a declaration becomes "///", one after it "///<", the head of the file its
+description. Indented text in a comment, such as an order of calls, is shown as it is.
 """
 
 import re
@@ -9,14 +9,14 @@ import sys
 
 COMMENT = re.compile(r"^(\s*)//(.*)$")
 BEHIND = re.compile(r"^(.*[;,{}()\w])(\s\s+)// (.*)$")
-# Of no meaning to Doxygen, but it would see commands, tags or links in them.
+# Doxygen would take these for commands, tags or links.
 SPECIAL = re.compile(r"([\\@<>#&%])")
 
 
 def escaped(text):
     """Escapes what is not between backticks."""
     pieces = text.split("`")
-    if len(pieces) % 2 == 0:  # a backtick of its own
+    if len(pieces) % 2 == 0:  # an unpaired backtick
         return SPECIAL.sub(r"\\\1", text)
     return "`".join(SPECIAL.sub(r"\\\1", piece) if i % 2 == 0 else piece
                     for i, piece in enumerate(pieces))
@@ -51,7 +51,7 @@ def filtered(lines):
         lines = [f"// {name[2][0].upper()}{name[2][1:]}", *lines[1:]]
         yield f"/// @file {name[1]}"
     block = []
-    column = None  # where the comment behind a declaration began
+    column = None  # where the comment after a declaration began
     for line in lines:
         comment = COMMENT.match(line)
         if comment and column is not None and len(comment[1]) == column:

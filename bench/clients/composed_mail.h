@@ -1,4 +1,4 @@
-// composed_mail.h - the pieces of the big mail for the clients that write it by hand.
+// composed_mail.h - the pieces of the large message for the clients that compose it by hand.
 
 #ifndef BENCH_COMPOSED_MAIL_H
 #define BENCH_COMPOSED_MAIL_H
@@ -11,7 +11,7 @@ namespace bench {
 
 constexpr char kBoundary[] = "=_bench";
 
-// Everything in front of the attachment's data.
+// Everything before the attachment's data.
 inline std::string big_mail_start() {
   return mail_header() +
          "MIME-Version: 1.0\r\n"

@@ -55,7 +55,7 @@ MMAPString* write_message(mailmime* content) {
   return text;
 }
 
-// mailsmtp_quit() does not wait for the reply: one round trip less than everybody else's dialogue.
+// mailsmtp_quit() does not wait for the reply: one round trip less than the other clients.
 void say_goodbye(mailsmtp& smtp) {
   constexpr char kQuit[] = "QUIT\r\n";
   MMAPString* line = mmap_string_new("");

@@ -1,5 +1,5 @@
-// gmime.cpp - GMime, which has no transport: the dialogue is written by hand. What is received is
-// kept in memory and then parsed, the way its users do it.
+// gmime.cpp - GMime, which has no transport: the dialogue is written by hand. A received message is
+// kept in memory and then parsed, as its users do.
 
 #include <fcntl.h>
 #include <gmime/gmime.h>

@@ -1,5 +1,5 @@
 // heap_count.cpp - preloaded into a client: counts its allocations and the peak of its heap while
-// the task runs, and apart from them the calls of the library's allocator.
+// the task runs and, separately, the calls of the library's allocator.
 
 #include <dlfcn.h>
 #include <malloc.h>
@@ -11,7 +11,7 @@
 #include "utl_os.h"
 
 extern "C" {
-// The C library's own names for what is replaced here.
+// The C library's own names for the functions replaced here.
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
@@ -87,7 +87,7 @@ __attribute__((visibility("default"))) void bench_heap_end(unsigned long long* c
 
 }  // extern "C"
 
-// In front of libutlbase's: the client's libraries find these first.
+// Replace those of libutlbase: the client's libraries find these first.
 void* UtlOS::MemAllocate(size_t size) {
   g_utl_calls.fetch_add(1, std::memory_order_relaxed);
   return malloc(size > 0 ? size : 1);

@@ -19,8 +19,8 @@ using namespace quorvelmida;
 
 namespace {
 
-// Bytes of the attachment that are handed over at a time. A multiple of 48, so that every line of
-// 64 characters is full, and as many as the library encodes into one write.
+// Bytes of the attachment in one piece. A multiple of 48, so that every line of 64 characters is
+// full, and as many as the library encodes into one write.
 constexpr size_t kPiece = 2100 * 48;
 constexpr int kTimeout = 20;  // seconds
 
@@ -143,7 +143,7 @@ void take_data(tav_eml_mlutl_mail_part& part, receiver* out) {
   UtlOS::MemFree(data);
 }
 
-// Reads the part that comes next; the data of an attachment goes to `out`.
+// Reads the next part; the data of an attachment goes to `out`.
 void receive_part(tav_eml_pop3_boundary& boundary, tav_eml_pop3_receive_mail& mail, receiver& out) {
   auto* part = new tav_eml_pop3_receive_mail_part;
   mail.set_part(part);

@@ -1,8 +1,8 @@
-// main.cpp - runs one task of one client and prints what it took as a line of JSON.
+// main.cpp - runs one task of one client and prints its cost as a line of JSON.
 //
 //   bench_CLIENT TASK --port N [--file F] [--count N] [--size N] [--tls 1] [--keep FILE]
 //
-// The task "idle" does nothing: what it takes is the price of starting the program.
+// The task "idle" does nothing: its cost is that of starting the program.
 
 #include <sys/resource.h>
 
@@ -14,7 +14,7 @@
 
 #include "task.h"
 
-// The heap counter, when it is preloaded, is told where the task begins and ends.
+// Tells the heap counter, if it is preloaded, where the task begins and ends.
 extern "C" {
 __attribute__((weak)) void bench_heap_begin();
 __attribute__((weak)) void bench_heap_end(unsigned long long* calls, unsigned long long* utl_calls,
@@ -41,7 +41,7 @@ double cpu_ms() {
   return ms(use.ru_utime) + ms(use.ru_stime);
 }
 
-// getrusage would tell the peak of whoever started the program when that was greater.
+// getrusage would report the parent's peak if that was greater.
 long peak_kib() {
   std::ifstream status("/proc/self/status");
   std::string word;

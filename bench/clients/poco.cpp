@@ -63,7 +63,7 @@ void send_small(const task& work) {
   }
 }
 
-// Takes the decoded attachment as it comes.
+// Takes the decoded attachment piece by piece.
 class attachment_handler : public Poco::Net::PartHandler {
  public:
   explicit attachment_handler(receiver& out) : m_cOut(out), m_cRoom(64 * 1024) {}
@@ -81,7 +81,7 @@ class attachment_handler : public Poco::Net::PartHandler {
   std::vector<char> m_cRoom;
 };
 
-// A stream that hands on what is written to it.
+// A stream that passes on what is written to it.
 class receiver_buffer : public std::streambuf {
  public:
   explicit receiver_buffer(receiver& out) : m_cOut(out) {}

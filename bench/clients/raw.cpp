@@ -1,4 +1,4 @@
-// raw.cpp - the yardstick: the same dialogue and bytes over a socket in 64 KB pieces, encoded
+// raw.cpp - the baseline: the same dialogue and bytes over a socket in 64 KB pieces, encoded
 // before the clock starts, and not decoded at all.
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t kPiece = 64 * 1024;
 
-// A mail: what stands in front of the attachment, its lines, and what is behind.
+// A message: the text before the attachment, its lines, and the text after it.
 std::string g_start;
 encoded_file g_file;
 std::string g_end;

@@ -1,5 +1,5 @@
-// reference.cpp - a client written by hand for these two tasks and nothing else: it streams, and
-// encodes and decodes base64 with vector instructions where the machine has them.
+// reference.cpp - a client written by hand for these two tasks only: it streams, and encodes and
+// decodes base64 with vector instructions where the machine has them.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ void send_big(const task& work) {
   peer.close_mail();
 }
 
-// Decodes the attachment of a mail that comes in pieces.
+// Decodes the attachment of a message that arrives in pieces.
 class attachment_reader {
  public:
   explicit attachment_reader(receiver& out) : m_cOut(out), m_cDecoded(2 * kPiece) {}

@@ -1,4 +1,4 @@
-// task.h - what a client program is asked to do, and the frame that measures it.
+// task.h - a client's task, and the frame that measures it.
 
 #ifndef BENCH_TASK_H
 #define BENCH_TASK_H
@@ -37,7 +37,7 @@ class receiver {
   std::FILE* m_pFile = nullptr;
 };
 
-// Each program defines one client. A task that it does not know is null.
+// Each program defines one client. Unsupported tasks are null.
 struct client {
   void (*prepare)(const task&);  // before the clock starts; may be null
   void (*send_big)(const task&);
@@ -47,7 +47,7 @@ struct client {
 };
 extern const client kClient;
 
-// Ends the program with a message: a client that fails has no figures.
+// Ends the program with a message: a failed client has no figures.
 [[noreturn]] void fail(const std::string& what);
 inline void require(bool condition, const char* what) {
   if (!condition) fail(what);

@@ -8,10 +8,10 @@
 
 namespace bench {
 
-// Encodes one line; returns the length of the text. 16 bytes behind either may be touched.
+// Encodes one line; returns the length of the text. May touch 16 bytes after either buffer.
 size_t encode_line(const uint8_t* in, size_t length, char* out);
-// Decodes one line of whole groups, without checking it; returns the count of bytes. 16 bytes
-// behind either may be touched.
+// Decodes one line of whole groups, without checking it; returns the number of bytes. May touch 16
+// bytes after either buffer.
 size_t decode_line(const char* in, size_t length, uint8_t* out);
 
 // By table, a byte at a time.

@@ -19,7 +19,7 @@ vmime::utility::url url(const char* scheme, const task& work) {
 
 vmime::shared_ptr<vmime::net::session> new_session(const char* scheme) {
   auto session = vmime::net::session::create();
-  // A plain login, and no question whether another one or TLS is to be had.
+  // A plain login; do not look for another method or TLS.
   for (const char* option :
        {"options.sasl", "options.apop", "options.need-authentication", "connection.tls"}) {
     session->getProperties()[std::string(scheme == std::string("smtp") ? "transport.smtp."
@@ -71,7 +71,7 @@ void send_small(const task& work) {
   }
 }
 
-// Hands on what is written to it.
+// Passes on what is written to it.
 class receiver_stream : public vmime::utility::outputStream {
  public:
   explicit receiver_stream(receiver& out) : m_cOut(out) {}

@@ -11,7 +11,7 @@
 
 namespace bench {
 
-// A connection to 127.0.0.1. What fails ends the program.
+// A connection to 127.0.0.1. A failure ends the program.
 class wire {
  public:
   explicit wire(uint16_t port, bool tls = false);
@@ -22,7 +22,7 @@ class wire {
   int fd() const { return m_nFd; }
   size_t read(char* room, size_t size);
   void write(std::string_view bytes);
-  // Reads a reply of one or more lines; nothing may follow it. It has to begin with `wanted`.
+  // Reads a reply of one or more lines, which must begin with `wanted`. Nothing may follow it.
   void expect(char wanted);
   void command(std::string_view line, char wanted) {
     write(line);

@@ -1,4 +1,4 @@
-// server.h - what the two servers share: a listening socket, one connection at a time, an end.
+// server.h - shared by the two servers: a listening socket, one connection at a time, the end.
 
 #ifndef BENCH_SERVER_H
 #define BENCH_SERVER_H
@@ -24,10 +24,10 @@ class channel {
   // Bytes read; 0 at the end and on failure.
   size_t read(char* room, size_t size);
   bool write(std::string_view bytes);
-  // The next line without its line end; what is behind it stays for the next call. False at the
-  // end. The view is valid until the next call.
+  // The next line without its line end; later data stays for the next call. False at the end. The
+  // view is valid until the next call.
   bool read_line(std::string_view& line);
-  // What was received behind the last line, and forgets it.
+  // Takes what was received after the last line.
   std::string_view take_rest();
 
  private:
@@ -46,11 +46,11 @@ struct server_options {
   int max_seconds = 120;
 };
 
-// Prints the port, then serves connections on 127.0.0.1 until standard input ends or the time is
-// over. Returns the exit code.
+// Prints the port, then serves connections on 127.0.0.1 until standard input or the time ends.
+// Returns the exit code.
 int serve(const server_options& options, const std::function<void(channel&)>& talk);
 
-// The value behind `name` in the arguments, or `otherwise`.
+// The value after `name` in the arguments, or `otherwise`.
 std::string option(int argc, char** argv, const char* name, const char* otherwise = "");
 
 }  // namespace bench

@@ -2,8 +2,8 @@
 //
 //   bench_sink [--certificate PEM] [--spool FILE] [--max-seconds N]
 //
-// Prints its port; at the end of standard input a line of JSON with what it took. With --spool the
-// mails' data is kept, as it came over the wire, to be checked after the run.
+// Prints its port, and at the end of standard input a line of JSON with its totals. With --spool
+// the data of the messages is kept as received, to be checked after the run.
 
 #include <cstdio>
 #include <cstring>

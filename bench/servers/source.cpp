@@ -15,7 +15,7 @@
 
 namespace {
 
-// What stands in front of the attachment's lines, and behind them.
+// The text before the attachment's lines, and after them.
 std::string big_mail_start() {
   return bench::mail_header() +
          "MIME-Version: 1.0\r\n"

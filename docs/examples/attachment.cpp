@@ -1,4 +1,4 @@
-// attachment - sends a text and a file, with everything that a header can have.
+// attachment - sends a text and a file, with all kinds of header fields.
 //
 //   attachment HOST PORT FROM TO FILE
 
@@ -15,7 +15,7 @@ namespace {
 
 // [named]
 // "NAME <ADDRESS>" with the name as encoded words of `char_set`. `room` is that of a line, less the
-// header's label and its blank.
+// header's label and blank.
 std::string named_address(const std::string& name, const std::string& address,
                           TAV_EML_CHAR_SET char_set, int room) {
   char* words = nullptr;
@@ -48,7 +48,7 @@ bool compose(tav_eml_smtp_send_mail& mail, const char* from, const char* to,
   if (tav_eml_smtp_util::get_date(1, sizeof date, date) == 0) return false;
 
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
-  mail.m_cBoundaryString = "=_K4nZ0yVt8wQ2";  // must not stand in the data; "=_" never does
+  mail.m_cBoundaryString = "=_K4nZ0yVt8wQ2";  // must not occur in the data; "=_" never does
   mail.m_nCharSet = TAV_EML_CS_ISO_2022_JP;   // of the text and of the header
   mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
   const std::string author = named_address("複合機 3F", from, mail.m_nCharSet, 70);
@@ -56,10 +56,10 @@ bool compose(tav_eml_smtp_send_mail& mail, const char* from, const char* to,
   mail.m_cTo = tav_eml_mlutl_mail_address(to);
   mail.m_cDate = date;
   if (author.empty() || !set_subject(mail, "%printer からのお知らせ")) return false;
-  if (mail.set_mdn_address(from) == 0) return false;  // ask for a notice that it was displayed
+  if (mail.set_mdn_address(from) == 0) return false;  // ask for a notification when it is displayed
 
   auto* const part = new tav_eml_smtp_send_mail_part;
-  mail.set_part(part);  // the mail owns it from here on
+  mail.set_part(part);  // the mail owns it now
   part->m_nContentType = TAV_EML_CT_APPLICATION_PDF;
   part->m_nTransferEncoding = TAV_EML_TE_BASE64;
   part->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
@@ -70,7 +70,7 @@ bool compose(tav_eml_smtp_send_mail& mail, const char* from, const char* to,
 // [/compose]
 
 // [pieces]
-// Sends the file in pieces of any size; those of a multiple of 48 bytes make full base64 lines.
+// Sends the file in pieces. Any size works; multiples of 48 bytes make full base64 lines.
 TAV_EML_RESULT send_file(tav_eml_smtp_boundary& session, tav_eml_smtp_send_mail& mail,
                          std::istream& file) {
   std::string piece(48 * 1024, '\0');
@@ -98,7 +98,7 @@ TAV_EML_RESULT send(const tav_eml_smtp_settings& settings, tav_eml_smtp_send_mai
   }
   if (result == TAV_EML_OK) result = session.send_part_header(mail);
   if (result == TAV_EML_OK) result = send_file(session, mail, file);
-  if (result == TAV_EML_OK && file.bad()) result = TAV_EML_ERR_UNKNOWN;  // half a file is no file
+  if (result == TAV_EML_OK && file.bad()) result = TAV_EML_ERR_UNKNOWN;  // do not send half a file
   if (result == TAV_EML_OK) result = session.close_mail(mail);
   if (result != TAV_EML_OK) session.abort_mail();
   return result;

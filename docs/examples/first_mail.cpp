@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   _tav_eml_smtp_setting record;
   record.server = argv[1];
   record.port = std::atoi(argv[2]);
-  record.timeout = 30;    // seconds, for every wait
+  record.timeout = 30;    // seconds, for each wait
   record.tlsmode = 2;     // STARTTLS
   record.tls_opt[0] = 1;  // check the server's certificate
   const tav_eml_smtp_settings settings(record);

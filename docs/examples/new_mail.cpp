@@ -1,4 +1,4 @@
-// new_mail - shows the mails that were not there the last time, with their parts.
+// new_mail - shows the messages that are new since the last run, with their parts.
 //
 //   NEW_MAIL_PASSWORD=... new_mail HOST PORT USER SEEN_FILE
 
@@ -15,13 +15,13 @@ using namespace quorvelmida;
 namespace {
 
 // [seen]
-// One entry a line: status, blank, unique id. Unique ids have no blanks and no line ends.
+// One entry per line: status, blank, unique id. Unique ids have no blanks and no line ends.
 void load(tav_eml_pop3_mail_info_list& seen, const char* path) {
   std::ifstream file(path);
   int status = 0;
   std::string uid;
   while (file >> status >> uid) {
-    // The list owns the entry, also when there is no room for it. Number 0: not found yet.
+    // The list owns the entry, even if it has no room for it. Number 0: not found yet.
     seen.add_mail_info(new tav_eml_pop3_mail_info(0, uid.c_str(), 0, status), 1);
   }
 }
@@ -43,7 +43,7 @@ bool save(const tav_eml_pop3_mail_info_list& seen, const std::string& path) {
 
 // [body]
 // Reads the mail (`part` is the mail itself) or its current part to the end. `is_certain` becomes
-// false when a block gave no data: it may have been one that could not be used.
+// false if a block gave no data: it may have been unusable.
 TAV_EML_RESULT read_data(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail,
                          tav_eml_mlutl_mail_part& part, std::string& data, bool& is_certain) {
   while (part.m_nComplete == 0) {
@@ -51,7 +51,7 @@ TAV_EML_RESULT read_data(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_ma
         &part == &mail ? session.receive_body(mail) : session.receive_part_body(mail);
     data += take(part);  // a program that writes a file would do so here, block by block
     if (result == TAV_EML_ERR_UNKNOWN) {
-      is_certain = false;  // should the connection be lost, the next call tells
+      is_certain = false;  // if the connection was lost, the next call fails
     } else if (result != TAV_EML_OK) {
       return result;
     }
@@ -85,11 +85,11 @@ TAV_EML_RESULT read_mail(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_ma
     return result;
   }
   while (mail.m_nReceiving != 0) {
-    mail.set_part(new tav_eml_pop3_receive_mail_part);  // deletes the part before it
+    mail.set_part(new tav_eml_pop3_receive_mail_part);  // deletes the previous part
     result = session.receive_part_header(mail, 0);
     if (result != TAV_EML_OK) return result;
     tav_eml_mlutl_mail_part& part = *mail.get_part();
-    if (part.m_nComplete != 0) continue;  // the trace of a closing delimiter
+    if (part.m_nComplete != 0) continue;  // from a closing delimiter: it holds nothing
     std::string data;
     result = read_data(session, mail, part, data, is_certain);
     if (result != TAV_EML_OK) return result;
@@ -106,13 +106,13 @@ TAV_EML_RESULT read_new(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_l
   if (result != TAV_EML_OK) return result;
   int count = 0;
   result = session.stat(count);
-  if (result != TAV_EML_OK || count == 0) return result;  // an empty mailbox is not listed
+  if (result != TAV_EML_OK || count == 0) return result;  // do not list an empty mailbox
   result = session.list(seen, 0);
 
   tav_eml_pop3_mail_info info;
   while (result == TAV_EML_OK && seen.is_has_next_mail() != 0 && seen.search_next_mail(info) != 0) {
-    // Handed out, and written down, before it is read: a mail that breaks the connection, or the
-    // program, must not come again and again.
+    // Mark and save it before reading: a message that breaks the connection, or the program, must
+    // not be read again and again.
     result = session.list_next(seen, info);
     if (result != TAV_EML_OK) return result;
     if (!save(seen, seen_path)) return TAV_EML_ERR_UNKNOWN;
@@ -121,7 +121,7 @@ TAV_EML_RESULT read_new(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_l
     bool is_certain = true;
     result = read_mail(session, mail, is_certain);
     if (result == TAV_EML_ERR_UNKNOWN) {
-      // What is left of it stands between us and the next command.
+      // The rest must be read before the next command.
       result = session.skip_mail(mail) == TAV_EML_UTL_OK ? TAV_EML_OK : TAV_EML_ERR_NOT_CONNECTED;
       is_certain = false;
     }
@@ -147,7 +147,7 @@ int main(int argc, char** argv) {
   record.ucTLSOption[0] = 1;  // check the server's certificate
   const tav_eml_pop3_settings settings(record);
 
-  tav_eml_pop3_mail_info_list seen(10000);  // more than the mailbox will hold
+  tav_eml_pop3_mail_info_list seen(10000);  // more than the mailbox can hold
   load(seen, argv[4]);
   tav_eml_pop3_boundary session(settings);
   const TAV_EML_RESULT result = read_new(session, seen, argv[4]);

@@ -1,5 +1,4 @@
-// pop_before_smtp - tries an account that has to log in over POP3 before it sends, and shows the
-// log on the way.
+// pop_before_smtp - tests an account that must log in over POP3 before sending, and prints the log.
 //
 //   POP_PASSWORD=... pop_before_smtp HOST SMTP_PORT POP3_PORT USER
 
@@ -15,7 +14,7 @@ using namespace quorvelmida;
 namespace {
 
 // [sink]
-// Called with finished lines, one at a time, from whichever thread logs. Level 0 is an error.
+// Called with one whole line at a time, from the thread that logs. Level 0 is an error.
 void write_line(void* context, const char* module, int level, const char* line) {
   std::fprintf(static_cast<std::FILE*>(context), "%s %d: %s\n", module, level, line);
 }
@@ -50,13 +49,13 @@ int main(int argc, char** argv) {
   record.tls_opt[0] = 1;
   record.auth_kind = 2;          // log in over POP3, then connect
   record.pop3_settings = &pop3;  // copied with the rest
-  record.pop_wait = 1;           // seconds in between
+  record.pop_wait = 1;           // seconds between the two
   const tav_eml_smtp_settings settings(record);
   // [/pop]
 
   // [test]
   tav_eml_smtp_boundary session(settings);
-  const TAV_EML_RESULT result = session.test();  // connects, logs in, says goodbye
+  const TAV_EML_RESULT result = session.test();  // connects, logs in, disconnects
   // [/test]
   tav_dbglog_common::set_sink(nullptr, nullptr);
   return tell("test", result);

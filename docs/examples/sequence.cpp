@@ -1,8 +1,8 @@
-// sequence - reads the mails of a mailbox and tells after every call what it returned.
+// sequence - reads the messages of a mailbox and prints what every call returned.
 //
 //   SEQUENCE_PASSWORD=... sequence HOST PORT USER
 //
-// What it prints for the mails of mails/ stands in the guide.
+// The guide shows its output for the messages in mails/.
 
 #include <cstdlib>
 #include <iostream>

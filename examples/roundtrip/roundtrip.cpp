@@ -1,10 +1,10 @@
-// roundtrip - sends a mail with a file to oneself and receives it again: the shortest correct use
-// of both halves of libtaveml.
+// roundtrip - sends a message with a file and receives it again: the shortest correct use of both
+// halves of libtaveml.
 //
 //   ROUNDTRIP_PASSWORD=... roundtrip HOST SMTP_PORT POP3_PORT USER ADDRESS FILE
 //
 // Both connections are encrypted with STARTTLS or STLS and the server's certificate is checked. The
-// headers tell everything that is left out here: quorvelmida/tav_eml_smtp_boundary.h for sending,
+// headers document what is left out here: quorvelmida/tav_eml_smtp_boundary.h for sending,
 // quorvelmida/tav_eml_pop3_boundary.h for receiving.
 
 #include <algorithm>
@@ -36,10 +36,10 @@ struct account {
   const char* address;
 };
 
-constexpr int kTimeout = 30;  // seconds, for every wait for the network
+constexpr int kTimeout = 30;  // seconds, for each wait
 constexpr int kStartTls = 2;
 
-// Every operation of the two interfaces gives TAV_EML_OK or the code of the step that failed
+// Every operation of the two interfaces returns TAV_EML_OK or the code of the step that failed
 // (tav_eml_result.h).
 void require(TAV_EML_RESULT result, const char* step) {
   if (result == TAV_EML_OK) return;
@@ -48,8 +48,8 @@ void require(TAV_EML_RESULT result, const char* step) {
   throw std::runtime_error(text);
 }
 
-// Data crosses the interface in blocks of UtlOS. This one has room for the NUL behind the data, and
-// belongs to the part once set_buffer has taken it.
+// Data crosses the interface in blocks from UtlOS. This one has room for the NUL after the data. If
+// set_buffer succeeds, the part owns it.
 void give(tav_eml_mlutl_mail_part& part, const char* bytes, size_t count) {
   void* block = UtlOS::MemAllocate(count + 1);
   if (block == nullptr) throw std::bad_alloc();
@@ -61,7 +61,7 @@ void give(tav_eml_mlutl_mail_part& part, const char* bytes, size_t count) {
   throw std::bad_alloc();
 }
 
-// The other way round: get_buffer hands the block out, and we free it. 0 asks for everything.
+// The opposite: get_buffer returns the block, and we free it. A length of 0 means everything.
 std::string take(tav_eml_mlutl_mail_part& part) {
   void* block = nullptr;
   long length = 0;
@@ -73,7 +73,7 @@ std::string take(tav_eml_mlutl_mail_part& part) {
 
 // --- Sending -----------------------------------------------------------------------------------
 
-// Texts are UTF-8; what the wire needs is done on the way. Returns the message id.
+// Texts are UTF-8; the library encodes them. Returns the message id.
 std::string compose(const account& who, const std::string& file_name,
                     tav_eml_smtp_send_mail& mail) {
   char date[64];
@@ -90,8 +90,8 @@ std::string compose(const account& who, const std::string& file_name,
   mail.m_nCharSet = TAV_EML_CS_UTF_8;
   mail.m_nTransferEncoding = TAV_EML_TE_BASE64;  // of the body text
 
-  // With an attachment the mail is a multipart, and what separates its parts must occur in neither:
-  // base64 has no "_".
+  // With an attachment the message is a multipart. The boundary must occur in neither part: base64
+  // has no "_".
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
   mail.m_cBoundaryString = "_=_roundtrip_=_";
 
@@ -104,7 +104,7 @@ std::string compose(const account& who, const std::string& file_name,
   return id.GetString();
 }
 
-// The order of the calls is fixed. Body and attachment may come in any number of pieces.
+// The order of the calls is fixed. Body and attachment may be sent in any number of pieces.
 void send_steps(tav_eml_smtp_boundary& session, tav_eml_smtp_send_mail& mail,
                 const std::string& file) {
   static const std::string kText = "Here is the file.\r\nファイルをお送りします。\r\n";
@@ -119,7 +119,7 @@ void send_steps(tav_eml_smtp_boundary& session, tav_eml_smtp_send_mail& mail,
     give(*mail.m_pPart, file.data() + at, std::min(kPiece, file.size() - at));
     require(session.send_part_body(mail), "sending the attachment");
   }
-  // Only now has the server taken the mail.
+  // Only now has the server accepted the message.
   require(session.close_mail(mail), "completing the mail");
 }
 
@@ -130,7 +130,7 @@ std::string send(const account& who, const std::string& file_name, const std::st
   record.timeout = kTimeout;
   record.tlsmode = kStartTls;
   record.tls_opt[0] = 1;  // check the certificate
-  record.auth_kind = 0;   // 1: log in with user_id and password, as most servers want on port 587
+  record.auth_kind = 0;  // 1: log in with user_id and password, as most servers require on port 587
   record.user_id = who.user;
   record.password = who.password;
   const tav_eml_smtp_settings settings(record);  // outlives the session
@@ -141,7 +141,7 @@ std::string send(const account& who, const std::string& file_name, const std::st
   try {
     send_steps(session, mail, file);
   } catch (...) {
-    session.abort_mail();  // the server discards what it has so far
+    session.abort_mail();  // the server discards the message
     throw;
   }
   return id;
@@ -149,26 +149,26 @@ std::string send(const account& who, const std::string& file_name, const std::st
 
 // --- Receiving ---------------------------------------------------------------------------------
 
-// Reads the current part to its end, block by block, so that a large one need not fit into memory:
-// a program that writes a file would do so here.
+// Reads the current part to its end, block by block. A program that writes a file would do so here,
+// so that a large part need not fit into memory.
 std::string read_part(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail) {
   std::string bytes;
   while (mail.get_part()->m_nComplete == 0) {
     const TAV_EML_RESULT result = session.receive_part_body(mail);
     const std::string block = take(*mail.get_part());
-    // A block without data, such as an empty line behind the base64, is no failure. A connection
-    // that was lost shows itself by another code, at the latest at the next call.
+    // A block without data, such as an empty line after the base64, is not a failure. If the
+    // connection was lost, this call or the next one returns another code.
     if (result != TAV_EML_ERR_UNKNOWN || !block.empty()) require(result, "receiving a part");
     bytes += block;
   }
   return bytes;
 }
 
-// What the attachment of the mail holds. The mail is read to its end.
+// Returns the attachment's data. Reads the message to its end.
 std::string read_attachment(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail) {
   std::string file;
   while (mail.m_nReceiving != 0) {
-    mail.set_part(new tav_eml_pop3_receive_mail_part);  // deletes the part before it
+    mail.set_part(new tav_eml_pop3_receive_mail_part);  // deletes the previous part
     require(session.receive_part_header(mail, 0), "receiving the header of a part");
     const bool is_file = mail.get_part()->m_nContentDisposition == TAV_EML_CD_ATTACHMENT;
     const std::string bytes = read_part(session, mail);
@@ -177,14 +177,14 @@ std::string read_attachment(tav_eml_pop3_boundary& session, tav_eml_pop3_receive
   return file;
 }
 
-// Looks through the new mails for the one with the message id, and deletes it when it was read.
-// `seen` remembers by unique id which ones were handed out: a device keeps it between connections.
+// Searches the new messages for the one with the message id, reads and deletes it. `seen` holds the
+// unique ids of those handed out: a device keeps it between connections.
 bool receive_steps(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_list& seen,
                    const std::string& id, std::string& file) {
   int count = 0;
   require(session.connect_mail(), "connecting to the mailbox");
   require(session.stat(count), "counting the mails");
-  if (count == 0) return false;  // an empty mailbox must not be listed
+  if (count == 0) return false;  // do not list an empty mailbox
   require(session.list(seen, 0), "listing the mails");
 
   tav_eml_pop3_mail_info info;
@@ -198,7 +198,7 @@ bool receive_steps(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_list& 
       require(session.delete_mail(mail), "deleting the mail");
       return true;
     }
-    // A mail must be read or skipped to its end before the next command.
+    // Read or skip a message to its end before the next command.
     if (session.skip_mail(mail) != TAV_EML_UTL_OK) throw std::runtime_error("skipping failed");
   }
   return false;
@@ -216,8 +216,8 @@ std::string receive(const account& who, const std::string& id) {
   const tav_eml_pop3_settings settings(record);
 
   tav_eml_pop3_mail_info_list seen(1000);
-  // Mail may take a while to arrive. A failed step leaves by an exception, and the destructor
-  // closes the connection; deletions count only when close_mail has said goodbye.
+  // Mail may take a while to arrive. A failed step throws, and the destructor closes the
+  // connection; deletions take effect only with close_mail.
   for (int attempt = 0; attempt < 10; ++attempt) {
     if (attempt > 0) std::this_thread::sleep_for(std::chrono::seconds(1));
     tav_eml_pop3_boundary session(settings);
@@ -240,7 +240,7 @@ int run(char** arguments) {
   const std::string path = arguments[6];
   std::ifstream input(path, std::ios::binary);
   const std::string file{std::istreambuf_iterator<char>(input), {}};
-  // A part without data cannot be told from one that holds a line break.
+  // An empty part looks like one that contains a line break.
   if (!input || file.empty()) throw std::runtime_error("cannot read " + path + ", or it is empty");
 
   const std::string id = send(who, path.substr(path.rfind('/') + 1), file);

@@ -76,8 +76,8 @@ class TAVEML_API tav_eml_smtp_command : public UtlObject {
                                          ntssmtp_fileptr& session, long timeout);
 
   // RFC 2195. A password of more than 64 bytes is replaced by its MD5 digest up to the first zero
-  // byte, so some of them fail: a real server refused 93 of 1600 such logins. Passwords of at most
-  // 64 bytes always work.
+  // byte, so some of them fail: a real server refused 93 of 1600 such logins. Shorter passwords do
+  // not have this problem.
   TAV_EML_RESULT tav_eml_smtp_auth_cram_md5(const UtlString& user, const UtlString& password,
                                             ntssmtp_fileptr& session, long timeout);
 

@@ -29,7 +29,7 @@ struct base64_group {
   unsigned int characters = 0;
 };
 
-// Takes characters up to a whole group or the end of the text, over everything foreign.
+// Takes characters up to a whole group or the end of the text. Skips those outside the alphabet.
 base64_group collect_group(const unsigned char*& in, const unsigned char* end) {
   base64_group group;
   for (; in != end && group.characters < 4; ++in) {
@@ -41,8 +41,8 @@ base64_group collect_group(const unsigned char*& in, const unsigned char* end) {
   return group;
 }
 
-// The end of the data, and the byte behind it: NUL, except that a single leftover character, which
-// is no byte, leaves its bits there. Returns the count of bytes.
+// Writes the end of the data and the byte after it: NUL, or the bits of a single leftover
+// character, which is not enough for a byte. Returns the number of bytes.
 long finish_text(const base64_group& rest, uint8_t* out) {
   const uint8_t bytes[] = {static_cast<uint8_t>(rest.bits >> 16),
                            static_cast<uint8_t>(rest.bits >> 8), 0};
@@ -52,10 +52,10 @@ long finish_text(const base64_group& rest, uint8_t* out) {
   return static_cast<long>(count);
 }
 
-// Room for what `len` characters decode to, with the byte behind it.
+// Room for the bytes that `len` characters decode to and the byte after them.
 long decoded_room(long len) { return len / 4 * 3 + 3 + static_cast<long>(kBase64Slack); }
 
-// True when "=" follows the last character of the alphabet.
+// True if "=" follows the last character of the alphabet.
 bool is_padded(const unsigned char* in, const unsigned char* end) {
   while (end != in && kBase64Values.of[end[-1]] == kNotInBase64) {
     if (*--end == '=') return true;
@@ -71,7 +71,7 @@ base64_rest characters_of(const base64_group& group) {
   return rest;
 }
 
-// Decodes into `out`, which has decoded_room(). Returns the count of bytes.
+// Decodes into `out`, which has decoded_room(). Returns the number of bytes.
 // The kernel takes most of the text, up to something irregular.
 long decode(const unsigned char* in, long len, uint8_t* out, base64_rest* rest) {
   const unsigned char* const text = in;

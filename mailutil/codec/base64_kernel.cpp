@@ -54,9 +54,9 @@ base64_place decode_base64_line(base64_place at, const unsigned char* end) {
   return at;
 }
 
-// The bits of the two "outside" tables stand for rows of the ASCII chart, and a column has the bits
-// of the rows where it is not in the alphabet. Rows 4 and 6 have the same gap ("@" and "`"), and so
-// have rows 5 and 7.
+// Each bit of the two "outside" tables is a row of the ASCII chart. A column has the bits of the
+// rows where it is not in the alphabet. Rows 4 and 6 have the same gap ("@" and "`"); so do rows 5
+// and 7.
 //   1: row 2    2: row 3    4: rows 4, 6    8: rows 5, 7    16: the others, all outside
 constexpr base64_vector_tables kBase64VectorTables = {
     {'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,

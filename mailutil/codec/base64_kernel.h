@@ -22,13 +22,12 @@ struct base64_place {
 // caller: padding, foreign characters, the unfinished last group.
 struct base64_kernel {
   const char* name;
-  // Encodes `groups` groups. Reads no further than `end`, the end of all input, which may lie
-  // behind these groups: lines are short, and a vector wants to read across their ends.
+  // Encodes `groups` groups. Reads no further than `end`, the end of all input, which may be after
+  // these groups: lines are short, and a vector reads across their ends.
   void (*encode)(const uint8_t* in, size_t groups, const uint8_t* end, char* out);
   // Decodes whole groups, over the CR LF of lines that end with a group, up to the first group with
   // a character outside the alphabet (NUL is outside here). `out` has room for all groups and
-  // kBase64Slack bytes more, and what lies behind the decoded groups may be overwritten with
-  // anything.
+  // kBase64Slack bytes more; the bytes after the decoded groups are undefined.
   base64_place (*decode)(const unsigned char* in, const unsigned char* end, uint8_t* out);
 };
 
@@ -39,8 +38,8 @@ inline bool is_line_break(const unsigned char* in, const unsigned char* end) {
 // The fastest kernel that this machine runs.
 const base64_kernel& chosen_base64_kernel();
 
-// For tests: all kernels, fastest first, null for what this machine or build lacks; and the choice
-// of one of them for all threads, null for the fastest again.
+// For tests: all kernels, fastest first, null for those that this machine or build lacks; and the
+// choice of one for all threads, null for the fastest.
 std::array<const base64_kernel*, 4> base64_kernels();
 void choose_base64_kernel(const base64_kernel* kernel);
 

@@ -1,6 +1,6 @@
-// base64 in blocks of 64 characters with ARM NEON, whose loads and stores take groups apart and put
-// them together. On 32-bit ARM the unit is optional: there the functions name it themselves, and
-// the machine is asked before they are called.
+// base64 in blocks of 64 characters with ARM NEON, whose loads and stores split and join groups. On
+// 32-bit ARM the unit is optional: there the functions name it themselves, and are called only
+// where the machine has it.
 
 #include "codec/base64_kernel.h"
 
@@ -20,7 +20,7 @@
 
 #include <arm_neon.h>
 
-// The small functions below belong into the loops, at every level of optimization.
+// The small functions below must be inlined at every level of optimization.
 #define NEON_INLINE TARGET_NEON inline __attribute__((always_inline))
 
 namespace quorvelmida {

@@ -50,15 +50,14 @@ TARGET_SSSE3 void encode_ssse3(const uint8_t* in, size_t groups, const uint8_t* 
   if (groups > 0) kPortableBase64Kernel.encode(in, groups, end, out);
 }
 
-// Steps over what a vector has decoded: up to the first foreign character, and over a line break
-// that follows. False when it is none. A vector that is not clean up to its end is decoded as a
-// whole all the same, and only its clean groups are counted: the short rest of a line costs no more
-// than a full vector.
+// Steps over the groups that a vector has decoded, up to the first character outside the alphabet,
+// and over a line break there. False if there is no line break. A vector that is not clean to its
+// end is decoded whole, and only its clean groups are counted: the short rest of a line costs no
+// more than a full vector.
 //
-// Where the next vector begins would be known only when this one is done, and each line would wait
-// for the one before. But lines are alike: the step is `usual`, the one of the line before, and the
-// processor foresees that it need not be corrected. The asm keeps the compiler from finding out
-// that the two are the same in the end.
+// The start of the next vector would be known only after this one is done, so each line would wait
+// for the previous one. Lines are alike, so the step is predicted as `usual`, that of the previous
+// line, and the processor runs ahead. The asm keeps the compiler from merging the two values.
 inline __attribute__((always_inline)) bool step(base64_place& at, const unsigned char* end,
                                                 int foreign, unsigned int& usual) {
   const auto clean = static_cast<unsigned int>(__builtin_ctz(static_cast<unsigned int>(foreign)));
@@ -105,7 +104,7 @@ TARGET_SSSE3 base64_place decode_ssse3(const unsigned char* in, const unsigned c
 }
 
 // The same as above with twice the width. The upper halves are cleared by hand before other code
-// runs: it would crawl otherwise, and not every level of optimization does that by itself.
+// runs, which would be slow otherwise: not every level of optimization does that itself.
 TARGET_AVX2 void encode_avx2(const uint8_t* in, size_t groups, const uint8_t* end, char* out) {
   const __m256i spread = load_twice(kSpread);
   const __m256i to_character = load_twice(kBase64VectorTables.to_character);
@@ -163,11 +162,11 @@ TARGET_AVX2 base64_place decode_avx2(const unsigned char* in, const unsigned cha
   return decode_ssse3(at.in, end, at.out);
 }
 
-// The compiler's own question would bring tables of all processors along.
+// The compiler's own test would link in tables of all processors.
 bool has_avx2() {
   unsigned int a, b, c, d;
   if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & bit_OSXSAVE) == 0) return false;
-  // The system must save the wide registers, too.
+  // The system must also save the wide registers.
   unsigned int saved, high;
   asm volatile("xgetbv" : "=a"(saved), "=d"(high) : "c"(0));
   constexpr unsigned int kVectors = 6;

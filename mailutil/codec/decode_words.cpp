@@ -35,7 +35,7 @@ struct encoded_word {
   word_encoding encoding;
 };
 
-// Finds the next thing that is delimited like an encoded word.
+// Finds the next text that is delimited like an encoded word.
 bool find_word(std::string_view value, size_t from, encoded_word& word) {
   word.start = value.find(ABNF_ENCODE_STRING_START, from);
   if (word.start == std::string_view::npos) return false;
@@ -43,7 +43,7 @@ bool find_word(std::string_view value, size_t from, encoded_word& word) {
   if (first == std::string_view::npos) return false;
   const size_t second = value.find(ABNF_ENCODE_DELIMITER, first + 1);
   if (second == std::string_view::npos) return false;
-  // Behind the second "?": the "=" of a base64 text that begins there is not the word's end.
+  // Search after the second "?": with a payload that begins with "=" it is not the word's end.
   word.end = value.find(ABNF_ENCODE_STRING_END, second + 1);
   return word.end != std::string_view::npos;
 }
@@ -81,7 +81,7 @@ void blank_line_breaks(utl_buffer& text) {
       text.data(), end, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; }, ' ');
 }
 
-// Hands over what is between `from` and the word's end, with the word decoded if it can be.
+// Passes on the text from `from` to the word's end, with the word decoded if possible.
 bool hand_over_word(std::string_view value, size_t from, const encoded_word& word,
                     line_breaks breaks, text_sink sink, void* out, TAV_EML_CHAR_SET& char_set) {
   const std::string_view raw = value.substr(from, word.end + 2 - from);

@@ -28,7 +28,7 @@ bool needs_encoding(char ch) {
   return !is_space && (byte < 0x20 || byte > 0x7E);
 }
 
-// The text to encode and the line that it stands on.
+// The text to encode and the line that it is on.
 struct encoded_run {
   const char* line;
   const char* start;
@@ -78,8 +78,8 @@ bool append(utl_buffer& out, const char* from, const char* to, int line) {
   return false;
 }
 
-// Appends the run as encoded words, or as it is when it cannot be encoded. Far to the right a word
-// may become longer than the line has room for: better a long line than raw text.
+// Appends the run as encoded words, or as it is if it cannot be encoded. Far to the right a word
+// may be longer than the line has room for: a long line is better than raw text.
 bool append_run(utl_buffer& out, const encoded_run& run, TAV_EML_CHAR_SET char_set) {
   const long indent = static_cast<long>(run.start - run.line);
   const int max_line = kMaxLine - static_cast<int>(std::min<long>(indent, kMaxLine));

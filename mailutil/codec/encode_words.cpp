@@ -27,7 +27,7 @@ namespace {
 constexpr char kBase64Mark[] = "?B?";
 constexpr char kFold[] = "\r\n\t";
 constexpr int kLineBreak = 2;
-// Room that any character fits in: one of ISO-2022-JP stands between two escape sequences.
+// Room for any character: in ISO-2022-JP, two bytes between two escape sequences of three.
 constexpr long kAnyCharacter = 8;
 
 // How a run is cut into words.
@@ -40,7 +40,7 @@ word_layout layout_words(long name_length, long text_length, int max_line) {
   const long overhead = 2 + name_length + static_cast<long>(sizeof kBase64Mark) - 1 + 2;
   const int64_t base64_room = (int64_t{max_line} - overhead - kLineBreak) / 4 * 4;
   if (base64_room < 1) return {false, text_length};
-  // No text becomes longer than if each of its bytes were a character.
+  // An upper bound: every byte a character.
   const int64_t most = (int64_t{text_length} + 1) * kAnyCharacter;
   return {true, static_cast<long>(std::min(base64_room / 4 * 3, most))};
 }
@@ -55,13 +55,13 @@ piece_result conversion_failure(int code) {
   return piece_result::failed;
 }
 
-// Converts as much of the text as fits into `converted` and moves `text` behind it.
+// Converts as much of the text as fits into `converted` and moves `text` past it.
 piece_result convert_piece(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING& text, long capacity,
                            utl_buffer& converted) {
   TAV_EML_ENCODED_STRING piece = {char_set, converted.data(), static_cast<int32_t>(capacity)};
   int consumed = 0;
   const int result = convert_text(text, piece, consumed);
-  // A word that cannot take even one character would be made for ever.
+  // With a word that has no room for a character the loop would never end.
   if (result == 0 && consumed < 1 && text.length > 0) return piece_result::no_room;
   if (result != 0) return conversion_failure(result);
   converted.set_length(piece.length);
@@ -100,7 +100,7 @@ class word_builder {
   utl_buffer m_cText;
 };
 
-// base64 of the converted bytes; the bytes themselves when they cannot be encoded.
+// base64 of the converted bytes, or the bytes themselves if that fails.
 std::string encode_chunk(const utl_buffer& converted) {
   utl_buffer encoded;
   if (!to_base64(converted.data(), converted.length(), 0, encoded)) {

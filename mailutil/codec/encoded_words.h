@@ -10,23 +10,22 @@
 
 namespace quorvelmida {
 
-// What becomes of CR, LF and NUL that come out of an encoded word. In a header that is split into
-// lines afterwards, a word could forge a line with them.
+// Whether CR, LF and NUL from an encoded word become blanks. Where a header is split into lines
+// afterwards, they could forge a line.
 enum class line_breaks { kept, blanked };
 
-// Takes a piece of decoded text; `step` tells which piece it is. False when memory ran out.
+// Takes a piece of decoded text; `step` says which piece it is. False if memory ran out.
 using text_sink = bool (*)(void* out, std::string_view piece, int step);
 
-// Hands `value` to `sink`, piece by piece, with every encoded word decoded. `char_set` becomes that
-// of the last word and is untouched when there is none. False when the sink says so.
+// Passes `value` to `sink`, piece by piece, with every encoded word decoded. `char_set` becomes
+// that of the last word; without a word it does not change. False if the sink returns false.
 bool decode_encoded_words(std::string_view value, line_breaks breaks, text_sink sink, void* out,
                           TAV_EML_CHAR_SET& char_set);
 
-// What becomes of a character that no word of the wanted length has room for.
+// What to do with a character for which a word of the wanted length has no room.
 enum class tight_words { fail, grow };
 
-// As tav_eml_mlutl_mime_utility::ToMimeEncode, for callers that report exceptions themselves: they
-// go through.
+// As tav_eml_mlutl_mime_utility::ToMimeEncode, but lets exceptions through.
 bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int max_line,
                      tight_words tight, utl_buffer& out);
 

@@ -18,14 +18,14 @@ namespace {
 
 char to_upper(char ch) { return ch >= 'a' && ch <= 'z' ? static_cast<char>(ch - 'a' + 'A') : ch; }
 
-// The text behind charset and language; the whole text when they are missing.
+// The text after charset and language; the whole text if they are missing.
 const char* skip_charset_and_language(const char* value) {
   const char* first = std::strchr(value, '\'');
   const char* second = first != nullptr ? std::strchr(first + 1, '\'') : nullptr;
   return second != nullptr ? second + 1 : value;
 }
 
-// What stands behind the last "." of a name, when both sides of it hold something.
+// The text after the last "." of a name, if there is text on both sides of it.
 const char* extension_of(const char* name) {
   const char* dot = std::strrchr(name, '.');
   return dot != nullptr && dot > name && dot[1] != '\0' ? dot + 1 : nullptr;
@@ -68,7 +68,7 @@ void tav_eml_mlutl_mime_utility::decode_and_set_escape_string(tav_eml_mlutl_mail
   while (is_blank(*value)) ++value;
   const char* text = skip_charset_and_language(value);
   const size_t length = std::strcspn(text, ";");
-  // Escapes are read within the value only: its end is a NUL in this copy.
+  // A copy that ends in a NUL: escapes must not be read past the value's end.
   const std::unique_ptr<char[]> decoded(new (std::nothrow) char[length + 1]());
   const std::unique_ptr<char[]> source(new (std::nothrow) char[length + 1]());
   if (!decoded || !source) {

@@ -30,7 +30,7 @@ int hex_value(char ch) {
   return -1;
 }
 
-// Decodes the "=" at `in[i]`; returns the index behind what it stands for.
+// Decodes the escape at `in[i]`, a "="; returns the index after it.
 long decode_escape(const char* in, long len, long i, char* out, long& o) {
   if (i + 1 < len && is_line_break(in[i + 1])) {
     // A soft line break: CR LF, a lone CR or LF, and also two line feeds in a row.
@@ -41,7 +41,7 @@ long decode_escape(const char* in, long len, long i, char* out, long& o) {
     const int low = hex_value(in[i + 2]);
     if (high >= 0 && low >= 0) out[o++] = static_cast<char>(high * 16 + low);
   }
-  return i + 3;  // a malformed escape leaves nothing
+  return i + 3;  // a malformed escape gives nothing
 }
 
 long decode(const char* in, long len, char* out) {
@@ -65,8 +65,8 @@ long decode(const char* in, long len, char* out) {
 
 bool is_literal(char ch) { return (ch >= 33 && ch <= 60) || (ch >= 62 && ch <= 126); }
 
-// One pass over the text; `out` null only measures. Returns the bytes written, `reported` the sum
-// of the columns.
+// One pass over the text; a null `out` only measures. Returns the number of bytes; `reported`
+// becomes the sum of the columns.
 int64_t encode(const char* in, int64_t line_len, char* out, int64_t& reported) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   int64_t o = 0;
@@ -140,7 +140,7 @@ int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, 
   out_len = 0;
   if (!is_readable("to_qb", in, 1)) return 0;
   const char* text = static_cast<const char*>(in);
-  // Measured first: soft breaks make the text longer than any estimate from the byte count.
+  // Measure first: soft breaks make the text longer than any estimate from the byte count.
   int64_t reported = 0;
   const int64_t length = encode(text, line_len, nullptr, reported);
   utl_buffer encoded;

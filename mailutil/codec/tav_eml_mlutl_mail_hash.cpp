@@ -22,7 +22,7 @@ namespace {
 
 constexpr unsigned long kBlock = 64;
 constexpr unsigned long kDigest = 16;
-constexpr unsigned int kLengthAt = 56;  // where the bit count stands in the last block
+constexpr unsigned int kLengthAt = 56;  // where the bit count is in the last block
 
 uint32_t rotate_left(uint32_t word, unsigned int bits) {
   return (word << bits) | (word >> (32 - bits));
@@ -53,14 +53,14 @@ void start(unsigned long* state) {
   state[3] = 0x10325476;
 }
 
-// The bytes of a digest, by shifts: the same on every machine.
+// The bytes of a digest, by shifts: independent of the byte order.
 void to_bytes(const unsigned long* state, unsigned char* bytes) {
   for (unsigned int i = 0; i < kDigest; ++i) {
     bytes[i] = static_cast<unsigned char>((state[i / 4] >> (8 * (i % 4))) & 0xFF);
   }
 }
 
-// A null text is as good as an empty one.
+// A null text counts as "".
 size_t length_of(const char* text) { return text != nullptr ? std::strlen(text) : 0; }
 
 void to_hex(const unsigned long* state, char* out) {
@@ -104,7 +104,7 @@ void tav_eml_mlutl_mail_hash::RoundCalculate(const unsigned char* block, unsigne
   for (unsigned int i = 0; i < 4; ++i) state[i] = static_cast<uint32_t>(word[i] + added[i]);
 }
 
-// Compresses the last bytes of `length` in all, fewer than 64 of them, with their padding.
+// Compresses the last bytes of `length` in all, fewer than 64, with their padding.
 void tav_eml_mlutl_mail_hash::FinishDigest(const char* rest, unsigned long length,
                                            unsigned long* state) {
   const unsigned long r = length % kBlock;
@@ -120,8 +120,8 @@ void tav_eml_mlutl_mail_hash::FinishDigest(const char* rest, unsigned long lengt
   for (unsigned int i = 0; i < 4; ++i) {
     work[kLengthAt + i] = static_cast<unsigned char>((bits >> (8 * i)) & 0xFF);
   }
-  // The top bits of the bit count. They stand here and not at byte 60: a form of its own for data
-  // of 512 MiB and more, which peers of this library share.
+  // The top bits of the bit count are here and not at byte 60. This differs from RFC 1321 for data
+  // of 512 MiB and more; peers of this library do the same.
   work[62] = static_cast<unsigned char>(static_cast<uint32_t>(length) >> 29);
   RoundCalculate(work, state);
 }
@@ -137,7 +137,7 @@ void tav_eml_mlutl_mail_hash::GetMD5Digest(const char* data, unsigned long lengt
   FinishDigest(data + done, length, state);
 }
 
-// The digest of a 64-byte pad and the data behind it, which stay where they are.
+// The digest of a 64-byte pad followed by the data, without joining them.
 void tav_eml_mlutl_mail_hash::DigestBehindPad(const unsigned char* pad, const char* data,
                                               unsigned long length, unsigned long* state) {
   start(state);

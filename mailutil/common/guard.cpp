@@ -12,7 +12,7 @@ const char* text_of(const tav_eml_mlutl_mail_exception& exception) {
 
 }  // namespace
 
-// Here and not in the template: there it would stand in every operation.
+// Not in the template, which would repeat it in every operation.
 void log_exception(const char* operation) noexcept {
   try {
     throw;

@@ -1,4 +1,4 @@
-// guard.h - the edge where exceptions of the layers below become results.
+// guard.h - turns exceptions into results.
 
 #ifndef GUARD_H
 #define GUARD_H
@@ -13,11 +13,12 @@
 
 namespace quorvelmida {
 
-// Logs the exception that is being handled. Others than memory's and a mail's end the program.
+// Logs the exception that is being handled, a std::bad_alloc or a mail exception. Any other ends
+// the program.
 void log_exception(const char* operation) noexcept;
 
-// Runs `body` and returns its result, or `no_memory` when memory ran out in something that can only
-// say so by an exception (strings, vectors, new). Owners free what they hold on the way out.
+// Runs `body` and returns its result, or `no_memory` if it throws: strings, vectors and new report
+// a lack of memory only by an exception.
 template <typename Result, typename Body>
 Result guarded(const char* operation, Result no_memory, Body&& body) noexcept {
   try {
@@ -56,8 +57,8 @@ Result reporting_mail_exceptions(const char* prefix, Result failure, Body&& body
   return failure;
 }
 
-// UtlOS memory for those to whom it does not matter how it ran out: null, after a log line when the
-// device's allocator threw.
+// UtlOS memory. Null if it runs out, also if the device's allocator reports that by an exception,
+// which is logged.
 void* allocate_block(const char* operation, size_t size) noexcept;
 void* reallocate_block(const char* operation, void* block, size_t size) noexcept;
 

@@ -5,7 +5,7 @@
 
 #include "tav_dbglog.h"
 
-// A macro, so that the compiler holds every format against its arguments.
+// A macro, so that the compiler checks every format against its arguments.
 #define TAV_EML_LOG(level, ...)                        \
   do {                                                 \
     if (false) quorvelmida::check_format(__VA_ARGS__); \
@@ -23,8 +23,8 @@ __attribute__((format(printf, 1, 2))) inline void check_format(const char*, ...)
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"  // check_format() sees the literal
 #pragma GCC diagnostic ignored "-Wformat-security"
 
-// One function for each level and kind of arguments: hundreds of places log, and what each of them
-// need not do by itself makes the library some KiB smaller.
+// One function for each level and list of argument types. Sharing it among hundreds of calls makes
+// the library some KiB smaller.
 template <int level, typename... Arguments>
 __attribute__((noinline, cold)) void log_line(const char* format, Arguments... arguments) noexcept {
   tav_dbglog_common::get_instance()->tracer("TAV_EML", level, format, arguments...);

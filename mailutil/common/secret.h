@@ -1,4 +1,4 @@
-// secret.h - memory that held secrets.
+// secret.h - wiping memory that held secrets.
 
 #ifndef SECRET_H
 #define SECRET_H
@@ -11,27 +11,27 @@
 
 namespace quorvelmida {
 
-// Overwrites memory in a way that no compiler takes for useless.
+// Overwrites memory. The compiler must not remove the writes, hence volatile.
 inline void wipe(void* memory, size_t size) {
   volatile unsigned char* byte = static_cast<volatile unsigned char*>(memory);
   while (size-- > 0) *byte++ = 0;
 }
 
-// Overwrites the text of a string that is about to go or to change. The text is the string's own
+// Overwrites the text of a string before it is freed or replaced. The text is the string's own
 // memory, so writing to it is sound.
 inline void wipe_text(UtlString& text) {
   if (text.GetLength() > 0) wipe(const_cast<char*>(text.GetString()), text.GetLength());
 }
 
-// Makes `target` a copy of `source` and wipes what it was. When memory runs out, the copy throws
-// and `target` stays as it was.
+// Makes `target` a copy of `source` and wipes its old text. If memory runs out, this throws and
+// `target` does not change.
 inline void replace_text(UtlString& target, const UtlString& source) {
   UtlString copy(source);
   wipe_text(target);
   target = std::move(copy);
 }
 
-// A buffer that is wiped when it goes. Its length must not be lowered before.
+// A buffer that is wiped on destruction, up to its length: do not lower that.
 class secret_buffer : public utl_buffer {
  public:
   secret_buffer() = default;
@@ -42,7 +42,7 @@ class secret_buffer : public utl_buffer {
   }
 };
 
-// A local array that is wiped when it goes.
+// A local array that is wiped on destruction.
 template <size_t Size>
 struct secret_array {
   secret_array() = default;
@@ -53,7 +53,7 @@ struct secret_array {
   char data[Size] = {};
 };
 
-// Wipes what others own when a scope ends, on every path.
+// Wipes memory that it does not own at the end of a scope.
 class wipe_at_end {
  public:
   wipe_at_end(void* memory, size_t size) : m_pMemory(memory), m_uSize(size) {}

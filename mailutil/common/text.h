@@ -1,4 +1,4 @@
-// text.h - small tests on texts: ASCII only, whatever the locale.
+// text.h - small tests on texts. ASCII only, whatever the locale.
 
 #ifndef TEXT_H
 #define TEXT_H
@@ -22,7 +22,7 @@ inline bool is_control(char ch) {
 
 inline char to_lower(char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch; }
 
-// A character of a peer's text as it may stand in a log line.
+// A character of a peer's text, safe for a log line.
 inline char printable(char ch) { return is_control(ch) ? ' ' : ch; }
 
 // The text of a string, never null.
@@ -30,7 +30,7 @@ inline const char* text_of(const UtlString& string) {
   return string.GetString() != nullptr ? string.GetString() : "";
 }
 
-// True when the text can stand in one command line.
+// True if the text can be part of a command line.
 inline bool has_no_control(const char* text) {
   for (; *text != '\0'; ++text) {
     if (is_control(*text)) return false;
@@ -38,13 +38,13 @@ inline bool has_no_control(const char* text) {
   return true;
 }
 
-// A null pointer stands for no bytes, and for that only. What is refused is logged.
+// False, after a log line, for a null pointer with a length above 0.
 bool is_readable(const char* operation, const void* bytes, int64_t length);
 
-// The texts one behind the other.
+// Concatenates the texts.
 std::string joined(std::initializer_list<std::string_view> texts);
 
-// True when the text can be a header value: a line break only as a fold (RFC 5322 2.2.3).
+// True if every line break in the text is a fold (RFC 5322 2.2.3).
 bool is_header_value(const char* text);
 
 }  // namespace quorvelmida

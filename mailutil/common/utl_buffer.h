@@ -11,9 +11,8 @@
 
 namespace quorvelmida {
 
-// A UtlOS block with its count of bytes, freed when its owner goes. adopt() takes over a block that
-// an operation of the interface handed out; release() gives the block away after the last step that
-// can fail.
+// Owns a UtlOS block and its length. adopt() takes over a block that an operation of the interface
+// returned; call release() after the last step that can fail.
 class utl_buffer {
  public:
   utl_buffer() = default;
@@ -31,8 +30,8 @@ class utl_buffer {
   }
   ~utl_buffer() { UtlOS::MemFree(m_pData); }
 
-  // A new block of `capacity` bytes and one more, not cleared; the length becomes 0. For those who
-  // write every byte: clearing would cost as much as the copy itself.
+  // A new block of `capacity` bytes and one more, not cleared; the length becomes 0. For callers
+  // that write every byte: clearing would cost as much as their copy.
   bool allocate_uncleared(int64_t capacity) {
     UtlOS::MemFree(m_pData);
     forget();
@@ -41,7 +40,7 @@ class utl_buffer {
     return m_pData != nullptr;
   }
 
-  // A new block of `capacity` bytes and a NUL behind them, all zero; the length becomes 0.
+  // A new block of `capacity` bytes and a NUL after them, all zero; the length becomes 0.
   bool allocate(long capacity) {
     if (!allocate_uncleared(capacity)) return false;
     std::memset(m_pData, 0, static_cast<size_t>(capacity) + 1);
@@ -57,7 +56,7 @@ class utl_buffer {
     return true;
   }
 
-  // Cuts the block down to `length` bytes and what stands behind them, one byte.
+  // Cuts the block down to `length` bytes and the one byte after them.
   bool shrink(long length) {
     void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(length) + 1);
     if (block == nullptr) return false;

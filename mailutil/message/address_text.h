@@ -1,5 +1,5 @@
-// address_text.h - the address operations for use inside the library. What the exported ones report
-// as "no address" when memory runs out would lose recipients: these throw std::bad_alloc.
+// address_text.h - the address operations for use inside the library. They throw std::bad_alloc if
+// memory runs out. The exported ones then report "no address", which would lose recipients.
 
 #ifndef ADDRESS_TEXT_H
 #define ADDRESS_TEXT_H
@@ -10,8 +10,8 @@
 
 namespace quorvelmida {
 
-// Finds the next address at or behind `pos`, trimmed, without making a copy of it. `pos` moves to
-// the address after it, or to the end of the list.
+// Finds the next address at or after `pos`, trimmed, without copying it. `pos` moves to the
+// following address, or to the end of the list.
 bool find_address(const char* list, int& pos, const char* delimiters, std::string_view& found);
 
 // As tav_eml_mlutl_mail_address::get_address.

@@ -7,8 +7,7 @@
 
 namespace quorvelmida {
 
-// As tav_eml_mlutl_mail_type::convert_encoded_string, for callers that report exceptions of the
-// converter themselves: they go through.
+// As tav_eml_mlutl_mail_type::convert_encoded_string, but lets exceptions of the converter through.
 int convert_text(const TAV_EML_ENCODED_STRING& in, TAV_EML_ENCODED_STRING& out, int& consumed);
 
 }  // namespace quorvelmida

@@ -18,7 +18,7 @@ bool is_shift_jis(TAV_EML_CHAR_SET char_set) {
   return char_set >= TAV_EML_CS_SHIFT_JIS && char_set <= TAV_EML_CS_MS_KANJI;
 }
 
-// Where a Shift_JIS scan stands.
+// The state of a Shift_JIS scan.
 enum class sjis_state { single, lead, trail };
 
 sjis_state next_state(sjis_state state, unsigned char byte) {
@@ -41,8 +41,8 @@ void adjust_shift_jis(const char* text, long& cut, bool hold_back) {
   if (state == sjis_state::lead && (!text_ended || hold_back)) --cut;
 }
 
-// The escape sequences of ISO-2022-JP and the mode that each opens. A sequence that begins another
-// one stands behind it.
+// The escape sequences of ISO-2022-JP and the mode that each opens. A sequence that is the start of
+// another one comes after it.
 struct jis_escape {
   const char* sequence;
   long length;
@@ -71,7 +71,7 @@ struct jis_scan {
   long pos = 0;
   int mode = 0;
   int previous_mode = 0;
-  bool in_pair = false;  // the first byte of a pair was counted, the second not yet
+  bool in_pair = false;  // between the two bytes of a pair
 
   void run(const char* text, long length, long cut) {
     while (pos < cut && pos < length) {
@@ -84,7 +84,7 @@ struct jis_scan {
       if (rest < kShortestEscape ||
           (rest == kShortestEscape && std::strncmp(text + pos, kJisFourBytes, 3) == 0)) {
         in_pair = false;
-        pos = length;  // a sequence cut off by the text's end
+        pos = length;  // the text ends within a sequence
         return;
       }
       const jis_escape* escape = find_escape(text + pos);
@@ -96,7 +96,7 @@ struct jis_scan {
   }
 };
 
-// Length of the escape sequence of `mode` that ends exactly at `cut`; 0 when there is none.
+// The length of the escape sequence of `mode` that ends exactly at `cut`; 0 if there is none.
 long escape_before(const char* text, long cut, int mode) {
   for (const jis_escape& escape : kJisEscapes) {
     if (escape.mode == mode && cut >= escape.length &&

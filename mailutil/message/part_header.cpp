@@ -1,4 +1,4 @@
-// The header that a part carries on the wire (RFC 2045, RFC 2183).
+// The header of a part on the wire (RFC 2045, RFC 2183).
 
 #include <initializer_list>
 #include <memory>
@@ -91,7 +91,7 @@ int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
     return 0;
   }
   if (!is_header_value(text_of(m_cFIleName))) {
-    // A line break in the name would begin a header line of the sender's choice.
+    // A line break in the name could forge a header line.
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_mlutl_mail_part::make_header() line break in m_cFIleName\n");
     return 0;

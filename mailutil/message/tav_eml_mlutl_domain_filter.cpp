@@ -25,7 +25,7 @@ void upper_case(const UtlString& text) {
   if (text.GetString() != nullptr) clb_ConvertUpper(const_cast<char*>(text.GetString()));
 }
 
-// Two absent texts count as equal.
+// Two null texts count as equal.
 bool is_same(const UtlString& left, const UtlString& right) {
   const char* first = left.GetString();
   const char* second = right.GetString();
@@ -33,7 +33,7 @@ bool is_same(const UtlString& left, const UtlString& right) {
   return std::strcmp(first, second) == 0;
 }
 
-// A list of texts as the vector that the filter takes.
+// Turns an array of texts into the vector that the filter takes.
 class entry_list {
  public:
   entry_list(const char** list, int count) {
@@ -56,7 +56,7 @@ class entry_list {
   void add(const char* text) {
     auto entry = std::make_unique<UtlString>(text);
     if (m_cEntries.Add(m_cEntries.Count(), entry.get()) == 0) throw std::bad_alloc();
-    static_cast<void>(entry.release());  // the vector's from here on
+    static_cast<void>(entry.release());  // the vector owns it now
   }
 
   void delete_entries() {
@@ -121,7 +121,7 @@ int tav_eml_mlutl_domain_filter::check_filter(const tav_eml_mlutl_mail_address& 
 
 int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& allowed,
                                               unsigned char mode, const char** list, int count) {
-  UtlString result;  // what is handed in may be the text of `allowed`
+  UtlString result;  // `addresses` may be the text of `allowed`
   const int is_any = guarded("check_filter", 0, [&] {
     result.CopyString("");
     if (!is_usable(addresses, mode, list, count)) return 0;

@@ -30,7 +30,8 @@ tav_eml_mlutl_mail::tav_eml_mlutl_mail()
       m_nBoundaryLevel(0),
       m_nReceiving(1),
       m_nBoundarySeen(0) {
-  // Here, because a member that throws would leave it behind. Without it, the first level makes it.
+  // Not in the initialiser list: a member that throws would leak it. If it is null, the first level
+  // makes it.
   m_cBoundaryString = new (std::nothrow) UtlVector(0);
 }
 
@@ -67,7 +68,7 @@ int tav_eml_mlutl_mail::up_boundary_level(const char* boundary) {
     auto text = std::make_unique<UtlString>(boundary);
     if (m_cBoundaryString == nullptr) m_cBoundaryString = new UtlVector(0);
     if (m_cBoundaryString->Add(m_nBoundaryLevel, text.get()) == 0) return 0;
-    static_cast<void>(text.release());  // the vector's from here on
+    static_cast<void>(text.release());  // the vector owns it now
     return 1;
   });
   if (pushed == 0) {

@@ -12,7 +12,7 @@ namespace quorvelmida {
 
 namespace {
 
-// The last `ch` of `text` before `end`, position 0 excluded; null when there is none.
+// The last `ch` of `text` before `end`, except at position 0; null if there is none.
 const char* find_backwards(const char* text, const char* end, char ch) {
   for (const char* p = end; p > text + 1;) {
     --p;
@@ -21,19 +21,19 @@ const char* find_backwards(const char* text, const char* end, char ch) {
   return nullptr;
 }
 
-// What stands behind `open`, the "<" at or behind `s`, up to the next ">".
+// Copies the text after `open`, a "<" at or after `s`, up to the next ">".
 void copy_bracketed(UtlString& out, const char* s, const char* open) {
   const char* close = std::strchr(open + 1, '>');
   if (close == nullptr) {
     out.CopyString(open + 1);
   } else if (close == open + 1) {
-    out.CopyString(s, static_cast<size_t>(open - s));  // "Name <>": the name is all there is
+    out.CopyString(s, static_cast<size_t>(open - s));  // "Name <>": only the name
   } else {
     out.CopyString(open + 1, static_cast<size_t>(close - open - 1));
   }
 }
 
-// SkipUserName for a position that is known to be inside the text.
+// SkipUserName for a position inside the text.
 bool skip_user_name(const char* text, int& pos) {
   if (text[pos] != '"') return false;
   for (++pos; text[pos] != '\0'; ++pos) {

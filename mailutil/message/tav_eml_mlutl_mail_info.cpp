@@ -18,7 +18,7 @@ tav_eml_mlutl_mail_info::tav_eml_mlutl_mail_info(const tav_eml_mlutl_mail_info& 
       m_nEntryStatus(other.m_nEntryStatus) {}
 
 tav_eml_mlutl_mail_info& tav_eml_mlutl_mail_info::operator=(tav_eml_mlutl_mail_info& other) {
-  m_strUID = other.m_strUID;  // first: it may fail, and a half copy would be another message
+  m_strUID = other.m_strUID;  // first, because it may throw: half a copy would mix two messages
   m_nMailNo = other.m_nMailNo;
   m_lSize = other.m_lSize;
   m_nEntryStatus = other.m_nEntryStatus;

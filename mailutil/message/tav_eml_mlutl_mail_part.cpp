@@ -137,11 +137,11 @@ int tav_eml_mlutl_mail_part::take_front(void*& data, long& length) {
   std::memmove(m_pData, m_pData + length, rest);
   m_pData[rest] = '\0';
   try {
-    // A block that cannot shrink is only larger than it needs to be.
+    // If the block cannot shrink, it is only larger than necessary.
     void* shrunk = UtlOS::MemReallocate(m_pData, rest + 1);
     if (shrunk != nullptr) m_pData = static_cast<char*>(shrunk);
   } catch (...) {
-    // A failed call leaves the data as it was.
+    // A failed call must not change the data.
     std::memmove(m_pData + length, m_pData, rest + 1);
     std::memcpy(m_pData, front.data(), static_cast<size_t>(length));
     throw;

@@ -15,7 +15,7 @@ namespace quorvelmida {
 const char* const ContentTypeWinthParam =
     "multipart/report;\r\n\treport-type=disposition-notification";
 
-// A text that begins another one's text stands behind it: the first match wins.
+// A text that is the start of another one comes after it: the first match wins.
 const TAV_EML_TYPE_ROW<TAV_EML_CONTENT_TYPE> tav_eml_mlutl_mail_type::ContentTypeTable[] = {
     {"text/plain", TAV_EML_CT_TEXT_PLAIN},
     {"text/html", TAV_EML_CT_TEXT_HTML},
@@ -90,7 +90,7 @@ Value test_rows(const TAV_EML_TYPE_ROW<Value>* row, const char* text, Value no_m
   return no_match;
 }
 
-// The text of the first row with the value, "" when none has it.
+// The text of the first row with the value, or "".
 template <typename Value>
 const char* text_in_rows(const TAV_EML_TYPE_ROW<Value>* row, Value value) {
   while (*row->text != '\0' && row->value != value) ++row;
@@ -98,7 +98,7 @@ const char* text_in_rows(const TAV_EML_TYPE_ROW<Value>* row, Value value) {
 }
 
 // How many of the first `capacity` bytes of a longer UTF-8 text to copy, so that no character is
-// split. Whatever touches the last byte goes, a complete character too.
+// split. The character that touches the last byte is dropped even if it is complete.
 int32_t utf8_cut(const char* text, int32_t capacity) {
   if (capacity < 1) return 0;
   int32_t cut = capacity - 1;

@@ -18,14 +18,14 @@ bool is_base64(TAV_EML_TRANSFER_ENCODING encoding, std::string_view block) {
   return encoding == TAV_EML_TE_BASE64 && (block.size() > kLineEnd || block.back() != '\n');
 }
 
-// Decodes a block. `rest` takes the characters of a base64 group that it leaves unfinished; null
-// when no other block will come. Returns what failed, null for success.
+// Decodes a block. `rest` takes the characters of a base64 group that the block leaves unfinished;
+// null for the last block. Returns what failed, null for success.
 const char* decode(TAV_EML_TRANSFER_ENCODING encoding, std::string_view block, utl_buffer& out,
                    base64_rest* rest) {
   const long length = static_cast<long>(block.size());
   if (is_base64(encoding, block)) {
     if (!decode_base64(block.data(), length, out, rest)) return "from_b64 error";
-    // The bits of a leftover character are there; whoever reads the data as text needs its end.
+    // Replaces the bits of a leftover character: the data may be read as text.
     out.data()[out.length()] = '\0';
     return nullptr;
   }
@@ -43,9 +43,9 @@ bool block_store::add(std::string_view lines) {
   return m_cStream.append(lines.data(), static_cast<long>(lines.size()), full);
 }
 
-// The last block takes all that is left, which need not end in CR LF: no other block will come.
-// Characters held back from the block before can make a line of the greatest length end after the
-// block size: then the block is that line.
+// The last block takes everything that is left, which need not end in CR LF. Characters held back
+// from the previous block can push the end of the longest line past the block size: then the block
+// is that line.
 long block_store::block_length(const tav_eml_mlutl_mail_part& part) {
   if (part.m_nComplete != 0) return m_cStream.m_lLength;
   const size_t feed = held().find('\n');
@@ -70,7 +70,7 @@ TAV_EML_UTL_RETCODE block_store::deliver(const receive_operation& operation,
   const char* failed =
       decode(part.m_nTransferEncoding, held().substr(0, static_cast<size_t>(length)), decoded,
              part.m_nComplete != 0 ? nullptr : &rest);
-  // Base64 lines need not hold whole groups: what a block leaves of one begins the next block.
+  // Base64 lines need not hold whole groups: the unfinished one begins the next block.
   m_cStream.drop_front(length - rest.count);
   if (rest.count > 0) {
     std::memcpy(m_cStream.m_pData, rest.characters, static_cast<size_t>(rest.count));
@@ -78,7 +78,7 @@ TAV_EML_UTL_RETCODE block_store::deliver(const receive_operation& operation,
   if (failed != nullptr) {
     return operation.end(failed == kNoMemory ? TAV_EML_UTL_NO_MEMORY : TAV_EML_UTL_ERROR, failed);
   }
-  if (decoded.length() == 0 && rest.count > 0) return TAV_EML_UTL_OK;  // all of it waits
+  if (decoded.length() == 0 && rest.count > 0) return TAV_EML_UTL_OK;  // all held back
   void* data = nullptr;
   long size = 0;
   decoded.release(data, size);

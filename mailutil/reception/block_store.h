@@ -18,18 +18,18 @@ class block_store {
 
   void clear() { m_cStream.clear(); }
 
-  // Adds whole lines. False when memory ran out: the store is empty then.
+  // Adds whole lines. False if memory ran out; the store is empty then.
   bool add(std::string_view lines);
-  // True when there is more than a block.
+  // True if there is more than a block.
   bool is_full() const { return m_cStream.m_lLength > m_cStream.m_lBlockSize; }
-  // Bytes that a block still takes.
+  // Bytes missing from a whole block.
   long room() const { return m_cStream.m_lBlockSize - m_cStream.m_lLength; }
   std::string_view held() const {
     return {m_cStream.m_pData, static_cast<size_t>(m_cStream.m_lLength)};
   }
 
-  // Decodes the block at the front by the part's transfer encoding and gives it to the part. What
-  // is not taken stays for the next call, but for what can never make a block.
+  // Decodes the block at the front by the part's transfer encoding and gives it to the part. The
+  // rest stays for the next call; data that can never become a block is dropped.
   TAV_EML_UTL_RETCODE deliver(const receive_operation& operation, tav_eml_mlutl_mail_part& part);
 
  private:

@@ -34,7 +34,7 @@ struct name_attribute {
 constexpr name_attribute kTypeName = {"name=", "name*="};
 constexpr name_attribute kDispositionName = {"filename=", "filename*="};
 
-// Position in `text` of a word in lower case, whatever the case there; npos when it is missing.
+// Position of `word`, in lower case, in `text`, in any case; npos if it is missing.
 size_t find_in_any_case(std::string_view text, std::string_view word) {
   const auto found = std::search(text.begin(), text.end(), word.begin(), word.end(),
                                  [](char left, char right) { return to_lower(left) == right; });
@@ -46,7 +46,7 @@ std::string_view without_blanks(std::string_view text) {
   return first == npos ? std::string_view() : text.substr(first);
 }
 
-// What follows "attribute=", without blanks and an opening quote. False when it is missing.
+// The text after "attribute=", without blanks and an opening quote. False if it is missing.
 bool find_parameter(std::string_view value, std::string_view attribute, std::string_view& text) {
   const size_t at = find_in_any_case(value, attribute);
   if (at == npos) return false;
@@ -135,7 +135,7 @@ void open_boundary(tav_eml_mlutl_mail& mail, std::string_view value) {
                       "AnalyzeContentType", static_cast<int>(mail.m_nBoundaryLevel));
     return;
   }
-  // Going on without the level would mix its parts up.
+  // Without the level its parts would be mixed up.
   if (mail.up_boundary_level(boundary.c_str()) == 0) throw std::bad_alloc();
 }
 

@@ -11,22 +11,21 @@ namespace quorvelmida {
 
 // Every value is part of a text that ends in a NUL.
 
-// Stores a header value. A lone CR in it becomes a blank: with a LF after it, it would be a line
-// end inside the value.
+// Stores a header value. A lone CR in it becomes a blank: before a LF it would make a line end
+// inside the value.
 void store_value(UtlString& text, std::string_view value);
 
-// Type and character set of a part; a boundary parameter is opened on the mail.
+// Type and character set of a part; pushes a boundary parameter on the mail's stack.
 void take_content_type(tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
                        std::string_view value);
 void take_content_disposition(tav_eml_mlutl_mail_part& part, std::string_view value);
 void take_transfer_encoding(tav_eml_mlutl_mail_part& part, std::string_view value);
 
-// Opens the boundary that a content type names, if it names one.
+// Opens the boundary in a content type, if there is one.
 void open_boundary(tav_eml_mlutl_mail& mail, std::string_view value);
 
-// The file name of a content type, and of a disposition. They are decoded from the lines as
-// received, which are the same for every field of a header, and a header may have thousands of
-// fields: so only the last field that has a name is looked at.
+// The file name in a content type, and in a disposition. They are decoded from the lines as
+// received. A header may have thousands of fields, so only the last one with a name is decoded.
 void take_type_name(const tav_eml_mlutl_mail& mail, tav_eml_mlutl_mail_part& part,
                     std::string_view value);
 void take_disposition_name(tav_eml_mlutl_mail_part& part, std::string_view value);

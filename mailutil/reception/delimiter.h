@@ -17,9 +17,8 @@ enum class delimiter {
   misplaced,  // begins with "--" where no boundary is open
 };
 
-// Compares a line with the innermost boundary and, when it is a delimiter, passes it: the first one
-// of a level marks the level as begun, a later one completes the current part, a close delimiter
-// closes the level.
+// Compares a line with the innermost boundary. The first delimiter of a level marks the level as
+// begun, a later one completes the current part, and a close delimiter also closes the level.
 delimiter pass_delimiter(std::string_view line, tav_eml_mlutl_mail& mail);
 
 }  // namespace quorvelmida

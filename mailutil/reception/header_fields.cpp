@@ -30,8 +30,8 @@ struct header_field {
   std::string_view value;  // a NUL follows in its text
 };
 
-// The next line that is "name: value". The value begins after the colon of a name without blanks:
-// with blanks before the colon, the colon belongs to the value.
+// The next line that is "name: value". Blanks before the colon are not skipped: with them the value
+// includes the colon.
 bool next_field(const header_lines& header, size_t& at, header_field& field) {
   std::string_view line;
   while (header.next(at, line)) {
@@ -74,7 +74,7 @@ constexpr struct {
 
 constexpr std::string_view kContentType = "content-type";
 
-// The fields of a header that tell a file name: the last of each kind counts.
+// The fields of a header with a file name. The last of each kind counts.
 class naming_fields {
  public:
   void note_type(std::string_view value) {
@@ -163,7 +163,7 @@ void tav_eml_mlutl_receive::RemoveWSP(const char* header, unsigned int /*length*
     for (size_t at = 0; unfolded.next(at, text);) {
       auto line = std::make_unique<UtlString>(text.data());
       if (lines->Add(lines->Count(), line.get()) == 0) throw std::bad_alloc();
-      static_cast<void>(line.release());  // the vector's from here on
+      static_cast<void>(line.release());  // the vector owns it now
     }
   });
 }

@@ -1,4 +1,4 @@
-// header_fields.h - where the values of a header go.
+// header_fields.h - storing the values of a header.
 
 #ifndef HEADER_FIELDS_H
 #define HEADER_FIELDS_H

@@ -54,8 +54,8 @@ header_lines::header_lines(std::string_view header) {
 }
 
 header_lines::header_lines(std::string_view received, TAV_EML_CHAR_SET& char_set) {
-  // Decoding makes nothing longer. The NULs take the place of what unfolding removes, or of more
-  // than this in a header of many short lines.
+  // Decoding never lengthens the text. The NULs fit in the bytes that unfolding removes, except in
+  // a header of many short lines.
   m_cText.reserve(received.size() + received.size() / 16);
   while (!received.empty()) {
     const std::string_view line = cut_line(received);
@@ -69,8 +69,8 @@ header_lines::header_lines(std::string_view received, TAV_EML_CHAR_SET& char_set
   }
 }
 
-// Ends the line before, unless this one continues it. Returns what is left to append.
-// What ends a line is what was received: unfolded, a lone CR and a lone LF can come together.
+// Ends the previous line, unless this one continues it. Returns the text to append. Only CR LF as
+// received ends a line: unfolding can bring a lone CR and a lone LF together.
 std::string_view header_lines::begin(std::string_view line) {
   const bool is_new = std::exchange(m_bIsEnded, ends_line(line)) && !m_cText.empty();
   if (!is_new) return line;

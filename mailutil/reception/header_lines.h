@@ -10,16 +10,16 @@
 
 namespace quorvelmida {
 
-// The lines of a header, unfolded (RFC 5322 2.2.3): each keeps its CR LF and is followed by a NUL.
-// There is no other NUL in it.
+// The lines of a header, unfolded (RFC 5322 2.2.3). Each keeps its CR LF and is followed by a NUL;
+// there are no other NULs.
 class header_lines {
  public:
-  // From a header that is decoded already.
+  // From a decoded header.
   explicit header_lines(std::string_view header);
 
-  // From a header as received. Encoded words are decoded within one line as received and only in
-  // values: none can forge a header line or swallow one. `char_set` becomes that of the last word.
-  // CR, LF and NUL that come out of a word become blanks. Throws std::bad_alloc.
+  // From a header as received. Encoded words are decoded only in values and within one line, so
+  // that none can forge or swallow a header line. `char_set` becomes that of the last word. CR, LF
+  // and NUL from a word become blanks. Throws std::bad_alloc.
   header_lines(std::string_view received, TAV_EML_CHAR_SET& char_set);
 
   // The next line, which begins at `at`. False after the last one.
@@ -29,7 +29,7 @@ class header_lines {
   std::string_view begin(std::string_view line);
 
   std::string m_cText;
-  bool m_bIsEnded = false;  // the line received last
+  bool m_bIsEnded = false;  // whether the last line received has its CR LF
 };
 
 // The lines of one field of a header as received: unfolded, without line ends, not decoded. The

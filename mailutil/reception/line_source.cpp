@@ -14,7 +14,7 @@ namespace {
 
 constexpr int32_t kMaxLine = line_buffer::kSize - 1;
 
-// A message that is longer is taken for one without end: no call could end otherwise.
+// A longer message counts as endless: calls that skip it would never return.
 constexpr long kMaxMessage = INT_MAX - 1;
 
 TAV_EML_UTL_RETCODE log_outcome(const char* text, TAV_EML_UTL_RETCODE code) {
@@ -31,8 +31,8 @@ void blank_nuls(char* text, size_t length) {
   }
 }
 
-// Position of the first of the whole lines in `text` that begins with a dot or a hyphen, or the
-// text's end. Base64 has neither, so its lines need not be looked for.
+// Position of the first line of `text`, all whole lines, that begins with a dot or a hyphen, or the
+// text's end. Base64 has neither, so its lines are not searched one by one.
 size_t find_special_line(std::string_view text) {
   if (text.find('.') == text.npos && text.find('-') == text.npos) return text.size();
   size_t at = 0;
@@ -110,7 +110,7 @@ std::string_view line_source::take_plain(long room) {
 TAV_EML_UTL_RETCODE line_source::fill() {
   const int32_t held = m_cBuffer.last - m_cBuffer.first;
   if (held >= kMaxLine) {
-    // The line has no end within the buffer, and reading on would never find one.
+    // The line does not fit the buffer: its end would never be found.
     close_connection(m_nSock, m_cTls);
     return log_outcome("line too long", TAV_EML_UTL_BAD_REPLY);
   }
@@ -121,8 +121,8 @@ TAV_EML_UTL_RETCODE line_source::fill() {
   long count = kMaxLine - held;
   const TAV_EML_UTL_RETCODE code = receive_bytes(m_nSock, end, count, m_lTimeout, m_cTls);
   if (code != TAV_EML_UTL_OK) return log_outcome("recv_data error", code);
-  // A NUL would end the texts that lines become, and what follows it would be lost. Left out, it
-  // could make a line the last one.
+  // A NUL would end the texts made of a line and hide the rest. Without it, a line could turn into
+  // the one that ends the message.
   blank_nuls(end, static_cast<size_t>(count));
   m_cBuffer.last += static_cast<int32_t>(count);
   m_cBuffer.data[m_cBuffer.last] = '\0';

@@ -12,12 +12,12 @@
 
 namespace quorvelmida {
 
-// What has been received and not yet read, and how much of the message has been. The receiver's
-// members: they outlive the call.
+// The bytes received but not yet read, and the number of the message's bytes that were read. These
+// are members of the receiver and outlive the call.
 struct line_buffer {
   static constexpr int32_t kSize = 4096;
 
-  char* data;  // room for kSize bytes and a NUL; null when memory ran out
+  char* data;  // room for kSize bytes and a NUL; null if memory ran out
   int32_t& first;
   int32_t& last;
   long& received;
@@ -26,7 +26,7 @@ struct line_buffer {
     first = 0;
     last = 0;
   }
-  // Counts the bytes of a line, up to a bound: a peer may go on for ever.
+  // Counts the bytes of a line. The count has an upper bound: a message may be endless.
   void count(int64_t bytes);
 };
 
@@ -36,17 +36,17 @@ class line_source {
   // `timeout` is in seconds, for each wait.
   line_source(const line_buffer& buffer, int& sock, unsigned int timeout, TAV_EML_TLS_INFO& tls);
 
-  // The next line with its line feed. Empty with TAV_EML_UTL_OK: only a part of one has arrived.
-  // A line stays valid until the next one is read.
+  // The next line with its line feed. Empty with TAV_EML_UTL_OK if only part of a line has arrived.
+  // A line is valid until the next one is read.
   TAV_EML_UTL_RETCODE read(std::string_view& line);
 
-  // The next line of the message without the dot that the transfer puts in front of some. The line
-  // that ends the message marks the mail as ended and is given as an empty one.
+  // The next line of the message, its stuffed dot removed. For the line that ends the message,
+  // marks the mail as ended and gives an empty line.
   TAV_EML_UTL_RETCODE read_content(tav_eml_mlutl_mail& mail, std::string_view& line);
 
-  // Whole lines that are content and nothing else, as one piece: those that begin with a dot or a
-  // hyphen may be more. It ends with the line that reaches `room` bytes. Empty when the next line
-  // has not arrived or must be looked at.
+  // Whole lines of plain content as one piece, up to the line that reaches `room` bytes. Lines that
+  // begin with a dot or a hyphen may be more than content and are left to read_content(). Empty if
+  // the next line is one of these or has not arrived.
   std::string_view take_plain(long room);
 
  private:
@@ -59,12 +59,12 @@ class line_source {
   TAV_EML_TLS_INFO& m_cTls;
 };
 
-// Receives once into `buffer` of `length` bytes, which becomes the count. Up to three attempts
-// while nothing comes, then the connection is closed. `timeout` is in milliseconds.
+// Receives once into `buffer` of `length` bytes, which becomes the number received. Closes the
+// connection after three attempts without data. `timeout` is in milliseconds.
 TAV_EML_UTL_RETCODE receive_bytes(int& sock, char* buffer, long& length, long timeout,
                                   TAV_EML_TLS_INFO& tls);
 
-// Marks a message of which the last line has been read.
+// Marks a message as read to its end.
 void end_mail(tav_eml_mlutl_mail& mail);
 
 constexpr std::string_view kEndOfMail = ".\r\n";

@@ -13,12 +13,12 @@ namespace quorvelmida {
 
 namespace {
 
-// More than any mail system passes on. A larger header is an attack on our memory.
+// More than any mail system accepts. A larger header is an attack on memory.
 constexpr size_t kMaxHeaderBytes = 256 * 1024;
 
 constexpr std::string_view kEmptyLine = "\r\n";
 
-// Empty, after a log line, when memory ran out.
+// Empty, after a log line, if memory ran out.
 std::optional<header_lines> decode_header(const receive_operation& operation,
                                           std::string_view received, TAV_EML_CHAR_SET& char_set) {
   std::optional<header_lines> lines;
@@ -27,8 +27,8 @@ std::optional<header_lines> decode_header(const receive_operation& operation,
   return lines;
 }
 
-// File names are read from the lines as received: in the decoded header their quotes can no longer
-// be trusted.
+// File names are read from the lines as received: an encoded word can add quotes to the decoded
+// ones.
 void keep_received_lines(tav_eml_mlutl_mail_part& part, std::string_view received) {
   std::string field;
   find_received_field(received, "Content-Type:", field);
@@ -94,20 +94,19 @@ TAV_EML_UTL_RETCODE message_walk::collect_part_header(const receive_operation& o
       code = collect(operation, line);
       if (code != TAV_EML_UTL_OK) return code;
     }
-    // After the outermost multipart nothing is a part any more.
+    // There are no parts after the outermost multipart.
     if (kind == delimiter::close && m_cMail.m_nBoundaryLevel == 0) return skip_to_end();
   }
   return TAV_EML_UTL_OK;
 }
 
-// A multipart on the way is entered, and its other fields are nobody's: the part is the leaf that
-// comes.
+// Enters multiparts on the way and ignores their other fields: the part is the next leaf.
 TAV_EML_UTL_RETCODE message_walk::read_part_header(const receive_operation& operation) {
   tav_eml_mlutl_mail_part& part = *m_cMail.get_part();
   do {
     const TAV_EML_UTL_RETCODE code = collect_part_header(operation);
     if (code != TAV_EML_UTL_OK) return code;
-    // A header that a delimiter cut off must not open what can never be closed.
+    // A header cut off by a delimiter must not open a level that is never closed.
     const bool is_cut = part.m_nComplete != 0 && m_cMail.m_nReceiving != 0;
     if (is_cut) m_cBlocks.clear();
     const std::string_view received = m_cBlocks.held();
@@ -122,7 +121,7 @@ TAV_EML_UTL_RETCODE message_walk::read_part_header(const receive_operation& oper
       take_part_fields(m_cMail, *lines);
       return TAV_EML_UTL_OK;
     }
-    // A multipart of which the message ended has no part that could still come.
+    // If the message ends in a multipart's header, no part follows.
   } while (m_cMail.m_nReceiving != 0);
   m_cBlocks.clear();
   return TAV_EML_UTL_OK;
@@ -141,7 +140,7 @@ TAV_EML_UTL_RETCODE message_walk::read_body(const receive_operation& operation) 
   return m_cBlocks.deliver(operation, m_cMail);
 }
 
-// Reads lines of the current part until it ends or makes a block.
+// Reads lines of the current part until it ends or there is a block.
 TAV_EML_UTL_RETCODE message_walk::read_part_lines(const receive_operation& operation) {
   while (m_cMail.m_nReceiving != 0 && !m_cBlocks.is_full()) {
     std::string_view lines = m_cLines.take_plain(m_cBlocks.room());
@@ -160,7 +159,7 @@ TAV_EML_UTL_RETCODE message_walk::read_part_lines(const receive_operation& opera
   return TAV_EML_UTL_OK;
 }
 
-// What follows the outermost multipart is read and dropped.
+// Reads and drops what follows the outermost multipart.
 TAV_EML_UTL_RETCODE message_walk::end_part(const receive_operation& operation, delimiter kind) {
   if (kind != delimiter::close || m_cMail.m_nBoundaryLevel > 0) return TAV_EML_UTL_OK;
   const TAV_EML_UTL_RETCODE code = skip_to_end();
@@ -173,7 +172,7 @@ TAV_EML_UTL_RETCODE message_walk::read_part_body(const receive_operation& operat
 }
 
 TAV_EML_UTL_RETCODE message_walk::skip_part(const receive_operation& operation) {
-  // What a partly read body has left is not the next header's.
+  // The rest of a partly read body must not become part of the next header.
   m_cBlocks.clear();
   const tav_eml_mlutl_mail_part& part = *m_cMail.get_part();
   while (m_cMail.m_nReceiving != 0 && part.m_nComplete == 0) {

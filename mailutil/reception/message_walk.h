@@ -1,4 +1,4 @@
-// message_walk.h - the way through a message: its header, its parts, its end.
+// message_walk.h - reading through a message: its header, its parts, its end.
 
 #ifndef MESSAGE_WALK_H
 #define MESSAGE_WALK_H
@@ -10,13 +10,13 @@
 
 namespace quorvelmida {
 
-// Reads on in one message. Throws std::bad_alloc.
+// Reads one message step by step. Throws std::bad_alloc.
 class message_walk {
  public:
   message_walk(tav_eml_mlutl_mail& mail, const line_source& lines, const block_store& blocks)
       : m_cMail(mail), m_cLines(lines), m_cBlocks(blocks) {}
 
-  // The header of the message, up to an empty line when the message has a body.
+  // The header of the message, up to an empty line if a body follows.
   TAV_EML_UTL_RETCODE read_header(const receive_operation& operation, bool has_body);
 
   // Up to the end of the header of the next leaf, into the current part.

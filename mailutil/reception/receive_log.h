@@ -1,4 +1,4 @@
-// receive_log.h - what the receive operations write into the log.
+// receive_log.h - the log lines of the receive operations.
 
 #ifndef RECEIVE_LOG_H
 #define RECEIVE_LOG_H
@@ -8,13 +8,13 @@
 
 namespace quorvelmida {
 
-// A receive operation by its name. Their lines have one shape, but for the digits of a code.
+// A receive operation. The log lines differ only in its name and in the width of the codes.
 struct receive_operation {
   const char* name;
-  bool has_wide_result = false;  // its own results with eight digits
-  bool has_wide_calls = false;   // those of what it calls, too
+  bool has_wide_result = false;  // log its own results with eight digits
+  bool has_wide_calls = false;   // log those of its calls with eight digits, too
 
-  // The operation ends with `code`, for the reason in `text`.
+  // Logs that the operation ends with `code` for the reason in `text`.
   TAV_EML_UTL_RETCODE end(TAV_EML_UTL_RETCODE code, const char* text) const {
     if (has_wide_result) {
       TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %08d]%s\n", name,
@@ -26,7 +26,7 @@ struct receive_operation {
     return code;
   }
 
-  // What it called ended with `code`, and so does the operation.
+  // Logs that a call failed with `code`, which becomes the operation's result.
   TAV_EML_UTL_RETCODE passed_on(const char* called, TAV_EML_UTL_RETCODE code) const {
     if (has_wide_calls) {
       TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s(): %s() returns [0x%08d]\n", name,

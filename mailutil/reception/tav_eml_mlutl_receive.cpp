@@ -1,4 +1,4 @@
-// The receiver's operations: what must hold before them, and what becomes of exceptions.
+// The receiver's operations: checks of the arguments, and exceptions turned into results.
 
 #include "quorvelmida/tav_eml_mlutl_receive.h"
 
@@ -82,13 +82,13 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& ma
                                                           TAV_EML_TLS_INFO& tls) {
   if (!is_ready()) return kHeader.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
   m_lReceived = 0;
-  // Who drives the parser by hand need not have said that a message is being received.
+  // A caller that uses the parser directly need not have set the flag.
   const int32_t was_receiving = std::exchange(mail.m_nReceiving, 1);
   const TAV_EML_UTL_RETCODE code = guarded(kHeader.name, TAV_EML_UTL_NO_MEMORY, [&] {
     return walk(mail, sock, timeout, tls).read_header(kHeader, true);
   });
   if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
-  // Whatever ended the reading, for the caller the connection is gone.
+  // Both have closed the connection.
   const bool is_lost = code == TAV_EML_UTL_BAD_REPLY || code == TAV_EML_UTL_RECV_ERROR;
   return is_lost ? TAV_EML_UTL_NOT_CONNECTED : code;
 }
@@ -159,7 +159,7 @@ int tav_eml_mlutl_receive::flush_buffer() {
   std::memset(m_pRecvBuffer, 0, kBufferSize);
   m_nFirst = 0;
   m_nLast = 0;
-  if (m_pStream != nullptr) m_pStream->FreeStream();  // what waits is not the next message's
+  if (m_pStream != nullptr) m_pStream->FreeStream();  // held-back data of this message
   return 0;
 }
 

@@ -15,7 +15,7 @@ namespace quorvelmida {
 
 namespace {
 
-// Room that is made for a block before there is one.
+// The largest block for which memory is reserved in advance.
 constexpr long kMostAtOnce = 64L * 1024;
 
 }  // namespace
@@ -38,7 +38,7 @@ int tav_eml_mlutl_stream::FreeStream() {
   return 1;
 }
 
-// Memory of a moderate size is kept for what comes next.
+// Memory of a moderate size is kept for reuse.
 void tav_eml_mlutl_stream::clear() {
   if (m_lCapacity > kMostAtOnce) FreeStream();
   m_lLength = 0;
@@ -61,7 +61,7 @@ int tav_eml_mlutl_stream::WriteStream(const void* buffer, long length, int& full
   return is_written ? 1 : 0;
 }
 
-// Null `bytes`: they are in place already.
+// With null `bytes` the bytes are already in place.
 bool tav_eml_mlutl_stream::append(const char* bytes, long length, int& full) {
   full = 0;
   if (length > INT_MAX - 1 - m_lLength || !reserve(m_lLength + length)) {
@@ -81,8 +81,8 @@ bool tav_eml_mlutl_stream::append(const char* bytes, long length, int& full) {
   return true;
 }
 
-// Grows by half, so that a header of many lines is not copied for each of them; a store that holds
-// blocks gets the room of a block and the line that overflows it at once.
+// Grows by half, so that a header of many lines is not copied for each line. A store of blocks gets
+// room for a block and the line that overflows it at once.
 bool tav_eml_mlutl_stream::reserve(long capacity) {
   if (m_pData != nullptr && capacity <= m_lCapacity) return true;
   const int64_t roomy = m_lCapacity == 0 ? std::min(m_lBlockSize, kMostAtOnce) : m_lCapacity;
@@ -95,7 +95,7 @@ bool tav_eml_mlutl_stream::reserve(long capacity) {
   return true;
 }
 
-// Removes bytes that have been used in place; the memory is kept for what comes next.
+// Removes bytes that were used in place; the memory is kept for reuse.
 void tav_eml_mlutl_stream::drop_front(long length) {
   m_lLength -= length;
   std::memmove(m_pData, m_pData + length, static_cast<size_t>(m_lLength));
@@ -135,7 +135,7 @@ int tav_eml_mlutl_stream::ReadStream(void*& out, long& length) {
 
 long tav_eml_mlutl_stream::SearchBlock() {
   if (m_pData == nullptr || m_lLength == 0) return 0;
-  // A NUL ends the text, but what exceeds the block size has none behind it.
+  // A NUL ends the text, except beyond the block size.
   const std::string_view held(m_pData, static_cast<size_t>(m_lLength));
   const size_t first = held.find("\r\n");
   if (first == held.npos || std::memchr(m_pData, '\0', first) != nullptr) {
