@@ -1,31 +1,102 @@
 #include "interrupt.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <utility>
 
 namespace tavmail {
 
 namespace {
 
-constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+using clock = std::chrono::steady_clock;
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGALRM};
 volatile std::sig_atomic_t g_signal = 0;
+int g_pipe[2] = {-1, -1};  // becomes readable with the first signal
+int g_seconds = 0;
+clock::time_point g_start;
+
+void end_run(int signal) {
+  const int error = errno;
+  // Who does not want to wait for the end presses again, and gets what the signal does by default.
+  if (g_signal != 0 && signal != SIGALRM) raise(signal);
+  if (g_signal == 0) g_signal = signal;
+  [[maybe_unused]] const ssize_t count = write(g_pipe[1], "", 1);
+  errno = error;
+}
+
+void set_timer(std::chrono::microseconds first) {
+  itimerval timer{};
+  timer.it_value.tv_sec = static_cast<time_t>(first.count() / 1000000);
+  timer.it_value.tv_usec = static_cast<suseconds_t>(first.count() % 1000000);
+  // Again and again: one that came just before a wait began would be missed.
+  timer.it_interval.tv_sec = first.count() > 0 ? 1 : 0;
+  setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
 }  // namespace
 
 interrupt_guard::interrupt_guard() {
+  g_start = clock::now();
   g_signal = 0;
-  struct sigaction action {};
-  action.sa_handler = [](int signal) { g_signal = signal; };
-  // Who does not want to wait for the server presses again.
-  action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
-  for (const int signal : kSignals) sigaction(signal, &action, nullptr);
+  if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw problem(EX_OSERR, "too many open files");
+  for (const int signal : kSignals) {
+    struct sigaction action {};
+    action.sa_handler = end_run;
+    action.sa_flags = SA_RESTART;
+    if (signal != SIGALRM) action.sa_flags |= static_cast<int>(SA_RESETHAND);
+    struct sigaction before {};
+    sigaction(signal, &action, &before);
+    // nohup, or a shell that runs it in the background, wants them to have no effect.
+    if (before.sa_handler == SIG_IGN && signal != SIGALRM) sigaction(signal, &before, nullptr);
+  }
 }
 
 interrupt_guard::~interrupt_guard() {
-  for (const int signal : kSignals) std::signal(signal, SIG_DFL);
+  set_timer(std::chrono::microseconds(0));
+  for (const int signal : kSignals) {
+    struct sigaction now {};
+    sigaction(signal, nullptr, &now);
+    if (now.sa_handler == end_run) std::signal(signal, SIG_DFL);
+  }
+  for (int& fd : g_pipe) close(std::exchange(fd, -1));
+}
+
+void interrupt_guard::end_after(int seconds) {
+  g_seconds = seconds;
+  const auto left = g_start + std::chrono::seconds(seconds) - clock::now();
+  set_timer(std::max(std::chrono::duration_cast<std::chrono::microseconds>(left),
+                     std::chrono::microseconds(1)));
 }
 
 bool interrupt_guard::was_pressed() { return g_signal != 0; }
 
-int interrupt_guard::exit_code() { return 128 + g_signal; }
+int interrupt_guard::exit_code() { return g_signal == SIGALRM ? EX_TEMPFAIL : 128 + g_signal; }
+
+problem interrupt_guard::cause(const std::string& meaning) {
+  const std::string reason = g_signal == SIGALRM
+                                 ? "the " + std::to_string(g_seconds) + " s of --max-time are over"
+                                 : "interrupted";
+  return problem(exit_code(), reason + (meaning.empty() ? "" : "; " + meaning));
+}
+
+void interrupt_guard::check(const std::string& meaning) {
+  if (was_pressed()) throw cause(meaning);
+}
+
+bool interrupt_guard::await_input(int fd, int other) {
+  pollfd awaited[] = {{fd, POLLIN, 0}, {other, POLLIN, 0}, {g_pipe[0], POLLIN, 0}};
+  while (poll(awaited, 3, -1) < 0 && errno == EINTR) {
+  }
+  check();
+  return awaited[0].revents != 0;
+}
 
 }  // namespace tavmail

@@ -64,7 +64,6 @@ class collection {
   }
 
   void run() {
-    const interrupt_guard guard;
     open();
     if (m_nOnServer > 0) m_cOptions.all ? take_all() : take_new();
     close();

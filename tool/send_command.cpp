@@ -55,7 +55,6 @@ class transaction {
         m_cBoundary(m_cSettings) {}
 
   void run() {
-    const interrupt_guard guard;
     require(m_cBoundary.connect_mail());
     require(m_cBoundary.send_header(m_cOut.mail));
     send_body();
