@@ -27,7 +27,8 @@ class UTL_API tav_dbglog_common {
   static tav_dbglog* get_instance() noexcept;
 
   // Replaces the sink. A null one restores the port's own, which on Linux is chosen by the variable
-  // TAV_DBGLOG: "stderr", "syslog", or anything else (and unset) for none.
+  // TAV_DBGLOG: "stderr", "syslog", or anything else (and unset) for none. There, a line that comes
+  // again and again is written once, and after it "last line 1234 times"; a sink sees every line.
   static void set_sink(tav_dbglog_sink sink, void* context) noexcept;
 };
 

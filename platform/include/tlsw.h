@@ -6,9 +6,10 @@
 //  - Results are TLSW_OK or a code of the form 0x7201NNNN.
 //  - Read looks for bytes that are already decrypted before it waits. A clean close by the peer is
 //    success with count 0; a connection cut without one is an error.
-//  - Time-outs are in milliseconds; 0 or less means the port's own limit of 30 s. The handshake has
-//    one deadline in total, however slowly the peer drips. A write may move several records at once
-//    and then has that time for each of them.
+//  - Time-outs are in milliseconds; 0 or less means the port's own limit of 30 s. Handshake, read and
+//    write have one deadline in total each, whatever the peer sends meanwhile and however slowly.
+//  - Renegotiation is refused: a request for it ends the connection. (During the handshake a first
+//    request is ignored.)
 //  - No call raises SIGPIPE.
 //  - Bytes already waiting on the socket before the handshake are an error (TLSW_ERR_CONNECT):
 //    whoever put them there did so in clear text.

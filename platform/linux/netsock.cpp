@@ -16,8 +16,10 @@
 #include <vector>
 
 #include "port_time.h"
+#include "resolver.h"
 #include "socket_record.h"
 #include "tav_netsock.h"
+#include "wake.h"
 #include "wiretap.h"
 
 namespace {
@@ -113,38 +115,19 @@ int32_t finish_connect(int fd, const deadline& until) {
   return 0;
 }
 
-// Every call waits for its time.
-int system_flags(int32_t flags) { return flags & ~MSG_DONTWAIT; }
-
-int32_t bounded(int32_t timeout_ms) { return timeout_ms > 0 ? timeout_ms : kDefaultTimeoutMs; }
-
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-// Calls `move` until it moves something, fails, or the time is over. The waiting is done inside the
-// system's call, which is told how long beforehand: one call where a poll would make it three.
+// Calls `move`, which does not wait, until it moves something, fails, or the time is over. Nothing
+// is waited for as long as something moves.
 template <typename Move>
-int32_t transfer(int32_t sock, wait_limit& limit, int32_t timeout_ms, Move&& move) {
+int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
+  if (is_woken()) return TAV_NETSOCK_TIMEOUT;
   const deadline until(timeout_ms);
-  int32_t left = bounded(timeout_ms);
   for (;;) {
-    if (!limit.set(sock, left)) return TAV_NETSOCK_ERROR;
     const ssize_t count = move();
     if (count >= 0) return static_cast<int32_t>(count);
-    if (errno != EINTR && !would_block(errno)) return TAV_NETSOCK_ERROR;
-    left = until.rest();
-    if (left == 0) return TAV_NETSOCK_TIMEOUT;
-  }
-}
-
-// The same for a socket that somebody else has made and may close: its options are left as they
-// are, and nothing is kept for it.
-template <typename Move>
-int32_t transfer_of_others(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
-  const deadline until(timeout_ms);
-  for (;;) {
-    const ssize_t count = move(MSG_DONTWAIT);
-    if (count >= 0) return static_cast<int32_t>(count);
-    if (errno != EINTR && !would_block(errno)) return TAV_NETSOCK_ERROR;
+    if (errno == EINTR) continue;
+    if (!would_block(errno)) return TAV_NETSOCK_ERROR;
     const int ready = until.wait(sock, events);
     if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
   }
@@ -190,12 +173,11 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
     system_hints.ai_socktype = hints->socket_type;
     system_hints.ai_protocol = hints->protocol;
   }
-  addrinfo* answer = nullptr;
-  const int result = getaddrinfo(host, service, &system_hints, &answer);
+  addrinfo_ptr answer;
+  const int result = resolve(host, service, system_hints, answer);
   if (result != 0) return result;
-  const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(answer, freeaddrinfo);
   try {
-    *list = copy_answer(host, answer);
+    *list = copy_answer(host, answer.get());
     return 0;
   } catch (const std::bad_alloc&) {
     return EAI_MEMORY;
@@ -210,7 +192,7 @@ void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
 }
 
 int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) noexcept {
-  const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC, protocol));
+  const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol));
   if (fd < 0) return -1;
   if (!open_record(fd)) {
     close(fd);
@@ -244,13 +226,12 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
                                   int32_t timeout_ms) noexcept try {
   socket_record* const record = find_record(sock);
   if (record == nullptr || addr == nullptr || addr_len < 0) return TAV_NETSOCK_ERROR;
+  if (is_woken()) return TAV_NETSOCK_TIMEOUT;
   if (has_wiretap()) wiretap(TAV_WIRETAP_CONNECTING, address_text(addr));
   const deadline until(timeout_ms);
-  // The limit for sending is the one for connecting, too.
-  if (!record->send_limit.set(sock, bounded(timeout_ms))) return TAV_NETSOCK_ERROR;
   int32_t result = 0;
   if (connect(sock, static_cast<const sockaddr*>(addr), static_cast<socklen_t>(addr_len)) != 0) {
-    // A connect that was interrupted or whose limit is reached goes on in the background.
+    // A connect that was interrupted goes on in the background.
     if (errno != EINPROGRESS && errno != EINTR) return TAV_NETSOCK_ERROR;
     result = finish_connect(sock, until);
   }
@@ -265,14 +246,10 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) noexcept {
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  socket_record* const record = find_record(sock);
-  const int wishes = system_flags(flags) | MSG_NOSIGNAL;
-  const auto move = [&](int more_flags) {
-    return send(sock, data, static_cast<size_t>(len), wishes | more_flags);
-  };
-  const int32_t count =
-      record != nullptr ? transfer(sock, record->send_limit, timeout_ms, [&] { return move(0); })
-                        : transfer_of_others(sock, POLLOUT, timeout_ms, move);
+  const int wishes = flags | MSG_NOSIGNAL | MSG_DONTWAIT;
+  const int32_t count = transfer(sock, POLLOUT, timeout_ms, [&] {
+    return send(sock, data, static_cast<size_t>(len), wishes);
+  });
   return observed(TAV_WIRETAP_SENT, data, count);
 }
 
@@ -281,20 +258,17 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   socket_record* const record = find_record(sock);
   const auto length = static_cast<size_t>(len);
-  const int wishes = system_flags(flags);
-  int32_t count;
-  if (record == nullptr) {
-    count = transfer_of_others(sock, POLLIN, timeout_ms, [&](int more_flags) {
-      return recv(sock, data, length, wishes | more_flags);
-    });
-  } else if (record->ahead.is_empty()) {
-    count = transfer(sock, record->receive_limit, timeout_ms,
-                     [&] { return record->ahead.receive(sock, data, length, wishes); });
-  } else if (wishes == 0 || wishes == MSG_PEEK) {
-    count = static_cast<int32_t>(record->ahead.take(data, length, wishes));
-  } else {
-    count = TAV_NETSOCK_ERROR;  // only the system knows what to do, and it does not have the bytes
-  }
+  const int wishes = flags & ~MSG_DONTWAIT;
+  const auto move = [&]() -> ssize_t {
+    if (record == nullptr) return recv(sock, data, length, wishes | MSG_DONTWAIT);
+    if (record->ahead.is_empty()) return record->ahead.receive(sock, data, length, wishes);
+    if (wishes == 0 || wishes == MSG_PEEK) {
+      return static_cast<ssize_t>(record->ahead.take(data, length, wishes));
+    }
+    errno = EINVAL;  // only the system knows what to do, and it does not have the bytes
+    return -1;
+  };
+  const int32_t count = transfer(sock, POLLIN, timeout_ms, move);
   return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 

@@ -6,7 +6,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 
@@ -27,16 +26,10 @@ class deadline {
     return static_cast<int>(std::max<int64_t>(rest.count(), 0));
   }
 
-  // Waits for one of `events` on `fd`: above 0 when there is one, 0 when the time is over, -1 for
-  // an error. Signals do not shorten the wait.
-  int wait(int fd, short events) const {
-    for (;;) {
-      pollfd poll_fd = {fd, events, 0};
-      const int ready = poll(&poll_fd, 1, rest());
-      if (ready >= 0 || errno != EINTR) return ready;
-      if (rest() == 0) return 0;
-    }
-  }
+  // Waits for one of `events` on `fd`, or for the time alone when `fd` is negative: above 0 when
+  // there is one, 0 when the time is over or the port has been woken, -1 for an error. Signals do
+  // not shorten the wait.
+  int wait(int fd, short events) const;
 
  private:
   std::chrono::steady_clock::time_point m_cEnd;

@@ -1,7 +1,6 @@
 #include "socket_record.h"
 
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/uio.h>
 
 #include <algorithm>
@@ -40,14 +39,6 @@ thread_local thread_record t_record;
 
 }  // namespace
 
-bool wait_limit::set(int fd, int32_t milliseconds) {
-  if (milliseconds == m_nMilliseconds) return true;
-  const timeval limit = {milliseconds / 1000, (milliseconds % 1000) * 1000};
-  if (setsockopt(fd, SOL_SOCKET, m_nOption, &limit, sizeof limit) != 0) return false;
-  m_nMilliseconds = milliseconds;
-  return true;
-}
-
 size_t read_ahead::take(void* data, size_t length, int flags) {
   const size_t count = std::min(length, static_cast<size_t>(m_end - m_next));
   std::memcpy(data, m_next, count);
@@ -66,20 +57,18 @@ void read_ahead::make_room() {
 
 // Other flags than none mean the bytes that are asked for, and no others.
 ssize_t read_ahead::receive(int fd, void* data, size_t length, int flags) {
-  if (flags != 0) return recv(fd, data, length, flags);
+  if (flags != 0) return recv(fd, data, length, flags | MSG_DONTWAIT);
   if (length > 1) make_room();
   iovec pieces[] = {{data, length}, {m_first, m_size}};
   msghdr message = {};
   message.msg_iov = pieces;
   message.msg_iovlen = 2;
-  const ssize_t count = recvmsg(fd, &message, 0);
+  const ssize_t count = recvmsg(fd, &message, MSG_DONTWAIT);
   m_next = m_end = m_first;
   if (count <= static_cast<ssize_t>(length)) return count;
   m_end += static_cast<size_t>(count) - length;
   return static_cast<ssize_t>(length);
 }
-
-socket_record::socket_record() : receive_limit(SO_RCVTIMEO), send_limit(SO_SNDTIMEO) {}
 
 bool open_record(int fd) try {
   auto record = std::make_shared<socket_record>();

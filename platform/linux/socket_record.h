@@ -10,18 +10,6 @@
 #include <memory>
 #include <string>
 
-// How long the system's calls of one direction wait (SO_RCVTIMEO, SO_SNDTIMEO). It is remembered,
-// because call after call asks for the same.
-class wait_limit {
- public:
-  explicit wait_limit(int option) : m_nOption(option) {}
-  bool set(int fd, int32_t milliseconds);
-
- private:
-  int m_nOption;
-  int32_t m_nMilliseconds = 0;  // not set
-};
-
 // Bytes received ahead of those that were asked for. The bytes of a reply are asked for one by one,
 // those of a mail in small blocks: one call of the system fetches many of them.
 class read_ahead {
@@ -35,8 +23,8 @@ class read_ahead {
   // Hands out held bytes, at most `length`, and keeps them when `flags` has MSG_PEEK.
   size_t take(void* data, size_t length, int flags);
 
-  // One call of the system into `data` and beyond it into the buffer, which must be empty. Like
-  // recv().
+  // One call of the system, which does not wait, into `data` and beyond it into the buffer, which
+  // must be empty. Like recv().
   ssize_t receive(int fd, void* data, size_t length, int flags);
 
  private:
@@ -51,11 +39,7 @@ class read_ahead {
 };
 
 struct socket_record {
-  socket_record();
-
   std::string name;  // that the socket's address was resolved from; "" when there is none
-  wait_limit receive_limit;
-  wait_limit send_limit;
   read_ahead ahead;
 };
 

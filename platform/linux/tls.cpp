@@ -19,6 +19,7 @@
 #include "tav_dbglog.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
+#include "wake.h"
 #include "wiretap.h"
 
 #define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
@@ -43,7 +44,10 @@ struct session {
   std::unique_ptr<SSL, ssl_deleter> ssl;
   int fd = 0;
   uint32_t context = 0;
-  bool is_broken = false;  // OpenSSL allows no further call
+  bool is_broken = false;           // OpenSSL allows no further call
+  const deadline* until = nullptr;  // of the call that is going on
+  int renegotiations = 0;           // that the peer has asked for
+  bool is_established = false;
   certificate_refusal refusal;
   bool is_gathering = false;
   std::string gathered;  // records to be sent together
@@ -83,6 +87,21 @@ bool is_retry(ssize_t count) {
   return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
 }
 
+// OpenSSL goes on by itself as long as bytes move, whatever they are: the time of a call is looked
+// at wherever they do.
+bool is_over(const session& s) {
+  return s.until != nullptr && (is_woken() || s.until->rest() == 0);
+}
+
+// A request that meets a handshake is to be ignored (RFC 5246, 7.4.1.1), but not for ever.
+bool is_renegotiating(const session& s) { return s.renegotiations > (s.is_established ? 0 : 1); }
+
+void note_message(int is_sent, int, int type, const void* bytes, size_t length, SSL*, void* s) {
+  if (is_sent != 0 || type != SSL3_RT_HANDSHAKE || length == 0) return;
+  if (*static_cast<const unsigned char*>(bytes) != SSL3_MT_HELLO_REQUEST) return;
+  ++static_cast<session*>(s)->renegotiations;
+}
+
 int bio_write(BIO* bio, const char* data, int length) {
   BIO_clear_retry_flags(bio);
   auto* const s = static_cast<session*>(BIO_get_app_data(bio));
@@ -94,6 +113,10 @@ int bio_write(BIO* bio, const char* data, int length) {
       return -1;
     }
   }
+  if (is_over(*s)) {
+    BIO_set_retry_write(bio);
+    return -1;
+  }
   int fd = 0;
   BIO_get_fd(bio, &fd);
   const ssize_t count = send(fd, data, static_cast<size_t>(length), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -103,6 +126,12 @@ int bio_write(BIO* bio, const char* data, int length) {
 
 int bio_read(BIO* bio, char* data, int length) {
   BIO_clear_retry_flags(bio);
+  const auto* const s = static_cast<const session*>(BIO_get_app_data(bio));
+  if (is_renegotiating(*s)) return -1;
+  if (is_over(*s)) {
+    BIO_set_retry_read(bio);
+    return -1;
+  }
   int fd = 0;
   BIO_get_fd(bio, &fd);
   const ssize_t count = recv(fd, data, static_cast<size_t>(length), MSG_DONTWAIT);
@@ -175,9 +204,17 @@ template <typename Operation>
 io_result run(session& s, const deadline& until, Operation&& operation) {
   if (s.is_broken) return io_result::failed;
   for (;;) {
+    if (is_woken()) return io_result::timeout;
     // Its errors are told from old ones. Looking costs less than clearing, which visits each entry.
     if (ERR_peek_error() != 0) ERR_clear_error();
+    s.until = &until;
     const int result = operation();
+    s.until = nullptr;
+    if (is_renegotiating(s)) {
+      s.is_broken = true;
+      ERR_raise(ERR_LIB_SSL, SSL_R_NO_RENEGOTIATION);
+      return io_result::failed;
+    }
     if (result > 0) return io_result::done;
     short events = 0;
     switch (SSL_get_error(s.ssl.get(), result)) {
@@ -193,7 +230,7 @@ io_result run(session& s, const deadline& until, Operation&& operation) {
         s.is_broken = true;
         return io_result::failed;
     }
-    const int ready = until.rest() > 0 ? until.wait(s.fd, events) : 0;
+    const int ready = until.wait(s.fd, events);
     if (ready == 0) return io_result::timeout;
     if (ready < 0) return io_result::failed;
   }
@@ -218,23 +255,17 @@ io_result gather_records(session& s, const char* data, int& length, const deadli
   return result;
 }
 
-// Sends what was gathered. The time begins anew with each length of a record that has moved: a slow
-// network gets the same time for it as if records were sent one by one.
-io_result send_gathered(session& s, int32_t timeout_ms) {
+io_result send_gathered(session& s, const deadline& until) {
   std::string_view rest = s.gathered;
   while (!rest.empty()) {
-    const std::string_view record = rest.substr(0, kRecord);
-    const deadline until(timeout_ms);
-    while (record.end() - rest.begin() > 0) {
-      const ssize_t count = send(s.fd, rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-      if (count > 0) {
-        rest.remove_prefix(static_cast<size_t>(count));
-        continue;
-      }
-      if (!is_retry(count)) return io_result::failed;
-      const int ready = until.rest() > 0 ? until.wait(s.fd, POLLOUT) : 0;
-      if (ready <= 0) return ready == 0 ? io_result::timeout : io_result::failed;
+    const ssize_t count = send(s.fd, rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (count > 0) {
+      rest.remove_prefix(static_cast<size_t>(count));
+      continue;
     }
+    if (!is_retry(count)) return io_result::failed;
+    const int ready = until.wait(s.fd, POLLOUT);
+    if (ready <= 0) return ready == 0 ? io_result::timeout : io_result::failed;
   }
   return io_result::done;
 }
@@ -270,6 +301,8 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
   const deadline until(limit);
   switch (run(s, until, [&] { return SSL_connect(s.ssl.get()); })) {
     case io_result::done:
+      s.is_established = true;
+      s.renegotiations = 0;
       TLS_LOG(4, "tlsw: %s with %s\n", SSL_get_version(s.ssl.get()),
               SSL_get_cipher_name(s.ssl.get()));
       if (has_wiretap()) {
@@ -313,6 +346,8 @@ int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::st
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
   BIO_set_app_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
+  SSL_set_msg_callback(s.ssl.get(), note_message);
+  SSL_set_msg_callback_arg(s.ssl.get(), &s);
   s.fd = param.sock;
   return TLSW_OK;
 }
@@ -419,10 +454,11 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
   const session_ptr s = find_session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
+  if (is_woken()) return TLSW_ERR_TIMEOUT;
   int moved = len;
-  io_result result =
-      gather_records(*s, static_cast<const char*>(data), moved, deadline(timeout_ms));
-  if (result == io_result::done) result = send_gathered(*s, timeout_ms);
+  const deadline until(timeout_ms);
+  io_result result = gather_records(*s, static_cast<const char*>(data), moved, until);
+  if (result == io_result::done) result = send_gathered(*s, until);
   if (result == io_result::closed) result = io_result::failed;
   if (result == io_result::done) {
     *count = moved;

@@ -4,10 +4,13 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <iterator>
 #include <memory>
 #include <new>
+#include <string_view>
 
 #include "wiretap.h"
 
@@ -15,6 +18,10 @@ namespace {
 
 struct general_names_deleter {
   void operator()(GENERAL_NAMES* names) const { GENERAL_NAMES_free(names); }
+};
+
+struct utf8_deleter {
+  void operator()(unsigned char* text) const { OPENSSL_free(text); }
 };
 
 bool is_address(const std::string& name) {
@@ -30,18 +37,52 @@ std::string bare_name(const std::string& name) {
   return bare;
 }
 
+// Steers a terminal or the direction of writing, ends a line, or is not to be seen at all.
+bool is_hidden(unsigned long c) {
+  static constexpr unsigned long kRanges[][2] = {
+      {0, 0x1F},        {0x7F, 0x9F},     {0xAD, 0xAD},       {0x61C, 0x61C},
+      {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},   {0xD800, 0xDFFF},
+      {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFF}, {0xE0000, 0xE007F}, {0x110000, ~0UL}};
+  return std::any_of(std::begin(kRanges), std::end(kRanges),
+                     [c](const auto& range) { return range[0] <= c && c <= range[1]; });
+}
+
+// A text of the certificate as a person may see it: whoever made the certificate chose its bytes,
+// and it is looked at before it is judged. One line of UTF-8, cut where it is beyond all measure,
+// with
+// `?` for what is hidden or broken; and for all of `separators`, which part it from its neighbours.
+std::string shown(const unsigned char* bytes, int length, std::string_view separators) {
+  constexpr size_t kLongest = 253;  // of a host name
+  std::string text;
+  while (length > 0) {
+    if (text.size() >= kLongest) return text + "...";
+    unsigned long c = 0;
+    const int used = UTF8_getc(bytes, length, &c);
+    const bool is_good = used > 0 && !is_hidden(c) &&
+                         (used > 1 || separators.find(static_cast<char>(c)) == separators.npos);
+    const int taken = std::max(used, 1);
+    if (is_good) {
+      text.append(reinterpret_cast<const char*>(bytes), static_cast<size_t>(taken));
+    } else {
+      text += '?';
+    }
+    bytes += taken;
+    length -= taken;
+  }
+  return text;
+}
+
 std::string name_text(const GENERAL_NAME& entry) {
-  const unsigned char* bytes = nullptr;
   if (entry.type == GEN_DNS) {
-    bytes = ASN1_STRING_get0_data(entry.d.dNSName);
-    const int length = ASN1_STRING_length(entry.d.dNSName);
-    return {reinterpret_cast<const char*>(bytes), static_cast<size_t>(length)};
+    const ASN1_STRING* name = entry.d.dNSName;
+    return shown(ASN1_STRING_get0_data(name), ASN1_STRING_length(name), ", ");
   }
   if (entry.type != GEN_IPADD) return {};
-  bytes = ASN1_STRING_get0_data(entry.d.iPAddress);
-  const int family = ASN1_STRING_length(entry.d.iPAddress) == 4 ? AF_INET : AF_INET6;
+  const unsigned char* bytes = ASN1_STRING_get0_data(entry.d.iPAddress);
+  const int length = ASN1_STRING_length(entry.d.iPAddress);
+  if (length != 4 && length != 16) return {};
   char text[INET6_ADDRSTRLEN] = "";
-  inet_ntop(family, bytes, text, sizeof text);
+  inet_ntop(length == 4 ? AF_INET : AF_INET6, bytes, text, sizeof text);
   return text;
 }
 
@@ -102,10 +143,15 @@ std::string day_text(const ASN1_TIME* time) {
 
 // The issuer's common name, or its organisation.
 std::string issuer_text(const X509* server) {
-  char text[128] = "";
   const X509_NAME* issuer = X509_get_issuer_name(server);
   for (const int field : {NID_commonName, NID_organizationName}) {
-    if (X509_NAME_get_text_by_NID(issuer, field, text, sizeof text) > 0) return text;
+    const int place = X509_NAME_get_index_by_NID(issuer, field, -1);
+    if (place < 0) continue;
+    unsigned char* utf8 = nullptr;
+    const int length =
+        ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(issuer, place)));
+    const std::unique_ptr<unsigned char, utf8_deleter> owner(utf8);
+    if (length > 0) return shown(utf8, length, "");
   }
   return "unknown";
 }

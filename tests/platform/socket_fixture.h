@@ -4,6 +4,7 @@
 #define SOCKET_FIXTURE_H
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,6 +34,12 @@ class listener {
   listener& operator=(const listener&) = delete;
 
   uint16_t port() const { return m_port; }
+  // Little is under way to the connections to come, in bytes.
+  void keep_small(int buffer) {
+    const int segment = 1400;
+    setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
+    setsockopt(m_fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
+  }
   int accept() const { return ::accept4(m_fd, nullptr, nullptr, SOCK_CLOEXEC); }
   void stop() {
     if (m_fd >= 0) close(m_fd);

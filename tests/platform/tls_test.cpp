@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -18,6 +22,7 @@
 namespace {
 
 using namespace contract;
+using namespace std::string_literals;
 using tav_test::certificate_kind;
 
 std::string g_log;
@@ -292,6 +297,89 @@ TEST_F(TlsContract, the_handshake_has_one_deadline_however_slowly_the_peer_drips
   finish();
 }
 
+// Records that TLS itself answers for: the deadline is looked at although bytes come and come.
+TEST_F(TlsContract, a_handshake_that_is_asked_for_again_and_again_ends) {
+  use(certificate_kind::good);
+  serve([](int fd) {
+    char hello[2000];
+    recv(fd, hello, sizeof hello, 0);
+    std::string requests;  // HelloRequest, one a record, in clear
+    for (int i = 0; i < 1000; ++i) requests += std::string("\x16\3\3\0\4\0\0\0\0", 9);
+    const stopwatch watch;
+    while (watch.elapsed() < 5000 && send(fd, requests.data(), requests.size(), MSG_NOSIGNAL) > 0) {
+    }
+  });
+  const stopwatch watch;
+  EXPECT_EQ(start("localhost", {0}, 400), TLSW_ERR_CONNECT);
+  EXPECT_LT(watch.elapsed(), 1500);
+  EXPECT_NE(g_log.find("no renegotiation"), std::string::npos) << g_log;
+  finish();
+}
+
+TEST_F(TlsContract, a_read_ends_whatever_else_the_peer_sends) {
+  use(certificate_kind::good);
+  const struct {
+    uint8_t newest;
+    int (*step)(SSL* ssl);
+    int32_t result;
+  } cases[] = {
+      {3, [](SSL* ssl) { return SSL_renegotiate(ssl); }, TLSW_ERR_READ},
+      {4, [](SSL* ssl) { return SSL_key_update(ssl, SSL_KEY_UPDATE_NOT_REQUESTED); },
+       TLSW_ERR_TIMEOUT},
+  };
+  for (const auto& test : cases) {
+    serve([this, &test](int fd) {
+      const tav_test::tls_context context(m_files.certificate, m_files.key);
+      const std::unique_ptr<SSL, tav_test::tls_free> ssl(SSL_new(context.get()));
+      SSL_set_fd(ssl.get(), fd);
+      std::signal(SIGPIPE, SIG_IGN);
+      const stopwatch watch;
+      if (SSL_accept(ssl.get()) != 1) return;
+      do {
+        if (test.step(ssl.get()) != 1 || SSL_do_handshake(ssl.get()) != 1) break;
+      } while (watch.elapsed() < 5000);
+      SSL_write(ssl.get(), "late", 4);
+    });
+    ASSERT_EQ(start("localhost", {0, test.newest}), TLSW_OK) << g_log;
+    const stopwatch watch;
+    char bytes[8];
+    int32_t count = 0;
+    EXPECT_EQ(tlsw_read_timeo(m_session, bytes, sizeof bytes, 400, &count), test.result) << g_log;
+    EXPECT_LT(watch.elapsed(), 1500);
+    finish();
+    m_server.join();
+  }
+}
+
+TEST_F(TlsContract, a_write_has_one_deadline_however_slowly_the_peer_reads) {
+  use(certificate_kind::good);
+  serve([this](int fd) {
+    const tav_test::tls_context context(m_files.certificate, m_files.key);
+    tav_test::tls_channel channel(context);
+    char wire[2048];
+    for (ssize_t count; (count = recv(fd, wire, sizeof wire, 0)) > 0;) {
+      channel.feed({wire, static_cast<size_t>(count)});
+      const std::string out = channel.take_wire();
+      send(fd, out.data(), out.size(), MSG_NOSIGNAL);
+      if (channel.ready()) std::this_thread::sleep_for(std::chrono::milliseconds(18));
+    }
+  });
+  const int room = 8192;
+  m_listener.keep_small(room);
+  ASSERT_EQ(start("localhost", {1}), TLSW_OK);
+  setsockopt(m_sock, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+  const std::string much(65536, 'x');
+  int32_t result = TLSW_OK;
+  int32_t count = 0;
+  for (int i = 0; i < 5 && result == TLSW_OK; ++i) {
+    const stopwatch watch;
+    result = tlsw_write_timeo(m_session, much.data(), 65536, 400, &count);
+    EXPECT_LT(watch.elapsed(), 550);
+  }
+  EXPECT_EQ(result, TLSW_ERR_TIMEOUT);
+  finish();
+}
+
 TEST_F(TlsContract, a_peer_that_drops_is_an_error_and_not_an_end) {
   use(certificate_kind::good);
   serve([](int fd) {
@@ -352,6 +440,68 @@ TEST_F(TlsContract, tells_an_observer_why_the_handshake_failed) {
     ASSERT_EQ(told.size(), 1u) << test.answer;
     EXPECT_NE(told[0].find(test.reason), std::string::npos) << told[0] << " for " << test.answer;
   }
+}
+
+// Writes the certificate anew with these alternative names and this issuer.
+void forge_names(const tav_test::certificate_files& files,
+                 const std::vector<std::pair<int, std::string>>& names, const std::string& issuer) {
+  const auto close_file = [](std::FILE* file) { std::fclose(file); };
+  const std::unique_ptr<std::FILE, decltype(close_file)> file(
+      std::fopen(files.certificate.c_str(), "r+"), close_file);
+  const std::unique_ptr<std::FILE, decltype(close_file)> key_file(
+      std::fopen(files.key.c_str(), "r"), close_file);
+  X509* const cert = PEM_read_X509(file.get(), nullptr, nullptr, nullptr);
+  EVP_PKEY* const key = PEM_read_PrivateKey(key_file.get(), nullptr, nullptr, nullptr);
+  GENERAL_NAMES* const list = GENERAL_NAMES_new();
+  for (const auto& [type, text] : names) {
+    GENERAL_NAME* const entry = GENERAL_NAME_new();
+    ASN1_STRING* const value =
+        ASN1_STRING_type_new(type == GEN_DNS ? V_ASN1_IA5STRING : V_ASN1_OCTET_STRING);
+    ASN1_STRING_set(value, text.data(), static_cast<int>(text.size()));
+    GENERAL_NAME_set0_value(entry, type, value);
+    sk_GENERAL_NAME_push(list, entry);
+  }
+  X509_add1_ext_i2d(cert, NID_subject_alt_name, list, 0, X509V3_ADD_REPLACE);
+  X509_NAME* const name = X509_NAME_new();
+  X509_NAME_add_entry_by_NID(name, NID_commonName, V_ASN1_UTF8STRING,
+                             reinterpret_cast<const unsigned char*>(issuer.data()),
+                             static_cast<int>(issuer.size()), -1, 0);
+  X509_set_issuer_name(cert, name);
+  X509_sign(cert, key, EVP_sha256());
+  std::rewind(file.get());
+  PEM_write_X509(file.get(), cert);
+  X509_NAME_free(name);
+  GENERAL_NAMES_free(list);
+  EVP_PKEY_free(key);
+  X509_free(cert);
+}
+
+TEST_F(TlsContract, names_of_a_certificate_forge_nothing) {
+  use(certificate_kind::good);
+  forge_names(m_files,
+              {{GEN_IPADD, "abc"},  // no address: nothing is read behind it
+               {GEN_IPADD, ""},
+               {GEN_DNS, "a\nb\r\x1B[2J\x7F"},
+               {GEN_DNS, "x, y.example"},
+               {GEN_DNS, "raw\x9B utf\xC2\x9B turned\xE2\x80\xAE"},
+               {GEN_IPADD, "\x7F\0\0\1"s},
+               {GEN_DNS, std::string(300, 'n')}},
+              "Auth\xC3\xB6rity\n2099-01-01\xC2\x85\xE2\x80\xA8\xE2\x81\xA6 1");
+  static std::string told;
+  tav_wiretap_set(
+      [](void*, TAV_WIRETAP_EVENT event, const char* bytes, size_t length) {
+        if (event == TAV_WIRETAP_TLS_CERTIFICATE) told.assign(bytes, length);
+      },
+      nullptr);
+  serve_tls();
+  EXPECT_EQ(start("localhost", {0}), TLSW_OK) << g_log;
+  finish();
+  tav_wiretap_set(nullptr, nullptr);
+  EXPECT_EQ(
+      told.substr(0, told.find('\n')),
+      "a?b??[2J?, x??y.example, raw??utf??turned?, 127.0.0.1, " + std::string(253, 'n') + "...");
+  EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 3) << told;
+  EXPECT_EQ(told.substr(told.rfind('\n')), "\nAuth\xC3\xB6rity?2099-01-01??? 1");
 }
 
 TEST_F(TlsContract, options_that_mean_nothing_are_refused) {

@@ -114,6 +114,22 @@ TEST(LogContract, one_call_is_one_clean_line) {
   EXPECT_GT(lines[2].size(), 1000u);
 }
 
+TEST(LogContract, repeated_lines_are_folded_in_the_ports_own_sink) {
+  setenv("TAV_DBGLOG", "stderr", 1);
+  testing::internal::CaptureStderr();
+  tav_dbglog_common::set_sink(nullptr, nullptr);
+  unsetenv("TAV_DBGLOG");
+  tav_dbglog* log = tav_dbglog_common::get_instance();
+  for (int i = 0; i < 1234; ++i) log->tracer("T", 0, "again\n");
+  log->tracer("U", 0, "again\n");
+  log->tracer("U", 1, "again\n");
+  log->tracer("U", 1, "again\n");
+  tav_dbglog_common::set_sink(nullptr, nullptr);
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "T[0] again\nT[0] last line 1234 times\nU[0] again\nU[1] again\nU[1] last line 2 times\n");
+}
+
 TEST(CLibraryContract, folds_ascii_only_and_stops_at_the_end) {
   EXPECT_EQ(clb_CompStrCaseN("Text/PLAIN", "text/plain; x", 10), 0);
   EXPECT_NE(clb_CompStrCaseN("text", "tex", 4), 0);
