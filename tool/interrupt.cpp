@@ -11,6 +11,8 @@
 #include <csignal>
 #include <utility>
 
+#include "tav_wake.h"
+
 namespace tavmail {
 
 namespace {
@@ -18,7 +20,10 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGALRM};
+constexpr int kMostOvertime = 5;  // seconds
 volatile std::sig_atomic_t g_signal = 0;
+int g_overtime = 0;
+int g_guards = 0;
 int g_pipe[2] = {-1, -1};  // becomes readable with the first signal
 int g_seconds = 0;
 clock::time_point g_start;
@@ -27,7 +32,10 @@ void end_run(int signal) {
   const int error = errno;
   // Who does not want to wait for the end presses again, and gets what the signal does by default.
   if (g_signal != 0 && signal != SIGALRM) raise(signal);
+  // Nor can a reader who does not take what is written hold the run up.
+  if (g_signal != 0 && signal == SIGALRM && ++g_overtime > kMostOvertime) _exit(EX_TEMPFAIL);
   if (g_signal == 0) g_signal = signal;
+  tav_wake();
   [[maybe_unused]] const ssize_t count = write(g_pipe[1], "", 1);
   errno = error;
 }
@@ -44,6 +52,7 @@ void set_timer(std::chrono::microseconds first) {
 }  // namespace
 
 interrupt_guard::interrupt_guard() {
+  if (g_guards++ > 0) return;
   g_start = clock::now();
   g_signal = 0;
   if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw problem(EX_OSERR, "too many open files");
@@ -60,6 +69,7 @@ interrupt_guard::interrupt_guard() {
 }
 
 interrupt_guard::~interrupt_guard() {
+  if (--g_guards > 0) return;
   set_timer(std::chrono::microseconds(0));
   for (const int signal : kSignals) {
     struct sigaction now {};
@@ -67,6 +77,7 @@ interrupt_guard::~interrupt_guard() {
     if (now.sa_handler == end_run) std::signal(signal, SIG_DFL);
   }
   for (int& fd : g_pipe) close(std::exchange(fd, -1));
+  tav_wake_clear();
 }
 
 void interrupt_guard::end_after(int seconds) {

@@ -68,15 +68,23 @@ class transaction {
   const char* outcome() const { return outcome_of(m_cView); }
 
  private:
-  // Ends the transaction when a step failed.
+  // Ends the transaction when a step failed, or the run is to end.
   void require(TAV_EML_RESULT result) {
-    const bool is_interrupted = interrupt_guard::was_pressed() && !m_cView.end_was_sent();
-    if (result == TAV_EML_OK && !is_interrupted) return;
-    const problem cause =
-        is_interrupted ? problem(interrupt_guard::exit_code(), "interrupted; nothing was delivered")
-                       : explain(result, m_cView, m_cOptions.server);
+    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_cView.end_was_sent())) return;
+    const problem cause = ending(result);
     m_cBoundary.abort_mail();
     throw cause;
+  }
+
+  problem ending(TAV_EML_RESULT result) const {
+    const problem known = explain(result, m_cView, m_cOptions.server);
+    const bool is_verdict = result == TAV_EML_ERR_REPLY || result == TAV_EML_ERR_REPLY_TEMPORARY;
+    if (!interrupt_guard::was_pressed() || is_verdict) return known;
+    return interrupt_guard::cause(m_cView.end_was_sent()
+                                      ? "the whole mail was sent and may have been delivered; ask "
+                                        "the recipient before sending it again"
+                                      : "nothing was delivered")
+        .at(known.stage(), known.reply(), known.code());
   }
 
   void send_body() {
