@@ -28,10 +28,13 @@ int g_pipe[2] = {-1, -1};  // becomes readable with the first signal
 int g_seconds = 0;
 clock::time_point g_start;
 
+// Who does not want to wait for the end asks again. A terminal that goes may tell it twice.
+bool ends_at_once_when_repeated(int signal) { return signal == SIGINT || signal == SIGTERM; }
+
 void end_run(int signal) {
   const int error = errno;
-  // Who does not want to wait for the end presses again, and gets what the signal does by default.
-  if (g_signal != 0 && signal != SIGALRM) raise(signal);
+  // The signal has its default action by now, which it takes when this handler is left.
+  if (g_signal != 0 && ends_at_once_when_repeated(signal)) raise(signal);
   // Nor can a reader who does not take what is written hold the run up.
   if (g_signal != 0 && signal == SIGALRM && ++g_overtime > kMostOvertime) _exit(EX_TEMPFAIL);
   if (g_signal == 0) g_signal = signal;
@@ -55,12 +58,13 @@ interrupt_guard::interrupt_guard() {
   if (g_guards++ > 0) return;
   g_start = clock::now();
   g_signal = 0;
-  if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw problem(EX_OSERR, "too many open files");
+  // Without it only the signal that comes in the middle of a wait is noticed.
+  if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) g_pipe[0] = g_pipe[1] = -1;
   for (const int signal : kSignals) {
     struct sigaction action {};
     action.sa_handler = end_run;
     action.sa_flags = SA_RESTART;
-    if (signal != SIGALRM) action.sa_flags |= static_cast<int>(SA_RESETHAND);
+    if (ends_at_once_when_repeated(signal)) action.sa_flags |= static_cast<int>(SA_RESETHAND);
     struct sigaction before {};
     sigaction(signal, &action, &before);
     // nohup, or a shell that runs it in the background, wants them to have no effect.
@@ -76,7 +80,9 @@ interrupt_guard::~interrupt_guard() {
     sigaction(signal, nullptr, &now);
     if (now.sa_handler == end_run) std::signal(signal, SIG_DFL);
   }
-  for (int& fd : g_pipe) close(std::exchange(fd, -1));
+  for (int& fd : g_pipe) {
+    if (fd >= 0) close(std::exchange(fd, -1));
+  }
   tav_wake_clear();
 }
 
@@ -104,7 +110,7 @@ void interrupt_guard::check(const std::string& meaning) {
 
 bool interrupt_guard::await_input(int fd, int other) {
   pollfd awaited[] = {{fd, POLLIN, 0}, {other, POLLIN, 0}, {g_pipe[0], POLLIN, 0}};
-  while (poll(awaited, 3, -1) < 0 && errno == EINTR) {
+  while (!was_pressed() && poll(awaited, 3, -1) < 0 && errno == EINTR) {
   }
   check();
   return awaited[0].revents != 0;

@@ -10,8 +10,8 @@
 namespace tavmail {
 
 // Turns each of them into an orderly end while it lives: the wait that is going on is over at once,
-// and the command tells how far it came. The second signal ends the process as it always does. The
-// outermost counts.
+// and the command tells how far it came. A second interrupt ends the process as it always does. The
+// outermost guard counts.
 class interrupt_guard {
  public:
   interrupt_guard();

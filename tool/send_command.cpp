@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <new>
 
 #include "commands.h"
 #include "dialogue_view.h"
@@ -141,6 +142,9 @@ int run_send(CLI::App& command, send_options& options) {
     } catch (const problem&) {
       outcome = sending.outcome();
       throw;
+    } catch (const std::bad_alloc&) {
+      outcome = sending.outcome();
+      throw problem(EX_OSERR, "out of memory");
     }
     if (options.is_json) {
       std::cout << outcome_json("delivered", sending.reply(), out, nullptr);
