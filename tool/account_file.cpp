@@ -1,12 +1,15 @@
 #include "account_file.h"
 
-#include <sys/stat.h>
+#include <pwd.h>
 #include <toml++/toml.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
+#include "input_file.h"
 #include "near_word.h"
 #include "problem.h"
 
@@ -15,17 +18,52 @@ namespace tavmail {
 namespace {
 
 constexpr char kPassword[] = "password";
+constexpr size_t kLargestFile = 1 << 20;
+
+// The folder of a user, "" when there is none; without a name of the one who runs this.
+std::string home_of(const std::string& user) {
+  const char* home = std::getenv("HOME");
+  if (user.empty() && home != nullptr && *home != '\0') return home;
+  const passwd* entry = user.empty() ? getpwuid(getuid()) : getpwnam(user.c_str());
+  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
+}
+
+// A path that may begin with "~" or "~user", as a shell takes it. Throws a problem.
+std::string expanded(const std::string& path) {
+  if (path.empty() || path[0] != '~') return path;
+  const size_t slash = std::min(path.find('/'), path.size());
+  const std::string home = home_of(path.substr(1, slash - 1));
+  if (home.empty()) throw problem(EX_CONFIG, path.substr(0, slash) + " has no home folder");
+  return home + path.substr(slash);
+}
+
+// Whether the option takes the path of a file or folder.
+bool is_path(const CLI::Option& option) {
+  return option.get_type_name() == "FILE" || option.get_type_name() == "DIR";
+}
+
+// Overwrites what earlier calls left on the stack: short texts are not on the heap.
+[[gnu::noinline]] void wipe_stack() {
+  char below[size_t{256} << 10];
+  explicit_bzero(below, sizeof below);
+}
 
 // The file as read, for messages that name its lines.
 class document {
  public:
   explicit document(const std::string& path) : m_cPath(path) {
+    input_file file(path, "the configuration");
+    const std::string text = file.read_all(kLargestFile);
+    if (text.size() > kLargestFile) throw problem(EX_CONFIG, path + " is no configuration file");
     try {
-      m_cTable = toml::parse_file(path);
+      m_cTable = toml::parse(text, path);
+      wipe_stack();
     } catch (const toml::parse_error& error) {
       throw at(error.source().begin.line, std::string(error.description()));
     }
-    refuse_readable_secrets();
+    if (file.is_open_to_others() && has_secret(m_cTable)) {
+      throw problem(EX_CONFIG, "others can read the passwords in " + path + "; chmod 600 it");
+    }
   }
 
   const toml::table& table() const { return m_cTable; }
@@ -46,14 +84,6 @@ class document {
       }
     }
     return false;
-  }
-
-  void refuse_readable_secrets() const {
-    struct stat status;
-    if (stat(m_cPath.c_str(), &status) != 0 || (status.st_mode & 077) == 0) return;
-    if (has_secret(m_cTable)) {
-      throw problem(EX_CONFIG, "others can read the passwords in " + m_cPath + "; chmod 600 it");
-    }
   }
 
   const std::string m_cPath;
@@ -127,7 +157,9 @@ void set_option(const document& file, CLI::App& command, const CLI::App& tool,
   if (is_flag && !node.is_boolean()) throw file.at(node, key + ": expected true or false");
   if (is_flag && values[0] == "false") return;
   try {
-    for (const std::string& value : values) option->add_result(value);
+    for (const std::string& value : values) {
+      option->add_result(is_path(*option) ? expanded(value) : value);
+    }
     option->run_callback();
   } catch (const CLI::Error& error) {
     throw file.at(node, error.what());
@@ -139,8 +171,7 @@ void set_option(const document& file, CLI::App& command, const CLI::App& tool,
 std::string account_file::default_path() {
   const char* config = std::getenv("XDG_CONFIG_HOME");
   if (config != nullptr && *config == '/') return std::string(config) + "/tavmail/config.toml";
-  const char* home = std::getenv("HOME");
-  return std::string(home != nullptr ? home : "") + "/.config/tavmail/config.toml";
+  return home_of("") + "/.config/tavmail/config.toml";
 }
 
 void account_file::add_to(CLI::App& command) {
@@ -160,10 +191,10 @@ bool account_file::apply(CLI::App& command, const CLI::App& tool, const std::str
   }
   if (names_server) return false;
   const std::string path = m_cPath.empty() ? default_path() : m_cPath;
-  if (!std::filesystem::exists(path)) {
-    if (m_cPath.empty() && m_cAccount.empty()) return false;
-    throw problem(EX_NOINPUT, "cannot read " + path + "; see tavmail.toml(5)");
-  }
+  std::error_code error;
+  const bool is_there = std::filesystem::exists(path, error);
+  // One that cannot be looked for may be there.
+  if (!is_there && !error && m_cPath.empty() && m_cAccount.empty()) return false;
   const document file(path);
   std::string name = m_cAccount;
   if (name.empty()) {
@@ -181,7 +212,7 @@ bool account_file::apply(CLI::App& command, const CLI::App& tool, const std::str
   for (const auto& [key, node] : *table->as_table()) {
     if (key.str() == kPassword) {
       if (!node.is_string()) throw file.at(node, "password: expected a text");
-      endpoint.set_password(*node.value<std::string>());
+      endpoint.set_password({node.as_string()->get(), path + ": password"});
     } else {
       set_option(file, command, tool, std::string(key.str()), node);
     }

@@ -1,11 +1,5 @@
 #include "attachment.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -35,40 +29,14 @@ constexpr struct {
     {"html", TAV_EML_CT_TEXT_HTML},        {"htm", TAV_EML_CT_TEXT_HTML},
 };
 
-[[noreturn]] void cannot_read(const std::string& path, int error) {
-  throw problem(EX_NOINPUT, "cannot read attachment " + path + ": " + std::strerror(error) +
-                                "; check the path");
-}
-
 }  // namespace
-
-attachment::attachment(const std::string& path)
-    : m_cPath(path), m_nFd(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-  if (m_nFd < 0) cannot_read(path, errno);
-  struct stat status;
-  const int error = fstat(m_nFd, &status) != 0 ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
-  if (error != 0) {
-    close(m_nFd);
-    cannot_read(path, error);
-  }
-  m_uSize = static_cast<uint64_t>(std::max<off_t>(status.st_size, 0));
-}
-
-attachment::~attachment() { close(m_nFd); }
 
 size_t attachment::read_into(tav_eml_mlutl_mail_part& part) {
   std::unique_ptr<void, decltype(&UtlOS::MemFree)> block(UtlOS::MemAllocate(kPiece + 1),
                                                          UtlOS::MemFree);
   if (!block) throw problem(EX_OSERR, "out of memory");
   char* bytes = static_cast<char*>(block.get());
-  size_t count = 0;
-  while (count < kPiece) {
-    const ssize_t got = read(m_nFd, bytes + count, kPiece - count);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) cannot_read(m_cPath, errno);
-    if (got == 0) break;
-    count += static_cast<size_t>(got);
-  }
+  const size_t count = m_cFile.read(bytes, kPiece);
   if (count == 0) return 0;
   bytes[count] = '\0';
   void* data = block.release();

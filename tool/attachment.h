@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "input_file.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 
 namespace tavmail {
@@ -13,20 +14,16 @@ namespace tavmail {
 // An open file, read in pieces: memory does not grow with it. All throw a problem.
 class attachment {
  public:
-  explicit attachment(const std::string& path);
-  ~attachment();
-  attachment(const attachment&) = delete;
-  attachment& operator=(const attachment&) = delete;
+  explicit attachment(const std::string& path) : m_cFile(path, "attachment") {}
 
-  uint64_t size() const { return m_uSize; }
+  // 0 when that is not known.
+  uint64_t size() const { return static_cast<uint64_t>(m_cFile.status().st_size); }
 
   // Puts the next piece into `part`. The bytes put; 0 at the end.
   size_t read_into(quorvelmida::tav_eml_mlutl_mail_part& part);
 
  private:
-  const std::string m_cPath;
-  int m_nFd;
-  uint64_t m_uSize = 0;
+  input_file m_cFile;
 };
 
 // The content type of a file by the extension of its name, or by `given` ("" for none).

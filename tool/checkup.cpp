@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "dialogue_view.h"
+#include "interrupt.h"
 #include "outcome.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
@@ -92,7 +93,9 @@ class examination {
   bool check_addresses() {
     tav_eml_mlutl_mail_net net;
     std::vector<tav_eml_mlutl_mail_net::TAV_EML_ADDR_INFO> addresses;
-    if (net.get_ip_address(m_cOptions.server.c_str(), 0, addresses) != TAV_EML_OK) {
+    const TAV_EML_RESULT result = net.get_ip_address(m_cOptions.server.c_str(), 0, addresses);
+    if (result != TAV_EML_OK && is_over("name")) return false;
+    if (result != TAV_EML_OK) {
       fail("name", "\"" + m_cOptions.server + "\" has no address",
            "check the spelling, and this machine's name service (/etc/resolv.conf)", EX_NOHOST);
       return false;
@@ -101,6 +104,7 @@ class examination {
                      (addresses.size() == 1 ? " address" : " addresses"));
     bool is_any = false;
     for (const auto& address : addresses) is_any = check_address(address_text(address)) || is_any;
+    if (m_cResult.exit_code != 0) return false;
     if (!is_any) m_cResult.exit_code = EX_UNAVAILABLE;
     return is_any;
   }
@@ -120,6 +124,7 @@ class examination {
                           cause.stage() == "the TLS handshake" ||
                           cause.code().find("TLS") != std::string::npos;
     const std::string mode = is_early ? right_mode(m_cOptions) : "";
+    if (is_over(stage_of(cause))) return;
     if (!mode.empty()) {
       fail("tls",
            m_cOptions.place() +
@@ -129,8 +134,7 @@ class examination {
     }
     const std::string text = cause.what();
     const size_t cut = text.find("; ");
-    fail(cause.stage().rfind("the ", 0) == 0 ? cause.stage().substr(4) : cause.stage(),
-         text.substr(0, cut), cut == std::string::npos ? "" : text.substr(cut + 2),
+    fail(stage_of(cause), text.substr(0, cut), cut == std::string::npos ? "" : text.substr(cut + 2),
          cause.exit_code());
   }
 
@@ -145,6 +149,19 @@ class examination {
   }
 
  private:
+  static std::string stage_of(const problem& cause) {
+    return cause.stage().rfind("the ", 0) == 0 ? cause.stage().substr(4) : cause.stage();
+  }
+
+  // What ends the run has ended the stage too.
+  bool is_over(const std::string& stage) {
+    if (!interrupt_guard::was_pressed()) return false;
+    if (m_cResult.exit_code == 0) {
+      fail(stage, interrupt_guard::cause().what(), "", interrupt_guard::exit_code());
+    }
+    return true;
+  }
+
   void report_tls(const dialogue_view& view) {
     if (!view.tls().empty()) good("tls", view.tls());
     if (view.certificate().empty()) return;
@@ -193,6 +210,7 @@ class examination {
       good("address", where + " answers in " + std::to_string(waited.count()) + " ms");
       return true;
     }
+    if (is_over("address")) return false;
     m_cResult.stages.push_back(
         {"address", false,
          where + (result == TAV_EML_ERR_CONNECT ? " refuses the connection" : " does not answer"),

@@ -7,6 +7,7 @@
 #include "account_file.h"
 #include "checkup.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "problem_json.h"
 #include "received_text.h"
 
@@ -60,6 +61,7 @@ bool examine(const CLI::App& command, const doctor_options& options, const char*
   if (!is_known && endpoint.server.empty()) return false;
   endpoint.complete();
   results.push_back(check(endpoint, options.verbose));
+  if (!results.back().is_good()) interrupt_guard::check();
   return true;
 }
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <utility>
 
+#include "input_file.h"
+#include "interrupt.h"
 #include "problem.h"
 
 namespace tavmail {
@@ -104,6 +106,13 @@ void endpoint_options::add_connection(CLI::App& command) {
       ->capture_default_str()
       ->type_name("N")
       ->group(kGroup);
+  command
+      .add_option_function("--max-time",
+                           std::function<void(const int&)>(interrupt_guard::end_after),
+                           "seconds for all of the run; no limit by default")
+      ->check(CLI::Range(1, 1000000).description(""))
+      ->type_name("N")
+      ->group(kGroup);
 }
 
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {
@@ -131,9 +140,7 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
 
 void endpoint_options::complete_connection() {
   if (ca_file.empty()) return;
-  if (!std::ifstream(ca_file)) {
-    throw problem(EX_NOINPUT, "cannot read --ca-file " + ca_file + "; check the path");
-  }
+  const input_file readable(ca_file, "--ca-file");
   // The trust store of the platform's TLS is chosen by this variable.
   setenv("SSL_CERT_FILE", ca_file.c_str(), 1);
   setenv("SSL_CERT_DIR", "/dev/null", 1);
@@ -148,11 +155,19 @@ void endpoint_options::library_tls_options(uint8_t (&options)[5]) const {
   options[1] = oldest_tls == "1.3" ? 4 : 0;  // the oldest version, by tlsw.h
 }
 
-secret_text endpoint_options::ask_password() const {
+std::shared_ptr<const secret_text> endpoint_options::take_password() const {
   if (m_cPassword && password_file.empty() && password_command.empty()) {
-    return secret_text(m_cPassword->text());
+    return std::exchange(m_cPassword, nullptr);
   }
-  return read_password(password_file, password_command, user, server);
+  return std::make_shared<const secret_text>(
+      read_password(password_file, password_command, user, server));
+}
+
+void endpoint_options::share_account(const endpoint_options& other) {
+  user = other.user;
+  password_file = other.password_file;
+  password_command = other.password_command;
+  m_cPassword = other.m_cPassword;
 }
 
 void wipe_record_text(UtlString& text) {

@@ -51,15 +51,20 @@ struct endpoint_options {
   std::string place() const { return server + " port " + std::to_string(port); }
 
   // A password that the configuration file holds.
-  void set_password(const std::string& text) { m_cPassword = std::make_shared<secret_text>(text); }
+  void set_password(secret_text text) {
+    m_cPassword = std::make_shared<secret_text>(std::move(text));
+  }
+  // Takes the account of `other`, however its password is told.
+  void share_account(const endpoint_options& other);
 
   // As the library's settings want them.
   uint8_t library_tls_mode() const;
   void library_tls_options(uint8_t (&options)[5]) const;
-  secret_text ask_password() const;
+  // Gives the one copy of the password away, so it is called once.
+  std::shared_ptr<const secret_text> take_password() const;
 
  private:
-  std::shared_ptr<secret_text> m_cPassword;
+  mutable std::shared_ptr<const secret_text> m_cPassword;
 };
 
 // Takes one of the words, in any case, for its value; and a value that was taken before, when an

@@ -25,12 +25,11 @@ void mailbox_options::complete() {
 }
 
 quorvelmida::tav_eml_pop3_settings mailbox_options::settings() const {
-  const secret_text password = ask_password();
   quorvelmida::_tav_eml_pop3_setting record;
   record.strServer = server.c_str();
   record.nPort = port;
   record.strUserID = user.c_str();
-  record.strPassword = password.text().c_str();
+  record.strPassword = take_password()->text();
   record.nAPOP = apop ? 1 : 0;
   record.nTimeout = timeout;
   record.ucTLSMode = library_tls_mode();

@@ -6,12 +6,15 @@
 #include <algorithm>
 #include <clocale>
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <iostream>
 #include <new>
 #include <vector>
 
 #include "commands.h"
 #include "dialogue_view.h"
+#include "interrupt.h"
 #include "near_word.h"
 #include "problem_json.h"
 #include "received_text.h"
@@ -28,8 +31,8 @@ int report(const tavmail::problem& cause) {
   return cause.exit_code();
 }
 
-// A command line that cannot be run. A script that asked for a document gets one.
-int report_usage(const tavmail::problem& cause, int argc, char** argv) {
+// What ended the tool without a word of the command's. A script that asked for a document gets one.
+int report_alone(const tavmail::problem& cause, int argc, char** argv) {
   if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
     nlohmann::ordered_json document;
     tavmail::add_problem(document, cause);
@@ -77,13 +80,7 @@ int run(const tavmail::command& command) {
   return exit_code;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  // For the width of characters on a terminal.
-  std::setlocale(LC_CTYPE, "C.UTF-8");
-  // A file that may not grow is an error like any other.
-  std::signal(SIGXFSZ, SIG_IGN);
+int run_tool(int argc, char** argv) {
   CLI::App tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
   tool.set_version_flag("--version", kVersion);
   tool.require_subcommand(0, 1);
@@ -101,10 +98,31 @@ int main(int argc, char** argv) {
     if (error.get_exit_code() == 0) return tool.exit(error);
     // Usage errors end with EX_USAGE, whatever CLI11 calls them.
     const std::string sentence = std::string(error.what()) + "; see tavmail --help";
-    return report_usage(tavmail::problem(EX_USAGE, sentence), argc, argv);
+    return report_alone(tavmail::problem(EX_USAGE, sentence), argc, argv);
   } catch (const tavmail::problem& cause) {
-    return chosen == nullptr ? report_usage(cause, argc, argv) : report(cause);
+    // A command that ran has told it in its own document.
+    return chosen == nullptr ? report_alone(cause, argc, argv) : report(cause);
   } catch (const std::bad_alloc&) {
-    return report(tavmail::problem(EX_OSERR, "out of memory"));
+    return report_alone(tavmail::problem(EX_OSERR, "out of memory"), argc, argv);
+  } catch (const std::exception& error) {
+    return report_alone(tavmail::problem(EX_SOFTWARE, std::string("it failed: ") + error.what()),
+                        argc, argv);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // For the width of characters on a terminal.
+  std::setlocale(LC_CTYPE, "C.UTF-8");
+  // A file that may not grow is an error like any other.
+  std::signal(SIGXFSZ, SIG_IGN);
+  try {
+    const tavmail::interrupt_guard guard;
+    return run_tool(argc, argv);
+  } catch (...) {
+    // Not even a message could be made.
+    std::fputs("tavmail: out of memory\n", stderr);
+    return EX_OSERR;
   }
 }

@@ -21,7 +21,7 @@ namespace {
 
 constexpr char kSeparators[] = ";,";
 constexpr size_t kLongestLine = 75;
-constexpr size_t kLongestAscii = 900;
+constexpr size_t kLongestText = 900;
 constexpr size_t kAddressLabel = sizeof "Disposition-Notification-To: ";
 
 bool has_control(const std::string& text) {
@@ -47,6 +47,22 @@ bool converts(const std::string& text, CHC_ENCODE_TYPE to) {
 std::string charset_advice(TAV_EML_CHAR_SET char_set) {
   return std::string("has a character that ") + tav_eml_mlutl_mail_type::get_char_set(char_set) +
          " lacks; use --charset utf-8";
+}
+
+void check_characters(const std::string& what, const std::string& text, TAV_EML_CHAR_SET char_set) {
+  if (has_control(text)) {
+    throw problem(EX_DATAERR, what + " has a line break or control character; remove it");
+  }
+  if (!is_utf8(text)) throw problem(EX_DATAERR, what + " is not UTF-8 text; convert it first");
+  if (!can_express(text, char_set))
+    throw problem(EX_DATAERR, what + " " + charset_advice(char_set));
+}
+
+// RFC 5322 2.1.1.
+void check_line(const std::string& what, const std::string& line) {
+  if (line.size() > kLongestText) {
+    throw problem(EX_DATAERR, what + " is longer than a mail's line can be; shorten it");
+  }
 }
 
 std::string to_words(const std::string& text, TAV_EML_CHAR_SET char_set, int max_line) {
@@ -87,9 +103,14 @@ std::string encoded_address(const std::string& what, const std::string& address,
     throw problem(EX_DATAERR, what + ": \"" + std::string(bare.GetString()) +
                                   "\" has characters that no mail address can have");
   }
-  if (is_ascii(address)) return address;
-  return to_words(display_name(address), char_set, static_cast<int>(kLongestLine - kAddressLabel)) +
-         " <" + bare.GetString() + ">";
+  const std::string encoded = is_ascii(address)
+                                  ? address
+                                  : to_words(display_name(address), char_set,
+                                             static_cast<int>(kLongestLine - kAddressLabel)) +
+                                        " <" + bare.GetString() + ">";
+  // The library gives each address of a list a line of its own, and folds none.
+  check_line(what + ": the name of " + bare.GetString(), encoded);
+  return encoded;
 }
 
 template <typename Take>
@@ -118,21 +139,14 @@ bool can_express(const std::string& text, TAV_EML_CHAR_SET char_set) {
 
 void check_header_text(const std::string& what, const std::string& text,
                        TAV_EML_CHAR_SET char_set) {
-  if (has_control(text)) {
-    throw problem(EX_DATAERR, what + " has a line break or control character; remove it");
-  }
-  // Only what is encoded is folded; an ASCII line goes as it is (RFC 5322 2.1.1).
-  if (is_ascii(text) && text.size() > kLongestAscii) {
-    throw problem(EX_DATAERR, what + " is longer than a mail's line can be; shorten it");
-  }
-  if (!is_utf8(text)) throw problem(EX_DATAERR, what + " is not UTF-8 text; convert it first");
-  if (!can_express(text, char_set))
-    throw problem(EX_DATAERR, what + " " + charset_advice(char_set));
+  check_characters(what, text, char_set);
+  // Only what is encoded is folded; an ASCII line goes as it is.
+  if (is_ascii(text)) check_line(what, text);
 }
 
 std::string encoded_addresses(const std::string& what, const std::string& list,
                               TAV_EML_CHAR_SET char_set) {
-  check_header_text(what, list, char_set);
+  check_characters(what, list, char_set);
   std::string encoded;
   for_each_address(list, [&](const std::string& address) {
     encoded += (encoded.empty() ? "" : ", ") + encoded_address(what, address, char_set);

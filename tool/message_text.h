@@ -18,7 +18,6 @@ bool can_express(const std::string& text, quorvelmida::TAV_EML_CHAR_SET char_set
 // Throws a problem when the text cannot be a header value in the character set. `what` names it.
 void check_header_text(const std::string& what, const std::string& text,
                        quorvelmida::TAV_EML_CHAR_SET char_set);
-
 // An address list: every address checked, display names encoded. Throws a problem.
 std::string encoded_addresses(const std::string& what, const std::string& list,
                               quorvelmida::TAV_EML_CHAR_SET char_set);

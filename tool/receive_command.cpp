@@ -64,7 +64,6 @@ class collection {
   }
 
   void run() {
-    const interrupt_guard guard;
     open();
     if (m_nOnServer > 0) m_cOptions.all ? take_all() : take_new();
     close();
@@ -81,15 +80,24 @@ class collection {
                                 : options.seen;
   }
 
+  // Throws when the run is to end.
+  void check_end() const {
+    if (!interrupt_guard::was_pressed()) return;
+    const auto is_whole = [](const received_mail& mail) { return mail.problem.empty(); };
+    const auto count = std::count_if(m_cMails.begin(), m_cMails.end(), is_whole);
+    interrupt_guard::check(count == 0   ? "no mail was received"
+                           : count == 1 ? "1 mail was received before"
+                                        : std::to_string(count) + " mails were received before");
+  }
+
   void require(TAV_EML_RESULT result) {
     if (result == TAV_EML_OK) return;
+    check_end();
     throw explain_mailbox(result, m_cView, m_cOptions.mailbox);
   }
 
   bool is_done() const {
-    if (interrupt_guard::was_pressed()) {
-      throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
-    }
+    check_end();
     return m_cOptions.most > 0 && static_cast<int>(m_cMails.size()) >= m_cOptions.most;
   }
 
@@ -109,7 +117,10 @@ class collection {
       const TAV_EML_RESULT result = m_cSession.delete_mail(number);
       if (result == TAV_EML_OK) {
         deleted.push_back(&mail);
-      } else if (!m_cTrouble) {
+        continue;
+      }
+      check_end();
+      if (!m_cTrouble) {
         m_cTrouble = explain_mailbox(result, m_cView, m_cOptions.mailbox);
       }
     }
@@ -118,6 +129,8 @@ class collection {
     const std::string reply = reply_text(last);
     if (last != nullptr && last->verb == "QUIT" && !reply.empty() && reply[0] == '+') {
       for (received_mail* mail : deleted) mail->is_deleted = true;
+    } else if (!deleted.empty() && interrupt_guard::was_pressed()) {
+      m_cTrouble = interrupt_guard::cause("the server did not confirm what it was to delete");
     } else if (!deleted.empty() && !m_cTrouble) {
       m_cTrouble.emplace(EX_TEMPFAIL, m_cOptions.mailbox.place() +
                                           " did not confirm that it deleted what was received");
@@ -129,6 +142,7 @@ class collection {
     if (m_nOnServer == 0) return;
     const TAV_EML_RESULT result = m_cSession.list(known, 0);
     if (result == TAV_EML_OK) return;
+    check_end();
     const exchange* last = m_cView.decisive();
     if (last != nullptr && last->verb == "UIDL" && !last->reply.empty()) {
       throw problem(EX_UNAVAILABLE, m_cOptions.mailbox.place() +
@@ -225,9 +239,7 @@ class collection {
     mail_reader reader(m_cSession, [&] {
       bar.advance(m_cView.message_bytes() - shown);
       shown = m_cView.message_bytes();
-      if (interrupt_guard::was_pressed()) {
-        throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
-      }
+      check_end();
     });
     return m_cOptions.saves() ? reader.read(info, *m_cFolder, mail)
                               : reader.read_header(info, mail);

@@ -157,6 +157,7 @@ bool received_mail::is_safe() const {
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
   const TAV_EML_RESULT result = m_cSession.receive_header_only(mail, 0);
+  if (result != TAV_EML_OK) m_cProgress();  // throws when the run is to end
   describe(mail, out);
   return result;
 }
@@ -165,11 +166,13 @@ TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& fold
                                  received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
   TAV_EML_RESULT result = m_cSession.receive_header(mail, 0);
+  if (result != TAV_EML_OK) m_cProgress();
   describe(mail, out);
   if (result != TAV_EML_OK) return result;
   const std::string unfinished = folder.begin_mail();
   try {
     result = read_content(mail, folder.path_of(unfinished), out);
+    if (result != TAV_EML_OK) m_cProgress();
     if (!out.parts.empty()) {
       out.folder = result == TAV_EML_OK ? folder.finish_mail(unfinished) : unfinished;
     }

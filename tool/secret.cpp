@@ -1,127 +1,219 @@
 #include "secret.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
+#include <paths.h>
+#include <spawn.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+#include <thread>
 
+#include "input_file.h"
+#include "interrupt.h"
 #include "problem.h"
 
 namespace tavmail {
 
 namespace {
 
-constexpr size_t kLongestPassword = 1024;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-struct file_closer {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using file_ptr = std::unique_ptr<std::FILE, file_closer>;
+// Throws when that is no password.
+void check_password(std::string_view text, const std::string& source) {
+  const auto refuse = [&](const char* reason) { throw problem(EX_CONFIG, source + reason); };
+  if (text.empty()) refuse(" holds no password");
+  if (text.size() > secret_text::kLongest) refuse(": password too long");
+  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    refuse(" begins with a byte order mark, which is no part of a password; save it without one");
+  }
+  if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
+}
 
-// The first line, without its end.
-secret_text read_line(std::FILE* file, const std::string& source) {
-  char line[kLongestPassword + 2] = "";
-  const bool is_read = std::fgets(line, sizeof line, file) != nullptr;
-  std::string text(line, std::strcspn(line, "\r\n"));
-  explicit_bzero(line, sizeof line);
-  if (!is_read || text.empty()) throw problem(EX_CONFIG, source + " holds no password");
-  if (text.size() > kLongestPassword) throw problem(EX_CONFIG, source + ": password too long");
-  return secret_text(std::move(text));
+// Cuts the text behind its first line, without the line's end.
+void cut_line(secret_text& text, const std::string& source) {
+  const std::string_view room(text.text(), secret_text::kRoom);
+  const size_t behind = std::min(room.find_last_not_of('\0') + 1, room.find_first_of("\r\n"));
+  check_password(room.substr(0, behind), source);
+  std::fill(text.room() + behind, text.room() + room.size(), '\0');
+}
+
+// Reads up to the end of a line at least, if there is room.
+secret_text read_line(input_file& file) {
+  secret_text line;
+  constexpr size_t kMost = secret_text::kRoom - 1;
+  for (size_t size = 0, got = 1; got > 0 && size < kMost; size += got) {
+    got = file.read_some(line.room() + size, kMost - size);
+    if (std::memchr(line.room() + size, '\n', got) != nullptr) break;
+  }
+  return line;
 }
 
 secret_text from_file(const std::string& path) {
-  const file_ptr file(std::fopen(path.c_str(), "re"));
-  if (!file) {
-    throw problem(EX_NOINPUT, "cannot read --password-file " + path + "; check path and rights");
+  const std::string source = "--password-file " + path;
+  input_file file(path, "--password-file");
+  if (file.is_open_to_others()) {
+    throw problem(EX_CONFIG, "others can read " + source + "; chmod 600 it first");
   }
-  struct stat status;
-  if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode) &&
-      (status.st_mode & 077) != 0) {
-    throw problem(EX_CONFIG, "others can read --password-file " + path + "; chmod 600 it first");
-  }
-  return read_line(file.get(), "--password-file " + path);
-}
-
-struct pipe_closer {
-  void operator()(std::FILE* pipe) const { pclose(pipe); }
-};
-
-secret_text from_command(const std::string& command) {
-  std::unique_ptr<std::FILE, pipe_closer> pipe(popen(command.c_str(), "re"));
-  if (!pipe) throw problem(EX_OSERR, "cannot run --password-command");
-  secret_text text = read_line(pipe.get(), "the output of --password-command");
-  // What else it prints is read too: it must not fail for want of a reader.
-  char rest[256];
-  while (std::fgets(rest, sizeof rest, pipe.get()) != nullptr) {
-  }
-  if (pclose(pipe.release()) != 0) {
-    throw problem(EX_CONFIG, "--password-command failed; try it by itself");
-  }
+  secret_text text = read_line(file);
+  cut_line(text, source);
   return text;
 }
 
-// Switches the terminal's echo off while it lives. The interrupt key ends the reading, so that the
-// echo comes back.
-class silent_terminal {
+// A command of the shell and what it prints. It ends with the run.
+class shell_command {
  public:
-  explicit silent_terminal(int fd) : m_nFd(fd) {
-    sigset_t interrupt;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    sigprocmask(SIG_BLOCK, &interrupt, &m_cMask);
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGINT, &action, &m_cInterrupt);
+  explicit shell_command(const std::string& command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) fail();
+    m_cOutput = std::make_unique<input_file>(ends[0], "the output of --password-command");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
+    const int error = posix_spawn(&m_nPid, _PATH_BSHELL, &actions, nullptr,
+                                  const_cast<char* const*>(line), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    if (error != 0) fail();
+  }
+  shell_command(const shell_command&) = delete;
+  shell_command& operator=(const shell_command&) = delete;
+  ~shell_command() {
+    constexpr int kPatience = 100;
+    if (is_running()) kill(m_nPid, SIGTERM);
+    for (int i = 0; is_running(); ++i) {
+      if (i == kPatience) kill(m_nPid, SIGKILL);
+      pause();
+    }
+  }
+
+  input_file& output() { return *m_cOutput; }
+
+  // Waits for its end. True when it succeeded.
+  bool is_successful() {
+    while (is_running()) {
+      interrupt_guard::check();
+      pause();
+    }
+    return m_nStatus == 0;
+  }
+
+ private:
+  [[noreturn]] static void fail() { throw problem(EX_OSERR, "cannot run --password-command"); }
+  static void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
+
+  bool is_running() {
+    if (m_nPid > 0 && waitpid(m_nPid, &m_nStatus, WNOHANG) != 0) m_nPid = 0;
+    return m_nPid > 0;
+  }
+
+  pid_t m_nPid = 0;
+  int m_nStatus = -1;
+  std::unique_ptr<input_file> m_cOutput;
+};
+
+secret_text from_command(const std::string& line) {
+  shell_command command(line);
+  secret_text text = read_line(command.output());
+  // What else it prints is read too: it must not fail for want of a reader.
+  secret_text rest;
+  while (command.output().read_some(rest.room(), secret_text::kRoom) > 0) {
+  }
+  if (!command.is_successful()) {
+    throw problem(EX_CONFIG, "--password-command failed; try it by itself");
+  }
+  cut_line(text, "the output of --password-command");
+  return text;
+}
+
+// Holds back, while it lives, the signals that would end or stop the program where it stands. They
+// take effect when it goes.
+class held_signals {
+ public:
+  held_signals() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGQUIT, SIGTSTP}) sigaddset(&held, signal);
+    sigprocmask(SIG_BLOCK, &held, &m_cBefore);
+    m_nFd = signalfd(-1, &held, SFD_CLOEXEC);
+  }
+  held_signals(const held_signals&) = delete;
+  held_signals& operator=(const held_signals&) = delete;
+  ~held_signals() {
+    close(m_nFd);
+    sigprocmask(SIG_SETMASK, &m_cBefore, nullptr);
+  }
+
+  // Has bytes when one was held back.
+  int fd() const { return m_nFd; }
+
+ private:
+  sigset_t m_cBefore;
+  int m_nFd;
+};
+
+// A question on a terminal whose echo is off while it lives.
+class silent_question {
+ public:
+  silent_question(int fd, const std::string& question) : m_nFd(fd) {
     m_bSet = tcgetattr(fd, &m_cBefore) == 0;
     termios silent = m_cBefore;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     if (m_bSet) tcsetattr(fd, TCSAFLUSH, &silent);
+    dprintf(fd, "%s", question.c_str());
   }
-  ~silent_terminal() {
+  silent_question(const silent_question&) = delete;
+  silent_question& operator=(const silent_question&) = delete;
+  // What was typed and not read is dropped.
+  ~silent_question() {
     if (m_bSet) tcsetattr(m_nFd, TCSAFLUSH, &m_cBefore);
     dprintf(m_nFd, "\n");  // the line end that was typed did not show
-    sigprocmask(SIG_SETMASK, &m_cMask, nullptr);
-    sigaction(SIGINT, &m_cInterrupt, nullptr);
-  }
-  silent_terminal(const silent_terminal&) = delete;
-  silent_terminal& operator=(const silent_terminal&) = delete;
-
-  // Waits for a line. The interrupt key has no effect elsewhere, so that none is missed.
-  void wait() const {
-    pollfd line = {m_nFd, POLLIN, 0};
-    if (ppoll(&line, 1, nullptr, &m_cMask) < 0) throw problem(128 + SIGINT, "interrupted");
   }
 
  private:
   int m_nFd;
   bool m_bSet;
-  sigset_t m_cMask;
   termios m_cBefore{};
-  struct sigaction m_cInterrupt {};
 };
 
 secret_text from_terminal(const std::string& user, const std::string& server) {
-  const file_ptr terminal(std::fopen("/dev/tty", "r+e"));
-  if (!terminal) {
+  const int fd = open("/dev/tty", O_RDWR | O_CLOEXEC);
+  if (fd < 0) {
     throw problem(EX_USAGE, "no terminal to ask for the password; use --password-file or -command");
   }
-  const silent_terminal silence(fileno(terminal.get()));
-  std::fprintf(terminal.get(), "Password of %s at %s: ", user.c_str(), server.c_str());
-  std::fflush(terminal.get());
-  silence.wait();
-  return read_line(terminal.get(), "what was typed");
+  input_file terminal(fd, "the terminal");
+  secret_text text;
+  for (bool is_read = false; !is_read;) {
+    // In the background the terminal is set for the shell: wait until it is ours.
+    if (tcgetpgrp(fd) != getpgrp()) raise(SIGTTIN);
+    const held_signals held;
+    const silent_question question(fd, "Password of " + user + " at " + server + ": ");
+    is_read = interrupt_guard::await_input(fd, held.fd());
+    if (is_read) terminal.read_some(text.room(), secret_text::kRoom - 1);
+  }
+  cut_line(text, "what was typed");
+  return text;
 }
 
 }  // namespace
 
-secret_text::~secret_text() { explicit_bzero(m_cText.data(), m_cText.size()); }
+secret_text::secret_text(std::string_view text, const std::string& source) : secret_text() {
+  check_password(text, source);
+  std::memcpy(room(), text.data(), text.size());
+}
+
+void secret_text::wiper::operator()(char* text) const {
+  explicit_bzero(text, kRoom);
+  delete[] text;
+}
 
 secret_text read_password(const std::string& file, const std::string& command,
                           const std::string& user, const std::string& server) {

@@ -3,23 +3,32 @@
 #ifndef TAVMAIL_SECRET_H
 #define TAVMAIL_SECRET_H
 
+#include <cstddef>
+#include <memory>
 #include <string>
+#include <string_view>
 
 namespace tavmail {
 
-// A text that is wiped when it goes.
+// A text in one place of memory, which is wiped when it goes.
 class secret_text {
  public:
-  explicit secret_text(std::string text) : m_cText(std::move(text)) {}
-  secret_text(const secret_text&) = delete;
-  secret_text& operator=(const secret_text&) = delete;
-  secret_text(secret_text&&) = default;
-  ~secret_text();
+  static constexpr size_t kLongest = 1024;
+  static constexpr size_t kRoom = kLongest + 2;  // one byte more shows that it is too long; a NUL
 
-  const std::string& text() const { return m_cText; }
+  secret_text() : m_cText(new char[kRoom]()) {}
+  // Throws a problem, which begins with `source`, when it is too long or holds a NUL.
+  secret_text(std::string_view text, const std::string& source);
+
+  const char* text() const { return m_cText.get(); }
+  // All of its kRoom bytes, to be filled.
+  char* room() { return m_cText.get(); }
 
  private:
-  std::string m_cText;
+  struct wiper {
+    void operator()(char* text) const;
+  };
+  std::unique_ptr<char[], wiper> m_cText;
 };
 
 // The first line of the file, or of what the command prints; without either the terminal is asked.

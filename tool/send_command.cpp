@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <new>
 
 #include "commands.h"
 #include "dialogue_view.h"
@@ -55,7 +56,6 @@ class transaction {
         m_cBoundary(m_cSettings) {}
 
   void run() {
-    const interrupt_guard guard;
     require(m_cBoundary.connect_mail());
     require(m_cBoundary.send_header(m_cOut.mail));
     send_body();
@@ -69,15 +69,23 @@ class transaction {
   const char* outcome() const { return outcome_of(m_cView); }
 
  private:
-  // Ends the transaction when a step failed.
+  // Ends the transaction when a step failed, or the run is to end.
   void require(TAV_EML_RESULT result) {
-    const bool is_interrupted = interrupt_guard::was_pressed() && !m_cView.end_was_sent();
-    if (result == TAV_EML_OK && !is_interrupted) return;
-    const problem cause =
-        is_interrupted ? problem(interrupt_guard::exit_code(), "interrupted; nothing was delivered")
-                       : explain(result, m_cView, m_cOptions.server);
+    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_cView.end_was_sent())) return;
+    const problem cause = ending(result);
     m_cBoundary.abort_mail();
     throw cause;
+  }
+
+  problem ending(TAV_EML_RESULT result) const {
+    const problem known = explain(result, m_cView, m_cOptions.server);
+    const bool is_verdict = result == TAV_EML_ERR_REPLY || result == TAV_EML_ERR_REPLY_TEMPORARY;
+    if (!interrupt_guard::was_pressed() || is_verdict) return known;
+    return interrupt_guard::cause(m_cView.end_was_sent()
+                                      ? "the whole mail was sent and may have been delivered; ask "
+                                        "the recipient before sending it again"
+                                      : "nothing was delivered")
+        .at(known.stage(), known.reply(), known.code());
   }
 
   void send_body() {
@@ -134,6 +142,9 @@ int run_send(CLI::App& command, send_options& options) {
     } catch (const problem&) {
       outcome = sending.outcome();
       throw;
+    } catch (const std::bad_alloc&) {
+      outcome = sending.outcome();
+      throw problem(EX_OSERR, "out of memory");
     }
     if (options.is_json) {
       std::cout << outcome_json("delivered", sending.reply(), out, nullptr);

@@ -1,11 +1,11 @@
 #include "send_options.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <algorithm>
 
+#include "input_file.h"
 #include "message_text.h"
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_domain_filter.h"
@@ -24,33 +24,20 @@ std::string join(const std::vector<std::string>& lists) {
   return joined;
 }
 
-std::string read_all(std::istream& in, const std::string& what) {
-  std::string text;
-  char piece[65536];
-  while (in.read(piece, sizeof piece) || in.gcount() > 0) {
-    text.append(piece, static_cast<size_t>(in.gcount()));
-    if (text.size() > kLargestBody) {
-      throw problem(EX_DATAERR, what + " is too long for a mail's text; attach it with --attach");
-    }
-  }
-  if (in.bad()) throw problem(EX_NOINPUT, "cannot read " + what);
-  return text;
-}
-
 std::string read_body(const send_options& options) {
   if (options.text_option->count() > 0) return options.text;
-  if (!options.text_file.empty() && options.text_file != "-") {
-    std::ifstream file(options.text_file, std::ios::binary);
-    if (!file) {
-      throw problem(EX_NOINPUT,
-                    "cannot read --text-file " + options.text_file + "; check the path");
-    }
-    return read_all(file, options.text_file);
-  }
+  const bool is_standard = options.text_file.empty() || options.text_file == "-";
   if (options.text_file.empty() && isatty(STDIN_FILENO) == 1) {
     throw problem(EX_USAGE, "no text: give --text TEXT, --text-file FILE or standard input");
   }
-  return read_all(std::cin, "standard input");
+  std::string text = is_standard
+                         ? input_file(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3), "standard input")
+                               .read_all(kLargestBody)
+                         : input_file(options.text_file, "--text-file").read_all(kLargestBody);
+  if (text.size() > kLargestBody) {
+    throw problem(EX_DATAERR, "the text is too long for a mail's text; attach it with --attach");
+  }
+  return text;
 }
 
 TAV_EML_CHAR_SET char_set_of(const std::string& name) {
@@ -121,7 +108,11 @@ void check_recipients(const send_options& options) {
 // Message ids stand in angle brackets.
 void fill_threading(const send_options& options, tav_eml_smtp_send_mail& mail) {
   const auto check = [&](const char* what, const std::string& value, bool needs_brackets) {
-    check_header_text(what, value, TAV_EML_CS_US_ASCII);
+    // The library gives each id a line of its own.
+    for (size_t at = 0, end = 0; end < value.size(); at = end) {
+      end = std::min(value.find('>', at), value.size() - 1) + 1;
+      check_header_text(what, value.substr(at, end - at), TAV_EML_CS_US_ASCII);
+    }
     if (!value.empty() && needs_brackets &&
         (value.find('<') == std::string::npos || value.find('>') == std::string::npos)) {
       throw problem(EX_USAGE, std::string(what) + ": expected message ids as \"<ID@HOST>\"");

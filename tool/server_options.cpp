@@ -67,11 +67,7 @@ void server_options::complete() {
   if (wants_pop_login()) {
     // What was not said about the mailbox is as for the server.
     if (mailbox.server.empty()) mailbox.server = server;
-    if (mailbox.user.empty()) {
-      mailbox.user = user;
-      mailbox.password_file = password_file;
-      mailbox.password_command = password_command;
-    }
+    if (mailbox.user.empty()) mailbox.share_account(*this);
     if (mailbox.user.empty()) {
       throw problem(EX_USAGE, "--auth pop needs a user; add --pop3-user NAME");
     }
@@ -102,9 +98,8 @@ quorvelmida::tav_eml_smtp_settings server_options::settings(uint32_t size_limit)
   record.tlsmode = library_tls_mode();
   library_tls_options(record.tls_opt);
   if (wants_smtp_login()) {
-    const secret_text password = ask_password();
     record.user_id = user.c_str();
-    record.password = password.text().c_str();
+    record.password = take_password()->text();
   }
   std::optional<quorvelmida::tav_eml_pop3_settings> pop3;
   if (wants_pop_login()) {
@@ -112,7 +107,7 @@ quorvelmida::tav_eml_smtp_settings server_options::settings(uint32_t size_limit)
     record.pop3_settings = &*pop3;
   }
   quorvelmida::tav_eml_smtp_settings settings(record);
-  // The settings hold the one copy that is needed, and wipe it when they go.
+  // The settings hold the one copy, and wipe it when they go.
   wipe_record_text(record.password);
   return settings;
 }

@@ -39,7 +39,9 @@ TEST(AccountFile, fills_what_the_command_line_leaves_open) {
   const temporary_folder folder;
   const std::string text =
       "default = \"a\"\n[a.pop3]\nserver = \"s1\"\nport = 1100\ntls = \"none\"\napop = true\n"
-      "tls_no_check = false\nattach = \"a key of send\"\n[b.pop3]\nserver = \"s2\"\nuser = \"u\"\n";
+      "tls_no_check = false\nattach = \"a key of send\"\n[b.pop3]\nserver = \"s2\"\nuser = "
+      "\"~/u\"\n"
+      "ca_file = \"~/c\"\npassword_file = \"~root/p\"\n";
   const result chosen = apply(folder, text, "--port 1");
   EXPECT_EQ(chosen.sentence, "");
   EXPECT_EQ(chosen.mailbox.server, "s1");
@@ -47,7 +49,12 @@ TEST(AccountFile, fills_what_the_command_line_leaves_open) {
   EXPECT_EQ(chosen.mailbox.tls, tls_mode::none);
   EXPECT_TRUE(chosen.mailbox.apop);
   EXPECT_FALSE(chosen.mailbox.no_check);
-  EXPECT_EQ(apply(folder, text, "-A b").mailbox.server, "s2");
+  setenv("HOME", "/h", 1);
+  const result paths = apply(folder, text, "-A b");
+  EXPECT_EQ(paths.mailbox.server, "s2");
+  EXPECT_EQ(paths.mailbox.user, "~/u");
+  EXPECT_EQ(paths.mailbox.ca_file, "/h/c");
+  EXPECT_EQ(paths.mailbox.password_file, "/root/p");
   EXPECT_NE(apply(folder, text, "-A b -s x").sentence.find("exclude"), std::string::npos);
 }
 
@@ -60,10 +67,10 @@ TEST(AccountFile, keeps_the_default_account_from_other_servers) {
   EXPECT_EQ(other.sentence, "");
   EXPECT_EQ(other.mailbox.server, "evil.example");
   EXPECT_EQ(other.mailbox.user, "");
-  EXPECT_EQ(other.mailbox.ask_password().text(), "-");
+  EXPECT_STREQ(other.mailbox.take_password()->text(), "-");
   result own = apply(folder, text, "");
   own.mailbox.password_command.clear();
-  EXPECT_EQ(own.mailbox.ask_password().text(), "geheim");
+  EXPECT_STREQ(own.mailbox.take_password()->text(), "geheim");
 }
 
 TEST(AccountFile, names_the_line_and_what_was_expected) {
@@ -86,6 +93,7 @@ TEST(AccountFile, names_the_line_and_what_was_expected) {
       {head + "user = [1]\n", "", "config.toml:4: user: expected a text"},
       {head + "password = 1\n", "", "config.toml:4: password: expected a text"},
       {head + "user = \"u\n", "", "config.toml:4: "},
+      {head + "ca_file = \"~nobody-has-it/c\"\n", "", "~nobody-has-it has no home folder"},
       {"default = 1\n", "", "config.toml:1: default: expected the name of an account"},
       {head, "-A ab", "no account \"ab\" in "},
       {head, "-A ab", "did you mean \"a\"?"},

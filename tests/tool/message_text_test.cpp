@@ -30,6 +30,9 @@ TEST(MessageText, refuses_what_is_no_address) {
        {"a", "@b", "a@", "<>", "a b@c", "日本@b.c", "a@b\r\nBcc: x@y", "a@b\x01"}) {
     EXPECT_THROW(encoded_addresses("--to", bad, TAV_EML_CS_UTF_8), problem) << bad;
   }
+  for (const std::string& name : {std::string(1000, 'x'), "日" + std::string(1000, 'x')}) {
+    EXPECT_THROW(encoded_addresses("--to", name + " <a@b.c>", TAV_EML_CS_UTF_8), problem) << name;
+  }
   EXPECT_THROW(encoded_addresses("--to", "\xff <a@b>", TAV_EML_CS_UTF_8), problem);
   EXPECT_THROW(encoded_addresses("--to", "😀 <a@b>", TAV_EML_CS_SHIFT_JIS), problem);
 }

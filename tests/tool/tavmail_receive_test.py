@@ -15,14 +15,16 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unicodedata
 
 from pop3_peer import Pop3Peer, cut_off
 
 TAVMAIL, HOST = sys.argv[1:3]
-USAGE, DATA, NO_HOST, UNAVAILABLE, CANNOT_CREATE, TEMPORARY, PROTOCOL, NO_PERMISSION, CONFIG = (
-    64, 65, 68, 69, 73, 75, 76, 77, 78)
+USAGE, DATA, NO_INPUT, NO_HOST, UNAVAILABLE, CANNOT_CREATE, TEMPORARY, PROTOCOL, NO_PERMISSION = (
+    64, 65, 66, 68, 69, 73, 75, 76, 77)
+CONFIG = 78
 SECRETS = (b"geheim", base64.b64encode(b"geheim"), base64.b64encode(b"\0anna\0geheim"))
 ENVIRONMENT = dict(os.environ, TAV_DBGLOG="stderr", XDG_CONFIG_HOME="/nowhere",
                    ASAN_OPTIONS="quarantine_size_mb=1")
@@ -234,6 +236,8 @@ def check_usage(folder):
     config = os.path.join(folder, "config.toml")
     with open(config, "w") as file:
         file.write('default = "a"\n[a.pop3]\nserver = "localhost"\nusr = "anna"\n')
+    loop = os.path.join(folder, "loop")
+    os.symlink(loop, loop)
     password = ["--password-command", "echo geheim"]
     cases = [
         (USAGE, "--server", ["receive", "-u", "anna"]),
@@ -248,6 +252,10 @@ def check_usage(folder):
             "receive", "--config", config]),
         (CONFIG, "config.toml:4", ["doctor", "--config", config]),
         (CONFIG, "no account", ["send", "--config", config, "-A", "b"]),
+        (NO_INPUT, "symbolic links", ["send", "--config", loop]),
+        (NO_INPUT, "too long", ["doctor", "--config", "x" * 300]),
+        (NO_INPUT, "directory", ["receive", "--config", folder]),
+        (NO_INPUT, "directory", ["receive", "-s", "x", "-u", "a", "--ca-file", folder]),
         (CANNOT_CREATE, "cannot make", ["receive", "-s", "x", "-u", "a", *password, "-d",
                                         config + "/x"]),
         (NO_HOST, "name", ["receive", "-s", "none.invalid", "-u", "a", *password, "--all"]),
@@ -286,6 +294,43 @@ def check_memory(folder):
     assert peaks[0] < most, peaks
 
 
+def places_of(secret, pid):
+    """The parts of a process's memory that hold a text, one entry for each time."""
+    found = []
+    with open(f"/proc/{pid}/maps") as maps, open(f"/proc/{pid}/mem", "rb", 0) as memory:
+        for row in maps:
+            begin, end = (int(number, 16) for number in row.split()[0].split("-"))
+            if " rw" in row and end - begin < 1 << 30:  # a sanitizer's are larger
+                memory.seek(begin)
+                found += [row] * memory.read(end - begin).count(secret)
+    return found
+
+
+def check_secrets_in_memory(folder):
+    """A password is in one place, wherever it came from, and however short it is."""
+    def look(stream):
+        places.append(places_of(secret.encode(), process.pid))
+        stream.write(b"Subject: x\r\n\r\n.\r\n")
+
+    config, file = (os.path.join(folder, name) for name in ("secret.toml", "secret"))
+    for secret in "kurz+1a", "a password too long for any text to keep it within itself":
+        peer = Pop3Peer([look], replies={"PASS": b"+OK\r\n"})
+        for path, text in ((file, secret), (config, (
+                f'[a.pop3]\nserver = "{peer.server}"\ntls = "none"\nuser = "anna"\n'
+                f'password = "{secret}"\n'))):
+            with open(path, "w") as out:
+                out.write(text)
+            os.chmod(path, 0o600)
+        server = ["-s", peer.server, "--tls", "none", "-u", "anna"]
+        for source in (["--config", config, "-A", "a"], [*server, "--password-file", file],
+                       [*server, "--password-command", "cat " + file]):
+            places = []
+            process = subprocess.Popen([TAVMAIL, "receive", "--all", *source], env=ENVIRONMENT,
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            output, error = process.communicate(timeout=30)
+            assert process.returncode == 0 and len(places[0]) == 1, (source, places, error)
+
+
 def check_doctor(ports, ca):
     def doctor(code, words, port, *arguments, password="geheim", trusted=ca, protocol="pop3"):
         user = ["-u", "anna", "--password-command", "echo " + password] if protocol == "pop3" else []
@@ -316,45 +361,68 @@ def check_doctor(ports, ca):
            password="falsch")
 
 
-def on_terminal(line, until, keys, timeout=30):
-    """What a terminal of 80 columns shows, and the exit code."""
+def on_terminal(line, *steps, timeout=30):
+    """What a terminal of 80 columns shows, the exit code, and where it echoed: at each step and at
+    the end. A step waits for a text and then sends keys or signals."""
     pid, terminal = pty.fork()
     if pid == 0:
-        os.execve(TAVMAIL, [TAVMAIL, *line], dict(ENVIRONMENT, TAV_DBGLOG=""))
-    shown, end = b"", time.time() + timeout
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        os.execve(line[0], line, dict(ENVIRONMENT, TAV_DBGLOG="", PS1="$ "))
+    shown, rest, steps, echoes, end = b"", b"", list(steps), [], time.time() + timeout
+
+    def is_echoing():
+        return bool(termios.tcgetattr(terminal)[3] & termios.ECHO)
+
     while time.time() < end:
         if select.select([terminal], [], [], 0.1)[0]:
             try:
-                shown += os.read(terminal, 65536)
+                rest += os.read(terminal, 65536)
             except OSError:
                 break
-        if keys and until in shown:
-            os.write(terminal, keys)
-            keys = b""
+        if steps and steps[0][0] in rest:
+            shown, rest = shown + rest, b""
+            echoes.append(is_echoing())
+            for action in steps.pop(0)[1:]:
+                if isinstance(action, bytes):
+                    os.write(terminal, action)
+                else:
+                    os.kill(pid, action)
     else:
         os.kill(pid, signal.SIGKILL)
     code = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+    echoes.append(is_echoing())
     os.close(terminal)
-    return shown.decode(), code
+    return (shown + rest).decode(), code, echoes
 
 
 def check_terminal(folder):
     body = b"A line of a mail that is long enough to be seen.\r\n" * 40000
     peer = Pop3Peer([mail("slow", body)], slow=0.02)
-    line = ["receive", "-s", peer.server, "-u", "anna", "--tls", "none", "--seen",
+    line = [TAVMAIL, "receive", "-s", peer.server, "-u", "anna", "--tls", "none", "--seen",
             os.path.join(folder, "terminal.seen"), "-d", os.path.join(folder, "terminal")]
     prompt = b"Password of anna at 127.0.0.1: "
-    shown, code = on_terminal(line, prompt, b"\x03")
-    assert code == 130 and shown.endswith("\r\ntavmail: interrupted\r\n"), (code, shown)
-    shown, code = on_terminal(line, prompt, b"falsch\r")
+    interrupted = "\r\ntavmail: interrupted\r\n"
+    for end, expected, last in ((b"\x03", 130, interrupted), (signal.SIGTERM, 143, interrupted),
+                                (signal.SIGHUP, 129, interrupted), (signal.SIGQUIT, -3, "\r\n")):
+        shown, code, echoes = on_terminal(line, (prompt, b"gehei", end))
+        assert code == expected and shown.endswith(last) and "gehei" not in shown, (code, shown)
+        assert echoes == [False, True], (end, echoes)
+    # Stopped and taken up again.
+    shown, code, echoes = on_terminal(
+        ["/bin/sh", "-i"], (b"$ ", " ".join(line).encode() + b" -n 1\r"), (prompt, b"gehei\x1a"),
+        (b"$ ", b"fg\r"), (prompt, b"falsch\r"), (b"$ ", b"exit\r"))
+    assert code == NO_PERMISSION and echoes == [True, False, True, False, True, True], (
+        shown, echoes)
+    assert "gehei" not in shown and "falsch" not in shown, shown
+    shown, code, _ = on_terminal(line, (prompt, b"falsch\r"))
     assert code == NO_PERMISSION and "falsch" not in shown, shown
     assert all(columns(text) <= 80 for text in shown.splitlines()), shown
-    shown, code = on_terminal(line, prompt, b"geheim\r")
+    shown, code, _ = on_terminal(line, (prompt, b"geheim\r"))
     assert code == 0 and "geheim" not in shown, (code, shown)
     bars = [bar for bar in shown.split("\r\x1b[K") if bar.startswith("Receiving mail 1 [")]
     assert len(bars) > 3 and all(columns(bar) < 80 and " % " in bar for bar in bars), shown
     for command in "send", "receive", "doctor", "completion":
-        shown, _ = on_terminal([command, "--help"], b"", b"")
+        shown, _, _ = on_terminal([TAVMAIL, command, "--help"])
         assert all(columns(text) <= 80 for text in shown.splitlines()), shown
 
 
@@ -367,7 +435,7 @@ def main():
         try:
             for check in (check_list_fetch_delete, check_hostile_names, check_hostile_forms,
                           check_broken_connections, check_interrupts, check_full_disk, check_usage,
-                          check_memory, check_terminal):
+                          check_memory, check_secrets_in_memory, check_terminal):
                 check(folder)
             while not os.path.exists(port_file):
                 time.sleep(0.05)

@@ -77,6 +77,10 @@ def check_bad_input(folder, send):
         (NO_INPUT, "directory", ["-t", "b@c.d", "-a", folder, "--content-type", "image/tiff"]),
         (CONFIG, "chmod", ["-t", "b@c.d", "-u", "anna", "--password-file", others]),
         (CONFIG, "no password", ["-t", "b@c.d", "-u", "anna", "--password-command", "true"]),
+        (CONFIG, "failed", ["-t", "b@c.d", "-u", "anna", "--password-command", "exit 3"]),
+        (CONFIG, "byte order mark", ["-t", "b@c.d", "-u", "anna", "--password-command",
+                                     "printf '\\357\\273\\277x'"]),
+        (CONFIG, "zero byte", ["-t", "b@c.d", "-u", "anna", "--password-command", "printf 'a\\0b'"]),
     ]
     for code, words, extra in cases:
         expect(code, words, *send, "--text", "x", *extra)
@@ -147,7 +151,9 @@ def check_mail(folder, host, send):
     path = os.path.join(folder, "scan.pdf")
     with open(path, "wb") as file:
         file.write(data)
+    many = [f"n{number}@example.org" for number in range(200)]
     done = tavmail(*send, "-t", "山田 <y@example.org>; z@example.org", "--bcc", "hidden@example.org",
+                   "--bcc", ",".join(many), "--cc", ",".join(many), "--references", "<r@x>" * 300,
                    "-S", "件名", "--charset", "iso-2022-jp", "-a", path, "--attach-name", 'a "1".pdf',
                    "--in-reply-to", "<1@x>", "--mdn", "a@b.c", text="本文\n.\n".encode())
     assert done.returncode == 0, done
@@ -157,6 +163,8 @@ def check_mail(folder, host, send):
         raw = file.read()
     mail = email.message_from_bytes(raw, policy=email.policy.default)
     assert mail["subject"] == "件名" and b"hidden" not in raw
+    assert [address.addr_spec for address in mail["cc"].addresses] == many
+    assert mail["references"].count("<r@x>") == 20, mail["references"]
     assert mail["in-reply-to"] == "<1@x>" and mail["disposition-notification-to"] == "a@b.c"
     text, part = mail.iter_parts()
     assert text.get_content() == "本文\r\n.\r\n", text.get_content()

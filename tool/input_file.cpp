@@ -1,0 +1,66 @@
+#include "input_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "interrupt.h"
+#include "problem.h"
+
+namespace tavmail {
+
+// A named pipe is opened without waiting for its other end: the wait comes with the first byte.
+input_file::input_file(const std::string& path, const std::string& what)
+    : input_file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), what + " " + path) {}
+
+input_file::input_file(int fd, const std::string& what) : m_cWhat(what), m_nFd(fd) {
+  if (fd < 0) fail(errno);
+  const int error = fstat(fd, &m_cStatus) != 0 ? errno : S_ISDIR(m_cStatus.st_mode) ? EISDIR : 0;
+  if (error == 0) return;
+  close(fd);
+  fail(error);
+}
+
+input_file::~input_file() { close(m_nFd); }
+
+void input_file::fail(int error) const {
+  throw problem(EX_NOINPUT,
+                "cannot read " + m_cWhat + ": " + std::strerror(error) + "; check path and rights");
+}
+
+size_t input_file::read_some(char* bytes, size_t size) {
+  for (;;) {
+    interrupt_guard::await_input(m_nFd);
+    const ssize_t count = ::read(m_nFd, bytes, size);
+    if (count >= 0) return static_cast<size_t>(count);
+    if (errno != EINTR && errno != EAGAIN) fail(errno);
+  }
+}
+
+size_t input_file::read(char* bytes, size_t size) {
+  size_t count = 0;
+  while (count < size) {
+    const size_t got = read_some(bytes + count, size - count);
+    if (got == 0) break;
+    count += got;
+  }
+  return count;
+}
+
+std::string input_file::read_all(size_t most) {
+  constexpr size_t kPiece = 65536;
+  std::string text;
+  size_t got = 1;
+  while (got > 0 && text.size() <= most) {
+    const size_t size = text.size();
+    text.resize(size + std::min(kPiece, most + 1 - size));
+    got = read_some(text.data() + size, text.size() - size);
+    text.resize(size + got);
+  }
+  return text;
+}
+
+}  // namespace tavmail
