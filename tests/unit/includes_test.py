@@ -12,12 +12,13 @@ ALLOWED_SYSTEM = {("smtp/tav_eml_smtp_send_mail.cpp", "#include <sys/time.h>"),
                   ("mailutil/base64_kernel_neon.cpp", "#include <sys/auxv.h>")}
 PRIVATE_OF = {"mailutil": ("mailutil",), "smtp": ("smtp", "mailutil"), "pop3": ("pop3", "mailutil"),
               "platform/linux": ("platform/linux",), "tool": ("tool",),
-              "platform/include": (), "include/quorvelmida": ()}
+              "platform/include": (), "include/quorvelmida": (), "mailhost": ("mailhost",)}
 TRANSPORT = "mailutil/tav_eml_mlutl_mail_net.cpp"
 problems = []
 
 for folder, private in PRIVATE_OF.items():
-    may_see_library = not folder.startswith("platform")
+    may_see_library = not folder.startswith("platform") and folder != "mailhost"
+    may_see_platform = folder != "mailhost"
     for name in sorted(os.listdir(os.path.join(ROOT, folder))):
         if not name.endswith((".h", ".cpp")):
             continue
@@ -25,14 +26,16 @@ for folder, private in PRIVATE_OF.items():
         with open(os.path.join(ROOT, path)) as file:
             text = file.read()
         for line in text.splitlines():
-            if SYSTEM.match(line) and folder not in ("platform/linux", "tool"):
+            if SYSTEM.match(line) and folder not in ("platform/linux", "tool", "mailhost"):
                 if (path, line) not in ALLOWED_SYSTEM:
                     problems.append(f"{path}: {line}")
             found = INCLUDE.match(line)
             if not found:
                 continue
             header = found[1]
-            places = [f"{place}/{header}" for place in private + ("platform/include",)]
+            places = [f"{place}/{header}" for place in private]
+            if may_see_platform:
+                places.append(f"platform/include/{header}")
             if may_see_library:
                 places.append(f"include/{header}")
             if not any(os.path.exists(os.path.join(ROOT, place)) for place in places):
