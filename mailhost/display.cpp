@@ -1,5 +1,6 @@
 #include "display.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -30,15 +31,14 @@ std::string list_of(const std::vector<std::string>& words) {
   return list;
 }
 
-// What goes wrong with the output is not the clients' business, so the host runs on.
-void print(const std::string& line) {
-  std::fwrite(line.data(), 1, line.size(), stdout);
-  std::fflush(stdout);
+// Names and addresses of a client need not be UTF-8.
+std::string line_of(const json& object) {
+  return object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
-// Names and addresses of a client need not be UTF-8.
-void print(const json& object) {
-  print(object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+bool is_writable(int milliseconds) {
+  pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+  return poll(&output, 1, milliseconds) > 0;
 }
 
 std::string time_now() {
@@ -93,8 +93,9 @@ std::pair<const char*, std::string> told(const event& what) {
     case event::tls:
       return {dim, "-- TLS begins: " + what.text};
     case event::login:
-      return what.failed ? std::pair{red, "-- login of " + what.text + " refused: " + what.detail}
-                         : std::pair{bold, "-- " + what.text + " is logged in by " + what.detail};
+      if (!what.failed) return {bold, "-- " + what.text + " is logged in by " + what.detail};
+      return {red, "-- login of " + what.text + " refused" +
+                       (what.detail.empty() ? "" : ": " + what.detail)};
     case event::received:
       return {bold, "-- mail from <" + printable(what.message->from) + "> to <" +
                         printable(list_of(what.message->to)) + ">, " +
@@ -124,13 +125,32 @@ std::string display::coloured(const char* colour, const std::string& text) const
   return m_hasColours ? "\x1b[" + std::string(colour) + "m" + text + "\x1b[0m" : text;
 }
 
-void display::show(const entrance& where) const {
+void display::print(const std::string& line) {
+  constexpr size_t piece = 4096;  // which a pipe takes at once when it can be written to
+  constexpr int patience = 1000;
+  if (!is_writable(m_lost == 0 ? patience : 0)) {
+    ++m_lost;
+    return;
+  }
+  if (m_lost != 0) {
+    const std::string told =
+        std::to_string(std::exchange(m_lost, 0)) + " lines are lost: nobody read";
+    print(m_isJson ? line_of({{"event", "note"}, {"time", time_now()}, {"text", told}})
+                   : "-- " + told + "\n");
+  }
+  for (size_t at = 0; at < line.size() && is_writable(patience); at += piece) {
+    const std::string_view next = std::string_view(line).substr(at, piece);
+    if (write(STDOUT_FILENO, next.data(), next.size()) < 0) return;  // the clients go on
+  }
+}
+
+void display::show(const entrance& where) {
   if (m_isJson) {
     json object = {{"event", "ready"}, {"time", time_now()}, {"address", where.address}};
     for (const auto& [name, port] : where.ports) object[name] = port;
     object["users"] = where.users;
     object["folder"] = where.folder;
-    return print(object);
+    return print(line_of(object));
   }
   std::string text = "tavmail-host listens on " + where.address + "; Ctrl-C ends it\n";
   for (const auto& [name, port] : where.ports)
@@ -140,8 +160,8 @@ void display::show(const entrance& where) const {
   print(text);
 }
 
-void display::show(const event& what) const {
-  if (m_isJson) return print(json_of(what));
+void display::show(const event& what) {
+  if (m_isJson) return print(line_of(json_of(what)));
   const auto [colour, text] = told(what);
   print(coloured(dim, std::to_string(what.connection) + " " + name_of(what.speaks)) + " " +
         coloured(colour, text) + "\n");

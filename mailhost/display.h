@@ -4,6 +4,7 @@
 #ifndef MAILHOST_DISPLAY_H
 #define MAILHOST_DISPLAY_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -26,14 +27,17 @@ class display {
  public:
   explicit display(bool as_json);
 
-  void show(const entrance& where) const;
-  void show(const event& what) const;
+  // Never waits long: when nobody reads the output, it is lost, and that is told later.
+  void show(const entrance& where);
+  void show(const event& what);
 
  private:
+  void print(const std::string& line);
   std::string coloured(const char* colour, const std::string& text) const;
 
   bool m_isJson;
   bool m_hasColours;
+  size_t m_lost = 0;  // lines
 };
 
 }  // namespace mailhost

@@ -18,7 +18,7 @@ struct event {
     client,     // text: a line that the client said
     server,     // text: a line that the host said
     tls,        // it begins; text: its version and cipher
-    login,      // text: the user; detail: the method; when it failed: why
+    login,      // text: the user; detail: the method; when it failed: why, if known
     received,   // a mail; text: where it is kept; message: the mail
     fetched,    // a mail by RETR; text: its unique id
     deleted,    // a mail at the end of a session; text: its unique id

@@ -49,12 +49,11 @@ std::string for_digest(const std::string& utf8) {
   return latin;
 }
 
-// The response of the client, or with an empty `verb` that of the host.
-std::string digest_response(std::map<std::string, std::string>& given, const std::string& password,
+// The response of the client, or with an empty `verb` that of the host. `secret` is
+// user:realm:password.
+std::string digest_response(std::map<std::string, std::string>& given, const std::string& secret,
                             const char* verb) {
-  std::string a1 = md5(for_digest(given["username"]) + ":" + for_digest(given["realm"]) + ":" +
-                       for_digest(password)) +
-                   ":" + given["nonce"] + ":" + given["cnonce"];
+  std::string a1 = md5(secret) + ":" + given["nonce"] + ":" + given["cnonce"];
   if (given.count("authzid") != 0) a1 += ":" + given["authzid"];
   const std::string a2 = std::string(verb) + ":" + given["digest-uri"];
   return hex(md5(hex(md5(a1)) + ":" + given["nonce"] + ":" + given["nc"] + ":" + given["cnonce"] +
@@ -166,10 +165,16 @@ sasl_login::verdict sasl_login::digest_md5(const std::string& response) {
   if (the.count("qop") != 0 && the["qop"] != "auth") return refuse("qop is auth");
   if (!begins(the["digest-uri"], m_words.service + "/"))
     return refuse("the digest-uri is of another service");
-  const std::string* const secret = password();
-  if (secret == nullptr || the["response"] != digest_response(the, *secret, "AUTHENTICATE"))
-    return grant_if(false);
-  return ask("rspauth=" + digest_response(the, *secret, ""));
+  const std::string* const key = password();
+  if (key == nullptr) return verdict::refused;
+  const std::string utf8 = m_user + ":" + m_words.realm + ":" + *key;
+  const std::string secret =
+      for_digest(m_user) + ":" + for_digest(m_words.realm) + ":" + for_digest(*key);
+  if (the["response"] == digest_response(the, secret, "AUTHENTICATE"))
+    return ask("rspauth=" + digest_response(the, secret, ""));
+  return the["response"] == digest_response(the, utf8, "AUTHENTICATE")
+             ? refuse("the digest is of UTF-8 where ISO 8859-1 is due (RFC 2831, 2.1.2.1)")
+             : grant_if(false);
 }
 
 }  // namespace mailhost

@@ -81,9 +81,6 @@ class mail_host {
   const settings& given() const { return m_given; }
   mail_store& store() { return *m_store; }
   deviation next(protocol speaks, const std::string& point);
-  void tell(const event& what) const {
-    if (on_event) on_event(what);
-  }
   record* record_of(size_t connection);
   std::string nonce();
   void pop_login(const std::string& address) { m_popLogins[address] = m_given.seconds(); }

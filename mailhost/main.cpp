@@ -127,9 +127,9 @@ void write_ready_file(const std::string& path, const entrance& where) {
   if (path.empty()) return;
   std::string text;
   for (const auto& [name, port] : where.ports) text += name + "=" + std::to_string(port) + "\n";
-  std::error_code failure;
+  std::error_code failure = std::make_error_code(std::errc::io_error);
   if (write_file(path + ".new", text)) fs::rename(path + ".new", path, failure);
-  if (failure || !fs::exists(path)) throw problem(EX_CANTCREAT, "cannot write " + path);
+  if (failure) throw problem(EX_CANTCREAT, "cannot write " + path);
 }
 
 // Readable when a signal asks the program to end.
@@ -144,6 +144,8 @@ file_descriptor signals_to_end() {
 
 void run(const options& given) {
   const file_descriptor stop = signals_to_end();
+  std::error_code ignored;
+  fs::remove(given.ready_file, ignored);  // that of a former run
   const mail_folder folder(given.folder);
   maildir mails(folder.path());
   for (const std::string& argument : given.add) {
@@ -152,7 +154,7 @@ void run(const options& given) {
     if (!mails.keep(added)) throw problem(EX_CANTCREAT, "cannot keep " + argument);
   }
 
-  const display screen(given.json);
+  display screen(given.json);
   mail_host host(settings_of(given), &mails);
   read_script(host, given.script);
   host.on_event = [&](const event& what) { screen.show(what); };

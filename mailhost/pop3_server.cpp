@@ -113,7 +113,7 @@ void pop3_server::run(const command_entry& known, const words& arguments) {
   const bool is_message = verb == "RETR" || verb == "TOP";
   const std::string sent = reply(verb, answer, is_message ? show::first_line : show::all);
   const bool is_login = verb == "PASS" || verb == "APOP";
-  if (is_login && !is_positive(sent)) tell(event::login, login_name(arguments), verb, true);
+  if (is_login && !is_positive(sent)) tell(event::login, login_name(arguments), "", true);
   const bool is_countable = arguments.size() >= known.least && arguments.size() <= known.most;
   if (is_positive(sent) && known.effect != nullptr && is_countable)
     (this->*known.effect)(arguments);

@@ -20,11 +20,12 @@ std::string bytes_text(size_t count, const std::string& what) {
 }  // namespace
 
 session::session(mail_host& host, const dialect& words, std::string address)
-    : m_host(host), m_words(words), m_address(std::move(address)), m_number(host.connections()) {}
+    : m_host(host), m_words(words), m_address(std::move(address)), m_number(host.connections()) {
+  tell(event::connected, m_address);
+}
 
 void session::connected(bool tls, const std::string& cipher) {
   m_tls = tls;
-  tell(event::connected, m_address);
   if (tls) tell(event::tls, cipher);
   reply("greeting", greeting());
 }
@@ -108,7 +109,7 @@ void session::take_line(std::string_view line) {
 
 deviation session::next(const std::string& point) {
   deviation how = m_hungUp ? deviation() : m_host.next(m_words.speaks, point);
-  if (!how.source.empty()) note("script: " + printable(how.source));
+  if (!how.source.empty()) note("script: " + how.source);
   return how;
 }
 
@@ -151,7 +152,9 @@ void session::hang_up(action::kind_type how) {
 
 void session::tell(event::kind_type kind, const std::string& text, const std::string& detail,
                    bool failed, const mail* message) {
-  m_host.tell({kind, m_number, m_words.speaks, printable(text), detail, failed, message});
+  if (!m_host.on_event) return;
+  const std::string shown = kind == event::received ? text : printable(text);  // a path is used
+  m_host.on_event({kind, m_number, m_words.speaks, shown, detail, failed, message});
 }
 
 void session::auth(const std::string& arguments, const std::string& refusal) {

@@ -48,14 +48,16 @@ std::optional<mail_path> parse_path(std::string_view argument, std::string_view 
   return path;
 }
 
-// The refusal of a parameter of MAIL, "" for one that is all right.
-std::string refusal_of(const std::string& parameter, size_t size_limit) {
-  if (begins(parameter, "AUTH=") || parameter == "BODY=7BIT" || parameter == "BODY=8BITMIME")
-    return "";
-  if (!begins(parameter, "SIZE=")) return "555 5.5.4 unknown parameter";
-  const auto size = number(std::string_view(parameter).substr(5));
-  if (!size) return "501 5.5.4 SIZE is a number";
-  return *size > size_limit ? "552 5.3.4 message too big" : "";
+// Of the parameters of MAIL; null when they are all right.
+const char* refusal_of(const std::vector<std::string>& parameters, size_t size_limit) {
+  for (const std::string& one : parameters) {
+    if (begins(one, "AUTH=") || one == "BODY=7BIT" || one == "BODY=8BITMIME") continue;
+    if (!begins(one, "SIZE=")) return "555 5.5.4 unknown parameter";
+    const auto size = number(std::string_view(one).substr(5));
+    if (!size) return "501 5.5.4 SIZE is a number";
+    if (*size > size_limit) return "552 5.3.4 message too big";
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -153,15 +155,11 @@ void smtp_server::mail_from(const std::string& argument) {
   if (m_helo.empty() || m_inMail)
     answer = "503 5.5.1 MAIL is not expected now";
   else if (!may_send())
-    answer = host().given().pop_before_smtp ? "530 5.7.0 log in over POP3 first"
-                                            : "530 5.7.0 log in first";
+    answer = "530 5.7.0 log in first";
   else if (!path)
     answer = "501 5.5.4 MAIL FROM:<address> expected";
-  else
-    for (const std::string& parameter : path->parameters) {
-      const std::string refusal = refusal_of(parameter, host().given().size_limit);
-      if (!refusal.empty()) answer = refusal;
-    }
+  else if (const auto refusal = refusal_of(path->parameters, host().given().size_limit))
+    answer = refusal;
   if (!is_positive(reply("MAIL", answer))) return;
   reset_mail();
   m_inMail = true;

@@ -238,6 +238,24 @@ def check_bad_clients(folder):
             client.close()
 
 
+def check_unread_output(folder):
+    """Who starts it and does not read what it says still has a server, and can end it."""
+    ready = os.path.join(folder, "unread")
+    process = subprocess.Popen([HOST, "--any-port", "--ready-file", ready], stdout=subprocess.PIPE)
+    while not os.path.exists(ready):
+        time.sleep(0.02)
+    with open(ready) as file:
+        port = int(file.readline().split("=")[1])
+    try:
+        said, _ = exchange(port, b"NOOP\r\n" * 3000 + b"QUIT\r\n")
+        assert said.endswith(b"221 2.0.0 bye\r\n"), said[-100:]
+        process.terminate()
+        assert process.wait(timeout=10) == 0
+    finally:
+        process.kill()
+        process.communicate()
+
+
 def check_certificates(folder):
     for kind, words in (("expired", "expired"), ("wrong-name", "mismatch"),
                         ("self-signed", "self")):
@@ -302,7 +320,7 @@ def check_usage(folder):
 def main():
     with tempfile.TemporaryDirectory() as folder:
         for check in (check_mail_and_logins, check_pop_before_smtp, check_script, check_bad_clients,
-                      check_certificates, check_terminal, check_usage):
+                      check_unread_output, check_certificates, check_terminal, check_usage):
             check(folder)
     print("tavmail-host: all as expected")
 
