@@ -18,7 +18,7 @@ struct encoded_word {
   std::string char_set;
   char encoding = ' ';  // 'B' or 'Q'
   std::string text;
-  size_t end = 0;  // behind it
+  size_t end = 0;  // after it
 };
 
 // Takes the word at `at`, where a "=?" stands.

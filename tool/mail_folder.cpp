@@ -120,8 +120,8 @@ std::string mail_folder::begin_mail(const std::string& mark) {
 
 std::string mail_folder::finish_mail(const std::string& name, const std::string& mark) const {
   const std::string finished = name.substr(0, name.size() - std::strlen(kUnfinished));
-  if (!mark.empty()) unlink(mark_path(name, mark).c_str());
   require_synced(path_of(name));
+  if (!mark.empty()) unlink(mark_path(name, mark).c_str());
   if (std::rename(path_of(name).c_str(), path_of(finished).c_str()) != 0) {
     throw cannot("make", path_of(finished));
   }

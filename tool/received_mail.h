@@ -56,8 +56,8 @@ class mail_reader {
                                           received_mail& out);
 
   // The whole mail, its parts into `folder`. Of a mail that breaks off the parts that are complete
-  // are kept, with `mark` (mail_folder::begin_mail); nothing is when the trouble is on this side and
-  // the mail will be read again.
+  // are kept, with `mark` (mail_folder::begin_mail); nothing is when the trouble is on this side
+  // and the mail will be read again.
   quorvelmida::TAV_EML_RESULT read(quorvelmida::tav_eml_pop3_mail_info& info, mail_folder& folder,
                                    const std::string& mark, received_mail& out);
 

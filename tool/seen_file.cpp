@@ -262,7 +262,7 @@ void seen_file::keep(const std::map<std::string, int>& copies) {
 }
 
 void seen_file::settle(std::vector<mail_key> deleted) {
-  // From behind, because the copies after one that goes move up.
+  // The last copies first: those after one that goes move up.
   std::sort(deleted.rbegin(), deleted.rend());
   for (const mail_key& mail : deleted) {
     const auto entry = m_cStates.find(mail.first);
