@@ -101,7 +101,9 @@ void collection::list() {
   if (m_nOnServer > 0) {
     const TAV_EML_RESULT result = m_cSession.list(m_nOnServer, listed, m_bHasUids, check_interrupt);
     if (result == TAV_EML_ERR_REPLY) {
-      throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() + " sends a list without end");
+      throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
+                                     " sends a list of mails without end, or with a "
+                                     "line of more than 4095 bytes");
     }
     require(result);
   }

@@ -99,8 +99,10 @@ std::string header_value(const std::string& received, const std::string& hint) {
   run_of_words run;
   size_t plain = 0;  // where the text begins that no word has taken
   bool follows_word = false;
-  size_t at = received.find("=?");
-  while (at != std::string::npos) {
+  // Looked for once: a header full of beginnings must not cost the square of its length.
+  const size_t last_end = received.rfind("?=");
+  size_t at = last_end != std::string::npos ? received.find("=?") : last_end;
+  while (at < last_end) {
     encoded_word word;
     if (!take_word(received, at, word)) {
       at = received.find("=?", at + 2);

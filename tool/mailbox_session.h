@@ -41,8 +41,9 @@ class mailbox_session {
   quorvelmida::TAV_EML_RESULT count(int& mails);
 
   // The mails 1 to `count` (UIDL and LIST). `has_uids` tells whether the server took UIDL; without
-  // LIST the sizes stay unknown. A list without end gives TAV_EML_ERR_REPLY, and the connection is
-  // lost. `on_line` is called for each line; throwing out of it ends the reading.
+  // LIST the sizes stay unknown. A list without end, or with a line that is too long, gives
+  // TAV_EML_ERR_REPLY, and the connection is lost. `on_line` is called for each line; throwing out
+  // of it ends the reading.
   quorvelmida::TAV_EML_RESULT list(int count, std::vector<listed_mail>& mails, bool& has_uids,
                                    const std::function<void()>& on_line);
 

@@ -191,6 +191,8 @@ def check_broken_connections(folder):
     receive(Pop3Peer([], replies={"STAT": b"+OK 2000000000 1\r\n"}), own, code=UNAVAILABLE)
     receive(Pop3Peer([mail("x")], uids=None), own, code=UNAVAILABLE, words="UIDL|--all")
     assert "x" in receive(Pop3Peer([mail("x")], uids=None), own, "--all")
+    receive(Pop3Peer([mail("x"), mail("y")], replies={"UIDL": b"+OK\r\n2 b\r\n.\r\n"}), own,
+            code=UNAVAILABLE, words="1 of 2 mails no unique id|Subject: y")
     # What the server does not confirm is not called deleted.
     for reply in None, b"-ERR not deleted\r\n":
         peer = Pop3Peer([mail("x")], [f"q{next(numbers)}"], {"QUIT": reply})
