@@ -21,12 +21,6 @@ constexpr int kMostLists = 20;     // of one run
 // The bytes of a received line for which the library has room, its end counted.
 constexpr size_t kLongestLine = 4095;
 
-void check_interrupt() {
-  if (interrupt_guard::was_pressed()) {
-    throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
-  }
-}
-
 dialogue_view::line_sink sink_of(const collection_options& options) {
   if (!options.verbose) return {};
   return [](const std::string& line) { std::cerr << line << '\n'; };
@@ -70,8 +64,16 @@ std::vector<received_mail> collection::mails() const {
   return all;
 }
 
+// Throws when the run is to end.
+void collection::check_end() const {
+  if (interrupt_guard::was_pressed()) {
+    throw problem(interrupt_guard::exit_code(), "interrupted; the mails before are received");
+  }
+}
+
 void collection::require(TAV_EML_RESULT result) {
   if (result == TAV_EML_OK) return;
+  check_end();
   throw explain_mailbox(result, m_cView, m_cOptions.mailbox);
 }
 
@@ -80,7 +82,7 @@ void collection::note_trouble(const problem& cause) {
 }
 
 bool collection::is_done() const {
-  check_interrupt();
+  check_end();
   return m_cOptions.most > 0 && m_cMails.size() >= static_cast<size_t>(m_cOptions.most);
 }
 
@@ -99,7 +101,8 @@ void collection::list() {
   std::vector<listed_mail> listed;
   m_bHasUids = true;
   if (m_nOnServer > 0) {
-    const TAV_EML_RESULT result = m_cSession.list(m_nOnServer, listed, m_bHasUids, check_interrupt);
+    const TAV_EML_RESULT result =
+        m_cSession.list(m_nOnServer, listed, m_bHasUids, [this] { check_end(); });
     if (result == TAV_EML_ERR_REPLY) {
       throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
                                      " sends a list of mails without end, or with a "
@@ -253,7 +256,7 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
   mail_reader reader(m_cSession, m_cHeader, [&] {
     bar.advance(m_cView.message_bytes() - shown);
     shown = m_cView.message_bytes();
-    check_interrupt();
+    check_end();
   });
   return m_cOptions.saves() ? reader.read(info, *m_cFolder, mark_of(listed), mail)
                             : reader.read_header(info, mail);
@@ -327,6 +330,7 @@ std::vector<const collection::entry*> collection::mark_as_deleted() {
     if (result == TAV_EML_OK) {
       marked.push_back(&mail);
     } else {
+      check_end();
       note_trouble(explain_mailbox(result, m_cView, m_cOptions.mailbox));
     }
     if (!m_cSession.is_connected()) break;

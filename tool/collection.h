@@ -63,6 +63,7 @@ class collection {
     mail_key key() const { return {uid, copy}; }
   };
 
+  void check_end() const;
   void require(quorvelmida::TAV_EML_RESULT result);
   void note_trouble(const problem& cause);
   bool is_done() const;
