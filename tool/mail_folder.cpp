@@ -10,7 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <vector>
 
+#include "disk.h"
 #include "problem.h"
 
 namespace tavmail {
@@ -32,13 +34,13 @@ std::string numbered(const std::string& name, int count) {
   return name.substr(0, end) + "-" + std::to_string(count) + name.substr(end);
 }
 
-// Waits until the names in a folder are on the disk.
-void sync_folder(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const bool is_safe = fd >= 0 && (fsync(fd) == 0 || errno == EINVAL);  // not all file systems can
-  const problem trouble = cannot("write", path);
-  if (fd >= 0) close(fd);
-  if (!is_safe) throw trouble;
+bool make_empty(const std::string& path) {
+  const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
+  return fd >= 0 && close(fd) == 0;
+}
+
+void require_synced(const std::string& path) {
+  if (!sync_folder(path)) throw cannot("write", path);
 }
 
 }  // namespace
@@ -93,7 +95,12 @@ mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
   }
 }
 
-std::string mail_folder::begin_mail() {
+// An empty file in the sub-folder. No part has a name that begins with a dot.
+std::string mail_folder::mark_path(const std::string& name, const std::string& mark) const {
+  return path_of(name) + "/." + mark;
+}
+
+std::string mail_folder::begin_mail(const std::string& mark) {
   for (;; ++m_nNext) {
     char number[16];
     std::snprintf(number, sizeof number, "%04d", m_nNext);
@@ -102,20 +109,38 @@ std::string mail_folder::begin_mail() {
     const std::string name = std::string(number) + kUnfinished;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
       ++m_nNext;
-      return name;
+      if (mark.empty() || make_empty(mark_path(name, mark))) return name;
+      const problem trouble = cannot("write", path_of(name));
+      discard(name);
+      throw trouble;
     }
     if (errno != EEXIST) throw cannot("make", path_of(name));
   }
 }
 
-std::string mail_folder::finish_mail(const std::string& name) const {
+std::string mail_folder::finish_mail(const std::string& name, const std::string& mark) const {
   const std::string finished = name.substr(0, name.size() - std::strlen(kUnfinished));
-  sync_folder(path_of(name));
+  require_synced(path_of(name));
+  if (!mark.empty()) unlink(mark_path(name, mark).c_str());
   if (std::rename(path_of(name).c_str(), path_of(finished).c_str()) != 0) {
     throw cannot("make", path_of(finished));
   }
-  sync_folder(m_cPath);
+  require_synced(m_cPath);
   return finished;
+}
+
+void mail_folder::discard_marked(const std::string& mark) const {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(m_cPath, error)) {
+    const std::string name = entry.path().filename().string();
+    struct stat status;
+    if (entry.path().extension() == kUnfinished && !entry.is_symlink(error) &&
+        lstat(mark_path(name, mark).c_str(), &status) == 0) {
+      names.push_back(name);
+    }
+  }
+  for (const std::string& name : names) discard(name);
 }
 
 void mail_folder::discard(const std::string& name) const {

@@ -38,13 +38,18 @@ class mail_folder {
   explicit mail_folder(const std::string& path);
 
   // Makes the next sub-folder and returns its name; gives it its final name, which is returned.
-  std::string begin_mail();
-  std::string finish_mail(const std::string& name) const;
+  // `mark` ("" for none) tells whose it is while it is not finished.
+  std::string begin_mail(const std::string& mark = {});
+  std::string finish_mail(const std::string& name, const std::string& mark = {}) const;
   std::string path_of(const std::string& name) const { return m_cPath + "/" + name; }
   // Removes a sub-folder and what is in it.
   void discard(const std::string& name) const;
+  // Removes the unfinished sub-folders with a mark.
+  void discard_marked(const std::string& mark) const;
 
  private:
+  std::string mark_path(const std::string& name, const std::string& mark) const;
+
   const std::string m_cPath;
   int m_nNext = 1;
 };

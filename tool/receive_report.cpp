@@ -39,6 +39,7 @@ nlohmann::ordered_json part_json(const received_part& part, const std::string& f
 }  // namespace
 
 std::string mail_lines(const received_mail& mail, const std::string& folder) {
+  if (mail.is_given_up) return wrapped("", mail.problem);
   std::string out;
   add_line(out, "From:", mail.from);
   add_line(out, "To:", mail.to);
@@ -52,7 +53,8 @@ std::string mail_lines(const received_mail& mail, const std::string& folder) {
   return out;
 }
 
-std::string mails_json(const std::vector<received_mail>& mails, const problem* cause) {
+std::string mails_json(const std::vector<received_mail>& mails,
+                       const std::vector<listed_mail>& deleted_before, const problem* cause) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const received_mail& mail : mails) {
     nlohmann::ordered_json parts = nlohmann::ordered_json::array();
@@ -69,10 +71,15 @@ std::string mails_json(const std::vector<received_mail>& mails, const problem* c
                     {"message_id", mail.message_id},
                     {"content_type", mail.content_type},
                     {"problem", mail.problem},
+                    {"given_up", mail.is_given_up},
                     {"deleted", mail.is_deleted},
                     {"parts", parts}});
   }
-  nlohmann::ordered_json document = {{"messages", list}};
+  nlohmann::ordered_json before = nlohmann::ordered_json::array();
+  for (const listed_mail& mail : deleted_before) {
+    before.push_back({{"number", mail.number}, {"uid", mail.uid}, {"size", mail.size}});
+  }
+  nlohmann::ordered_json document = {{"messages", list}, {"deleted_before", before}};
   if (cause != nullptr) add_problem(document, *cause);
   return json_text(document);
 }

@@ -14,8 +14,10 @@ namespace tavmail {
 // One mail as lines of at most 79 columns, with where its parts are.
 std::string mail_lines(const received_mail& mail, const std::string& folder);
 
-// All of them as one JSON document, with the problem that ended the command, null for none.
-std::string mails_json(const std::vector<received_mail>& mails, const problem* cause);
+// All of them as one JSON document, with those of earlier runs that were deleted, and with the
+// problem that ended the command, null for none.
+std::string mails_json(const std::vector<received_mail>& mails,
+                       const std::vector<listed_mail>& deleted_before, const problem* cause);
 
 }  // namespace tavmail
 

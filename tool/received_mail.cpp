@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "dialogue_view.h"
+#include "header_value.h"
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
 #include "received_text.h"
 #include "utl_os.h"
@@ -26,18 +28,15 @@ std::string trimmed(const std::string& text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// The value of the charset parameter, which need not be one that the library knows.
-std::string char_set_of(const tav_eml_mlutl_mail_part& part) {
-  std::string value = text_of(part.m_cContentType);
-  std::string lower = value;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](char ch) {
-    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-  });
-  const size_t at = lower.find("charset=");
+// The parameter `name` ("charset=") of a header value, up to its quote or ";"; "" for none.
+std::string parameter_of(const UtlString& header, const char* name) {
+  std::string value = text_of(header);
+  const size_t at = lower_case(value).find(name);
   if (at == std::string::npos) return {};
-  value = trimmed(value.substr(at + std::strlen("charset=")));
-  if (!value.empty() && value[0] == '"') value.erase(0, 1);
-  return trimmed(value.substr(0, value.find_first_of("\";")));
+  value = trimmed(value.substr(at + std::strlen(name)));
+  const bool is_quoted = !value.empty() && value[0] == '"';
+  if (is_quoted) value.erase(0, 1);
+  return trimmed(value.substr(0, value.find_first_of(is_quoted ? "\"" : "\";")));
 }
 
 // The file name as UTF-8. The library decodes it and leaves its character set, which the header
@@ -45,13 +44,23 @@ std::string char_set_of(const tav_eml_mlutl_mail_part& part) {
 std::string name_of(const tav_eml_mlutl_mail_part& part) {
   std::string set = named_char_set(text_of(part.m_cHeader2));
   if (set.empty()) set = named_char_set(text_of(part.m_cHeader1));
-  return presentable(header_text(text_of(part.m_cFIleName), set));
+  const std::string known = text_of(part.m_cFIleName);
+  const bool is_extended = text_of(part.m_cHeader2).find("filename*=") != std::string::npos;
+  for (const std::string& received :
+       {parameter_of(part.m_cHeader2, "filename="),
+        is_extended ? std::string() : parameter_of(part.m_cHeader1, "name=")}) {
+    if (received == known) break;
+    if (received.find("=?") != std::string::npos) {
+      return presentable(trimmed(header_value(received, set)));
+    }
+  }
+  return presentable(header_text(known, set));
 }
 
 received_part describe(const tav_eml_mlutl_mail_part& part) {
   received_part out;
   out.content_type = presentable(trimmed(text_of(part.m_cMediaType)));
-  out.char_set = presentable(char_set_of(part));
+  out.char_set = presentable(parameter_of(part.m_cContentType, "charset="));
   out.encoding = presentable(text_of(part.m_cTransferEncoding));
   if (part.m_nContentDisposition == TAV_EML_CD_INLINE) out.disposition = "inline";
   if (part.m_nContentDisposition == TAV_EML_CD_ATTACHMENT) out.disposition = "attachment";
@@ -59,21 +68,23 @@ received_part describe(const tav_eml_mlutl_mail_part& part) {
   return out;
 }
 
-void describe(tav_eml_pop3_receive_mail& mail, received_mail& out) {
+void describe(tav_eml_pop3_receive_mail& mail, const raw_header& header, received_mail& out) {
   const std::string set = tav_eml_mlutl_mail_type::get_char_set(mail.m_nCharSet);
-  const auto text = [&](const UtlString& value) {
-    return presentable(header_text(text_of(value), set));
+  const auto text = [&](const char* name, const UtlString& decoded) {
+    const std::optional<std::string> received = header.value(name);
+    return presentable(received ? header_value(*received, set)
+                                : header_text(text_of(decoded), set));
   };
   out.number = mail.m_MailInfo.m_nMailNo;
   out.uid = text_of(mail.m_MailInfo.m_strUID);
   out.size = mail.m_MailInfo.m_lSize;
-  out.from = text(mail.m_cFrom.m_cAddress);
-  out.to = text(mail.m_cTo.m_cAddress);
-  out.cc = text(mail.m_cCc.m_cAddress);
-  out.reply_to = text(mail.m_cReplyTo.m_cAddress);
-  out.subject = text(mail.m_cSubject);
-  out.date = text(mail.m_cDate);
-  out.message_id = text(mail.m_cMessageId);
+  out.from = text("from", mail.m_cFrom.m_cAddress);
+  out.to = text("to", mail.m_cTo.m_cAddress);
+  out.cc = text("cc", mail.m_cCc.m_cAddress);
+  out.reply_to = text("reply-to", mail.m_cReplyTo.m_cAddress);
+  out.subject = text("subject", mail.m_cSubject);
+  out.date = text("date", mail.m_cDate);
+  out.message_id = text("message-id", mail.m_cMessageId);
   out.content_type = presentable(trimmed(text_of(mail.m_cMediaType)));
 }
 
@@ -156,25 +167,27 @@ bool received_mail::is_safe() const {
 
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
-  const TAV_EML_RESULT result = m_cSession.receive_header_only(mail, 0);
+  m_cHeader.begin();
+  const TAV_EML_RESULT result = m_cSession.receive_header_only(mail);
   if (result != TAV_EML_OK) m_cProgress();  // throws when the run is to end
-  describe(mail, out);
+  describe(mail, m_cHeader, out);
   return result;
 }
 
 TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& folder,
-                                 received_mail& out) {
+                                 const std::string& mark, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
-  TAV_EML_RESULT result = m_cSession.receive_header(mail, 0);
+  m_cHeader.begin();
+  TAV_EML_RESULT result = m_cSession.receive_header(mail);
   if (result != TAV_EML_OK) m_cProgress();
-  describe(mail, out);
+  describe(mail, m_cHeader, out);
   if (result != TAV_EML_OK) return result;
-  const std::string unfinished = folder.begin_mail();
+  const std::string unfinished = folder.begin_mail(mark);
   try {
     result = read_content(mail, folder.path_of(unfinished), out);
     if (result != TAV_EML_OK) m_cProgress();
     if (!out.parts.empty()) {
-      out.folder = result == TAV_EML_OK ? folder.finish_mail(unfinished) : unfinished;
+      out.folder = result == TAV_EML_OK ? folder.finish_mail(unfinished, mark) : unfinished;
     }
   } catch (...) {
     folder.discard(unfinished);
@@ -196,7 +209,7 @@ TAV_EML_RESULT mail_reader::read_parts(tav_eml_pop3_receive_mail& mail, const st
     if (out.parts.size() >= kMostParts) return TAV_EML_ERR_UNKNOWN;
     mail.set_part(new tav_eml_pop3_receive_mail_part);
     tav_eml_mlutl_mail_part& part = *mail.get_part();
-    TAV_EML_RESULT result = m_cSession.receive_part_header(mail, 0);
+    TAV_EML_RESULT result = m_cSession.receive_part_header(mail);
     if (result != TAV_EML_OK) return result;
     // The trace of a multipart that came last, or a part cut off within its header.
     if (part.m_nComplete != 0) continue;

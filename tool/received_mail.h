@@ -9,7 +9,8 @@
 #include <vector>
 
 #include "mail_folder.h"
-#include "quorvelmida/tav_eml_pop3_boundary.h"
+#include "mailbox_session.h"
+#include "raw_header.h"
 
 namespace tavmail {
 
@@ -32,7 +33,8 @@ struct received_mail {
   std::string content_type;
   std::string folder;  // its sub-folder, "" when nothing was saved
   std::vector<received_part> parts;
-  std::string problem;  // why it is not complete, "" when it is
+  std::string problem;       // why it is not complete, "" when it is
+  bool is_given_up = false;  // it was not tried: too often before
   bool is_deleted = false;
 
   // Something was saved, and nothing of it is in doubt.
@@ -44,18 +46,20 @@ class mail_reader {
  public:
   using progress = std::function<void()>;
 
-  // `on_progress` is called now and then. Throwing out of it ends the reading.
-  mail_reader(quorvelmida::tav_eml_pop3_boundary& session, progress on_progress)
-      : m_cSession(session), m_cProgress(std::move(on_progress)) {}
+  // `header` takes what the session receives. `on_progress` is called now and then; throwing out of
+  // it ends the reading.
+  mail_reader(mailbox_session& session, raw_header& header, progress on_progress)
+      : m_cSession(session), m_cHeader(header), m_cProgress(std::move(on_progress)) {}
 
   // The header alone.
   quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
                                           received_mail& out);
 
   // The whole mail, its parts into `folder`. Of a mail that breaks off the parts that are complete
-  // are kept; nothing is when the trouble is on this side and the mail will be read again.
+  // are kept, with `mark` (mail_folder::begin_mail); nothing is when the trouble is on this side
+  // and the mail will be read again.
   quorvelmida::TAV_EML_RESULT read(quorvelmida::tav_eml_pop3_mail_info& info, mail_folder& folder,
-                                   received_mail& out);
+                                   const std::string& mark, received_mail& out);
 
  private:
   quorvelmida::TAV_EML_RESULT read_parts(quorvelmida::tav_eml_pop3_receive_mail& mail,
@@ -66,7 +70,8 @@ class mail_reader {
                                         quorvelmida::tav_eml_mlutl_mail_part& part,
                                         const std::string& folder, received_mail& out);
 
-  quorvelmida::tav_eml_pop3_boundary& m_cSession;
+  mailbox_session& m_cSession;
+  raw_header& m_cHeader;
   progress m_cProgress;
 };
 

@@ -3,7 +3,9 @@
 #include <iconv.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
+#include <iterator>
 #include <vector>
 
 #include "dialogue_view.h"
@@ -61,16 +63,30 @@ bool convert_japanese(TAV_EML_CHAR_SET set, const std::string& bytes, std::strin
   return true;
 }
 
-std::string lower_case(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char ch) {
-    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-  });
-  return text;
-}
-
 bool is_shift_jis(const std::string& name) {
   return name == "shift_jis" || name == "x-sjis" || name == "ms_kanji" || name == "cp932" ||
          name == "windows-31j";
+}
+
+// What the names of character sets that mail is written in begin with. No other name from a mail
+// reaches iconv.
+bool is_known(const std::string& name) {
+  static constexpr const char* kNames[] = {
+      "iso-8859-", "windows-125", "cp125", "cp85",  "cp86",   "cp437",    "ibm85",
+      "koi8-",     "gb2312",      "gbk",   "gb180", "big5",   "euc-",     "ks_c_5601",
+      "utf-16",    "tis-620",     "hz",    "cp949", "cp1361", "macintosh"};
+  return std::any_of(std::begin(kNames), std::end(kNames), [&](const char* known) {
+    return name.compare(0, std::strlen(known), known) == 0 && name.find('/') == std::string::npos;
+  });
+}
+
+// `set` is in lower case.
+bool convert_named(const std::string& set, const std::string& bytes, std::string& text) {
+  if (set.compare(0, 11, "iso-2022-jp") == 0) {
+    return convert_japanese(TAV_EML_CS_ISO_2022_JP, bytes, text);
+  }
+  if (is_shift_jis(set)) return convert_japanese(TAV_EML_CS_SHIFT_JIS, bytes, text);
+  return is_known(set) && converter(set == "gb2312" ? "GB18030" : set).convert(bytes, text);
 }
 
 bool has_jis_escape(const std::string& bytes) {
@@ -116,16 +132,26 @@ std::string shortened(const std::string& name) {
 
 }  // namespace
 
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  });
+  return text;
+}
+
 std::string header_text(const std::string& bytes, const std::string& hint) {
   std::string text;
   if (has_jis_escape(bytes) && convert_japanese(TAV_EML_CS_ISO_2022_JP, bytes, text)) return text;
   if (is_utf8(bytes)) return bytes;
-  const std::string set = lower_case(hint);
-  const bool is_other = !set.empty() && set != "utf-8" && set != "us-ascii" && !is_shift_jis(set);
-  if (is_other && converter(set == "gb2312" ? "GB18030" : set).convert(bytes, text)) return text;
+  if (convert_named(lower_case(hint), bytes, text)) return text;
   if (convert_japanese(TAV_EML_CS_SHIFT_JIS, bytes, text)) return text;
   converter("ISO-8859-1").convert(bytes, text);  // every byte is a character
   return text;
+}
+
+std::string text_in(const std::string& char_set, const std::string& bytes) {
+  std::string text;
+  return convert_named(lower_case(char_set), bytes, text) ? text : header_text(bytes, char_set);
 }
 
 std::string named_char_set(const std::string& line) {

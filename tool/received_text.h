@@ -7,9 +7,14 @@
 
 namespace tavmail {
 
+std::string lower_case(std::string text);  // of ASCII
+
 // A header value of which only the bytes are known. ISO-2022-JP shows by its escape sequences and
 // UTF-8 by its form; anything else is read in the character set `hint` ("" for none).
 std::string header_text(const std::string& bytes, const std::string& hint);
+
+// Bytes in a named character set; read as above when they are not of it, or it is not known.
+std::string text_in(const std::string& char_set, const std::string& bytes);
 
 // The character set that the first encoded word of a header line, or its extended parameter
 // (RFC 2231), names; "" when there is none.

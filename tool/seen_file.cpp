@@ -10,26 +10,26 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 
+#include "disk.h"
 #include "problem.h"
-#include "received_text.h"
 
 namespace tavmail {
 
-using namespace quorvelmida;
-
 namespace {
 
-constexpr char kTitle[] = "# mails that tavmail has received: tries (0: done), unique id";
+constexpr char kTitle[] =
+    "# mails that tavmail has received: 0, delete, or tries that failed; unique id; copy";
 constexpr char kEmpty[] = "%";  // no encoded unique id is that
-constexpr int kWaiting = 1;
-constexpr int kHandedOut = 2;
 
-std::string text_of(const UtlString& text) {
-  return text.GetString() != nullptr ? text.GetString() : "";
-}
+// States that are not a number of tries. The first two are also words of the file.
+constexpr int kToGo = -1;
+constexpr int kNew = -2;
+constexpr int kReceived = 0;
+constexpr char kToGoWord[] = "delete";
+constexpr char kNewWord[] = "new";
+constexpr int kMostStates = 1000000;  // more tries or copies than that are an error in the file
 
 // A unique id as one word of the file: servers may put anything into it.
 std::string encoded(const std::string& uid) {
@@ -62,50 +62,37 @@ std::string decoded(const std::string& word) {
   return uid;
 }
 
+std::string line_of(const std::string& uid, int copy, int state) {
+  std::string line = state == kToGo ? kToGoWord : state == kNew ? kNewWord : std::to_string(state);
+  line += " " + encoded(uid);
+  if (copy > 1) line += " " + std::to_string(copy);
+  return line + "\n";
+}
+
+// A whole number from `least` to kMostStates; false for anything else.
+bool take_number(const std::string& word, int least, int& number) {
+  const bool is_number =
+      !word.empty() && word.size() < 8 && word.find_first_not_of("0123456789") == word.npos;
+  number = is_number ? std::atoi(word.c_str()) : -1;
+  return number >= least && number <= kMostStates;
+}
+
 problem cannot_write(const std::string& path) {
   return problem(EX_CANTCREAT,
                  "cannot write " + path + ": " + std::strerror(errno) + "; choose another --seen");
 }
 
-// Writes all of it and waits until it is on the disk.
-bool write_through(int fd, const std::string& text) {
-  for (size_t at = 0; at < text.size();) {
-    const ssize_t count = ::write(fd, text.data() + at, text.size() - at);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += static_cast<size_t>(count);
-  }
-  return fsync(fd) == 0;
-}
-
 }  // namespace
 
-std::string default_seen_path(const std::string& user, const std::string& server) {
-  std::string folder;
-  const char* state = std::getenv("XDG_STATE_HOME");
-  const char* home = std::getenv("HOME");
-  if (state != nullptr && *state == '/') {
-    folder = state;
-  } else if (home != nullptr && *home == '/') {
-    folder = std::string(home) + "/.local/state";
-  } else {
-    throw problem(EX_USAGE, "no home directory to keep the list of seen mails in; add --seen FILE");
-  }
-  folder += "/tavmail";
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder + ": " + error.message());
-  return folder + "/" + safe_file_name(user + "@" + server, "mailbox") + ".seen";
-}
-
-seen_file::seen_file(const std::string& path) : m_cPath(path) {
-  m_nLock = open((path + ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+seen_file::seen_file(const std::string& path, const std::string& old) : m_cPath(path) {
+  m_nLock = open((path + ".lock").c_str(), O_CREAT | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (m_nLock < 0) throw cannot_write(path + ".lock");
   if (flock(m_nLock, LOCK_EX | LOCK_NB) != 0) {
     close(m_nLock);
     throw problem(EX_TEMPFAIL, "another tavmail is receiving with " + path + "; wait for it");
   }
   try {
+    if (!old.empty()) take_over(old);
     read();
   } catch (...) {
     close(m_nLock);
@@ -113,94 +100,180 @@ seen_file::seen_file(const std::string& path) : m_cPath(path) {
   }
 }
 
-seen_file::~seen_file() { close(m_nLock); }
+seen_file::~seen_file() {
+  if (m_nFile >= 0) close(m_nFile);
+  close(m_nLock);
+}
+
+void seen_file::take_over(const std::string& old) const {
+  std::error_code error;
+  if (std::filesystem::exists(m_cPath, error) || !std::filesystem::exists(old, error)) return;
+  if (std::rename(old.c_str(), m_cPath.c_str()) != 0) throw cannot_write(m_cPath);
+  unlink((old + ".lock").c_str());
+}
 
 void seen_file::read() {
   std::ifstream file(m_cPath);
   if (!file) {
-    if (std::filesystem::exists(m_cPath)) {
+    std::error_code error;
+    if (std::filesystem::exists(m_cPath, error)) {
       throw problem(EX_NOINPUT, "cannot read --seen " + m_cPath + "; check its rights");
     }
     return;
   }
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream words(line);
-    int tries = 0;
-    std::string uid;
-    std::string more;
-    if (!(words >> tries >> uid) || tries < 0 || words >> more) {
-      throw problem(EX_CONFIG, m_cPath + ":" + std::to_string(number) +
-                                   ": expected \"TRIES UID\"; is this a file of seen mails?");
+    if (file.eof()) {  // without its end
+      m_bTidy = false;
+      break;
     }
-    uid = decoded(uid);
-    if (m_cTries.emplace(uid, tries).second) m_cUids.push_back(uid);
+    if (line.empty() || line[0] == '#') continue;
+    if (!read_line(line)) {
+      throw problem(EX_CONFIG, m_cPath + ":" + std::to_string(number) +
+                                   ": expected \"STATE UID\"; is this a file of seen mails?");
+    }
   }
 }
 
-void seen_file::write() const {
-  const std::string fresh = m_cPath + ".new";
-  const int fd = open(fresh.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
-  if (fd < 0) throw cannot_write(fresh);
-  std::string text = std::string(kTitle) + "\n";
-  for (const std::string& uid : m_cUids) {
-    text += std::to_string(m_cTries.at(uid)) + " " + encoded(uid) + "\n";
+bool seen_file::read_line(const std::string& line) {
+  std::istringstream words(line);
+  std::string word;
+  std::string uid;
+  std::string more;
+  int state = 0;
+  int copy = 1;
+  if (!(words >> word >> uid)) return false;
+  if (words >> more && (!take_number(more, 2, copy) || words >> more)) return false;
+  if (word == kToGoWord) {
+    state = kToGo;
+  } else if (word == kNewWord) {
+    state = kNew;
+  } else if (!take_number(word, 0, state)) {
+    return false;
   }
-  const bool is_written = write_through(fd, text);
-  const problem trouble = cannot_write(m_cPath);
-  if (close(fd) != 0 || !is_written) {
+  int& known = state_of({decoded(uid), copy});
+  m_bTidy = m_bTidy && known == kNew;
+  known = state;
+  return true;
+}
+
+// Writes the whole file anew. It stays open for the lines that follow.
+void seen_file::write() {
+  std::string text = std::string(kTitle) + "\n";
+  for (const auto& [uid, states] : m_cStates) {
+    if (states.size() == 1 && states[0] == kNew) continue;
+    for (size_t i = 0; i < states.size(); ++i) {
+      text += line_of(uid, static_cast<int>(i) + 1, states[i]);
+    }
+  }
+  std::string fresh = m_cPath + ".XXXXXX";
+  const int fd = mkostemp(fresh.data(), O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) throw cannot_write(m_cPath);
+  const bool is_written =
+      write_at(fd, text, 0) && fsync(fd) == 0 && std::rename(fresh.c_str(), m_cPath.c_str()) == 0;
+  if (!is_written) {
+    const problem trouble = cannot_write(m_cPath);
+    close(fd);
     unlink(fresh.c_str());
     throw trouble;
   }
-  if (std::rename(fresh.c_str(), m_cPath.c_str()) != 0) throw cannot_write(m_cPath);
+  if (m_nFile >= 0) close(m_nFile);
+  m_nFile = fd;
+  m_nEnd = static_cast<off_t>(text.size());
+  m_bTidy = true;
+  if (!sync_folder_of(m_cPath)) throw cannot_write(m_cPath);
 }
 
-void seen_file::fill(tav_eml_pop3_mail_info_list& list) const {
-  for (const std::string& uid : m_cUids) {
-    const int begun = tries(uid);
-    const int status = begun > 0 && begun < kMostTries ? kWaiting : kHandedOut;
-    list.add_mail_info(new tav_eml_pop3_mail_info(0, uid.c_str(), 0, status), 1);
+// Puts the state of a mail at the end of the file.
+void seen_file::append(const mail_key& mail) {
+  if (m_nFile < 0) return write();
+  const std::string line = line_of(mail.first, mail.second, state(mail));
+  if (!write_at(m_nFile, line, m_nEnd)) {
+    const problem trouble = cannot_write(m_cPath);
+    // A line that is cut off would not count anyway.
+    if (ftruncate(m_nFile, m_nEnd) != 0) m_bTidy = false;
+    throw trouble;
   }
+  m_nEnd += static_cast<off_t>(line.size());
+  m_bTidy = false;
 }
 
-int seen_file::tries(const std::string& uid) const {
-  const auto found = m_cTries.find(uid);
-  return found != m_cTries.end() ? found->second : 0;
+int seen_file::state(const mail_key& mail) const {
+  const auto found = m_cStates.find(mail.first);
+  const auto index = static_cast<size_t>(mail.second) - 1;
+  return found != m_cStates.end() && index < found->second.size() ? found->second[index] : kNew;
 }
 
-void seen_file::begin(const std::string& uid) {
-  if (m_cTries.emplace(uid, 0).second) m_cUids.push_back(uid);
-  ++m_cTries[uid];
-  write();
+int& seen_file::state_of(const mail_key& mail) {
+  std::vector<int>& states = m_cStates[mail.first];
+  const auto index = static_cast<size_t>(mail.second) - 1;
+  if (index >= states.size()) states.resize(index + 1, kNew);
+  return states[index];
 }
 
-void seen_file::finish(const std::string& uid) {
-  m_cTries[uid] = 0;
-  write();
+bool seen_file::is_received(const mail_key& mail) const {
+  return state(mail) == kReceived || is_to_go(mail);
 }
 
-void seen_file::cancel(const std::string& uid) {
-  if (--m_cTries[uid] <= 0) {
-    m_cTries.erase(uid);
-    m_cUids.erase(std::find(m_cUids.begin(), m_cUids.end(), uid));
+bool seen_file::is_to_go(const mail_key& mail) const { return state(mail) == kToGo; }
+
+int seen_file::tries(const mail_key& mail) const { return std::max(state(mail), 0); }
+
+void seen_file::begin(const mail_key& mail) {
+  state_of(mail) = tries(mail) + 1;
+  append(mail);
+}
+
+void seen_file::finish(const mail_key& mail, bool is_to_go) {
+  state_of(mail) = is_to_go ? kToGo : kReceived;
+  append(mail);
+  if (fdatasync(m_nFile) != 0) throw cannot_write(m_cPath);
+}
+
+void seen_file::cancel(const mail_key& mail) {
+  const int before = tries(mail) - 1;
+  state_of(mail) = before > 0 ? before : kNew;
+  append(mail);
+}
+
+void seen_file::keep(const std::map<std::string, int>& copies) {
+  bool is_changed = false;
+  for (auto entry = m_cStates.begin(); entry != m_cStates.end();) {
+    std::vector<int>& states = entry->second;
+    const auto there = copies.find(entry->first);
+    const size_t most = there != copies.end() ? static_cast<size_t>(there->second) : 0;
+    is_changed = is_changed || states.size() > most;
+    while (states.size() > most) {
+      const auto gone = std::find_if(states.begin(), states.end(), [](int state) {
+        return state == kToGo || state == kReceived;
+      });
+      states.erase(gone != states.end() ? gone : states.begin());
+    }
+    entry = states.empty() ? m_cStates.erase(entry) : std::next(entry);
   }
-  write();
+  // How many copies there are is noted before one is read: it tells later that one is gone.
+  for (const auto& [uid, count] : copies) {
+    if (count < 2 || state({uid, count}) != kNew) continue;
+    std::vector<int>& states = m_cStates[uid];
+    is_changed = is_changed || states.size() < static_cast<size_t>(count);
+    states.resize(static_cast<size_t>(count), kNew);
+  }
+  if (is_changed || !m_bTidy) write();
 }
 
-void seen_file::keep(const tav_eml_pop3_mail_info_list& list) {
-  std::vector<std::string> uids;
-  for (int i = 0; i < list.m_MailInfoVector.Count(); ++i) {
-    const auto* info =
-        static_cast<const tav_eml_pop3_mail_info*>(list.m_MailInfoVector.ElementAt(i));
-    const std::string uid = text_of(info->m_strUID);
-    if (m_cTries.count(uid) != 0) uids.push_back(uid);
+void seen_file::settle(std::vector<mail_key> deleted) {
+  // The last copies first: those after one that goes move up.
+  std::sort(deleted.rbegin(), deleted.rend());
+  for (const mail_key& mail : deleted) {
+    const auto entry = m_cStates.find(mail.first);
+    if (entry == m_cStates.end()) continue;
+    const auto index = mail.second - 1;
+    if (static_cast<size_t>(index) < entry->second.size()) {
+      entry->second.erase(entry->second.begin() + index);
+    }
+    if (entry->second.empty()) m_cStates.erase(entry);
   }
-  std::map<std::string, int> tries;
-  for (const std::string& uid : uids) tries[uid] = m_cTries[uid];
-  m_cUids = std::move(uids);
-  m_cTries = std::move(tries);
-  write();
+  if (!deleted.empty() || !m_bTidy) write();
 }
 
 }  // namespace tavmail

@@ -177,10 +177,6 @@ def report_collection(name, paths, mails, raws, folder):
 
 # Mails that the library reads differently, and why.
 KNOWN = {mail: reason for reason, mails in {
-    "a blank that only a folded line or two encoded words held is not there":
-        "msg_27.txt dsn_14.txt simple_07.txt simple_11.txt simple_20.txt",
-    "\"_\" in a Q-encoded word stays as it is":
-        "simple_13.txt qp-ascii-header.raw qp-utf8-header.raw qp-utf8-header-recursed.raw",
     "a part that is no multipart opens its boundary parameter all the same":
         "dsn_16.txt dsn_17.txt",
     "a boundary in the extended form of RFC 2231 is not read": "msg_33.txt",

@@ -67,13 +67,13 @@ class Pop3Peer:
             stream.write("\r\n".join(("+OK", *self.capabilities, ".", "")).encode())
         elif verb == "STAT":
             stream.write(b"+OK %d 1000\r\n" % len(here))
-        elif verb == "LIST":
-            mail = self.mails[number - 1]
-            stream.write(b"+OK %d %d\r\n" % (asked, 100 if callable(mail) else len(mail)))
         elif verb == "UIDL" and self.uids is None:
             stream.write(b"-ERR what?\r\n")
-        elif verb == "UIDL":
-            stream.write(f"+OK {asked} {self.uids[number - 1]}\r\n".encode("latin-1"))
+        elif verb in ("LIST", "UIDL"):
+            lines = [f"{place} {self.described(verb, each)}\r\n"
+                     for place, each in enumerate(here, 1) if not words or each == number]
+            reply = "+OK " + lines[0] if words else "".join(["+OK\r\n", *lines, ".\r\n"])
+            stream.write(reply.encode("latin-1"))
         elif verb in ("RETR", "TOP"):
             self.send(stream, self.mails[number - 1], verb == "TOP")
         elif verb == "DELE":
@@ -83,6 +83,10 @@ class Pop3Peer:
             stream.write(b"+OK\r\n" if self.commands[-1] == "PASS geheim" else b"-ERR no\r\n")
         else:
             stream.write(b"+OK\r\n" if verb in ("USER", "NOOP") else b"-ERR what?\r\n")
+
+    def described(self, verb, number):
+        mail = self.mails[number - 1]
+        return self.uids[number - 1] if verb == "UIDL" else 100 if callable(mail) else len(mail)
 
     def send(self, stream, mail, header_only):
         stream.write(b"+OK\r\n")

@@ -5,7 +5,9 @@
 #include <clocale>
 
 #include "dialogue_view.h"
+#include "header_value.h"
 #include "near_word.h"
+#include "raw_header.h"
 
 namespace tavmail {
 namespace {
@@ -71,6 +73,52 @@ TEST(ReceivedText, reads_what_senders_write) {
   };
   for (const auto& test : cases) {
     EXPECT_EQ(header_text(test.bytes, test.hint), test.expected) << test.bytes;
+  }
+}
+
+TEST(ReceivedText, reads_encoded_words) {
+  const struct {
+    const char* received;
+    const char* expected;
+  } cases[] = {
+      {"=?utf-8?Q?Your_invoice_12?=", "Your invoice 12"},
+      {"=?utf-8?q?a=5Fb=3f?=_c", "a_b?_c"},
+      {"=?utf-8?B?QV9C?= =?utf-8?Q?C_D?=", "A_BC D"},
+      {"=?utf-8?Q?one?=\t  =?utf-8?Q?two?= three =?utf-8?Q?four?=", "onetwo three four"},
+      {"=?iso-8859-1?Q?caf=E9?= =?iso-2022-jp?B?GyRCRnxLXBsoQg==?= =?KOI8-R?B?z8s=?=",
+       "café日本ок"},
+      {"=?utf-8?Q?=E6=97?= =?UTF-8*ja?B?pQ==?=", "日"},
+      {"=?gb2312?B?xKM=?=", "模"},
+      {"=?shift_jis?B?k/qWew==?=?", "日本?"},
+      {"Re: =?utf-8?Q?a b?= (=?utf-8?Q?c?=)", "Re: a b (c)"},
+      {"=?utf-8?Q?=C3=A4?= =?none?Q?=C3=A4?=", "ää"},
+      {"=?../../x//y?Q?=E9?=", "é"},
+      {"=?utf-8?Q?50=% =4?=", "50=% =4"},
+      {"=?utf-8?X?a?= =?utf-8?Q?b", "=?utf-8?X?a?= =?utf-8?Q?b"},
+      {"=?a?=? =?utf-8?Q?x_y?=", "=?a?=? x y"},
+      {"=?=?=?utf-8?Q?x?=", "=?=?x"},
+      {"=?utf-8?Q? ?=", " "},
+      {"", ""},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(header_value(test.received, ""), test.expected) << test.received;
+  }
+}
+
+// As the bytes come, in any slicing: the status line, the header, and what follows it.
+TEST(ReceivedText, takes_the_header_of_the_mail) {
+  const std::string received =
+      "+OK\r\nSubject: first\r\nSUBJECT : a\r\n\tb\r\nX: c\r\n d\r\n..dot: e \r\nTo:\r\n"
+      "\r\nFrom: body\r\n.\r\n";
+  for (size_t slice = 1; slice <= received.size(); ++slice) {
+    raw_header header;
+    header.take("From: before\r\n");
+    header.begin();
+    for (size_t at = 0; at < received.size(); at += slice) header.take(received.substr(at, slice));
+    EXPECT_EQ(header.value("subject"), "a\tb");
+    EXPECT_EQ(header.value(".dot"), "e");
+    EXPECT_EQ(header.value("to"), "");
+    EXPECT_FALSE(header.value("from"));
   }
 }
 

@@ -5,16 +5,16 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdlib>
 
 #include "mail_folder.h"
 #include "problem.h"
 #include "seen_file.h"
+#include "seen_path.h"
 #include "temporary_folder.h"
 
 namespace tavmail {
 namespace {
-
-using namespace quorvelmida;
 
 // Files of this process stay small while it lives: a full disk.
 class full_disk {
@@ -88,6 +88,12 @@ TEST(MailFolder, takes_the_next_free_number) {
   EXPECT_EQ(folder.read("0015/a"), "x");
   mails.discard(mails.begin_mail());
   EXPECT_FALSE(std::filesystem::exists(folder / "0016.part"));
+  mails.begin_mail("a");
+  mails.begin_mail("b");
+  mails.discard_marked("a");
+  EXPECT_FALSE(std::filesystem::exists(folder / "0017.part"));
+  EXPECT_EQ(mails.finish_mail("0018.part", "b"), "0018");
+  EXPECT_TRUE(std::filesystem::is_empty(folder / "0018"));
   folder.write("file", "");
   EXPECT_THROW(mail_folder(folder / "file"), problem);
   EXPECT_THROW(mail_folder(folder / "file/below"), problem);
@@ -99,43 +105,76 @@ TEST(SeenFile, keeps_any_unique_id_over_runs) {
   const std::string uids[] = {"plain", "", "a b", "%41", "日本", "#x", "\x01\xff", "0"};
   {
     seen_file seen(path);
-    for (const std::string& uid : uids) seen.begin(uid);
-    seen.finish("plain");
+    for (const std::string& uid : uids) seen.begin({uid, 1});
+    seen.finish({"plain", 1}, true);
+    seen.settle({});
   }
-  EXPECT_NE(folder.read("seen").find("\n0 plain\n1 %\n1 a%20b\n1 %2541\n"), std::string::npos);
-  seen_file seen(path);
-  EXPECT_EQ(seen.size(), std::size(uids));
-  for (const std::string& uid : uids) EXPECT_EQ(seen.tries(uid), uid == "plain" ? 0 : 1) << uid;
+  EXPECT_NE(folder.read("seen").find("\n1 %2541\n1 0\n1 a%20b\ndelete plain\n"), std::string::npos);
+  const seen_file seen(path);
+  for (const std::string& uid : uids)
+    EXPECT_EQ(seen.tries({uid, 1}), uid == "plain" ? 0 : 1) << uid;
+  EXPECT_TRUE(seen.is_to_go({"plain", 1}));
 }
 
-// Status 1 waits, 2 was handed out.
 TEST(SeenFile, gives_a_mail_three_tries) {
   const temporary_folder folder;
-  const int expected[] = {1, 1, 2, 2};
   for (int run = 0; run < 4; ++run) {
     seen_file seen(folder / "seen");
-    if (run < 3) seen.begin("u");
-    seen.begin("interrupted");
-    seen.cancel("interrupted");
-    tav_eml_pop3_mail_info_list list(10);
-    seen.fill(list);
-    ASSERT_EQ(list.m_MailInfoVector.Count(), 1);
-    const auto* info = static_cast<tav_eml_pop3_mail_info*>(list.m_MailInfoVector.ElementAt(0));
-    EXPECT_EQ(info->m_nEntryStatus, expected[run]) << run;
+    EXPECT_EQ(seen.is_given_up({"u", 1}), run == 3) << run;
+    if (run < 3) seen.begin({"u", 1});
+    seen.begin({"interrupted", 1});
+    seen.cancel({"interrupted", 1});
+    EXPECT_EQ(seen.tries({"interrupted", 1}), 0);
   }
   seen_file seen(folder / "seen");
-  seen.finish("u");
-  EXPECT_EQ(seen.tries("u"), 0);
-  seen.keep(tav_eml_pop3_mail_info_list(1));
-  EXPECT_EQ(seen.size(), 0u);
+  seen.finish({"u", 1}, false);
+  EXPECT_TRUE(seen.is_received({"u", 1}) && !seen.is_to_go({"u", 1}));
+  seen.keep({});
+  EXPECT_FALSE(seen.is_received({"u", 1}));
+}
+
+// What a file says about the copies of one unique id, the count on the server, and what it says
+// then: no mail is lost because a copy is gone.
+TEST(SeenFile, takes_copies_that_are_gone_for_received_ones) {
+  const struct {
+    const char* before;
+    int there;
+    const char* after;
+  } cases[] = {
+      {"0 u\n0 u 2\n", 2, "0 u\n0 u 2\n"},
+      {"0 u\n0 u 2\n", 1, "0 u\n"},
+      {"0 u\n1 u 2\n", 1, "1 u\n"},
+      {"1 u\ndelete u 2\n", 1, "1 u\n"},
+      {"0 u\n", 2, "0 u\nnew u 2\n"},
+      {"0 u\nnew u 2\n", 1, ""},
+      {"", 2, "new u\nnew u 2\n"},
+      {"0 u\n1 u\n2 u\n", 1, "2 u\n"},
+      {"0 u\n0 v\n", 1, "0 u\n"},
+      {"0 u\n0 other-that-was-cut", 1, "0 u\n"},
+      {"delete u\n3 u 3\n", 2, "new u\n3 u 2\n"},
+  };
+  for (const auto& test : cases) {
+    const temporary_folder folder;
+    folder.write("seen", test.before);
+    seen_file(folder / "seen").keep({{"u", test.there}});
+    const std::string text = folder.read("seen");
+    EXPECT_EQ(text.substr(text[0] == '#' ? text.find('\n') + 1 : 0), test.after) << test.before;
+  }
+}
+
+TEST(SeenFile, forgets_what_was_deleted) {
+  const temporary_folder folder;
+  folder.write("seen", "delete u\n1 u 2\ndelete u 3\ndelete v\n");
+  seen_file(folder / "seen").settle({{"u", 1}, {"v", 1}, {"u", 3}});
+  EXPECT_NE(folder.read("seen").find("copy\n1 u\n"), std::string::npos) << folder.read("seen");
 }
 
 TEST(SeenFile, names_the_line_that_is_none) {
   const temporary_folder folder;
-  for (const char* line : {"x", "1", "-1 u", "1 u v", "99999999999 u"}) {
+  for (const char* line : {"x", "1", "-1 u", "1 u v", "1 u 1", "1 u 2 3", "99999999999 u"}) {
     folder.write("seen", "# title\n\n0 good\n" + std::string(line) + "\n");
     const std::string sentence = sentence_of<problem>([&] { seen_file{folder / "seen"}; });
-    EXPECT_NE(sentence.find("seen:4: expected \"TRIES UID\""), std::string::npos) << line;
+    EXPECT_NE(sentence.find("seen:4: expected \"STATE UID\""), std::string::npos) << line;
   }
 }
 
@@ -144,17 +183,69 @@ TEST(SeenFile, keeps_the_old_file_and_one_process) {
   const std::string path = folder / "seen";
   seen_file seen(path);
   EXPECT_NE(sentence_of<problem>([&] { seen_file{path}; }).find("another"), std::string::npos);
-  seen.begin("old");
+  seen.begin({"old", 1});
   const std::string before = folder.read("seen");
-  {
-    const full_disk disk(40);  // less than the title
-    EXPECT_THROW(seen.begin("new"), problem);
+  for (const rlim_t bytes : {40U, static_cast<unsigned int>(before.size()) + 3}) {
+    const full_disk disk(bytes);  // not even the title, and half of a line
+    EXPECT_THROW(seen.begin({"new", 1}), problem);
+    EXPECT_EQ(folder.read("seen"), before);
   }
-  EXPECT_EQ(folder.read("seen"), before);
-  EXPECT_FALSE(std::filesystem::exists(path + ".new"));
-  folder.write("seen.new", "half of a file that a killed process le");
-  seen.finish("old");
-  EXPECT_NE(folder.read("seen").find("\n0 old\n1 new\n"), std::string::npos);
+  seen.finish({"old", 1}, false);
+  EXPECT_EQ(folder.read("seen"), before + "0 old\n");
+}
+
+// A run writes two lines for each mail. Links of others lead nowhere.
+TEST(SeenFile, costs_little_and_follows_no_link) {
+  const temporary_folder folder;
+  for (const char* name : {"seen.new", "seen.XXXXXX"}) {
+    std::filesystem::create_symlink(folder / "elsewhere", folder / name);
+  }
+  {
+    seen_file seen(folder / "seen");
+    for (int i = 0; i < 100; ++i) {
+      seen.begin({"uid-" + std::to_string(i), 1});
+      seen.finish({"uid-" + std::to_string(i), 1}, false);
+    }
+    struct stat status;
+    ASSERT_EQ(stat((folder / "seen").c_str(), &status), 0);
+    EXPECT_LT(status.st_size, 100 + 2 * 100 * 9);
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
+  std::filesystem::create_symlink(folder / "elsewhere", folder / "other.lock");
+  EXPECT_THROW(seen_file{folder / "other"}, problem);
+  EXPECT_FALSE(std::filesystem::exists(folder / "elsewhere"));
+}
+
+TEST(SeenPath, has_a_name_for_every_mailbox) {
+  const struct {
+    bool is_implicit;
+    const char* server;
+    int port;
+    std::string user;
+    std::string key;
+  } cases[] = {
+      {true, "Mail.Example.com.", 995, "anna@x", "pop3s,mail.example.com,995,anna@x"},
+      {false, "mail.example.com", 110, "anna", "pop3,mail.example.com,110,anna"},
+      {false, "mail.example.com", 1110, "anna", "pop3,mail.example.com,1110,anna"},
+      {false, "::1", 110, "CORP\\anna", "pop3,%3A%3A1,110,CORP%5Canna"},
+      {false, "::1", 110, "CORP%5Canna", "pop3,%3A%3A1,110,CORP%255Canna"},
+      {false, "h", 110, "../a,~/b", "pop3,h,110,..%2Fa%2C%7E%2Fb"},
+      {false, "h", 110, "", "pop3,h,110,"},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(mailbox_key(test.is_implicit, test.server, test.port, test.user), test.key);
+  }
+  const temporary_folder folder;
+  setenv("XDG_STATE_HOME", folder.path().c_str(), 1);
+  const auto path = [](const std::string& user) {
+    return default_seen_path(mailbox_key(false, "h", 110, user), "h", user);
+  };
+  const std::string longest(300, 'x');
+  EXPECT_LT(path(longest).path.size(), folder.path().size() + 140);
+  EXPECT_NE(path(longest).path, path(longest + "x").path);
+  EXPECT_EQ(path("anna").old, folder / "tavmail/anna@h.seen");
+  EXPECT_EQ(path("CORP\\anna").old, "");
+  unsetenv("XDG_STATE_HOME");
 }
 
 }  // namespace

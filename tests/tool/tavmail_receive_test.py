@@ -84,10 +84,10 @@ def check_list_fetch_delete(folder):
     assert "2 new mails" in receive(peer, folder, "-d", box)
     assert "0 new mails" in receive(peer, folder, "-d", box)
     assert files(box) == ["0001/text.txt", "0002/text.txt", "0003/text.txt"] and not peer.deleted
-    peer.mails.append(mail("four"))
+    peer.mails.append(mail("=?utf-8?Q?Your_invoice?=\r\n =?iso-8859-1?Q?_caf=E9?="))
     peer.uids.append("u4")
     document = receive(peer, folder, "-d", box, "--delete", "--json")
-    assert [message["subject"] for message in document["messages"]] == ["four"]
+    assert [message["subject"] for message in document["messages"]] == ["Your invoice café"]
     assert document["messages"][0]["deleted"] and peer.deleted == {4}, document
     assert receive(peer, folder, "-q", "-d", box) == ""
     assert "2 mails" in receive(peer, folder, "--all", "-n", "2")
@@ -95,7 +95,7 @@ def check_list_fetch_delete(folder):
 
 def check_hostile_names(folder):
     names = ["../../etc/passwd", "..", "/", ".hidden", "CON", "-rf", "a\x1b[2Jb.txt", "", "  ",
-             "=?utf-8?B?YeKArmdwai5leGU=?=", "=?utf-8?Q?..=2F..=2Fx=00y?=", "x" * 400 + ".pdf",
+             "=?utf-8?B?YeKArmdwai5leGU=?=", "=?utf-8?Q?..=2F..=2Fx=00y?=", "=?utf-8?Q?my_bill?=", "x" * 400 + ".pdf",
              "報告書" * 30 + ".txt", "same.txt", "same.txt", "same.txt", "<a>|b?.txt"]
     parts = "".join(f'--b\r\nContent-Disposition: attachment; filename="{name}"\r\n\r\ndata\r\n'
                     for name in names)
@@ -111,7 +111,7 @@ def check_hostile_names(folder):
     for name in (os.path.basename(path) for path in saved):
         assert len(name.encode()) <= 200 and name[0] not in ".-" and name != "CON", name
         assert not any(unicodedata.category(c) in ("Cc", "Cf") for c in name), name
-    assert {"passwd", "hidden", "_CON", "_-rf", "same.txt", "same-2.txt", "same-3.txt"} <= {
+    assert {"my bill", "passwd", "hidden", "_CON", "_-rf", "same.txt", "same-2.txt", "same-3.txt"} <= {
         os.path.basename(path) for path in saved}
     receive(Pop3Peer([hostile]), folder, "--all", "-d", box)
 
@@ -147,9 +147,12 @@ def check_hostile_forms(folder):
     own = os.path.join(folder, "hopeless")
     os.mkdir(own)
     peer = Pop3Peer([b"X: " + b"x" * 5000 + b"\r\n" + mail("x")])
-    for words in too_long, too_long, "it is not tried again":
+    given_up = "mail 1 (5.0 kB) was given up after 3 tries|0 new mails"
+    for words in too_long, too_long, "it is not tried again", given_up, given_up:
         receive(peer, own, "-d", os.path.join(own, "box"), code=DATA, words=words)
-    receive(peer, own, "-d", os.path.join(own, "box"), words="0 new mails")
+    document = receive(peer, own, "--json", code=DATA)
+    told = [(each["number"], each["size"], each["given_up"]) for each in document["messages"]]
+    assert told == [(1, len(peer.mails[0]), True)], told
     # What only looks like it: a reply that is no yes, though it begins like one.
     peer = Pop3Peer([mail("x")], replies={"RETR": b"+\r\n"})
     receive(peer, own, "--all", "-d", own + "/box", code=TEMPORARY, words="refused a mail")
@@ -161,25 +164,91 @@ def check_broken_connections(folder):
     own = os.path.join(folder, "broken")
     os.mkdir(own)
     box = os.path.join(own, "box")
-    for words in ("three|not complete", "try again", "only --all fetches it"):
+    for words, parts in (("three|not complete", 1), ("try again", 1), ("only --all fetches it", 0)):
         receive(peer, own, "-d", box, code=TEMPORARY, words=words)
-    assert "0 new mails" in receive(peer, own, "-d", box)
+        assert sum(".part/text.txt" in path for path in files(box)) == parts, files(box)
+    receive(peer, own, "-d", box, code=DATA, words="mail 2 (100 B) was given up|0 new mails")
     assert peer.commands.count("RETR 2") == 3
-    assert [path for path in files(box) if "part" not in path] == ["0001/text.txt", "0003/text.txt"]
+    assert files(box) == ["0001/text.txt", "0003/text.txt"]
     document = receive(peer, own, "--all", "-d", box, "--json", code=TEMPORARY)
     assert [bool(message["problem"]) for message in document["messages"]] == [False, True, False]
     assert document["exit_code"] == TEMPORARY and document["stage"] == "a mail", document
+    # What breaks costs the others one command each, and their numbers are not trusted.
+    peer = Pop3Peer([cut_off if number % 5 == 2 else mail("x") for number in range(40)])
+    own = os.path.join(folder, "many")
+    os.mkdir(own)
+    receive(peer, own, "-q", "-d", own + "/box", "--delete", code=TEMPORARY)
+    assert len(peer.deleted) == 32, peer.deleted
+    assert sum(command.startswith("UIDL") for command in peer.commands) < 40, peer.commands
+
+    def renumber(stream):
+        peer.deleted.add(1)
+        cut_off(stream)
+    peer = Pop3Peer([mail("one"), renumber, mail("three"), mail("four")], "abcd")
+    receive(peer, own, "-d", own + "/four", "--delete", code=TEMPORARY, words="three|four|deleted")
+    assert peer.deleted == {1, 3, 4} and peer.commands.count("RETR 3") == 1, peer.commands
     # A server that promises what it does not have.
     receive(Pop3Peer([], replies={"STAT": b"+OK 900000 1\r\n"}), own, "--all", code=TEMPORARY,
             words="no such mail")
     receive(Pop3Peer([], replies={"STAT": b"+OK 2000000000 1\r\n"}), own, code=UNAVAILABLE)
     receive(Pop3Peer([mail("x")], uids=None), own, code=UNAVAILABLE, words="UIDL|--all")
     assert "x" in receive(Pop3Peer([mail("x")], uids=None), own, "--all")
+    receive(Pop3Peer([mail("x"), mail("y")], replies={"UIDL": b"+OK\r\n2 b\r\n.\r\n"}), own,
+            code=UNAVAILABLE, words="1 of 2 mails no unique id|Subject: y")
     # What the server does not confirm is not called deleted.
     for reply in None, b"-ERR not deleted\r\n":
         peer = Pop3Peer([mail("x")], [f"q{next(numbers)}"], {"QUIT": reply})
         output = receive(peer, own, "-d", box, "--delete", code=TEMPORARY, words="did not confirm")
         assert "deleted on the server" not in output
+
+
+def check_copies(folder):
+    """Mails with one unique id are told apart by their numbers."""
+    copies = [mail("first", b"1\r\n"), cut_off, mail("third", b"3\r\n"), mail("fourth", b"4\r\n")]
+    cases = [  # the unique ids; a run before; what a run with --delete deletes
+        ("uvuu", "", {1, 3, 4}),
+        ("uuuu", "", {3, 4}),  # after the break nobody knows which one the first was
+        ("uvuu", "-n1", {3, 4}),
+        ("uuuu", "-n1", {3, 4}),
+        ("uuuu", "-n1 --delete", {3, 4}),
+    ]
+    for uids, before, deleted in cases:
+        own = os.path.join(folder, f"copies-{next(numbers)}")
+        os.mkdir(own)
+        peer = Pop3Peer(copies, uids)
+        if before:
+            receive(peer, own, "-d", own + "/box", *before.split())
+        gone = set(peer.deleted)
+        document = receive(peer, own, "-d", own + "/box", "--delete", "--json", code=TEMPORARY)
+        assert peer.deleted - gone == deleted, (uids, before, peer.deleted)
+        told = [each["number"] for each in document["messages"] if each["deleted"]]
+        assert len(told) == len(deleted), (uids, before, document)
+        assert sum(command.startswith("RETR") for command in peer.commands) == 4, peer.commands
+        saved = []
+        for path in files(own + "/box"):
+            with open(os.path.join(own, "box", path)) as file:
+                saved += [file.read()] if ".part" not in path else []
+        assert sorted(saved) == ["1\n", "3\n", "4\n"], (uids, before, saved)
+
+
+def check_default_list(folder):
+    """Every mailbox has its own list; that of an older version is taken over once."""
+    state = os.path.join(folder, "state", "tavmail")
+    os.makedirs(state)
+    with open(os.path.join(state, "anna@127.0.0.1.seen"), "w") as file:
+        file.write("0 u1\n")
+    login = ["--tls", "none", "--password-command", "echo geheim", "-q", "-d", folder + "/lists"]
+    peers = [Pop3Peer([mail("x")]), Pop3Peer([mail("x")])]
+    for peer, user, fetched in ((peers[0], "anna", 0), (peers[1], "anna", 1),
+                                (peers[1], "CORP\\anna", 1), (peers[1], "SALES/anna", 1),
+                                (peers[1], "anna", 0), (peers[1], "x" * 300, 1)):
+        before = peer.commands.count("RETR 1")
+        done = subprocess.run([TAVMAIL, "receive", "-s", peer.server, "-u", user, *login],
+                              capture_output=True,
+                              env=dict(ENVIRONMENT, XDG_STATE_HOME=os.path.dirname(state)))
+        assert done.returncode == 0 and peer.commands.count("RETR 1") - before == fetched, user
+    names = [name for name in os.listdir(state) if name.endswith(".seen")]
+    assert len(names) == 5 and "anna@127.0.0.1.seen" not in names, names
 
 
 def check_interrupts(folder):
@@ -203,12 +272,12 @@ def check_interrupts(folder):
             assert process.returncode == code, process.returncode
             assert not peer.deleted
         peer.slow = 0
-        receive(peer, own, "-d", box, "--delete", words="2 new mails")
+        receive(peer, own, "-d", box, "--delete", words="1 earlier mail deleted|2 new mails")
         whole = [path for path in files(box) if ".part" not in path]
         assert len(whole) == 3 and peer.commands.count("RETR 1") == 1, files(box)
         assert sum(os.path.getsize(os.path.join(box, path)) == len(data) for path in whole) == 1
         assert kind == signal.SIGKILL or len(files(box)) == 3, files(box)
-        assert peer.deleted == {2, 3}, peer.deleted
+        assert peer.deleted == {1, 2, 3}, peer.deleted
 
 
 def check_full_disk(folder):
@@ -224,7 +293,7 @@ def check_full_disk(folder):
         output = receive(peer, own, "-d", box, "--delete", code=CANNOT_CREATE,
                          words="cannot write|text.txt", preexec_fn=limit)
     assert not peer.deleted and files(box) == ["0001/text.txt"], files(box)
-    assert "large" in receive(peer, own, "-d", box, "--delete") and peer.deleted == {2}
+    assert "large" in receive(peer, own, "-d", box, "--delete") and peer.deleted == {1, 2}
     with open("/dev/full", "w") as full:
         process = subprocess.run([TAVMAIL, "completion", "bash"], stdout=full,
                                  stderr=subprocess.PIPE)
@@ -434,8 +503,9 @@ def main():
              "anna:geheim", "--max-seconds", "170"], stdout=subprocess.DEVNULL)
         try:
             for check in (check_list_fetch_delete, check_hostile_names, check_hostile_forms,
-                          check_broken_connections, check_interrupts, check_full_disk, check_usage,
-                          check_memory, check_secrets_in_memory, check_terminal):
+                          check_broken_connections, check_copies, check_default_list,
+                          check_interrupts, check_full_disk, check_usage, check_memory,
+                          check_secrets_in_memory, check_terminal):
                 check(folder)
             while not os.path.exists(port_file):
                 time.sleep(0.05)

@@ -1,0 +1,374 @@
+#include "collection.h"
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+#include "interrupt.h"
+#include "outcome.h"
+#include "progress_bar.h"
+#include "seen_path.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+constexpr int kMostRefused = 100;  // mails in a row
+constexpr int kMostLists = 20;     // of one run
+
+// The bytes of a received line for which the library has room, its end counted.
+constexpr size_t kLongestLine = 4095;
+
+dialogue_view::line_sink sink_of(const collection_options& options) {
+  if (!options.verbose) return {};
+  return [](const std::string& line) { std::cerr << line << '\n'; };
+}
+
+std::string key_of(const mailbox_options& mailbox) {
+  return mailbox_key(mailbox.tls == tls_mode::implicit, mailbox.server, mailbox.port, mailbox.user);
+}
+
+}  // namespace
+
+collection::collection(const collection_options& options)
+    : m_cOptions(options),
+      m_cView(sink_of(options)),
+      m_cTap(m_cView, m_cHeader),
+      m_cKey(key_of(options.mailbox)),
+      m_cSettings(options.mailbox.settings()),
+      m_cSession(m_cSettings) {
+  if (options.saves()) m_cFolder.emplace(options.folder);
+  if (options.all) return;
+  const seen_path place =
+      options.seen.empty() ? default_seen_path(m_cKey, options.mailbox.server, options.mailbox.user)
+                           : seen_path{options.seen, ""};
+  m_cSeen.emplace(place.path, place.old);
+}
+
+void collection::run() {
+  open();
+  list();
+  if (m_cSeen) compare_with_seen();
+  take_mails();
+  delete_mails();
+  m_cSession.quit();
+  if (m_cSeen) m_cSeen->settle({});
+}
+
+std::vector<received_mail> collection::mails() const {
+  std::vector<received_mail> all = m_cMails;
+  all.insert(all.end(), m_cGivenUp.begin(), m_cGivenUp.end());
+  return all;
+}
+
+// Throws when the run is to end.
+void collection::check_end() const {
+  if (!interrupt_guard::was_pressed()) return;
+  const auto is_whole = [](const received_mail& mail) { return mail.problem.empty(); };
+  const auto count = std::count_if(m_cMails.begin(), m_cMails.end(), is_whole);
+  interrupt_guard::check(count == 0   ? "no mail was received"
+                         : count == 1 ? "1 mail was received before"
+                                      : std::to_string(count) + " mails were received before");
+}
+
+void collection::require(TAV_EML_RESULT result) {
+  if (result == TAV_EML_OK) return;
+  check_end();
+  throw explain_mailbox(result, m_cView, m_cOptions.mailbox);
+}
+
+void collection::note_trouble(const problem& cause) {
+  if (!m_cTrouble) m_cTrouble = cause;
+}
+
+bool collection::is_done() const {
+  check_end();
+  return m_cOptions.most > 0 && m_cMails.size() >= static_cast<size_t>(m_cOptions.most);
+}
+
+void collection::open() {
+  if (m_cSession.is_connected()) return;
+  require(m_cSession.connect());
+  require(m_cSession.count(m_nOnServer));
+  ++m_nConnection;
+}
+
+void collection::list() {
+  if (++m_nLists > kMostLists) {
+    throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
+                                   " gives mails another number on every connection; try --all");
+  }
+  std::vector<listed_mail> listed;
+  m_bHasUids = true;
+  if (m_nOnServer > 0) {
+    const TAV_EML_RESULT result =
+        m_cSession.list(m_nOnServer, listed, m_bHasUids, [this] { check_end(); });
+    if (result == TAV_EML_ERR_REPLY) {
+      throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
+                                     " sends a list of mails without end, or with a "
+                                     "line of more than 4095 bytes");
+    }
+    require(result);
+  }
+  if (!m_bHasUids && m_cSeen) {
+    throw problem(EX_UNAVAILABLE, m_cOptions.mailbox.place() +
+                                      " gives mails no unique ids (UIDL); fetch them with --all");
+  }
+  take_listed(std::move(listed));
+}
+
+// What this run has done with a mail is known by its unique id.
+void collection::take_listed(std::vector<listed_mail> listed) {
+  std::map<mail_key, entry> before;
+  for (entry& mail : m_cEntries) before.emplace(mail.key(), std::move(mail));
+  m_cEntries.clear();
+  m_cCopies.clear();
+  for (listed_mail& each : listed) {
+    entry mail;
+    static_cast<listed_mail&>(mail) = std::move(each);
+    mail.copy = ++m_cCopies[mail.uid];
+    const auto known = before.find(mail.key());
+    if (known != before.end() && !mail.uid.empty()) {
+      mail.connection = known->second.connection;
+      mail.mail = known->second.mail;
+      mail.is_to_go = known->second.is_to_go;
+    }
+    m_cEntries.push_back(std::move(mail));
+  }
+  m_nListed = m_nConnection;
+}
+
+// Brings the file and what the server has together.
+void collection::compare_with_seen() {
+  const auto nameless = m_cCopies.find("");
+  if (nameless == m_cCopies.end()) {
+    m_cSeen->keep(m_cCopies);
+  } else {
+    note_trouble(problem(EX_UNAVAILABLE, m_cOptions.mailbox.place() + " gives " +
+                                             std::to_string(nameless->second) + " of " +
+                                             std::to_string(m_nOnServer) +
+                                             " mails no unique id (UIDL); fetch them with --all"));
+  }
+  for (entry& mail : m_cEntries) {
+    mail.is_to_go = m_cOptions.is_deleting && m_cSeen->is_to_go(mail.key());
+    if (m_cSeen->is_given_up(mail.key())) note_given_up(mail);
+  }
+}
+
+void collection::note_given_up(const entry& mail) {
+  received_mail told;
+  told.number = mail.number;
+  told.uid = mail.uid;
+  told.size = mail.size;
+  told.is_given_up = true;
+  told.problem = "mail " + std::to_string(mail.number) + " (" +
+                 amount(static_cast<double>(mail.size)) +
+                 ") was given up after 3 tries and stays on the server; fetch it with --all, or "
+                 "read or delete it with another program";
+  m_cGivenUp.push_back(std::move(told));
+}
+
+bool collection::is_wanted(const entry& mail) const {
+  if (mail.connection > 0) return false;
+  if (!m_cSeen) return true;
+  return !mail.uid.empty() && !m_cSeen->is_received(mail.key()) &&
+         !m_cSeen->is_given_up(mail.key());
+}
+
+void collection::take_mails() {
+  int refused = 0;
+  for (size_t at = 0; at < m_cEntries.size() && !is_done();) {
+    if (!is_wanted(m_cEntries[at])) {
+      ++at;
+      continue;
+    }
+    open();
+    if (!has_its_number(m_cEntries[at])) {
+      list();
+      at = 0;
+      continue;
+    }
+    take(m_cEntries[at++]);
+    // A server may count mails that it does not have, and very many of them.
+    refused = m_cMails.back().problem.empty() ? 0 : refused + 1;
+    if (!m_cSeen && refused >= kMostRefused) throw problem(*m_cTrouble);
+  }
+}
+
+// Another connection may number the mails in another way. To list them all again for each mail that
+// breaks one would cost the square of their count.
+bool collection::has_its_number(const entry& mail) {
+  if (m_nListed == m_nConnection || mail.uid.empty()) return true;
+  std::string uid;
+  require(m_cSession.uid_of(mail.number, uid));
+  return uid == mail.uid;
+}
+
+// Reads a mail. The connection may be lost afterwards.
+void collection::take(entry& listed) {
+  listed.connection = m_nConnection;
+  listed.mail = m_cMails.size();
+  const bool is_noted = m_cSeen && m_cOptions.saves();
+  if (is_noted) {
+    if (m_cSeen->tries(listed.key()) > 0) m_cFolder->discard_marked(mark_of(listed));
+    m_cSeen->begin(listed.key());
+  }
+  received_mail mail;
+  TAV_EML_RESULT result = TAV_EML_OK;
+  try {
+    result = read(listed, mail);
+  } catch (const problem&) {
+    if (is_noted) m_cSeen->cancel(listed.key());  // it was not the mail's fault
+    throw;
+  }
+  const bool is_whole = result == TAV_EML_OK && (!m_cOptions.saves() || !mail.parts.empty());
+  if (!is_whole) note_failure(listed, result, mail);
+  listed.is_to_go = m_cOptions.is_deleting && is_whole && mail.is_safe();
+  m_cMails.push_back(std::move(mail));
+  if (is_whole && is_noted) m_cSeen->finish(listed.key(), listed.is_to_go);
+}
+
+void collection::note_failure(const entry& listed, TAV_EML_RESULT result, received_mail& mail) {
+  // What is left of it stands between us and the next mail.
+  tav_eml_pop3_mail_info info;
+  tav_eml_pop3_receive_mail rest(info);
+  const bool is_lost = result != TAV_EML_OK && m_cSession.skip_mail(rest) != TAV_EML_OK;
+  problem cause = explain_mail(result, listed.number, is_lost);
+  if (m_cSeen && m_cOptions.saves() && m_cSeen->is_given_up(listed.key())) {
+    cause = problem(cause.exit_code(),
+                    std::string(cause.what()) + (is_line_too_long()
+                                                     ? "; it is not tried again"
+                                                     : "; after 3 tries only --all fetches it"))
+                .at(cause.stage(), cause.reply(), cause.code());
+    m_cFolder->discard_marked(mark_of(listed));
+    mail.parts.clear();
+    mail.folder.clear();
+  }
+  mail.problem = cause.what();
+  note_trouble(cause);
+}
+
+TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
+  tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
+  progress_bar bar("Receiving mail " + std::to_string(listed.number),
+                   static_cast<uint64_t>(listed.size), !m_cOptions.quiet && !m_cOptions.verbose);
+  uint64_t shown = m_cView.message_bytes();
+  mail_reader reader(m_cSession, m_cHeader, [&] {
+    bar.advance(m_cView.message_bytes() - shown);
+    shown = m_cView.message_bytes();
+    check_end();
+  });
+  return m_cOptions.saves() ? reader.read(info, *m_cFolder, mark_of(listed), mail)
+                            : reader.read_header(info, mail);
+}
+
+// The name of what is left of a mail that breaks off: the next try finds it.
+std::string collection::mark_of(const entry& mail) const {
+  if (!m_cSeen) return {};
+  const std::string copy = std::to_string(mail.copy);
+  return fingerprint(m_cKey + " " + copy + " " + mail.uid).substr(0, 16);
+}
+
+// Then the library has ended the connection. Its results do not tell it from one that broke; that
+// no more of the line was read does.
+bool collection::is_line_too_long() const { return m_cView.unfinished_line() >= kLongestLine; }
+
+problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
+  const std::string which = "mail " + std::to_string(number);
+  const problem cause =
+      explain_mailbox(result == TAV_EML_ERR_UNKNOWN && is_lost ? TAV_EML_ERR_TRANSFER : result,
+                      m_cView, m_cOptions.mailbox);
+  const auto told = [&](int exit_code, const std::string& sentence) {
+    return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
+  };
+  if (is_line_too_long()) {
+    return told(EX_DATAERR, " has a line that is longer than the library takes (" +
+                                std::to_string(kLongestLine) +
+                                " bytes), so it cannot be received; it stays on the server, read "
+                                "or delete it there with another program");
+  }
+  if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+OK", 0) == 0) {
+    return told(EX_DATAERR, " is larger than the library takes (2 GiB), or without end");
+  }
+  if (result == TAV_EML_OK) {
+    return told(EX_DATAERR, " has none of the parts that it announces; nothing was saved");
+  }
+  if (result == TAV_EML_ERR_UNKNOWN && !is_lost) {
+    return told(EX_DATAERR, " cannot be read: it is not formed as a mail should be");
+  }
+  return told(EX_TEMPFAIL, std::string(" could not be received; ") + cause.what());
+}
+
+// At the end, as the server does it: with a connection that breaks before, deletions would be
+// undone.
+void collection::delete_mails() {
+  const auto is_to_go = [](const entry& mail) { return mail.is_to_go; };
+  if (std::none_of(m_cEntries.begin(), m_cEntries.end(), is_to_go)) return;
+  open();
+  if (m_nListed != m_nConnection && m_bHasUids) list();
+  const std::vector<const entry*> deleted = mark_as_deleted();
+  if (!m_cSession.is_connected()) return;
+  m_cSession.quit();
+  if (was_confirmed()) {
+    note_deleted(deleted);
+  } else if (!deleted.empty() && interrupt_guard::was_pressed()) {
+    note_trouble(interrupt_guard::cause("the server did not confirm what it was to delete"));
+  } else if (!deleted.empty()) {
+    note_trouble(problem(EX_TEMPFAIL, m_cOptions.mailbox.place() +
+                                          " did not confirm that it deleted what was received")
+                     .at("the goodbye", reply_text(m_cView.decisive()), ""));
+  }
+}
+
+// Those that the server has marked.
+std::vector<const collection::entry*> collection::mark_as_deleted() {
+  std::vector<const entry*> marked;
+  const std::map<std::string, int> staying = copies_that_stay();
+  for (const entry& mail : m_cEntries) {
+    const bool is_certain = mail.connection == m_nConnection ||
+                            (m_nListed == m_nConnection && staying.count(mail.uid) == 0);
+    if (!mail.is_to_go || !is_certain) continue;
+    const TAV_EML_RESULT result = m_cSession.remove(mail.number);
+    if (result == TAV_EML_OK) {
+      marked.push_back(&mail);
+    } else {
+      check_end();
+      note_trouble(explain_mailbox(result, m_cView, m_cOptions.mailbox));
+    }
+    if (!m_cSession.is_connected()) break;
+  }
+  return marked;
+}
+
+// Unique ids of which not all copies are to go: which of them is which is certain only on the
+// connection that read them. Mails without unique id count as copies.
+std::map<std::string, int> collection::copies_that_stay() const {
+  std::map<std::string, int> staying = {{"", 1}};
+  for (const entry& mail : m_cEntries) {
+    if (!mail.is_to_go) ++staying[mail.uid];
+  }
+  return staying;
+}
+
+bool collection::was_confirmed() const {
+  const exchange* last = m_cView.decisive();
+  const std::string reply = reply_text(last);
+  return last != nullptr && last->verb == "QUIT" && !reply.empty() && reply[0] == '+';
+}
+
+void collection::note_deleted(const std::vector<const entry*>& deleted) {
+  std::vector<mail_key> keys;
+  for (const entry* mail : deleted) {
+    keys.push_back(mail->key());
+    if (mail->connection > 0) {
+      m_cMails[mail->mail].is_deleted = true;
+    } else {
+      m_cDeletedBefore.push_back(*mail);
+    }
+  }
+  if (m_cSeen) m_cSeen->settle(std::move(keys));
+}
+
+}  // namespace tavmail

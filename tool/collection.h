@@ -1,0 +1,114 @@
+// collection.h - one run over a mailbox.
+
+#ifndef COLLECTION_H
+#define COLLECTION_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "dialogue_view.h"
+#include "mail_folder.h"
+#include "mailbox_options.h"
+#include "mailbox_session.h"
+#include "problem.h"
+#include "raw_header.h"
+#include "received_mail.h"
+#include "seen_file.h"
+
+namespace tavmail {
+
+// What is wanted of a run.
+struct collection_options {
+  mailbox_options mailbox;
+  std::string folder;  // "": only the headers
+  std::string seen;    // "": that of the mailbox
+  int most = 0;        // mails; 0: all of them
+  bool all = false;    // those that were seen before too
+  bool is_deleting = false;
+  bool verbose = false;
+  bool quiet = false;
+
+  bool saves() const { return !folder.empty(); }
+};
+
+// Lists a mailbox, reads what is wanted, and deletes it when it is to go, with what an earlier run
+// has saved and not deleted. The connection may break at a mail and is opened again for the others.
+class collection {
+ public:
+  // `options` must outlive it. Throws a problem.
+  explicit collection(const collection_options& options);
+
+  // Throws the problem that ended the run; what was received before is there.
+  void run();
+
+  // Those of this run, and after them those that are not tried any more.
+  std::vector<received_mail> mails() const;
+  size_t received() const { return m_cMails.size(); }
+  // Mails that an earlier run has saved.
+  const std::vector<listed_mail>& deleted_before() const { return m_cDeletedBefore; }
+  // The first thing that went wrong with a mail, while the others were received.
+  const std::optional<problem>& trouble() const { return m_cTrouble; }
+  int on_server() const { return m_nOnServer; }
+
+ private:
+  // A mail of the server, and what this run has done with it.
+  struct entry : listed_mail {
+    int copy = 1;        // which of those with its unique id
+    int connection = 0;  // over which it was read; 0: it was not
+    size_t mail = 0;     // where it is in m_cMails, when it was read
+    bool is_to_go = false;
+
+    mail_key key() const { return {uid, copy}; }
+  };
+
+  void check_end() const;
+  void require(quorvelmida::TAV_EML_RESULT result);
+  void note_trouble(const problem& cause);
+  bool is_done() const;
+  void open();
+  void list();
+  void take_listed(std::vector<listed_mail> listed);
+  void compare_with_seen();
+  void note_given_up(const entry& mail);
+  bool is_wanted(const entry& mail) const;
+  void take_mails();
+  bool has_its_number(const entry& mail);
+  void take(entry& listed);
+  void note_failure(const entry& listed, quorvelmida::TAV_EML_RESULT result, received_mail& mail);
+  quorvelmida::TAV_EML_RESULT read(const entry& listed, received_mail& mail);
+  std::string mark_of(const entry& mail) const;
+  bool is_line_too_long() const;
+  problem explain_mail(quorvelmida::TAV_EML_RESULT result, int number, bool is_lost) const;
+  void delete_mails();
+  std::vector<const entry*> mark_as_deleted();
+  std::map<std::string, int> copies_that_stay() const;
+  bool was_confirmed() const;
+  void note_deleted(const std::vector<const entry*>& deleted);
+
+  const collection_options& m_cOptions;
+  dialogue_view m_cView;
+  raw_header m_cHeader;
+  receive_tap m_cTap;
+  const std::string m_cKey;  // of the mailbox
+  quorvelmida::tav_eml_pop3_settings m_cSettings;
+  mailbox_session m_cSession;
+  std::optional<mail_folder> m_cFolder;
+  std::optional<seen_file> m_cSeen;      // not with `all`
+  std::vector<entry> m_cEntries;         // what the server has
+  std::map<std::string, int> m_cCopies;  // of each unique id
+  std::vector<received_mail> m_cMails;   // what was read
+  std::vector<received_mail> m_cGivenUp;
+  std::vector<listed_mail> m_cDeletedBefore;
+  std::optional<problem> m_cTrouble;
+  int m_nConnection = 0;  // counted
+  int m_nListed = 0;      // the one that the numbers of the entries are from
+  int m_nLists = 0;
+  int m_nOnServer = 0;
+  bool m_bHasUids = true;
+};
+
+}  // namespace tavmail
+
+#endif

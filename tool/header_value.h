@@ -1,0 +1,19 @@
+// header_value.h - the value of a received header line as a person reads it (RFC 2047).
+
+#ifndef HEADER_VALUE_H
+#define HEADER_VALUE_H
+
+#include <string>
+
+namespace tavmail {
+
+// The value as UTF-8, given as it was received, unfolded: each encoded word is read in its own
+// character set, "_" in a Q word is a blank, and blanks between two words are none. What is not
+// encoded is read in the character set `hint` ("" for none) where its bytes do not tell.
+//
+// The library joins the bytes of all words, and leaves "_" and blanks as they are.
+std::string header_value(const std::string& received, const std::string& hint);
+
+}  // namespace tavmail
+
+#endif

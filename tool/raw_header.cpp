@@ -1,0 +1,103 @@
+#include "raw_header.h"
+
+#include <algorithm>
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kMostBytes = 256 * 1024;  // the library reads no longer header
+
+bool is_blank(char ch) { return ch == ' ' || ch == '\t'; }
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string_view without_end(std::string_view line) {
+  if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
+}
+
+// True when the field name of a line is `name`, which is in lower case.
+bool has_name(std::string_view line, std::string_view name) {
+  const std::string_view found = trimmed(line.substr(0, line.find(':')));
+  return found.size() == name.size() &&
+         std::equal(found.begin(), found.end(), name.begin(), [](char ch, char lower) {
+           return (ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch) == lower;
+         });
+}
+
+}  // namespace
+
+void raw_header::begin() {
+  m_eState = state::status;
+  m_cLine.clear();
+  m_cText.clear();
+}
+
+void raw_header::take(std::string_view received) {
+  while (m_eState != state::elsewhere && !received.empty()) {
+    const size_t count = std::min(received.find('\n'), received.size() - 1) + 1;
+    m_cLine.append(received.substr(0, count));
+    received.remove_prefix(count);
+    if (m_cLine.back() == '\n') {
+      take_line(m_cLine);
+      m_cLine.clear();
+    } else if (m_cLine.size() > kMostBytes) {
+      m_eState = state::elsewhere;
+    }
+  }
+}
+
+void raw_header::take_line(std::string_view line) {
+  if (m_eState == state::status) {
+    m_eState = line.substr(0, 3) == "+OK" ? state::header : state::elsewhere;
+    return;
+  }
+  const std::string_view text = without_end(line);
+  const bool is_end = text == "." || (text.empty() && !m_cText.empty());
+  if (is_end || m_cText.size() + line.size() > kMostBytes) {
+    m_eState = state::elsewhere;
+    return;
+  }
+  // The dot that the transfer has put in front.
+  m_cText.append(text.substr(text.substr(0, 1) == "." ? 1 : 0)).append("\n");
+}
+
+std::optional<std::string> raw_header::value(std::string_view name) const {
+  std::optional<std::string> found;
+  bool is_wanted = false;
+  for (size_t at = 0; at < m_cText.size();) {
+    const size_t end = m_cText.find('\n', at);
+    const std::string_view line(m_cText.data() + at, end - at);
+    at = end + 1;
+    if (!line.empty() && is_blank(line.front())) {
+      if (is_wanted) found->append(line);
+      continue;
+    }
+    const size_t colon = line.find(':');
+    is_wanted = colon != std::string_view::npos && has_name(line, name);
+    if (is_wanted) found.emplace(line.substr(colon + 1));
+  }
+  if (found) found = std::string(trimmed(*found));
+  return found;
+}
+
+receive_tap::receive_tap(dialogue_view& view, raw_header& header)
+    : m_cView(view), m_cHeader(header) {
+  const auto observe = [](void* context, TAV_WIRETAP_EVENT event, const char* bytes,
+                          size_t length) {
+    const auto* tap = static_cast<const receive_tap*>(context);
+    tap->m_cView.take(event, {bytes, length});
+    if (event == TAV_WIRETAP_RECEIVED) tap->m_cHeader.take({bytes, length});
+  };
+  tav_wiretap_set(observe, this);
+}
+
+receive_tap::~receive_tap() { tav_wiretap_set(nullptr, nullptr); }
+
+}  // namespace tavmail

@@ -1,0 +1,30 @@
+// seen_path.h - where the list of seen mails of a mailbox is kept.
+
+#ifndef SEEN_PATH_H
+#define SEEN_PATH_H
+
+#include <string>
+
+namespace tavmail {
+
+// Tells a mailbox from all others: "pop3s,mail.example.com,995,anna@example.com". No two mailboxes
+// have the same one, and it has no path separator.
+std::string mailbox_key(bool is_implicit_tls, const std::string& server, int port,
+                        const std::string& user);
+
+// A name of 32 characters for a text of any length.
+std::string fingerprint(const std::string& text);
+
+struct seen_path {
+  std::string path;
+  // Where an older version kept the list; "" where that name may be another mailbox's too.
+  std::string old;
+};
+
+// $XDG_STATE_HOME/tavmail/KEY.seen; the folder is made. Throws a problem.
+seen_path default_seen_path(const std::string& key, const std::string& server,
+                            const std::string& user);
+
+}  // namespace tavmail
+
+#endif
