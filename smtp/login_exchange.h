@@ -1,7 +1,7 @@
-// auth_exchange.h - what the login methods share: challenges in, answers out.
+// login_exchange.h - what the login methods share: challenges in, answers out.
 
-#ifndef AUTH_EXCHANGE_H
-#define AUTH_EXCHANGE_H
+#ifndef LOGIN_EXCHANGE_H
+#define LOGIN_EXCHANGE_H
 
 #include <string>
 #include <string_view>

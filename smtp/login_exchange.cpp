@@ -1,4 +1,4 @@
-#include "auth_exchange.h"
+#include "login_exchange.h"
 
 #include <cstring>
 

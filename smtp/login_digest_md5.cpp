@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "auth_exchange.h"
+#include "login_exchange.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"

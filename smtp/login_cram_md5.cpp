@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "auth_exchange.h"
+#include "login_exchange.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
