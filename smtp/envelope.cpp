@@ -1,15 +1,12 @@
-// The envelope: MAIL FROM and RCPT TO (RFC 5321 4.1.1.2, 4.1.1.3).
+#include "envelope.h"
 
 #include <cstring>
 #include <initializer_list>
 
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "message/address_text.h"
-#include "quorvelmida/tav_eml_smtp_command.h"
-#include "smtp_dialogue.h"
-#include "smtp_session.h"
+#include "smtp_log.h"
 #include "utl_os.h"
 
 namespace quorvelmida {
@@ -38,13 +35,9 @@ class recipient_list {
     UtlString bare;
     for (int pos = 0; cut_address(list, address, pos, kSeparators);) {
       if (!reduce_address(bare, address.GetString()) || !is_envelope_address(bare)) {
-        TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s : invalid recipient address[Error]\n", kName);
-        return TAV_EML_ERR_PARAM;
+        return command_failure(kName, " : invalid recipient address", TAV_EML_ERR_PARAM);
       }
-      if (!add(bare)) {
-        TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s():MemRealloc NG[Error]\n", kName);
-        return TAV_EML_ERR_NO_MEMORY;
-      }
+      if (!add(bare)) return command_failure(kName, "():MemRealloc NG", TAV_EML_ERR_NO_MEMORY);
     }
     return TAV_EML_OK;
   }
@@ -79,18 +72,12 @@ class recipient_list {
 TAV_EML_RESULT find_sender(const tav_eml_smtp_send_mail& mail, UtlString& sender) {
   const char* from = mail.m_cFrom.m_cAddress.GetString();
   if (!reduce_address(sender, from)) {
-    if (from == nullptr) {
-      TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_send_envelope: FROM==NULL[Error]\n");
-    } else {
-      TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_send_envelope: FROM_LEN==0[Error]\n");
-    }
-    return TAV_EML_ERR_NO_FROM;
+    return command_failure(kName, from == nullptr ? ": FROM==NULL" : ": FROM_LEN==0",
+                           TAV_EML_ERR_NO_FROM);
   }
-  if (!is_envelope_address(sender)) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s : invalid sender address[Error]\n", kName);
-    return TAV_EML_ERR_PARAM;
-  }
-  return TAV_EML_OK;
+  return is_envelope_address(sender)
+             ? TAV_EML_OK
+             : command_failure(kName, " : invalid sender address", TAV_EML_ERR_PARAM);
 }
 
 TAV_EML_RESULT find_recipients(const tav_eml_smtp_send_mail& mail, recipient_list& recipients) {
@@ -101,40 +88,11 @@ TAV_EML_RESULT find_recipients(const tav_eml_smtp_send_mail& mail, recipient_lis
   return TAV_EML_OK;
 }
 
-// What the log says of a failed step.
-struct step_texts {
-  const char* send;
-  const char* receive;
-  const char* refused;
-};
-constexpr step_texts kMailFrom = {
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : MAIL FROM SEND NG[Error]\n",
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : recv_data1 NG[Error]\n",
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : recv_data2 NG[Error]\n"};
-constexpr step_texts kRcptTo = {
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : RCPT TO SEND NG[Error]\n",
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : Recv1 NG[Error]\n",
-    "tav_eml_smtp_command::tav_eml_smtp_send_envelope : Recv2 NG[Error]\n"};
-
-TAV_EML_RESULT send_address(ntssmtp_fileptr& session, long timeout, const char* command,
-                            const char* address, const step_texts& texts) {
-  TAV_EML_RESULT result = send_command(session, timeout, command, address, ">\r\n");
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("%s", texts.send);
-    return result;
-  }
-  result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("%s", texts.receive);
-    return result;
-  }
-  result = judge_reply(session.recv_buffer, kReplySuccess);
-  if (result != TAV_EML_OK) TAV_EML_LOG_ERROR("%s", texts.refused);
-  return result;
-}
-
-TAV_EML_RESULT send_envelope(const tav_eml_smtp_send_mail& mail, ntssmtp_fileptr& session,
-                             long timeout) {
+TAV_EML_RESULT send(const tav_eml_smtp_send_mail& mail, smtp_dialogue& dialogue) {
+  static constexpr exchange_texts kMailFrom = {kName, " : MAIL FROM SEND NG", " : recv_data1 NG",
+                                               " : recv_data2 NG"};
+  static constexpr exchange_texts kRcptTo = {kName, " : RCPT TO SEND NG", " : Recv1 NG",
+                                             " : Recv2 NG"};
   UtlString sender;
   TAV_EML_RESULT result = find_sender(mail, sender);
   if (result != TAV_EML_OK) return result;
@@ -143,32 +101,22 @@ TAV_EML_RESULT send_envelope(const tav_eml_smtp_send_mail& mail, ntssmtp_fileptr
   result = find_recipients(mail, recipients);
   if (result != TAV_EML_OK) return result;
 
-  result = send_address(session, timeout, "MAIL FROM:<", sender.GetString(), kMailFrom);
+  result = dialogue.ask(kReplySuccess, kMailFrom, "MAIL FROM:<", sender.GetString(), ">\r\n");
   if (result != TAV_EML_OK) return result;
   if (recipients.count() == 0) {
-    TAV_EML_LOG_ERROR(
-        "tav_eml_smtp_command::tav_eml_smtp_send_envelope : addr_count == 0[Error]\n");
-    return TAV_EML_ERR_NO_RCPT;
+    return command_failure(kName, " : addr_count == 0", TAV_EML_ERR_NO_RCPT);
   }
   // The first refused recipient ends it: there is no partial delivery.
   for (size_t i = 0; i < recipients.count() && result == TAV_EML_OK; ++i) {
-    result = send_address(session, timeout, "RCPT TO:<", recipients[i], kRcptTo);
+    result = dialogue.ask(kReplySuccess, kRcptTo, "RCPT TO:<", recipients[i], ">\r\n");
   }
   return result;
 }
 
 }  // namespace
 
-TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_envelope(
-    const tav_eml_smtp_settings* settings, tav_eml_smtp_send_mail* mail, ntssmtp_fileptr* session) {
-  if (mail == nullptr) session = nullptr;
-  if (!is_usable(settings, session,
-                 "tav_eml_smtp_command::tav_eml_smtp_send_envelope : fp == 0[Error]\n",
-                 "tav_eml_smtp_command::tav_eml_smtp_send_envelope : send_buff == 0[Error]\n")) {
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  return guarded("tav_eml_smtp_send_envelope",
-                 [&] { return send_envelope(*mail, *session, timeout_ms(*settings)); });
+TAV_EML_RESULT send_envelope(const tav_eml_smtp_send_mail& mail, smtp_dialogue& dialogue) {
+  return guarded(kName, [&] { return send(mail, dialogue); });
 }
 
 }  // namespace quorvelmida

@@ -1,4 +1,4 @@
-// HELO, EHLO and what the server announces (RFC 5321 4.1.1.1).
+#include "greeting.h"
 
 #include <cstring>
 #include <string>
@@ -7,18 +7,24 @@
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
-#include "quorvelmida/tav_eml_smtp_command.h"
+#include "login.h"
 #include "smtp_dialogue.h"
+#include "smtp_log.h"
 #include "smtp_session.h"
 
 namespace quorvelmida {
 
 namespace {
 
-void log_reply(const char* operation, const char* reply) {
-  const reply_start start(reply);
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: receive %c%c%c%c[Error]\n", operation,
-                    start.character[0], start.character[1], start.character[2], start.character[3]);
+constexpr char kHelo[] = "SendHeloCommand";
+constexpr char kEhlo[] = "SendEhloCommand";
+
+// Logs the first four characters of a refusal.
+TAV_EML_RESULT refused(const char* operation, const char* reply, TAV_EML_RESULT result) {
+  char start[] = "    ";
+  for (size_t i = 0; i < sizeof start - 1 && reply[i] != '\0'; ++i) start[i] = printable(reply[i]);
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: receive %s[Error]\n", operation, start);
+  return result;
 }
 
 bool begins_with(const char* text, const char* word) {
@@ -47,49 +53,39 @@ void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
   }
 }
 
-void take_mechanisms(const std::string& mechanisms, smtp_ehlo_option& option) {
-  const auto offers = [&](const char* name) { return mechanisms.find(name) != std::string::npos; };
-  if (offers("CRAM-MD5")) option.cram_md5 = 1;
-  if (offers("DIGEST-MD5")) option.digest_md5 = 1;
-  if (offers("PLAIN")) option.plain = 1;
-  if (offers("LOGIN")) option.login = 1;
-}
-
 // Reads the EHLO reply to its last line, also when it is a refusal: what is left unread would be
 // taken for the reply to the next command. A refusal stays the verdict when its rest does not come.
-TAV_EML_RESULT read_capabilities(ntssmtp_fileptr& session, long timeout, smtp_ehlo_option& option) {
+TAV_EML_RESULT read_capabilities(smtp_dialogue& dialogue, smtp_ehlo_option& option) {
   std::string mechanisms;
   bool has_auth = false;
   TAV_EML_RESULT verdict = TAV_EML_OK;
   for (int count = 0; count < kMaxReplyLines; ++count) {
-    char* line = session.recv_buffer;
+    const char* const line = dialogue.reply();
     long size = SMTP_BUFFER_SIZE;
-    const TAV_EML_RESULT result =
-        read_reply_line(session.sock, line, size, 0, timeout, session.tls_info);
+    const TAV_EML_RESULT result = dialogue.read_whole_line(dialogue.reply(), size);
     if (result != TAV_EML_OK) {
-      TAV_EML_LOG_ERROR("tav_eml_mlutl_mail_net::%s: recv_one_line return 0x%08x[Error]\n",
-                        "SendEhloCommand", log_code(result));
+      TAV_EML_LOG_ERROR("tav_eml_mlutl_mail_net::%s: recv_one_line return 0x%08x[Error]\n", kEhlo,
+                        log_code(result));
       return verdict != TAV_EML_OK ? verdict : result;
     }
     if (verdict == TAV_EML_OK) {
       verdict = judge_reply(line, kReplySuccess);
-      if (verdict != TAV_EML_OK) log_reply("SendEhloCommand", line);
+      if (verdict != TAV_EML_OK) refused(kEhlo, line, verdict);
     }
     if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option);
     if (is_last_line(line, size) || is_short_refusal(line)) {
-      if (verdict == TAV_EML_OK && has_auth) take_mechanisms(mechanisms, option);
+      if (verdict == TAV_EML_OK && has_auth) take_login_methods(mechanisms, option);
       return verdict;
     }
   }
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: reply of more than %d lines[Error]\n",
-                    "SendEhloCommand", kMaxReplyLines);
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: reply of more than %d lines[Error]\n", kEhlo,
+                    kMaxReplyLines);
   return TAV_EML_ERR_REPLY;
 }
 
-TAV_EML_RESULT send_greeting(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
-                             const char* verb, const char* operation) {
-  const TAV_EML_RESULT result =
-      send_command(session, timeout_ms(settings), verb, text_of(settings.helo_domain), "\r\n");
+TAV_EML_RESULT send_name(smtp_dialogue& dialogue, const tav_eml_smtp_settings& settings,
+                         const char* verb, const char* operation) {
+  const TAV_EML_RESULT result = dialogue.send_command(verb, text_of(settings.helo_domain), "\r\n");
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: SendData return 0x%08x[Error]\n", operation,
                       log_code(result));
@@ -99,54 +95,46 @@ TAV_EML_RESULT send_greeting(const tav_eml_smtp_settings& settings, ntssmtp_file
 
 }  // namespace
 
-TAV_EML_RESULT tav_eml_smtp_command::SendHeloCommand(const tav_eml_smtp_settings* settings,
-                                                     ntssmtp_fileptr* session) {
-  if (!is_usable(settings, session, "tav_eml_smtp_command::SendHeloCommand: smtpset == 0[Error]\n",
-                 "tav_eml_smtp_command::SendHeloCommand: send_buffer == 0[Error]\n")) {
+TAV_EML_RESULT send_helo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session) {
+  if (!is_usable(settings, session, kHelo, ": smtpset == 0", ": send_buffer == 0")) {
     return TAV_EML_ERR_UNKNOWN;
   }
-  TAV_EML_RESULT result = send_greeting(*settings, *session, "HELO ", "SendHeloCommand");
+  smtp_dialogue dialogue(*session, *settings);
+  TAV_EML_RESULT result = send_name(dialogue, *settings, "HELO ", kHelo);
   if (result != TAV_EML_OK) return result;
-
-  result = read_reply(*session, timeout_ms(*settings));
+  result = dialogue.read_reply();
   if (result != TAV_EML_OK) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: RecvOneLineinFullRcv return 0x%08x[Error]\n",
-                      "SendHeloCommand", log_code(result));
+                      kHelo, log_code(result));
     return result;
   }
-  result = judge_reply(session->recv_buffer, kReplySuccess);
-  if (result != TAV_EML_OK) log_reply("SendHeloCommand", session->recv_buffer);
-  return result;
+  result = judge_reply(dialogue.reply(), kReplySuccess);
+  return result == TAV_EML_OK ? result : refused(kHelo, dialogue.reply(), result);
 }
 
-TAV_EML_RESULT tav_eml_smtp_command::SendEhloCommand(const tav_eml_smtp_settings* settings,
-                                                     ntssmtp_fileptr* session,
-                                                     smtp_ehlo_option& option) {
-  if (!is_usable(settings, session, "tav_eml_smtp_command::SendEhloCommand: smtpset == 0[Error]\n",
-                 "tav_eml_smtp_command::SendEhloCommand: send_buffer == 0[Error]\n")) {
+TAV_EML_RESULT send_ehlo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
+                         smtp_ehlo_option& option) {
+  if (!is_usable(settings, session, kEhlo, ": smtpset == 0", ": send_buffer == 0")) {
     return TAV_EML_ERR_UNKNOWN;
   }
-  return guarded("SendEhloCommand", [&] {
-    const TAV_EML_RESULT result = send_greeting(*settings, *session, "EHLO ", "SendEhloCommand");
-    return result != TAV_EML_OK ? result
-                                : read_capabilities(*session, timeout_ms(*settings), option);
+  return guarded(kEhlo, [&] {
+    smtp_dialogue dialogue(*session, *settings);
+    const TAV_EML_RESULT result = send_name(dialogue, *settings, "EHLO ", kEhlo);
+    return result == TAV_EML_OK ? read_capabilities(dialogue, option) : result;
   });
 }
 
-TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_pnon_auth_ehlo(
-    const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session) {
+TAV_EML_RESULT send_ehlo_or_helo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session) {
+  constexpr char kName[] = "tav_eml_smtp_pnon_auth_ehlo";
   smtp_ehlo_option ignored = {};
-  const TAV_EML_RESULT ehlo = SendEhloCommand(settings, session, ignored);
-  if (ehlo == TAV_EML_OK) return TAV_EML_OK;
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: SendEhloCommand returns [0x%08x][Error]\n",
-                    "tav_eml_smtp_pnon_auth_ehlo", log_code(ehlo));
-
-  const TAV_EML_RESULT helo = SendHeloCommand(settings, session);
-  if (helo == TAV_EML_OK) return TAV_EML_OK;
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: SendHeloCommand returns [0x%08x][Error]\n",
-                    "tav_eml_smtp_pnon_auth_ehlo", log_code(helo));
+  TAV_EML_RESULT result = send_ehlo(settings, session, ignored);
+  if (result == TAV_EML_OK) return result;
+  called_failure(kName, kEhlo, result);
+  result = send_helo(settings, session);
+  if (result == TAV_EML_OK) return result;
+  called_failure(kName, kHelo, result);
   if (session != nullptr) close_connection(*session);
-  return helo;
+  return result;
 }
 
 }  // namespace quorvelmida

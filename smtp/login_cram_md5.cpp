@@ -1,28 +1,22 @@
 // SMTP AUTH with CRAM-MD5 (RFC 2195).
 
-#include <cstring>
 #include <string>
 
-#include "login_exchange.h"
-#include "common/guard.h"
-#include "common/log.h"
+#include "common/secret.h"
 #include "common/text.h"
+#include "login.h"
+#include "login_exchange.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
-#include "quorvelmida/tav_eml_smtp_command.h"
-#include "smtp_dialogue.h"
+#include "smtp_log.h"
 
 namespace quorvelmida {
 
 namespace {
 
+constexpr char kName[] = "tav_eml_smtp_auth_cram_md5";
 constexpr size_t kLongestKey = 64;
 constexpr size_t kDigestText = 33;
 constexpr size_t kDigest = 16;
-
-TAV_EML_RESULT failed(TAV_EML_RESULT result, const char* step) {
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: %s[Error]\n", step);
-  return result;
-}
 
 // The digest of the challenge under the password, as 32 digits. The key is a NUL-terminated text:
 // that of a long password ends at the first zero byte of its digest.
@@ -39,51 +33,30 @@ void keyed_digest(const std::string& challenge, const UtlString& password, char*
   hash.GetHMACMD5Hash(challenge.c_str(), key.data, digits);
 }
 
-TAV_EML_RESULT ask_for_challenge(ntssmtp_fileptr& session, long timeout, std::string& challenge) {
-  TAV_EML_RESULT result = send_command(session, timeout, "AUTH CRAM-MD5\r\n");
-  if (result != TAV_EML_OK) return failed(result, "SendData NG1");
-  result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) return failed(result, "RecvOneLineinFullRcv NG");
-  result = judge_reply(session.recv_buffer, kReplyContinue);
-  if (result != TAV_EML_OK) return failed(result, "Recv resp NG1");
-  const bool is_decoded = decode_challenge(session.recv_buffer, challenge);
-  return is_decoded ? TAV_EML_OK : failed(TAV_EML_ERR_UNKNOWN, "from_b64 NG");
-}
-
-TAV_EML_RESULT log_in(const UtlString& user, const UtlString& password, ntssmtp_fileptr& session,
-                      long timeout) {
-  static constexpr answer_texts kTexts = {
-      "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: to_b64 NG[Error]\n",
-      "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: SendData NG2[Error]\n"};
-  std::string challenge;
-  TAV_EML_RESULT result = ask_for_challenge(session, timeout, challenge);
-  if (result != TAV_EML_OK) return result;
-
-  secret_array<kDigestText> digits;
-  keyed_digest(challenge, password, digits.data);
-  std::string answer = joined({text_of(user), " ", digits.data});
-  const wipe_at_end wiper(answer.data(), answer.size());
-  result = send_answer(session, "", answer, SMTP_BUFFER_SIZE, timeout, kTexts);
-  if (result != TAV_EML_OK) return result;
-
-  result = read_reply(session, timeout);
-  if (result != TAV_EML_OK) return failed(result, "recv_data NG2");
-  result = judge_login(session.recv_buffer);
-  return result == TAV_EML_OK ? result : failed(result, "Recv resp NG2");
+TAV_EML_RESULT ask_for_challenge(smtp_dialogue& dialogue, std::string& challenge) {
+  static constexpr exchange_texts kTexts = {kName, ": SendData NG1", ": RecvOneLineinFullRcv NG",
+                                            ": Recv resp NG1"};
+  const TAV_EML_RESULT result = dialogue.ask(kReplyContinue, kTexts, "AUTH CRAM-MD5\r\n");
+  if (result != TAV_EML_OK || decode_challenge(dialogue.reply(), challenge)) return result;
+  return command_failure(kName, ": from_b64 NG", TAV_EML_ERR_UNKNOWN);
 }
 
 }  // namespace
 
-TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5(const UtlString& user,
-                                                                const UtlString& password,
-                                                                ntssmtp_fileptr& session,
-                                                                long timeout) {
-  if (!has_buffers(session,
-                   "tav_eml_smtp_command::tav_eml_smtp_auth_cram_md5: send_buffer == 0[Error]\n")) {
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  return guarded("tav_eml_smtp_auth_cram_md5",
-                 [&] { return log_in(user, password, session, timeout); });
+TAV_EML_RESULT log_in_with_cram_md5(const login_account& account, smtp_dialogue& dialogue) {
+  static constexpr answer_texts kAnswer = {kName, ": to_b64 NG", ": SendData NG2",
+                                           ": SendData NG2"};
+  static constexpr exchange_texts kEnd = {kName, nullptr, ": recv_data NG2", ": Recv resp NG2"};
+  std::string challenge;
+  TAV_EML_RESULT result = ask_for_challenge(dialogue, challenge);
+  if (result != TAV_EML_OK) return result;
+
+  secret_array<kDigestText> digits;
+  keyed_digest(challenge, account.password, digits.data);
+  std::string answer = joined({text_of(account.user), " ", digits.data});
+  const wipe_at_end wiper(answer.data(), answer.size());
+  result = send_answer(dialogue, "", answer, SMTP_BUFFER_SIZE, kAnswer);
+  return result == TAV_EML_OK ? end_login(dialogue, kEnd) : result;
 }
 
 }  // namespace quorvelmida

@@ -1,5 +1,7 @@
 // The header of an outgoing message (RFC 5322, RFC 2045, RFC 2046).
 
+#include "outgoing_header.h"
+
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -14,7 +16,6 @@
 #include "common/utl_buffer.h"
 #include "message/address_text.h"
 #include "message/part_text.h"
-#include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 

@@ -1,21 +1,19 @@
-// POP-before-SMTP: some servers accept mail only from a client that has just logged in over POP3.
+#include "pop_login.h"
 
-#include <algorithm>
-#include <climits>
 #include <cstring>
 
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/secret.h"
-#include "common/text.h"
 #include "osw.h"
-#include "pop_login.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
-#include "quorvelmida/tav_eml_smtp_command.h"
+#include "smtp_log.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 
 namespace {
+
+constexpr char kName[] = "tav_eml_smtp_pop_auth";
 
 // A copy of the account, wiped when it goes.
 struct account_copy : _tav_eml_pop3_setting {
@@ -36,45 +34,30 @@ struct account_copy : _tav_eml_pop3_setting {
   ~account_copy() { wipe_text(strPassword); }
 };
 
-// Gives the mail server time to learn of the login.
-void wait_after_login(int32_t seconds) {
-  constexpr int64_t kShortWait = 300;  // ms
-  const int64_t wait = seconds > 0 ? static_cast<int64_t>(seconds) * 1000 : kShortWait;
-  osw_Sleep(static_cast<int32_t>(std::min<int64_t>(wait, INT_MAX)));
-}
-
 }  // namespace
 
-TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_pop_auth(const tav_eml_smtp_settings* settings,
-                                                           ntssmtp_fileptr* session) {
+TAV_EML_RESULT log_in_over_pop3(const tav_eml_smtp_settings* settings,
+                                const ntssmtp_fileptr* session) {
   if (settings == nullptr || session == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_pop_auth : smtpset == 0[Error]\n");
-    return TAV_EML_ERR_UNKNOWN;
+    return command_failure(kName, " : smtpset == 0", TAV_EML_ERR_UNKNOWN);
   }
   if (settings->pop3_settings == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_pop_auth : Pop3Set == 0[Error]\n");
-    return TAV_EML_ERR_UNKNOWN;
+    return command_failure(kName, " : Pop3Set == 0", TAV_EML_ERR_UNKNOWN);
   }
-  return guarded("tav_eml_smtp_pop_auth", [&]() -> TAV_EML_RESULT {
+  return guarded(kName, [&]() -> TAV_EML_RESULT {
     const account_copy account(*settings->pop3_settings);
     if (account.strUserID.IsEmpty()) {
-      TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_pop_auth: UsrID None[Error]\n");
-      return TAV_EML_ERR_AUTH;
+      return command_failure(kName, ": UsrID None", TAV_EML_ERR_AUTH);
     }
     const tav_eml_pop3_settings pop3_settings(account);
     return tav_eml_pop3_boundary(pop3_settings).test();
   });
 }
 
-TAV_EML_RESULT log_in_before_smtp(tav_eml_smtp_command& command,
-                                  const tav_eml_smtp_settings& settings, ntssmtp_fileptr* session) {
-  const TAV_EML_RESULT result = command.tav_eml_smtp_pop_auth(&settings, session);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : POP AUTH NG[Error]\n");
-    return result;
-  }
-  wait_after_login(settings.pop_wait);
-  return TAV_EML_OK;
+void wait_after_pop_login(const tav_eml_smtp_settings& settings) {
+  constexpr long kShortWait = 300;  // ms
+  const long wait = settings.pop_wait > 0 ? to_milliseconds(settings.pop_wait) : kShortWait;
+  osw_Sleep(static_cast<int32_t>(wait));
 }
 
 }  // namespace quorvelmida
