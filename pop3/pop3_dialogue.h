@@ -7,46 +7,51 @@
 #include "quorvelmida/tav_eml_pop3_settings.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_tls_info.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
+
+extern const protocol_rules kPop3Rules;
+
+// Sends have no time-out of the settings: 0 is the platform's own limit.
+constexpr long kPop3SendTimeout = 0;
 
 // Room for a reply line, and greatest length of a command line.
 constexpr long kPop3BufferSize = 1024;
 
-// The transport's code in the library's range.
-inline TAV_EML_RESULT transport_result(TAV_EML_RESULT result) {
-  return static_cast<TAV_EML_RESULT>((static_cast<unsigned int>(result) & 0xFFFFU) | 0x51070000U);
-}
+// What becomes of a reply line that does not fit. Message data may come after a status line that
+// ends in a lone LF: it must stay on the connection.
+enum class line_rest { dropped, kept };
 
-// The settings' time-out in milliseconds.
-long timeout_ms(const tav_eml_pop3_settings& settings);
+// A connection and the account that it is used with.
+class pop3_connection : public connection {
+ public:
+  pop3_connection(const tav_eml_pop3_settings* account, int& sock, TAV_EML_TLS_INFO& tls)
+      : connection(sock, tls, kPop3Rules,
+                   account != nullptr ? to_milliseconds(account->m_nTimeout) : 0, kPop3SendTimeout),
+        settings(account) {}
+  pop3_connection(int& sock, TAV_EML_TLS_INFO& tls, long timeout)
+      : connection(sock, tls, kPop3Rules, timeout, kPop3SendTimeout), settings(nullptr) {}
 
-// A connection as its operations are handed it.
-struct pop3_connection {
-  const tav_eml_pop3_settings* settings;
-  int& sock;
-  TAV_EML_TLS_INFO& tls;
+  // Reads a line into the cleared buffer. `length` is the room and becomes the bytes read.
+  TAV_EML_RESULT read_reply(char* buffer, long& length, line_rest rest);
+  // Reads a line into a reply buffer.
+  TAV_EML_RESULT read_reply(utl_buffer& reply, line_rest rest = line_rest::dropped);
 
-  long timeout() const { return timeout_ms(*settings); }
+  const tav_eml_pop3_settings* const settings;  // may be null
 };
 
-// A zeroed buffer of kPop3BufferSize bytes for a reply line. False, after a log line, when memory
-// runs out.
+// A buffer of kPop3BufferSize bytes for a reply line. False, after a log line, when memory runs
+// out.
 bool make_reply_buffer(const char* operation, utl_buffer& reply);
 
-// As tav_eml_pop3_command::ReadResponse, but what does not fit stays on the connection: behind a
-// status line that ended in a lone LF it is message data.
-TAV_EML_RESULT read_status_line(int& sock, char* buffer, long& length, long timeout,
-                                TAV_EML_TLS_INFO& tls);
+// True when the reply says yes.
+bool is_positive(const utl_buffer& reply);
 
 // As tav_eml_pop3_command::get_uniq_id. `is_answered`: a reply line was read, whatever it says. The
 // end of the connection has the same code as a refusal, and only a refusal tells that the server
 // has no unique ids.
-TAV_EML_RESULT ask_uniq_id(pop3_connection connection, int number, UtlString& uid,
-                           bool& is_answered);
-
-// True when the reply says yes.
-bool is_positive(const utl_buffer& reply);
+TAV_EML_RESULT ask_uniq_id(pop3_connection link, int number, UtlString& uid, bool& is_answered);
 
 }  // namespace quorvelmida
 

@@ -1,5 +1,3 @@
-// The receive interface: session, deletion and reading.
-
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 
 #include <algorithm>
@@ -9,6 +7,7 @@
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "pop3_log.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
 #include "utl_os.h"
 
@@ -26,15 +25,7 @@ Type* allocate_zeroed(size_t size) {
 }
 
 TAV_EML_RESULT not_connected(const char* operation) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():[Return %08lx] not connected\n", operation,
-                    log_long_code(TAV_EML_ERR_NOT_CONNECTED));
-  return TAV_EML_ERR_NOT_CONNECTED;
-}
-
-TAV_EML_RESULT called_failure(const char* operation, const char* called, TAV_EML_RESULT result) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): %s() returns [0x%08lx]\n", operation,
-                    called, log_long_code(result));
-  return result;
+  return pop3_boundary_failure(operation, " not connected", TAV_EML_ERR_NOT_CONNECTED);
 }
 
 }  // namespace
@@ -78,7 +69,8 @@ TAV_EML_RESULT tav_eml_pop3_boundary::connect_mail() {
   if (is_complete()) {
     result = tav_eml_pop3_command::connect_start(m_pPOP3Settings, m_nSock, *m_pTLSInfo);
   }
-  if (result != TAV_EML_OK) return called_failure("connect_mail", "connect_mailStart", result);
+  if (result != TAV_EML_OK)
+    return pop3_boundary_called_failure("connect_mail", "connect_mailStart", result);
   m_pReceive->flush_buffer();
   return TAV_EML_OK;
 }
@@ -90,9 +82,9 @@ TAV_EML_RESULT tav_eml_pop3_boundary::close_mail() {
 
 TAV_EML_RESULT tav_eml_pop3_boundary::test() {
   TAV_EML_RESULT result = connect_mail();
-  if (result != TAV_EML_OK) return called_failure("test", "connect_mail", result);
+  if (result != TAV_EML_OK) return pop3_boundary_called_failure("test", "connect_mail", result);
   result = close_mail();
-  return result == TAV_EML_OK ? result : called_failure("test", "close_mail", result);
+  return result == TAV_EML_OK ? result : pop3_boundary_called_failure("test", "close_mail", result);
 }
 
 TAV_EML_RESULT tav_eml_pop3_boundary::stat(int& count) {
@@ -101,18 +93,18 @@ TAV_EML_RESULT tav_eml_pop3_boundary::stat(int& count) {
   if (is_complete()) {
     result = tav_eml_pop3_command::get_stat(m_pPOP3Settings, m_nSock, *m_pTLSInfo, octets, count);
   }
-  return result == TAV_EML_OK ? result : called_failure("Stat", "get_stat", result);
+  return result == TAV_EML_OK ? result : pop3_boundary_called_failure("Stat", "get_stat", result);
 }
 
 TAV_EML_RESULT tav_eml_pop3_boundary::noop() {
-  const auto fail = [](const char* text) {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::noop():[Return %08lx] %s\n",
-                      log_long_code(TAV_EML_ERR_NOT_CONNECTED), text);
-    return TAV_EML_ERR_NOT_CONNECTED;
-  };
-  if (!is_connected()) return fail("m_nSock is NULL");
+  constexpr char kName[] = "noop";
+  if (!is_connected()) {
+    return pop3_boundary_failure(kName, " m_nSock is NULL", TAV_EML_ERR_NOT_CONNECTED);
+  }
   const TAV_EML_RESULT result = tav_eml_pop3_command::noop(m_pPOP3Settings, m_nSock, *m_pTLSInfo);
-  return result == TAV_EML_OK ? result : fail("noop error");
+  return result == TAV_EML_OK
+             ? result
+             : pop3_boundary_failure(kName, " noop error", TAV_EML_ERR_NOT_CONNECTED);
 }
 
 TAV_EML_RESULT tav_eml_pop3_boundary::delete_number(int number, const char* operation,
@@ -120,7 +112,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::delete_number(int number, const char* oper
   if (!is_connected()) return not_connected(operation);
   const TAV_EML_RESULT result =
       tav_eml_pop3_command::delete_mail(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number);
-  return result == TAV_EML_OK ? result : called_failure(operation, called, result);
+  return result == TAV_EML_OK ? result : pop3_boundary_called_failure(operation, called, result);
 }
 
 TAV_EML_RESULT tav_eml_pop3_boundary::delete_mail(tav_eml_pop3_receive_mail& mail) {
@@ -155,9 +147,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::start_reading(tav_eml_pop3_receive_mail& m
                                                     const char* operation) {
   if (!is_connected()) return not_connected(operation);
   if (mail.m_nReceiving == 0) {
-    TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s():[Return %08lx] no data.\n", operation,
-                      log_long_code(TAV_EML_ERR_UNKNOWN));
-    return TAV_EML_ERR_UNKNOWN;
+    return pop3_boundary_failure(operation, " no data.", TAV_EML_ERR_UNKNOWN);
   }
   m_pReceive->flush_buffer();
   return TAV_EML_OK;
@@ -169,7 +159,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::receive_header_only(tav_eml_pop3_receive_m
   if (result != TAV_EML_OK) return result;
   result = tav_eml_pop3_command::GetTop(m_pPOP3Settings, m_nSock, *m_pTLSInfo,
                                         mail.m_MailInfo.m_nMailNo);
-  if (result != TAV_EML_OK) return called_failure(kName, "GetTop", result);
+  if (result != TAV_EML_OK) return pop3_boundary_called_failure(kName, "GetTop", result);
   return convert_utl_retcode(
       m_pReceive->receive_header_only(mail, m_nSock, timeout(), *m_pTLSInfo));
 }
@@ -181,7 +171,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::receive_header(tav_eml_pop3_receive_mail& 
   UtlString rest;
   result = tav_eml_pop3_command::read_open(m_pPOP3Settings, m_nSock, *m_pTLSInfo,
                                            mail.m_MailInfo.m_nMailNo, rest);
-  if (result != TAV_EML_OK) return called_failure(kName, "read_open", result);
+  if (result != TAV_EML_OK) return pop3_boundary_called_failure(kName, "read_open", result);
   if (!rest.IsEmpty()) {
     // A reply line is shorter than this buffer.
     std::memcpy(m_pReadBuffer, rest.GetString(), rest.GetLength() + 1);

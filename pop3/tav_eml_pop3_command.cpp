@@ -1,5 +1,3 @@
-// The commands of a session that is logged in: one line out, one line in.
-
 #include "quorvelmida/tav_eml_pop3_command.h"
 
 #include <algorithm>
@@ -9,12 +7,14 @@
 #include <string_view>
 
 #include "common/guard.h"
-#include "common/log.h"
 #include "pop3_dialogue.h"
-#include "transport/connection.h"
-#include "transport/reply_line.h"
+#include "pop3_log.h"
+#include "pop3_login.h"
+#include "stls.h"
 
 namespace quorvelmida {
+
+const char* const END_OF_LIST = "\r\n.\r\n";
 
 namespace {
 
@@ -26,52 +26,36 @@ struct pop3_command {
   const char* operation;
   const char* reply_name;  // in the line on a bad reply
   const char* verb;
-  const char* tail = nullptr;  // behind the message number; null for a command without one
+  const char* tail = nullptr;  // after the message number; null for a command without one
 };
 
 TAV_EML_RESULT response_error(const pop3_command& command) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::%s():[Return %08lx] response error.\n",
-                    command.reply_name, log_long_code(TAV_EML_ERR_REPLY));
-  return TAV_EML_ERR_REPLY;
+  return pop3_failure(command.reply_name, " response error.", TAV_EML_ERR_REPLY);
 }
 
-TAV_EML_RESULT refuse(const pop3_command& command, pop3_connection& connection) {
-  close_connection(connection.sock, connection.tls);
+TAV_EML_RESULT refuse(const pop3_command& command, pop3_connection& link) {
+  link.close();
   return response_error(command);
 }
 
-TAV_EML_RESULT called_failure(const pop3_command& command, const char* called,
-                              TAV_EML_RESULT result) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::%s(): %s() returns [0x%08lx]\n",
-                    command.operation, called, log_long_code(result));
-  return result;
-}
-
-using reply_reader = TAV_EML_RESULT (*)(int& sock, char* buffer, long& length, long timeout,
-                                        TAV_EML_TLS_INFO& tls);
-
 // Sends the command and reads the line that answers it.
-TAV_EML_RESULT exchange(const pop3_command& command, int number, pop3_connection& connection,
-                        utl_buffer& reply,
-                        reply_reader read = &tav_eml_pop3_command::ReadResponse) {
-  if (connection.settings == nullptr) {
-    return called_failure(command, "settings", TAV_EML_ERR_UNKNOWN);
+TAV_EML_RESULT exchange(const pop3_command& command, int number, pop3_connection& link,
+                        utl_buffer& reply, line_rest rest = line_rest::dropped) {
+  const char* const operation = command.operation;
+  if (link.settings == nullptr) {
+    return pop3_called_failure(operation, "settings", TAV_EML_ERR_UNKNOWN);
   }
-  // Before the command is sent: a reply that nobody reads would answer the next one.
-  if (!make_reply_buffer(command.operation, reply)) return TAV_EML_ERR_NO_MEMORY;
+  // Before the command is sent: a reply that is not read would answer the next one.
+  if (!make_reply_buffer(operation, reply)) return TAV_EML_ERR_NO_MEMORY;
   char line[32];
   const int length =
       command.tail == nullptr
           ? std::snprintf(line, sizeof line, "%s\r\n", command.verb)
           : std::snprintf(line, sizeof line, "%s %d%s\r\n", command.verb, number, command.tail);
-  TAV_EML_RESULT result =
-      tav_eml_pop3_command::WriteUntil(connection.sock, line, length, 0, connection.tls);
-  if (result != TAV_EML_OK) return called_failure(command, "WriteUntil", result);
-  long size = kPop3BufferSize;
-  result = read(connection.sock, reply.data(), size, connection.timeout(), connection.tls);
-  if (result != TAV_EML_OK) return called_failure(command, "ReadResponse", result);
-  reply.length() = size;
-  return TAV_EML_OK;
+  TAV_EML_RESULT result = link.send_all(line, length);
+  if (result != TAV_EML_OK) return pop3_called_failure(operation, "WriteUntil", result);
+  result = link.read_reply(reply, rest);
+  return result == TAV_EML_OK ? result : pop3_called_failure(operation, "ReadResponse", result);
 }
 
 // Length of the reply's first line, its line feed included; 0 when it has none.
@@ -81,11 +65,11 @@ long line_length(const utl_buffer& reply) {
 }
 
 // A command of which nothing but consent is expected.
-TAV_EML_RESULT ask(const pop3_command& command, int number, pop3_connection connection) {
+TAV_EML_RESULT ask(const pop3_command& command, int number, pop3_connection link) {
   utl_buffer reply;
-  const TAV_EML_RESULT result = exchange(command, number, connection, reply);
+  const TAV_EML_RESULT result = exchange(command, number, link, reply);
   if (result != TAV_EML_OK) return result;
-  return is_positive(reply) ? TAV_EML_OK : refuse(command, connection);
+  return is_positive(reply) ? TAV_EML_OK : refuse(command, link);
 }
 
 // Cuts the next word off a reply; its line end counts as a blank. Empty at the end.
@@ -120,6 +104,36 @@ std::string_view text_of_reply(const utl_buffer& reply) {
 
 }  // namespace
 
+tav_eml_pop3_command::tav_eml_pop3_command() = default;
+tav_eml_pop3_command::~tav_eml_pop3_command() = default;
+
+TAV_EML_RESULT tav_eml_pop3_command::connect_start(const tav_eml_pop3_settings* settings, int& sock,
+                                                   TAV_EML_TLS_INFO& tls) {
+  return log_in_to_pop3(settings, sock, tls);
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::NegotiateStartTLS(const tav_eml_pop3_settings* /*settings*/,
+                                                       int& sock, TAV_EML_TLS_INFO& tls,
+                                                       long timeout) {
+  pop3_connection link(sock, tls, timeout);
+  return negotiate_stls(link);
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::CreateAPOPHash(const UtlString& greeting,
+                                                    const UtlString& password, char* digest) {
+  return make_apop_digest(greeting, password, digest);
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::ReadResponse(int& sock, char* buffer, long& length,
+                                                  long timeout, TAV_EML_TLS_INFO& tls) {
+  return pop3_connection(sock, tls, timeout).read_reply(buffer, length, line_rest::dropped);
+}
+
+TAV_EML_RESULT tav_eml_pop3_command::WriteUntil(int& sock, char* data, long length, long timeout,
+                                                TAV_EML_TLS_INFO& tls) {
+  return connection(sock, tls, kPop3Rules, timeout, timeout).send_all(data, length);
+}
+
 TAV_EML_RESULT tav_eml_pop3_command::noop(const tav_eml_pop3_settings* settings, int& sock,
                                           TAV_EML_TLS_INFO& tls) {
   return ask({"noop", "NOOP", "NOOP"}, 0, {settings, sock, tls});
@@ -133,26 +147,26 @@ TAV_EML_RESULT tav_eml_pop3_command::delete_mail(const tav_eml_pop3_settings* se
 TAV_EML_RESULT tav_eml_pop3_command::GetTop(const tav_eml_pop3_settings* settings, int& sock,
                                             TAV_EML_TLS_INFO& tls, int number) {
   constexpr pop3_command kCommand = {"GetTop", "GetTop", "TOP", " 0"};
-  pop3_connection connection = {settings, sock, tls};
+  pop3_connection link(settings, sock, tls);
   utl_buffer reply;
-  const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply, &read_status_line);
+  const TAV_EML_RESULT result = exchange(kCommand, number, link, reply, line_rest::kept);
   if (result != TAV_EML_OK) return result;
-  // Behind a lone LF stands the header already, and there is nobody to hand it to.
+  // After a lone LF comes the header already, and it cannot be handed out.
   const bool is_whole = ends_line(reply.data(), reply.length());
   return is_whole && is_positive(reply) && line_length(reply) == reply.length()
              ? TAV_EML_OK
-             : refuse(kCommand, connection);
+             : refuse(kCommand, link);
 }
 
 TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* settings, int& sock,
                                                TAV_EML_TLS_INFO& tls, int number, UtlString& rest) {
   constexpr pop3_command kCommand = {"read_open", "read_open", "RETR", ""};
-  pop3_connection connection = {settings, sock, tls};
+  pop3_connection link(settings, sock, tls);
   bool is_answered = false;
   const TAV_EML_RESULT result = guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
     rest = UtlString();
     utl_buffer reply;
-    TAV_EML_RESULT code = exchange(kCommand, number, connection, reply, &read_status_line);
+    TAV_EML_RESULT code = exchange(kCommand, number, link, reply, line_rest::kept);
     if (code != TAV_EML_OK) return code;
     is_answered = true;
     rest.CopyString("");
@@ -161,34 +175,33 @@ TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* sett
     char* const data = reply.data() + length;
     std::replace(data, reply.data() + reply.length(), '\0', ' ');
     if (length == 0) {
-      code = drain_line(sock, reply.data()[reply.length() - 1], 0, connection.timeout(), tls);
-      if (code != TAV_EML_OK) return transport_result(code);
+      code = link.drop_line(reply.data()[reply.length() - 1]);
+      if (code != TAV_EML_OK) return code;
     } else if (length < reply.length()) {
       rest.CopyString(data);
       *data = '\0';
     }
-    return is_positive(reply) ? TAV_EML_OK : refuse(kCommand, connection);
+    return is_positive(reply) ? TAV_EML_OK : refuse(kCommand, link);
   });
-  // A message that nobody reads must not answer the next command.
-  if (result != TAV_EML_OK && is_answered) close_connection(sock, tls);
+  // A message that is not read must not answer the next command.
+  if (result != TAV_EML_OK && is_answered) link.close();
   return result;
 }
 
-TAV_EML_RESULT ask_uniq_id(pop3_connection connection, int number, UtlString& uid,
-                           bool& is_answered) {
+TAV_EML_RESULT ask_uniq_id(pop3_connection link, int number, UtlString& uid, bool& is_answered) {
   constexpr pop3_command kCommand = {"get_uniq_id", "get_uniq_id", "UIDL", ""};
   is_answered = false;
   return guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
     uid = UtlString();
     utl_buffer reply;
-    const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply);
+    const TAV_EML_RESULT result = exchange(kCommand, number, link, reply);
     if (result != TAV_EML_OK) return result;
     is_answered = true;
     std::string_view text = text_of_reply(reply);
     next_word(text);
     next_word(text);
     const std::string_view id = next_word(text);
-    if (!is_positive(reply) || id.empty()) return refuse(kCommand, connection);
+    if (!is_positive(reply) || id.empty()) return refuse(kCommand, link);
     uid.CopyString(id.data(), id.size());
     return TAV_EML_OK;
   });
@@ -204,15 +217,15 @@ TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* se
 TAV_EML_RESULT tav_eml_pop3_command::get_size(const tav_eml_pop3_settings* settings, int& sock,
                                               TAV_EML_TLS_INFO& tls, int number, int& size) {
   constexpr pop3_command kCommand = {"get_size", "get_size", "LIST", ""};
-  pop3_connection connection = {settings, sock, tls};
+  pop3_connection link(settings, sock, tls);
   utl_buffer reply;
-  const TAV_EML_RESULT result = exchange(kCommand, number, connection, reply);
+  const TAV_EML_RESULT result = exchange(kCommand, number, link, reply);
   if (result != TAV_EML_OK) return result;
   std::string_view text = text_of_reply(reply);
   next_word(text);
   next_word(text);
   if (!is_positive(reply) || !parse_number(next_word(text), size)) {
-    return refuse(kCommand, connection);
+    return refuse(kCommand, link);
   }
   return TAV_EML_OK;
 }
@@ -220,25 +233,25 @@ TAV_EML_RESULT tav_eml_pop3_command::get_size(const tav_eml_pop3_settings* setti
 TAV_EML_RESULT tav_eml_pop3_command::get_stat(const tav_eml_pop3_settings* settings, int& sock,
                                               TAV_EML_TLS_INFO& tls, int& octets, int& count) {
   constexpr pop3_command kCommand = {"get_stat", "get_stat", "STAT"};
-  pop3_connection connection = {settings, sock, tls};
+  pop3_connection link(settings, sock, tls);
   utl_buffer reply;
-  const TAV_EML_RESULT result = exchange(kCommand, 0, connection, reply);
+  const TAV_EML_RESULT result = exchange(kCommand, 0, link, reply);
   if (result != TAV_EML_OK) return result;
-  if (!is_positive(reply)) return refuse(kCommand, connection);
+  if (!is_positive(reply)) return refuse(kCommand, link);
   std::string_view text = text_of_reply(reply);
   next_word(text);
   const std::string_view count_word = next_word(text);
   const std::string_view octets_word = next_word(text);
   if (octets_word.empty()) {
     // Unlike everywhere else the socket stays open.
-    if (tls.tls_session != 0 || tls.tls_ctx != 0) tav_eml_mlutl_mail_net().end_tls(tls);
+    link.end_tls();
     return response_error(kCommand);
   }
   int total = 0;
   int messages = 0;
   if (!parse_number(count_word, messages) || messages > kMaxMessages ||
       !parse_number(octets_word, total)) {
-    return refuse(kCommand, connection);
+    return refuse(kCommand, link);
   }
   count = messages;
   octets = total;
@@ -247,20 +260,19 @@ TAV_EML_RESULT tav_eml_pop3_command::get_stat(const tav_eml_pop3_settings* setti
 
 TAV_EML_RESULT tav_eml_pop3_command::disconnect(const tav_eml_pop3_settings* settings, int& sock,
                                                 TAV_EML_TLS_INFO& tls) {
-  constexpr pop3_command kCommand = {"disconnect", "disconnect", "QUIT"};
-  if (settings == nullptr) return called_failure(kCommand, "settings", TAV_EML_ERR_UNKNOWN);
-  char line[] = "QUIT\r\n";
-  WriteUntil(sock, line, sizeof line - 1, 0, tls);
+  constexpr char kName[] = "disconnect";
+  if (settings == nullptr) return pop3_called_failure(kName, "settings", TAV_EML_ERR_UNKNOWN);
+  pop3_connection link(settings, sock, tls);
+  constexpr char kQuit[] = "QUIT\r\n";
+  link.send_all(kQuit, sizeof kQuit - 1);
   utl_buffer reply;
-  if (!make_reply_buffer(kCommand.operation, reply)) {
-    close_connection(sock, tls);
-    return TAV_EML_ERR_NO_MEMORY;
+  TAV_EML_RESULT result = TAV_EML_ERR_NO_MEMORY;
+  if (make_reply_buffer(kName, reply)) {
+    result = link.read_reply(reply);
+    if (result != TAV_EML_OK) return pop3_called_failure(kName, "ReadResponse", result);
   }
-  long size = kPop3BufferSize;
-  const TAV_EML_RESULT result = ReadResponse(sock, reply.data(), size, timeout_ms(*settings), tls);
-  if (result != TAV_EML_OK) return called_failure(kCommand, "ReadResponse", result);
-  close_connection(sock, tls);
-  return TAV_EML_OK;
+  link.close();
+  return result;
 }
 
 }  // namespace quorvelmida

@@ -8,13 +8,11 @@
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "entry_status.h"
 
 namespace quorvelmida {
 
 namespace {
-
-constexpr int32_t kWaiting = 1;
-constexpr int32_t kHandedOut = 2;
 
 // Texts that are absent count as equal to "" and to each other.
 bool is_same_uid(const tav_eml_pop3_mail_info& left, const tav_eml_pop3_mail_info& right) {

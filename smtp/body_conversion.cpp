@@ -47,7 +47,7 @@ TAV_EML_RESULT convert(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* 
     rest.data += consumed;
     rest.length -= consumed;
     if (rest.length == 0 && converted.data() == nullptr) {
-      room.length() = piece.length;
+      room.set_length(piece.length);
       converted = std::move(room);
     } else if (tav_eml_mlutl_mime_utility::ReallocationBuffer(converted.data(), converted.length(),
                                                               room.data(), piece.length) == 0) {

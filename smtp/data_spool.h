@@ -7,7 +7,7 @@
 
 #include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_result.h"
-#include "quorvelmida/tav_eml_smtp_settings.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 
@@ -15,17 +15,17 @@ namespace quorvelmida {
 // doubled, every line ends in CR LF.
 class data_spool {
  public:
-  data_spool(ntssmtp_fileptr& session, long timeout) : m_cSession(session), m_lTimeout(timeout) {}
+  explicit data_spool(connection& link) : m_cLink(link) {}
 
   // Makes the spool, as large as a chunk of `length` bytes needs it.
   bool allocate(long length);
 
-  // Takes the line from `text` up to its LF, which stands behind the `length` bytes.
+  // Takes the line from `text` up to its LF, which comes after the `length` bytes.
   TAV_EML_RESULT add_line(const char* text, long length);
   // Sends what was gathered, and at the end a line of `length` bytes that has no LF yet (0: none).
   TAV_EML_RESULT finish(const char* text, long length);
   // Sends lines that are in the wire's form already. The spool must be empty.
-  TAV_EML_RESULT send_lines(const char* lines, long length);
+  TAV_EML_RESULT send_wire_form(const char* lines, long length);
 
  private:
   static constexpr long kCapacity = 65536;
@@ -43,13 +43,10 @@ class data_spool {
   };
 
   void append(const wire_line& line);
-  TAV_EML_RESULT flush();
-  TAV_EML_RESULT send_last(const wire_line& line);
-  TAV_EML_RESULT send_directly(const wire_line& line);
-  TAV_EML_RESULT send(const void* data, long length);
+  TAV_EML_RESULT flush(const char* failed_step);
+  TAV_EML_RESULT send_directly(const wire_line& line, const char* failed_step);
 
-  ntssmtp_fileptr& m_cSession;
-  const long m_lTimeout;
+  connection& m_cLink;
   utl_buffer m_cSpool;
 };
 

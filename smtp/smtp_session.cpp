@@ -1,12 +1,10 @@
 #include "smtp_session.h"
 
-#include <algorithm>
-#include <climits>
 #include <cstring>
 #include <new>
 
 #include "common/guard.h"
-#include "common/log.h"
+#include "smtp_log.h"
 #include "transport/connection.h"
 #include "utl_os.h"
 
@@ -20,6 +18,10 @@ char* allocate_buffer() {
   void* block = allocate_block(kName, SMTP_BUFFER_SIZE);
   if (block != nullptr) std::memset(block, 0, SMTP_BUFFER_SIZE);
   return static_cast<char*>(block);
+}
+
+TAV_EML_RESULT no_memory(const char* step) {
+  return command_failure(kName, step, TAV_EML_ERR_NO_MEMORY);
 }
 
 }  // namespace
@@ -37,40 +39,24 @@ void session_deleter::operator()(ntssmtp_fileptr* session) const {
 
 TAV_EML_RESULT make_session(session_owner& session) {
   void* block = allocate_block(kName, sizeof(ntssmtp_fileptr));
-  if (block == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : MemAlloc1 NG[Error]\n");
-    return TAV_EML_ERR_NO_MEMORY;
-  }
+  if (block == nullptr) return no_memory(" : MemAlloc1 NG");
   session.reset(new (block) ntssmtp_fileptr());
   session->send_buffer = allocate_buffer();
-  if (session->send_buffer == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : MemAlloc2 NG[Error]\n");
-    return TAV_EML_ERR_NO_MEMORY;
-  }
+  if (session->send_buffer == nullptr) return no_memory(" : MemAlloc2 NG");
   session->recv_buffer = allocate_buffer();
-  if (session->recv_buffer == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_command::tav_eml_smtp_connect_start : MemAlloc3 NG[Error]\n");
-    return TAV_EML_ERR_NO_MEMORY;
-  }
-  return TAV_EML_OK;
+  return session->recv_buffer != nullptr ? TAV_EML_OK : no_memory(" : MemAlloc3 NG");
 }
 
-long timeout_ms(const tav_eml_smtp_settings& settings) {
-  const int64_t milliseconds = static_cast<int64_t>(settings.timeout) * 1000;
-  return static_cast<long>(std::clamp<int64_t>(milliseconds, 0, INT_MAX));
+bool has_buffers(const ntssmtp_fileptr& session) {
+  return session.send_buffer != nullptr && session.recv_buffer != nullptr;
 }
 
 bool is_usable(const tav_eml_smtp_settings* settings, const ntssmtp_fileptr* session,
-               const char* null_message, const char* buffer_message) {
-  if (settings == nullptr || session == nullptr) {
-    TAV_EML_LOG_ERROR("%s", null_message);
-    return false;
-  }
-  if (session->send_buffer == nullptr || session->recv_buffer == nullptr) {
-    TAV_EML_LOG_ERROR("%s", buffer_message);
-    return false;
-  }
-  return true;
+               const char* operation, const char* no_session, const char* no_buffer) {
+  const bool is_given = settings != nullptr && session != nullptr;
+  if (is_given && has_buffers(*session)) return true;
+  command_failure(operation, is_given ? no_buffer : no_session, TAV_EML_ERR_UNKNOWN);
+  return false;
 }
 
 }  // namespace quorvelmida

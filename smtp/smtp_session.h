@@ -23,13 +23,26 @@ using session_owner = std::unique_ptr<ntssmtp_fileptr, session_deleter>;
 // A zeroed record with its two buffers. TAV_EML_OK or TAV_EML_ERR_NO_MEMORY.
 TAV_EML_RESULT make_session(session_owner& session);
 
-// The settings' time-out in milliseconds.
-long timeout_ms(const tav_eml_smtp_settings& settings);
+// True between DATA and the end of the data.
+inline bool is_data_open(const ntssmtp_fileptr& session) {
+  return session.status == SMTP_DATA_SEND || session.status == SMTP_PART_SEND;
+}
 
-// True when there are settings and a session with its buffers. Otherwise one of the messages is
-// logged.
+// What the settings' auth_kind asks for: SMTP AUTH, a POP3 login before, or both.
+inline bool wants_login(const tav_eml_smtp_settings& settings) {
+  return settings.auth_kind == 1 || settings.auth_kind == 3;
+}
+inline bool wants_pop_login(const tav_eml_smtp_settings& settings) {
+  return settings.auth_kind == 2 || settings.auth_kind == 3;
+}
+
+bool has_buffers(const ntssmtp_fileptr& session);
+
+// True when there are settings and a session with its buffers. What is missing is logged as a
+// failed step of the operation.
 bool is_usable(const tav_eml_smtp_settings* settings, const ntssmtp_fileptr* session,
-               const char* null_message, const char* buffer_message);
+               const char* operation, const char* no_session = " : smtpset == 0",
+               const char* no_buffer = " : send_buffer == 0");
 
 }  // namespace quorvelmida
 

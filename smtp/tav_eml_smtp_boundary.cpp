@@ -1,16 +1,15 @@
-// The send interface: session, lock and limits.
-
 #include "quorvelmida/tav_eml_smtp_boundary.h"
 
-#include <climits>
 #include <cstring>
 #include <new>
 
+#include "base64_piece.h"
 #include "boundary_resources.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/utl_buffer.h"
 #include "quorvelmida/tav_eml_smtp_command.h"
+#include "smtp_log.h"
 #include "smtp_session.h"
 
 namespace quorvelmida {
@@ -67,56 +66,44 @@ void tav_eml_smtp_boundary::free_block() {
 }
 
 TAV_EML_RESULT tav_eml_smtp_boundary::test() {
+  constexpr char kName[] = "test";
   if (m_pSMTPSettings == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():[Return]:m_pSMTPSettings=NULL\n", "test");
+    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():[Return]:m_pSMTPSettings=NULL\n", kName);
     return TAV_EML_ERR_UNKNOWN;
   }
   const lock_holder holder(lock());
-  if (!holder.is_taken()) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "test");
-    return TAV_EML_ERR_NO_MEMORY;
-  }
+  if (!holder.is_taken()) return boundary_failure(kName, "():no lock", TAV_EML_ERR_NO_MEMORY);
   drop(m_pSession);
   tav_eml_smtp_command command;
   TAV_EML_RESULT result = command.tav_eml_smtp_connect_start(m_pSMTPSettings, &m_pSession);
   if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::test():[Return]:ConnectStart NG[Error]\n");
-    return result;
+    return boundary_failure(kName, "():[Return]:ConnectStart NG", result);
   }
   result = command.tav_eml_smtp_disconnect(m_pSMTPSettings, m_pSession);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::test():[Return]:Disconnect NG[Error]\n");
-  }
+  if (result != TAV_EML_OK) boundary_failure(kName, "():[Return]:Disconnect NG", result);
   drop(m_pSession);
   return result;
 }
 
 TAV_EML_RESULT tav_eml_smtp_boundary::connect_mail() {
+  constexpr char kName[] = "connect_mail";
   if (m_pSMTPSettings == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::connect_mail : m_pSMTPSettings == 0[Error]\n");
-    return TAV_EML_ERR_UNKNOWN;
+    return boundary_failure(kName, " : m_pSMTPSettings == 0", TAV_EML_ERR_UNKNOWN);
   }
   lock_holder holder(lock());
-  if (!holder.is_taken()) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():no lock[Error]\n", "connect_mail");
-    return TAV_EML_ERR_NO_MEMORY;
-  }
+  if (!holder.is_taken()) return boundary_failure(kName, "():no lock", TAV_EML_ERR_NO_MEMORY);
   holder.keep();  // for the whole transaction, also when connecting fails
   drop(m_pSession);
-  m_nBodyCarry = 0;  // what an aborted mail left behind must not begin the next one
+  m_nBodyCarry = 0;  // what an aborted mail left must not begin the next one
   m_nPartCarry = 0;
   const TAV_EML_RESULT result =
       tav_eml_smtp_command().tav_eml_smtp_connect_start(m_pSMTPSettings, &m_pSession);
-  if (result != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::connect_mail : ConnectStart NG[Error]\n");
-  }
-  return result;
+  return result == TAV_EML_OK ? result : boundary_failure(kName, " : ConnectStart NG", result);
 }
 
 TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
   if (m_pSMTPSettings == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::close_mail : SMTPSets == 0[Error]\n");
-    return TAV_EML_ERR_UNKNOWN;
+    return boundary_failure("close_mail", " : SMTPSets == 0", TAV_EML_ERR_UNKNOWN);
   }
   free_block();
   tav_eml_smtp_command command;
@@ -131,7 +118,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
         "tav_eml_smtp_boundary::close_mail : tav_eml_smtp_disconnect NG[Error: 0x%lx]\n",
         log_long_code(quit));
     if (m_pSession != nullptr) {
-      // Nobody is there to say goodbye to: the connection is of no more use.
+      // QUIT did not get through: the connection is of no more use.
       close_connection(*m_pSession);
       m_pSession->status = SMTP_NOT_CONNECT;
     }
@@ -142,8 +129,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail() {
 
 TAV_EML_RESULT tav_eml_smtp_boundary::abort_mail() {
   if (m_pSMTPSettings == nullptr || m_pSession == nullptr) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::abort_mail : m_pSMTPSettings == 0[Error]\n");
-    return TAV_EML_OK;
+    return boundary_failure("abort_mail", " : m_pSMTPSettings == 0", TAV_EML_OK);
   }
   TAV_EML_RESULT result = TAV_EML_OK;
   switch (m_pSession->status) {
@@ -160,8 +146,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::abort_mail() {
       TAV_EML_LOG_STATUS("tav_eml_smtp_boundary::abort_mail : status = SMTP_DATA_SEND\n");
       break;
     default:
-      TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::abort_mail : Illegal status[Error]\n");
-      result = TAV_EML_ERR_UNKNOWN;
+      result = boundary_failure("abort_mail", " : Illegal status", TAV_EML_ERR_UNKNOWN);
       break;
   }
   close_connection(*m_pSession);
@@ -189,26 +174,14 @@ TAV_EML_RESULT tav_eml_smtp_boundary::adjust_buff_len_m3(char*& data, long& leng
                                                          uint8_t* carry_bytes) {
   constexpr char kName[] = "adjust_buff_len_m3";
   if (length == 0) return TAV_EML_OK;
+  const long ready = whole_groups(carry_count, length);
+  if (ready < 0) return TAV_EML_ERR_UNKNOWN;
   const long carried = carry_count;
-  if (carried < 0 || carried > 2) {
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():ModLen is invalid[Error]\n", kName);
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  if (length < 0 || length > INT_MAX - 3) {
-    constexpr int kCaseOfCarry[] = {3, 7, 11};
-    TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():case %d <- NG[Error]\n", kName,
-                      kCaseOfCarry[carried]);
-    return TAV_EML_ERR_UNKNOWN;
-  }
-
-  // Of the carried bytes followed by the data, the last `rest` ones wait for the next piece.
-  const long rest = (carried + length) % 3;
-  const long ready = carried + length - rest;
+  const long rest = carried + length - ready;  // waits for the next piece
   if (carried > 0) {
     utl_buffer joined;
     if (!guarded(kName, false, [&] { return joined.allocate_uncleared(carried + length); })) {
-      TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", kName);
-      return TAV_EML_ERR_NO_MEMORY;
+      return boundary_failure(kName, "():AllocError", TAV_EML_ERR_NO_MEMORY);
     }
     std::memcpy(joined.data(), carry_bytes, static_cast<size_t>(carried));
     std::memcpy(joined.data() + carried, data, static_cast<size_t>(length));

@@ -196,4 +196,23 @@ int tav_eml_smtp_send_mail::create_message_id(const tav_eml_mlutl_mail_address& 
   return guarded("create_message_id", 0, [&] { return make_message_id(from, id) ? 1 : 0; });
 }
 
+int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
+                                              const char* label, char*& buffer, char* /*work*/,
+                                              long& count, long& length) {
+  if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
+  return guarded("MakeHeaderAddress", 0,
+                 [&] { return append_addresses(list, label, buffer, length, count) ? 1 : 0; });
+}
+
+int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
+                                                char*& buffer, long& length) {
+  if (!is_readable("make_header_bracket", label, 1)) return 0;
+  return guarded("make_header_bracket", 0,
+                 [&] { return append_ids(value, label, buffer, length) ? 1 : 0; });
+}
+
+int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {
+  return compose_header(*this, buffer, length) ? 1 : 0;
+}
+
 }  // namespace quorvelmida

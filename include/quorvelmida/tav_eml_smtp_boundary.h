@@ -97,13 +97,13 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   TAVEML_LOCAL TAV_EML_RESULT send_piece(tav_eml_mlutl_mail_part& content,
                                          TAV_EML_CHAR_SET char_set, int32_t& carry_count,
                                          uint8_t* carry_bytes, const piece_texts& texts);
-  TAVEML_LOCAL TAV_EML_RESULT send_encoded(utl_buffer& data, TAV_EML_CHAR_SET char_set,
-                                           int32_t& carry_count, uint8_t* carry_bytes,
-                                           const piece_texts& texts);
+  TAVEML_LOCAL TAV_EML_RESULT send_base64(utl_buffer& data, TAV_EML_CHAR_SET char_set,
+                                          int32_t& carry_count, uint8_t* carry_bytes,
+                                          const piece_texts& texts);
   TAVEML_LOCAL UtlMutex* lock() const;
   TAVEML_LOCAL void free_block();
   TAVEML_LOCAL TAV_EML_RESULT flush_carries(const char* operation);
-  TAVEML_LOCAL TAV_EML_RESULT flush_carry(const char* operation, const char* what,
+  TAVEML_LOCAL TAV_EML_RESULT flush_carry(const char* operation, const char* encode_step,
                                           int32_t& carry_count, const uint8_t* carry_bytes);
   TAVEML_LOCAL TAV_EML_RESULT send_delimiter(const char* operation, const char* caller,
                                              const UtlString& boundary, const char* end);

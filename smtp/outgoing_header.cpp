@@ -1,4 +1,4 @@
-// The header of an outgoing message (RFC 5322, RFC 2045, RFC 2046).
+#include "outgoing_header.h"
 
 #include <cstring>
 #include <initializer_list>
@@ -14,7 +14,6 @@
 #include "common/utl_buffer.h"
 #include "message/address_text.h"
 #include "message/part_text.h"
-#include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 
@@ -65,7 +64,8 @@ bool ids_fit(const char* ids, size_t label_length) {
   return true;
 }
 
-// Lets mail exceptions through: what they end is the header as a whole.
+}  // namespace
+
 bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label, char*& buffer,
                       long& length, long& count) {
   constexpr char kName[] = "MakeHeaderAddress";
@@ -91,7 +91,6 @@ bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label,
   return false;
 }
 
-// Lets exceptions through, as above.
 bool append_ids(const UtlString& value, const char* label, char*& buffer, long& length) {
   constexpr char kName[] = "make_header_bracket";
   if (value.IsEmpty()) return true;
@@ -114,6 +113,8 @@ bool append_ids(const UtlString& value, const char* label, char*& buffer, long& 
   }
   return is_written;
 }
+
+namespace {
 
 // The header under construction. Each append fails with the number of its step in the log.
 class message_header {
@@ -339,44 +340,29 @@ const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
   return nullptr;
 }
 
-int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
-                                              const char* label, char*& buffer, char* /*work*/,
-                                              long& count, long& length) {
-  if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
-  return guarded("MakeHeaderAddress", 0,
-                 [&] { return append_addresses(list, label, buffer, length, count) ? 1 : 0; });
-}
-
-int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
-                                                char*& buffer, long& length) {
-  if (!is_readable("make_header_bracket", label, 1)) return 0;
-  return guarded("make_header_bracket", 0,
-                 [&] { return append_ids(value, label, buffer, length) ? 1 : 0; });
-}
-
-int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {
+bool compose_header(tav_eml_smtp_send_mail& mail, char*& buffer, long& length) {
   buffer = nullptr;
   length = 0;
-  if (m_nCharSet == TAV_EML_CS_UNKNOWN || m_nCharSet == TAV_EML_CS_NONE) {
+  if (mail.m_nCharSet == TAV_EML_CS_UNKNOWN || mail.m_nCharSet == TAV_EML_CS_NONE) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : IsCharSetAvail NG\n");
-    return 0;
+    return false;
   }
   try {
-    message_header header(*this);
-    if (!header.compose()) return 0;
-    if (const char* field = unsafe_header_field(*this)) {
+    message_header header(mail);
+    if (!header.compose()) return false;
+    if (const char* field = unsafe_header_field(mail)) {
       TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : invalid %s\n", field);
-      return 0;
+      return false;
     }
     header.release(buffer, length);
-    return 1;
+    return true;
   } catch (tav_eml_mlutl_mail_exception* thrown) {
     const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Exception occured.\n");
   } catch (const std::bad_alloc&) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : out of memory\n");
   }
-  return 0;
+  return false;
 }
 
 }  // namespace quorvelmida

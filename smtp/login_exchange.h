@@ -1,20 +1,22 @@
-// auth_exchange.h - what the login methods share: challenges in, answers out.
+// login_exchange.h - what the login methods share: challenges in, answers out.
 
-#ifndef AUTH_EXCHANGE_H
-#define AUTH_EXCHANGE_H
+#ifndef LOGIN_EXCHANGE_H
+#define LOGIN_EXCHANGE_H
 
 #include <string>
 #include <string_view>
 
-#include "common/secret.h"
 #include "quorvelmida/tav_eml_result.h"
-#include "quorvelmida/tav_eml_smtp_settings.h"
+#include "smtp_dialogue.h"
 
 namespace quorvelmida {
 
-// TAV_EML_OK for a reply that begins with "2"; the temporary code for "4"; otherwise
-// TAV_EML_ERR_AUTH, on which the next method is tried.
-TAV_EML_RESULT judge_login(const char* reply);
+// Judges the latest reply. TAV_EML_OK when it begins with "2"; the temporary code for "4";
+// otherwise TAV_EML_ERR_AUTH, on which the next method is tried.
+TAV_EML_RESULT judge_login(const smtp_dialogue& dialogue, const exchange_texts& texts);
+
+// Reads the reply that ends a login and judges it.
+TAV_EML_RESULT end_login(smtp_dialogue& dialogue, const exchange_texts& texts);
 
 // Decodes the base64 challenge of a "334" line, over everything in it that is not base64. False
 // when the line was cut off and for want of memory.
@@ -24,18 +26,16 @@ bool decode_challenge(const char* line, std::string& challenge);
 // TAV_EML_ERR_UNKNOWN when base64 fails, TAV_EML_ERR_PARAM when the line needs more than `room`
 // bytes, its NUL included; otherwise the code of the transfer. `texts` are logged.
 struct answer_texts {
+  const char* operation;
   const char* base64;
   const char* send;
-  const char* memory = nullptr;  // there is no room for the line; null: as `send`
+  const char* memory;  // there is no room for the line
 };
-TAV_EML_RESULT send_answer(ntssmtp_fileptr& session, const char* before, std::string_view secret,
-                           size_t room, long timeout, const answer_texts& texts);
+TAV_EML_RESULT send_answer(smtp_dialogue& dialogue, const char* before, std::string_view secret,
+                           size_t room, const answer_texts& texts);
 
 // The 32 hexadecimal digits of a digest as its 16 bytes, pair by pair.
 void digest_bytes(const char* digits, char* bytes);
-
-// True when the session has its buffers; otherwise `message` is logged.
-bool has_buffers(const ntssmtp_fileptr& session, const char* message);
 
 }  // namespace quorvelmida
 

@@ -5,7 +5,9 @@
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
+#include "entry_status.h"
 #include "pop3_dialogue.h"
+#include "pop3_log.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
 
@@ -13,17 +15,9 @@ namespace quorvelmida {
 
 namespace {
 
-constexpr int kWaiting = 1;
-constexpr int kHandedOut = 2;
-
 TAV_EML_RESULT failure(const char* operation, const char* text) {
   TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): %s\n", operation, text);
   return TAV_EML_ERR_UNKNOWN;
-}
-
-void log_called(const char* operation, const char* called, TAV_EML_RESULT result) {
-  TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): %s() returns [0x%08lx]\n", operation,
-                    called, log_long_code(result));
 }
 
 }  // namespace
@@ -51,13 +45,9 @@ TAV_EML_RESULT tav_eml_pop3_boundary::describe(int number, const fill_texts& tex
   const TAV_EML_RESULT result =
       tav_eml_pop3_command::get_size(m_pPOP3Settings, m_nSock, *m_pTLSInfo, number, size);
   if (result != TAV_EML_OK) {
-    if (texts.has_line) {
-      TAV_EML_LOG_ERROR(
-          "<Error> tav_eml_pop3_boundary::%s(): get_size() returns [0x%08lx]: Line%d\n",
-          texts.operation, log_long_code(result), __LINE__);
-    } else {
-      log_called(texts.operation, "get_size", result);
-    }
+    if (!texts.has_line) return pop3_boundary_called_failure(texts.operation, "get_size", result);
+    TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::%s(): get_size() returns [0x%08lx]: Line%d\n",
+                      texts.operation, log_long_code(result), __LINE__);
     return result;
   }
   UtlString uid("");
@@ -107,18 +97,13 @@ TAV_EML_RESULT tav_eml_pop3_boundary::fill(tav_eml_pop3_mail_info_list& list,
 TAV_EML_RESULT tav_eml_pop3_boundary::list(tav_eml_pop3_mail_info_list& list, int keep_on_no_uidl) {
   return guarded("list", [&]() -> TAV_EML_RESULT {
     if (!is_connected()) {
-      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::list():[Return %08lx] not connected\n",
-                        log_long_code(TAV_EML_ERR_NOT_CONNECTED));
-      return TAV_EML_ERR_NOT_CONNECTED;
+      return pop3_boundary_failure("list", " not connected", TAV_EML_ERR_NOT_CONNECTED);
     }
     int octets = 0;
     int count = 0;
     TAV_EML_RESULT result =
         tav_eml_pop3_command::get_stat(m_pPOP3Settings, m_nSock, *m_pTLSInfo, octets, count);
-    if (result != TAV_EML_OK) {
-      log_called("list", "get_stat", result);
-      return result;
-    }
+    if (result != TAV_EML_OK) return pop3_boundary_called_failure("list", "get_stat", result);
     m_nMailCount = count;
 
     UtlString uid;
@@ -139,9 +124,7 @@ TAV_EML_RESULT tav_eml_pop3_boundary::list_next(tav_eml_pop3_mail_info_list& lis
                                                 tav_eml_pop3_mail_info& done) {
   return guarded("list_next", [&]() -> TAV_EML_RESULT {
     if (!is_connected()) {
-      TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_boundary::list_next():[Return %08lx] not connected\n",
-                        log_long_code(TAV_EML_ERR_NOT_CONNECTED));
-      return TAV_EML_ERR_NOT_CONNECTED;
+      return pop3_boundary_failure("list_next", " not connected", TAV_EML_ERR_NOT_CONNECTED);
     }
     if (list.set_entry_status(done, kHandedOut) == 0) {
       return failure("list_next", "set_entry_status() returns [FALSE]");

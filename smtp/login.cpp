@@ -1,0 +1,85 @@
+#include "login.h"
+
+#include "common/guard.h"
+#include "common/log.h"
+#include "common/text.h"
+#include "greeting.h"
+#include "smtp_log.h"
+#include "smtp_session.h"
+
+namespace quorvelmida {
+
+namespace {
+
+constexpr char kName[] = "tav_eml_smtp_auth";
+
+struct login_method {
+  const char* announced;  // in the reply to EHLO
+  int32_t smtp_ehlo_option::*flag;
+  const char* operation;  // in the log
+  login_function log_in;
+};
+
+// In the order in which they are tried.
+constexpr login_method kMethods[] = {
+    {"CRAM-MD5", &smtp_ehlo_option::cram_md5, "tav_eml_smtp_auth_cram_md5", &log_in_with_cram_md5},
+    {"DIGEST-MD5", &smtp_ehlo_option::digest_md5, "tav_eml_smtp_auth_digest_md5",
+     &log_in_with_digest_md5},
+    {"PLAIN", &smtp_ehlo_option::plain, "tav_eml_smtp_auth_plain", &log_in_with_plain},
+    {"LOGIN", &smtp_ehlo_option::login, "tav_eml_smtp_auth_login", &log_in_with_login},
+};
+
+// The first method that is set; null when there is none.
+const login_method* first_method(const smtp_ehlo_option& option) {
+  for (const login_method& method : kMethods) {
+    if (option.*method.flag != 0) return &method;
+  }
+  return nullptr;
+}
+
+// A method that fails is not tried again.
+TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& settings,
+                   ntssmtp_fileptr& session, smtp_ehlo_option& untried) {
+  const login_account account = {settings.user_id, settings.password, text_of(settings.server)};
+  const TAV_EML_RESULT result = guarded(method.operation, [&] {
+    smtp_dialogue dialogue(session, settings);
+    return method.log_in(account, dialogue);
+  });
+  if (result == TAV_EML_OK) return result;
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: %s return 0x%x[Error]\n", kName, method.operation,
+                    log_code(result));
+  untried.*method.flag = 0;
+  return result;
+}
+
+}  // namespace
+
+void take_login_methods(const std::string& list, smtp_ehlo_option& option) {
+  for (const login_method& method : kMethods) {
+    if (list.find(method.announced) != std::string::npos) option.*method.flag = 1;
+  }
+}
+
+bool has_login_method(const smtp_ehlo_option& option) { return first_method(option) != nullptr; }
+
+TAV_EML_RESULT log_in(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
+                      smtp_ehlo_option& untried) {
+  if (!is_usable(settings, session, kName)) return TAV_EML_ERR_UNKNOWN;
+  if (!wants_login(*settings)) {
+    return command_failure(kName, " : Invalid auth_kind", TAV_EML_ERR_UNKNOWN);
+  }
+  if (settings->user_id.IsEmpty()) return command_failure(kName, ": UsrID None", TAV_EML_ERR_AUTH);
+
+  // Always the reply to this EHLO: what was announced before TLS does not count.
+  smtp_ehlo_option announced = {};
+  const TAV_EML_RESULT result = send_ehlo(settings, session, announced);
+  if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
+  if (!has_login_method(untried)) untried = announced;
+  const login_method* method = first_method(untried);
+  if (method == nullptr) {
+    return command_failure(kName, ": Unknown AuthKind", TAV_EML_ERR_AUTH_METHOD);
+  }
+  return run(*method, *settings, *session, untried);
+}
+
+}  // namespace quorvelmida
