@@ -4,9 +4,9 @@
 #include <climits>
 #include <cstdint>
 
+#include "codec/codec_text.h"
 #include "common/guard.h"
 #include "common/log.h"
-#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
 
@@ -49,8 +49,7 @@ TAV_EML_RESULT convert(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* 
     if (rest.length == 0 && converted.data() == nullptr) {
       room.set_length(piece.length);
       converted = std::move(room);
-    } else if (tav_eml_mlutl_mime_utility::ReallocationBuffer(converted.data(), converted.length(),
-                                                              room.data(), piece.length) == 0) {
+    } else if (!append_text(converted, {room.data(), static_cast<size_t>(piece.length)})) {
       return TAV_EML_ERR_NO_MEMORY;
     }
   }

@@ -13,6 +13,7 @@
 #include "common/text.h"
 #include "common/utl_buffer.h"
 #include "message/address_text.h"
+#include "message/content_type.h"
 #include "message/part_text.h"
 #include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
@@ -66,8 +67,8 @@ bool ids_fit(const char* ids, size_t label_length) {
 
 }  // namespace
 
-bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label, char*& buffer,
-                      long& length, long& count) {
+bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label, utl_buffer& header,
+                      long& count) {
   constexpr char kName[] = "MakeHeaderAddress";
   count = 0;
   if (!addresses_fit(text_of(list.m_cAddress), std::strlen(label))) {
@@ -83,7 +84,7 @@ bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label,
     }
     if (count == 0) return true;
     lines += "\r\n";
-    if (append_bytes(buffer, length, lines.data(), static_cast<long>(lines.size()))) return true;
+    if (append_header_text(header, {lines})) return true;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():add_buffer NG\n", kName);
   } catch (const std::bad_alloc&) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s():MemRealloc NG\n", kName);
@@ -91,7 +92,7 @@ bool append_addresses(const tav_eml_mlutl_mail_address& list, const char* label,
   return false;
 }
 
-bool append_ids(const UtlString& value, const char* label, char*& buffer, long& length) {
+bool append_ids(const UtlString& value, const char* label, utl_buffer& header) {
   constexpr char kName[] = "make_header_bracket";
   if (value.IsEmpty()) return true;
   if (!ids_fit(value.GetString(), std::strlen(label))) {
@@ -102,8 +103,8 @@ bool append_ids(const UtlString& value, const char* label, char*& buffer, long& 
   std::string_view id;
   bool is_written = false;
   for (; find_id(at, id); is_written = true) {
-    const std::string line = joined({is_written ? "" : label, is_written ? "\t" : " ", id, "\r\n"});
-    if (!append_bytes(buffer, length, line.data(), static_cast<long>(line.size()))) {
+    if (!append_header_text(header,
+                            {is_written ? "" : label, is_written ? "\t" : " ", id, "\r\n"})) {
       TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::%s:add_buffer NG\n", kName);
       return false;
     }
@@ -135,11 +136,7 @@ class message_header {
   bool is_multipart() const { return clb_CompStrCaseN(m_cType, "mult", 4) == 0; }
 
   bool append(std::initializer_list<std::string_view> texts, int line) {
-    const std::string text = joined(texts);
-    if (append_bytes(m_cText.data(), m_cText.length(), text.data(),
-                     static_cast<long>(text.size()))) {
-      return true;
-    }
+    if (append_header_text(m_cText, texts)) return true;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader() add_buffer[NG]: Line%d\n",
                       line);
     return false;
@@ -156,14 +153,14 @@ class message_header {
 
   bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
                      long& count) {
-    if (append_addresses(list, label, m_cText.data(), m_cText.length(), count)) return true;
+    if (append_addresses(list, label, m_cText, count)) return true;
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() MakeHeaderAddress[NG]: Line%d\n", line);
     return false;
   }
 
   bool add_bracket(const char* label, const UtlString& value, int line) {
-    if (append_ids(value, label, m_cText.data(), m_cText.length())) return true;
+    if (append_ids(value, label, m_cText)) return true;
     TAV_EML_LOG_ERROR(
         "<Error> : tav_eml_smtp_send_mail::MakeHeader() make_header_bracket[NG]: Line%d\n", line);
     return false;
@@ -301,10 +298,6 @@ bool is_usable_boundary(TAV_EML_CONTENT_TYPE type, const UtlString& boundary) {
 
 }  // namespace
 
-bool is_multipart_type(TAV_EML_CONTENT_TYPE type) {
-  return type >= TAV_EML_CT_MULTIPART && type <= TAV_EML_CT_MULTIPART_REPORT;
-}
-
 const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
   const struct {
     const char* name;
@@ -330,7 +323,7 @@ const char* unsafe_header_field(const tav_eml_smtp_send_mail& mail) {
       return field.name;
     }
   }
-  if (is_multipart_type(mail.m_nContentType) &&
+  if (is_multipart(mail.m_nContentType) &&
       !is_usable_boundary(mail.m_nContentType, mail.m_cBoundaryString)) {
     return "boundary";
   }

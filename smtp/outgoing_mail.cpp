@@ -9,6 +9,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
+#include "message/content_type.h"
 #include "outgoing_header.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
@@ -273,7 +274,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::close_mail(tav_eml_smtp_send_mail& mail) {
   // After a refused DATA there is nothing to complete.
   if (is_data_open(*m_pSession)) {
     TAV_EML_RESULT result = flush_carries(kName);
-    if (result == TAV_EML_OK && is_multipart_type(mail.m_nContentType)) {
+    if (result == TAV_EML_OK && is_multipart(mail.m_nContentType)) {
       result = send_delimiter(kName, kNameWithMail, mail.m_cBoundaryString, "--\r\n");
     }
     if (result != TAV_EML_OK) return result;

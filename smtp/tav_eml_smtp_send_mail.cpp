@@ -200,15 +200,17 @@ int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& 
                                               const char* label, char*& buffer, char* /*work*/,
                                               long& count, long& length) {
   if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
+  lent_buffer header(buffer, length);
   return guarded("MakeHeaderAddress", 0,
-                 [&] { return append_addresses(list, label, buffer, length, count) ? 1 : 0; });
+                 [&] { return append_addresses(list, label, header, count) ? 1 : 0; });
 }
 
 int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
                                                 char*& buffer, long& length) {
   if (!is_readable("make_header_bracket", label, 1)) return 0;
+  lent_buffer header(buffer, length);
   return guarded("make_header_bracket", 0,
-                 [&] { return append_ids(value, label, buffer, length) ? 1 : 0; });
+                 [&] { return append_ids(value, label, header) ? 1 : 0; });
 }
 
 int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {

@@ -3,9 +3,12 @@
 #ifndef UTL_BUFFER_H
 #define UTL_BUFFER_H
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "utl_os.h"
 
@@ -65,15 +68,19 @@ class utl_buffer {
     return true;
   }
 
-  // Appends bytes and a NUL after them. False when the block cannot grow; what the device's
+  // Appends the texts and a NUL, growing the block once. False if it cannot grow; what the device's
   // allocator throws goes through.
-  bool append(const void* bytes, long count) {
-    if (count < 0 || count >= INT_MAX - m_lLength) return false;
-    void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(m_lLength + count + 1));
+  bool append(std::initializer_list<std::string_view> texts) {
+    uint64_t length = static_cast<uint64_t>(m_lLength);
+    for (const std::string_view text : texts) length += std::min<uint64_t>(text.size(), INT_MAX);
+    if (length >= INT_MAX) return false;
+    void* block = UtlOS::MemReallocate(m_pData, static_cast<size_t>(length) + 1);
     if (block == nullptr) return false;
     m_pData = static_cast<char*>(block);
-    if (count > 0) std::memcpy(m_pData + m_lLength, bytes, static_cast<size_t>(count));
-    m_lLength += count;
+    for (const std::string_view text : texts) {
+      if (!text.empty()) std::memcpy(m_pData + m_lLength, text.data(), text.size());
+      m_lLength += static_cast<long>(text.size());
+    }
     m_pData[m_lLength] = '\0';
     return true;
   }
@@ -88,10 +95,10 @@ class utl_buffer {
   // Says how many bytes of the block count. The block itself stays as it is.
   void set_length(long length) { m_lLength = length; }
 
-  char*& data() { return m_pData; }
+  char* data() { return m_pData; }
   const char* data() const { return m_pData; }
-  long& length() { return m_lLength; }
   long length() const { return m_lLength; }
+  std::string_view view() const { return {m_pData, static_cast<size_t>(m_lLength)}; }
 
   template <typename Pointer>
   void release(Pointer*& data, long& length) {
@@ -108,6 +115,19 @@ class utl_buffer {
 
   char* m_pData = nullptr;
   long m_lLength = 0;
+};
+
+// The caller's block, which it gets back at the end of the scope, however that has grown.
+class lent_buffer : public utl_buffer {
+ public:
+  lent_buffer(char*& data, long& length) : m_pLent(data), m_lLent(length) { adopt(data, length); }
+  lent_buffer(lent_buffer&&) = delete;
+  lent_buffer& operator=(lent_buffer&&) = delete;
+  ~lent_buffer() { release(m_pLent, m_lLent); }
+
+ private:
+  char*& m_pLent;
+  long& m_lLent;
 };
 
 }  // namespace quorvelmida

@@ -21,11 +21,7 @@ namespace {
 class part_header {
  public:
   bool append(std::initializer_list<std::string_view> texts, int line) {
-    const std::string text = joined(texts);
-    if (append_bytes(m_cText.data(), m_cText.length(), text.data(),
-                     static_cast<long>(text.size()))) {
-      return true;
-    }
+    if (append_header_text(m_cText, texts)) return true;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::make_header() add_buffer[NG]: Line%d\n",
                       line);
     return false;

@@ -1,12 +1,18 @@
-// part_text.h - appending to a composed header.
+// part_text.h - what header composition is made of.
 
 #ifndef PART_TEXT_H
 #define PART_TEXT_H
 
+#include <initializer_list>
+#include <string_view>
+
+#include "common/utl_buffer.h"
+
 namespace quorvelmida {
 
-// As tav_eml_mlutl_mail_part::add_buffer, but lets exceptions of the allocator through.
-bool append_bytes(char*& buffer, long& length, const void* bytes, long count);
+// Appends the texts in one step, as tav_eml_mlutl_mail_part::add_buffer does, but lets exceptions
+// of the allocator through. False, after a log line, if memory runs out.
+bool append_header_text(utl_buffer& header, std::initializer_list<std::string_view> texts);
 
 }  // namespace quorvelmida
 

@@ -30,21 +30,11 @@ bool grow(const char* operation, char*& buffer, long length, long count) {
 
 }  // namespace
 
-bool append_bytes(char*& buffer, long& length, const void* bytes, long count) {
-  if (!is_readable("add_buffer", bytes, count)) return false;
-  const bool fits = length >= 0 && count >= 0 && count <= INT_MAX - 1 - length;
-  void* block =
-      fits ? UtlOS::MemReallocate(buffer, static_cast<size_t>(length + count + 1)) : nullptr;
-  if (block == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
-    return false;
-  }
-  buffer = static_cast<char*>(block);
-  if (count > 0) std::memcpy(buffer + length, bytes, static_cast<size_t>(count));
-  length += count;
-  buffer[length] = '\0';
-  return true;
+bool append_header_text(utl_buffer& header, std::initializer_list<std::string_view> texts) {
+  if (header.append(texts)) return true;
+  TAV_EML_LOG_ERROR(
+      "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
+  return false;
 }
 
 tav_eml_mlutl_mail_part::tav_eml_mlutl_mail_part()
@@ -186,8 +176,14 @@ void tav_eml_mlutl_mail_part::free_buffer() {
 
 int tav_eml_mlutl_mail_part::add_buffer(char*& buffer, long& length, const void* bytes,
                                         long count) {
-  return guarded("add_buffer", 0,
-                 [&] { return append_bytes(buffer, length, bytes, count) ? 1 : 0; });
+  if (!is_readable("add_buffer", bytes, count)) return 0;
+  lent_buffer text(buffer, length);
+  return guarded("add_buffer", 0, [&] {
+    const bool fits = length >= 0 && count >= 0;
+    // A length out of range fails like memory that ran out.
+    const size_t size = fits ? static_cast<size_t>(count) : std::string_view::npos;
+    return append_header_text(text, {{static_cast<const char*>(bytes), size}}) ? 1 : 0;
+  });
 }
 
 int tav_eml_mlutl_mail_part::InsertBuffer(char*& buffer, long& length, const void* bytes,
@@ -212,7 +208,7 @@ char* tav_eml_mlutl_mail_part::MakeMultiLine(const char* text) {
   return reporting_mail_exceptions(kName, none, [&]() -> char* {
     utl_buffer folded;
     const auto append = [&](const char* bytes, long count, int line) {
-      if (append_bytes(folded.data(), folded.length(), bytes, count)) return true;
+      if (append_header_text(folded, {{bytes, static_cast<size_t>(count)}})) return true;
       TAV_EML_LOG_ERROR(
           "<Error> : tav_eml_mlutl_mail_part::MakeMultiLine() add_buffer[NG]: Line%d\n", line);
       return false;

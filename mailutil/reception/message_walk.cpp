@@ -18,6 +18,18 @@ constexpr size_t kMaxHeaderBytes = 256 * 1024;
 
 constexpr std::string_view kEmptyLine = "\r\n";
 
+// Leaves nothing of a header in the store, however its reading ends.
+class header_end {
+ public:
+  explicit header_end(block_store& blocks) : m_cBlocks(blocks) {}
+  header_end(const header_end&) = delete;
+  header_end& operator=(const header_end&) = delete;
+  ~header_end() { m_cBlocks.clear(); }
+
+ private:
+  block_store& m_cBlocks;
+};
+
 // Empty, after a log line, if memory ran out.
 std::optional<header_lines> decode_header(const receive_operation& operation,
                                           std::string_view received, TAV_EML_CHAR_SET& char_set) {
@@ -64,6 +76,7 @@ TAV_EML_UTL_RETCODE message_walk::read_header(const receive_operation& operation
     code = collect(operation, line);
     if (code != TAV_EML_UTL_OK) return code;
   }
+  const header_end end(m_cBlocks);
   const std::string_view received = m_cBlocks.held();
   if (received.empty()) return TAV_EML_UTL_OK;
   TAV_EML_CHAR_SET char_set = m_cMail.m_nCharSet;
@@ -71,7 +84,6 @@ TAV_EML_UTL_RETCODE message_walk::read_header(const receive_operation& operation
   if (!lines) return TAV_EML_UTL_ERROR;
   m_cMail.m_nCharSet = char_set;
   keep_received_lines(m_cMail, received);
-  m_cBlocks.clear();
   take_mail_fields(m_cMail, *lines);
   return TAV_EML_UTL_OK;
 }
@@ -106,29 +118,29 @@ TAV_EML_UTL_RETCODE message_walk::read_part_header(const receive_operation& oper
   do {
     const TAV_EML_UTL_RETCODE code = collect_part_header(operation);
     if (code != TAV_EML_UTL_OK) return code;
+    const header_end end(m_cBlocks);
+    const std::string_view received = m_cBlocks.held();
     // A header cut off by a delimiter must not open a level that is never closed.
     const bool is_cut = part.m_nComplete != 0 && m_cMail.m_nReceiving != 0;
-    if (is_cut) m_cBlocks.clear();
-    const std::string_view received = m_cBlocks.held();
-    if (received.empty()) return TAV_EML_UTL_OK;
+    if (is_cut || received.empty()) return TAV_EML_UTL_OK;
     TAV_EML_CHAR_SET char_set = part.m_nCharSet;
     const std::optional<header_lines> lines = decode_header(operation, received, char_set);
     if (!lines) return TAV_EML_UTL_ERROR;
     if (!enter_multipart(m_cMail, *lines)) {
       part.m_nCharSet = char_set;
       keep_received_lines(part, received);
-      m_cBlocks.clear();
       take_part_fields(m_cMail, *lines);
       return TAV_EML_UTL_OK;
     }
     // If the message ends in a multipart's header, no part follows.
   } while (m_cMail.m_nReceiving != 0);
-  m_cBlocks.clear();
   return TAV_EML_UTL_OK;
 }
 
 TAV_EML_UTL_RETCODE message_walk::read_body(const receive_operation& operation) {
-  while (m_cMail.m_nReceiving != 0 && !m_cBlocks.is_full()) {
+  // Each call reads on: only a line that is added now makes a block full.
+  bool is_full = false;
+  while (m_cMail.m_nReceiving != 0 && !is_full) {
     std::string_view lines = m_cLines.take_plain(m_cBlocks.room());
     if (lines.empty()) {
       const TAV_EML_UTL_RETCODE code = m_cLines.read_content(m_cMail, lines);
@@ -136,13 +148,16 @@ TAV_EML_UTL_RETCODE message_walk::read_body(const receive_operation& operation) 
     }
     const TAV_EML_UTL_RETCODE code = add(operation, lines);
     if (code != TAV_EML_UTL_OK) return code;
+    is_full = !lines.empty() && m_cBlocks.is_full();
   }
   return m_cBlocks.deliver(operation, m_cMail);
 }
 
 // Reads lines of the current part until it ends or there is a block.
 TAV_EML_UTL_RETCODE message_walk::read_part_lines(const receive_operation& operation) {
-  while (m_cMail.m_nReceiving != 0 && !m_cBlocks.is_full()) {
+  // Each call reads on: only a line that is added now makes a block full.
+  bool is_full = false;
+  while (m_cMail.m_nReceiving != 0 && !is_full) {
     std::string_view lines = m_cLines.take_plain(m_cBlocks.room());
     if (lines.empty()) {
       const TAV_EML_UTL_RETCODE code = m_cLines.read_content(m_cMail, lines);
@@ -155,6 +170,7 @@ TAV_EML_UTL_RETCODE message_walk::read_part_lines(const receive_operation& opera
     }
     const TAV_EML_UTL_RETCODE code = add(operation, lines);
     if (code != TAV_EML_UTL_OK) return code;
+    is_full = !lines.empty() && m_cBlocks.is_full();
   }
   return TAV_EML_UTL_OK;
 }
