@@ -10,11 +10,11 @@
 
 extern "C" {
 
-// Wakes the port, in all threads: every wait that is going on ends. From then on connect, send,
-// receive, the name resolution, the TLS handshake, TLS read and write, and osw_Sleep return at
-// once, also where bytes are ready, so that no peer holds up the end. A woken call returns what it
-// returns when its time is over: TAV_NETSOCK_TIMEOUT, TLSW_ERR_TIMEOUT, a failed resolution.
-// Shutting down and closing work as ever.
+// Wakes the port, in all threads: every wait that is going on ends within a tenth of a second. From
+// then on connect, send, receive, the name resolution, the TLS handshake, TLS read and write, and
+// osw_Sleep return at once, also where bytes are ready, so that no peer holds up the end. A woken
+// call returns what it returns when its time is over: TAV_NETSOCK_TIMEOUT, TLSW_ERR_TIMEOUT, a
+// failed resolution. Shutting down and closing work as ever.
 //
 // May be called by any thread and by a signal handler, any number of times.
 UTL_API void tav_wake(void) noexcept;

@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -25,6 +26,9 @@
 namespace {
 
 constexpr int kFirstHandle = 1;
+
+// For which a call waits within the system, where nothing but a signal wakes it.
+constexpr int kSliceMs = 100;
 
 // The latest answer of the resolver to this thread.
 struct resolution {
@@ -117,17 +121,19 @@ int32_t finish_connect(int fd, const deadline& until) {
 
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-// Calls `move`, which does not wait, until it moves something, fails, or the time is over. Nothing
-// is waited for as long as something moves.
+// Calls `move` until it moves something, fails, or the time is over. The first call may wait within
+// the system for kSliceMs if the socket is the port's own: most replies come by then, with one call
+// instead of three. After it poll() waits, which tav_wake() ends at once.
 template <typename Move>
-int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
+int32_t transfer(int32_t sock, bool is_own, short events, int32_t timeout_ms, Move&& move) {
   if (is_woken()) return TAV_NETSOCK_TIMEOUT;
   const deadline until(timeout_ms);
+  int wait_flag = is_own && (timeout_ms <= 0 || timeout_ms >= kSliceMs) ? 0 : MSG_DONTWAIT;
   for (;;) {
-    const ssize_t count = move();
+    const ssize_t count = move(wait_flag);
     if (count >= 0) return static_cast<int32_t>(count);
-    if (errno == EINTR) continue;
-    if (!would_block(errno)) return TAV_NETSOCK_ERROR;
+    if (!would_block(errno) && errno != EINTR) return TAV_NETSOCK_ERROR;
+    wait_flag = MSG_DONTWAIT;
     const int ready = until.wait(sock, events);
     if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
   }
@@ -192,7 +198,7 @@ void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
 }
 
 int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) noexcept {
-  const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC | SOCK_NONBLOCK, protocol));
+  const int fd = avoid_zero(socket(family, type | SOCK_CLOEXEC, protocol));
   if (fd < 0) return -1;
   if (!open_record(fd)) {
     close(fd);
@@ -201,6 +207,12 @@ int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t protocol) noexc
   const int on = 1;
   // Commands are small: without it each would wait for the reply to the one before.
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  const timeval slice = {0, kSliceMs * 1000};
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &slice, sizeof slice) != 0 ||
+      setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &slice, sizeof slice) != 0) {
+    tav_netsock_close(fd);
+    return -1;
+  }
   return fd;
 }
 
@@ -231,7 +243,7 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
   const deadline until(timeout_ms);
   int32_t result = 0;
   if (connect(sock, static_cast<const sockaddr*>(addr), static_cast<socklen_t>(addr_len)) != 0) {
-    // A connect that was interrupted goes on in the background.
+    // A connect that was interrupted, or takes more than a slice, goes on in the background.
     if (errno != EINPROGRESS && errno != EINTR) return TAV_NETSOCK_ERROR;
     result = finish_connect(sock, until);
   }
@@ -246,9 +258,10 @@ int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_l
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                int32_t timeout_ms) noexcept {
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
-  const int wishes = flags | MSG_NOSIGNAL | MSG_DONTWAIT;
-  const int32_t count = transfer(sock, POLLOUT, timeout_ms, [&] {
-    return send(sock, data, static_cast<size_t>(len), wishes);
+  const int wishes = (flags & ~MSG_DONTWAIT) | MSG_NOSIGNAL;
+  const bool is_own = find_record(sock) != nullptr;
+  const int32_t count = transfer(sock, is_own, POLLOUT, timeout_ms, [&](int wait_flag) {
+    return send(sock, data, static_cast<size_t>(len), wishes | wait_flag);
   });
   return observed(TAV_WIRETAP_SENT, data, count);
 }
@@ -259,16 +272,18 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
   socket_record* const record = find_record(sock);
   const auto length = static_cast<size_t>(len);
   const int wishes = flags & ~MSG_DONTWAIT;
-  const auto move = [&]() -> ssize_t {
-    if (record == nullptr) return recv(sock, data, length, wishes | MSG_DONTWAIT);
-    if (record->ahead.is_empty()) return record->ahead.receive(sock, data, length, wishes);
+  const auto move = [&](int wait_flag) -> ssize_t {
+    if (record == nullptr) return recv(sock, data, length, wishes | wait_flag);
+    if (record->ahead.is_empty()) {
+      return record->ahead.receive(sock, data, length, wishes | wait_flag);
+    }
     if (wishes == 0 || wishes == MSG_PEEK) {
       return static_cast<ssize_t>(record->ahead.take(data, length, wishes));
     }
     errno = EINVAL;  // only the system knows what to do, and it does not have the bytes
     return -1;
   };
-  const int32_t count = transfer(sock, POLLIN, timeout_ms, move);
+  const int32_t count = transfer(sock, record != nullptr, POLLIN, timeout_ms, move);
   return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 

@@ -55,15 +55,15 @@ void read_ahead::make_room() {
   m_size = kMailBytes;
 }
 
-// Other flags than none mean the bytes that are asked for, and no others.
+// Other flags mean the bytes that are asked for, and no others.
 ssize_t read_ahead::receive(int fd, void* data, size_t length, int flags) {
-  if (flags != 0) return recv(fd, data, length, flags | MSG_DONTWAIT);
+  if ((flags & ~MSG_DONTWAIT) != 0) return recv(fd, data, length, flags);
   if (length > 1) make_room();
   iovec pieces[] = {{data, length}, {m_first, m_size}};
   msghdr message = {};
   message.msg_iov = pieces;
   message.msg_iovlen = 2;
-  const ssize_t count = recvmsg(fd, &message, MSG_DONTWAIT);
+  const ssize_t count = recvmsg(fd, &message, flags);
   m_next = m_end = m_first;
   if (count <= static_cast<ssize_t>(length)) return count;
   m_end += static_cast<size_t>(count) - length;

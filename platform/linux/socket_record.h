@@ -23,8 +23,8 @@ class read_ahead {
   // Hands out held bytes, at most `length`, and keeps them when `flags` has MSG_PEEK.
   size_t take(void* data, size_t length, int flags);
 
-  // One call of the system, which does not wait, into `data` and beyond it into the buffer, which
-  // must be empty. Like recv().
+  // One call of the system into `data` and beyond it into the buffer, which must be empty. Like
+  // recv(). Only `flags` that say nothing or MSG_DONTWAIT read beyond `data`.
   ssize_t receive(int fd, void* data, size_t length, int flags);
 
  private:

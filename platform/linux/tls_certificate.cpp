@@ -49,8 +49,8 @@ bool is_hidden(unsigned long c) {
 
 // A text of the certificate as a person may see it: whoever made the certificate chose its bytes,
 // and it is looked at before it is judged. One line of UTF-8, cut where it is beyond all measure,
-// with
-// `?` for what is hidden or broken; and for all of `separators`, which part it from its neighbours.
+// with `?` for what is hidden or broken, and for all of `separators`, which part it from its
+// neighbours.
 std::string shown(const unsigned char* bytes, int length, std::string_view separators) {
   constexpr size_t kLongest = 253;  // of a host name
   std::string text;
