@@ -283,7 +283,7 @@ def machine():
 
 
 def stripped_size(build, work):
-    library = next(build.parent.glob("libtaveml.so.3.*"))
+    library = next(build.parent.glob("**/libtaveml.so.3.*"))
     subprocess.run(["strip", "-o", work / "stripped", library], check=True)
     return (work / "stripped").stat().st_size
 

@@ -19,14 +19,39 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/include/
 
 # The libraries find each other, and the tool finds them, wherever the prefix is. A distribution
 # that installs where the loader looks anyway sets CMAKE_SKIP_INSTALL_RPATH.
-set_target_properties(taveml PROPERTIES INSTALL_RPATH "$ORIGIN")
+#
+# In the build folder they lie to each other as they do in the prefix. Else CMake would leave room
+# in the search path for the one to come, with empty entries: the folder that a program is started in.
+set(taveml_libraries taveml utlbase tavdbglog)
+if(TAVEML_LINUX_PORT)
+  list(APPEND taveml_libraries tavplatform)
+endif()
+set(taveml_build_libdir ${PROJECT_BINARY_DIR}/lib)
+function(taveml_search_path target path)
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH ${path})
+  if(NOT CMAKE_SKIP_INSTALL_RPATH)
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+  endif()
+endfunction()
 if(TAVEML_TOOL)
   file(RELATIVE_PATH taveml_bin_to_lib
     ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(tavmail PROPERTIES INSTALL_RPATH "$ORIGIN/${taveml_bin_to_lib}")
+  cmake_path(ABSOLUTE_PATH taveml_bin_to_lib BASE_DIRECTORY ${PROJECT_BINARY_DIR}/tool NORMALIZE
+    OUTPUT_VARIABLE taveml_build_libdir)
+  cmake_path(IS_PREFIX PROJECT_BINARY_DIR ${taveml_build_libdir} taveml_is_inside)
+  if(CMAKE_SKIP_INSTALL_RPATH)
+    set(taveml_build_libdir ${PROJECT_BINARY_DIR}/lib)
+  elseif(NOT taveml_is_inside)
+    message(FATAL_ERROR "CMAKE_INSTALL_BINDIR and CMAKE_INSTALL_LIBDIR lie too far from each other; "
+                        "CMAKE_SKIP_INSTALL_RPATH does without a search path")
+  endif()
+  taveml_search_path(tavmail "$ORIGIN/${taveml_bin_to_lib}")
   install(TARGETS tavmail RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(TARGETS tavmail-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
 endif()
+taveml_search_path(taveml "$ORIGIN")
+set_target_properties(${taveml_libraries} PROPERTIES
+  LIBRARY_OUTPUT_DIRECTORY ${taveml_build_libdir})
 
 # The tool prints its completion scripts; a tool for another machine cannot run here.
 if(TAVEML_TOOL AND NOT CMAKE_CROSSCOMPILING)
@@ -71,7 +96,7 @@ set_property(TARGET tavplatform APPEND PROPERTY
   LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
 
 set(taveml_port utlbase tavdbglog tavplatform)
-set_target_properties(${taveml_port} PROPERTIES INSTALL_RPATH "$ORIGIN")
+taveml_search_path(tavplatform "$ORIGIN")
 install(TARGETS ${taveml_port} EXPORT taveml
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
     NAMELINK_COMPONENT development)

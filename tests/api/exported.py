@@ -129,7 +129,7 @@ def build(folder, *options):
         done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         if done.returncode != 0:
             sys.exit(done.stdout)
-    return os.path.join(folder, "libtaveml.so")
+    return os.path.join(folder, "lib", "libtaveml.so")
 
 
 def update(architecture, library):

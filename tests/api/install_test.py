@@ -6,6 +6,7 @@ that was installed as well.
 """
 
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -90,9 +91,40 @@ def check_tool(prefix):
                 assert ROOT not in text and BUILD not in text, f"{name} knows the source folder"
 
 
+def cached(name):
+    with open(os.path.join(BUILD, "CMakeCache.txt")) as file:
+        return next(line.split("=", 1)[1].strip() for line in file if line.startswith(name + ":"))
+
+
+def check_binaries(*folders):
+    """Hardened, looking for libraries where they are and nowhere else, without paths of the build."""
+    if cached("CMAKE_BUILD_TYPE") != "Release" or cached("TAVEML_HARDENING") != "ON":
+        return
+    paths = [os.path.join(folder, name) for top in folders for folder, _, files in os.walk(top)
+             for name in files if re.fullmatch(r"tavmail|lib\w+\.so\.\d.*", name)]
+    binaries = [path for path in paths
+                if not os.path.islink(path) and open(path, "rb").read(4) == b"\x7fELF"]
+    assert len(binaries) == 5 * 2, binaries
+    for path in binaries:
+        about = subprocess.run(["readelf", "-hldsW", path], capture_output=True, text=True,
+                               check=True).stdout
+        ways = re.findall(r"\((?:RUNPATH|RPATH)\).*\[(.*)\]", about)
+        for what, is_good in (
+                ("RELRO", "GNU_RELRO" in about),
+                ("BIND_NOW", re.search(r"\(FLAGS\).*BIND_NOW", about)),
+                ("position independent", re.search(r"Type: *DYN", about)),
+                ("stack not executable", re.search(r"GNU_STACK.* RW ", about)),
+                ("stack protector", "__stack_chk_fail" in about or "utlbase" in path),
+                ("search path", all(entry.startswith("$ORIGIN")
+                                    for way in ways for entry in way.split(":"))),
+                ("no path of the build", ROOT.encode() not in open(path, "rb").read())):
+            assert is_good, f"{path}: {what}"
+
+
 with tempfile.TemporaryDirectory() as temporary:
     first, moved = os.path.join(temporary, "first"), os.path.join(temporary, "moved")
     run("cmake", "--install", BUILD, "--prefix", first)
     os.rename(first, moved)
     check_tool(moved)
+    check_binaries(moved, os.path.join(BUILD, "lib"), os.path.join(BUILD, "tool"))
     round_trips(temporary, moved, build(temporary, moved))
