@@ -146,9 +146,9 @@ class examination {
 
  private:
   void report_tls(const dialogue_view& view) {
-    if (!view.tls().empty()) good("tls", view.tls());
-    if (view.certificate().empty()) return;
-    std::istringstream lines(view.certificate());
+    if (!view.latest().tls.empty()) good("tls", view.latest().tls);
+    if (view.latest().certificate.empty()) return;
+    std::istringstream lines(view.latest().certificate);
     std::string names;
     std::string first;
     std::string last;
@@ -159,8 +159,8 @@ class examination {
     std::getline(lines, issuer);
     const std::string text =
         presentable("for " + names + "; " + first + " to " + last + "; issued by " + issuer);
-    if (!view.tls_refusal().empty()) {
-      fail("certificate", text + "; " + view.tls_refusal(),
+    if (!view.latest().tls_refusal.empty()) {
+      fail("certificate", text + "; " + view.latest().tls_refusal,
            "trust its issuer with --ca-file FILE, or have the server's certificate renewed",
            EX_PROTOCOL);
     } else {
@@ -252,7 +252,7 @@ checkup check_smtp(const server_options& options, bool verbose) {
   const tav_eml_smtp_settings settings = options.settings(0);
   examination test("smtp", options);
   if (!test.check_addresses()) return test.take();
-  dialogue_view view(line_sink(verbose));
+  dialogue_view view(line_sink(verbose), options.kind_of_dialogue());
   TAV_EML_RESULT result = TAV_EML_OK;
   {
     const dialogue_tap tap(view);
@@ -269,7 +269,7 @@ checkup check_pop3(const mailbox_options& options, bool verbose) {
   const tav_eml_pop3_settings settings = options.settings();
   examination test("pop3", options);
   if (!test.check_addresses()) return test.take();
-  dialogue_view view(line_sink(verbose));
+  dialogue_view view(line_sink(verbose), dialogue_kind::pop3);
   TAV_EML_RESULT result = TAV_EML_OK;
   int count = 0;
   {

@@ -10,7 +10,7 @@ namespace {
 
 // What the step was, after the command that was last sent.
 std::string step(const dialogue_view& view) {
-  if (!view.tls_failure().empty()) return "the TLS handshake";
+  if (!view.latest().tls_failure.empty()) return "the TLS handshake";
   if (view.decisive() == nullptr) return "the connection";
   const std::string& verb = view.decisive()->verb;
   if (verb.empty()) return "the greeting";
@@ -93,7 +93,7 @@ std::string explain_handshake(const std::string& failure, const endpoint_options
 
 problem explain_reply(const dialogue_view& view, const server_options& options) {
   const exchange* last = view.decisive();
-  if (last != nullptr && last->verb == "EHLO" && !last->reply.empty() && last->reply[0][0] == '2' &&
+  if (last != nullptr && last->verb == "EHLO" && last->is_success() &&
       options.tls == tls_mode::starttls && !last->under_tls) {
     return problem(EX_PROTOCOL,
                    options.server +
@@ -137,22 +137,18 @@ problem explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
                                     "; check user and password" + said(view));
     case TAV_EML_ERR_TLS_CONNECT_REFUSED:
       return problem(EX_PROTOCOL, "the certificate of " + options.server +
-                                      " was refused: " + view.tls_refusal() + "; " +
-                                      certificate_advice(view.tls_refusal()));
+                                      " was refused: " + view.latest().tls_refusal + "; " +
+                                      certificate_advice(view.latest().tls_refusal));
     case TAV_EML_ERR_TLS_INIT:
     case TAV_EML_ERR_TLS_INIT_RESOURCE:
     case TAV_EML_ERR_TLS_CONNECT:
       return problem(EX_PROTOCOL, "no TLS with " + where + ": " +
-                                      explain_handshake(view.tls_failure(), options));
+                                      explain_handshake(view.latest().tls_failure, options));
     case TAV_EML_ERR_NO_MEMORY:
       return problem(EX_OSERR, "out of memory");
     default:
       return problem(EX_SOFTWARE, "it failed (set TAV_DBGLOG=stderr to see the log)");
   }
-}
-
-bool is_pop3_login(const dialogue_view& view) {
-  return is_talking(view) && view.decisive()->is_pop3;
 }
 
 problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
@@ -163,7 +159,7 @@ problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
   const bool is_upgrade = options.tls == tls_mode::starttls && last != nullptr;
   // A refused CAPA is waited out, because the reply might have gone on.
   const bool is_without_capa = is_upgrade && last->verb == "CAPA" && !is_silent &&
-                               last->reply[0][0] == '-' && result == TAV_EML_ERR_TRANSFER_TIMEOUT;
+                               last->judged == verdict::refused && result == TAV_EML_ERR_TRANSFER_TIMEOUT;
   if (is_without_capa) result = TAV_EML_ERR_TLS_CONNECT;
   switch (result) {
     case TAV_EML_ERR_TLS_CONNECT:
@@ -175,7 +171,7 @@ problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
       break;
     case TAV_EML_ERR_UNKNOWN:
       if (is_upgrade && last->verb == "STLS") {
-        return view.tls_refusal().empty()
+        return view.latest().tls_refusal.empty()
                    ? explain_connection(TAV_EML_ERR_TLS_CONNECT, view, options)
                    : explain_connection(TAV_EML_ERR_TLS_CONNECT_REFUSED, view, options);
       }
@@ -203,15 +199,14 @@ problem explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
 problem explain_sending(TAV_EML_RESULT result, const dialogue_view& view,
                         const server_options& options) {
   const std::string where = options.place();
-  const bool is_unknown = view.end_was_sent() && reply_text(view.decisive()).empty();
-  if (is_unknown) {
+  if (std::string(outcome_of(view)) == "unknown") {
     return problem(EX_TEMPFAIL,
                    "the connection to " + where +
                        " broke after the whole mail was sent: it may have been delivered; ask the "
                        "recipient before sending it again");
   }
   // With a POP3 login before sending, what failed may have been that.
-  if (options.wants_pop_login() && (is_pop3_login(view) || view.exchanges().empty())) {
+  if (view.is_pop3()) {
     return explain_receiving(result, view, options.mailbox);
   }
   switch (result) {
@@ -274,10 +269,9 @@ const char* result_name(TAV_EML_RESULT result) {
 
 const char* outcome_of(const dialogue_view& view) {
   if (view.was_accepted()) return "delivered";
-  const std::string reply = reply_text(view.decisive());
-  if (view.end_was_sent() && reply.empty()) return "unknown";
-  const bool is_no = !reply.empty() && (reply[0] == '4' || reply[0] == '5' || reply[0] == '-');
-  return is_no ? "refused" : "not sent";
+  const exchange* last = view.decisive();
+  if (last != nullptr && last->is_no()) return "refused";
+  return view.end_was_sent() ? "unknown" : "not sent";
 }
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {

@@ -55,7 +55,8 @@ class collection {
   explicit collection(const receive_options& options)
       : m_cOptions(options),
         m_cView(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
-                                : dialogue_view::line_sink()),
+                                : dialogue_view::line_sink(),
+                dialogue_kind::pop3),
         m_cTap(m_cView),
         m_cSettings(options.mailbox.settings()),
         m_cSession(m_cSettings) {
