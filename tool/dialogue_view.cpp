@@ -81,6 +81,10 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       break;
     case TAV_WIRETAP_TLS_STARTED:
       m_bUnderTls = true;
+      // The greeting comes after it.
+      if (!m_cExchanges.empty() && m_cExchanges.back().verb.empty()) {
+        m_cExchanges.back().under_tls = m_cExchanges.back().lines == 0;
+      }
       current_connection().tls = presentable(bytes);
       show("* ", "TLS: " + latest().tls);
       break;
@@ -335,6 +339,7 @@ void dialogue_view::take_verdict(const exchange& current) {
     const bool is_refused =
         current.judged == verdict::refused || current.judged == verdict::nonsense;
     if (is_refused) m_cRefusedLogin = current;
+    if (current.is_success()) m_cRefusedLogin = exchange();
   }
   if (current.verb == kEndOfDataVerb) m_bAccepted = current.is_success();
   if (m_bPop3 && current.is_success() && (current.verb == "RETR" || current.verb == "TOP")) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "problem.h"
@@ -23,6 +24,15 @@ constexpr char kPopGroup[] = "POP3 login before sending";
 bool has_control(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
                      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
+}
+
+bool has_certificate(std::istream& file) {
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind("-----BEGIN ", 0) == 0 && line.find("CERTIFICATE-----") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Takes "HOST:PORT" and "[ADDRESS]:PORT" apart. A bare IPv6 address has several colons.
@@ -131,8 +141,14 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
 
 void endpoint_options::complete_connection() {
   if (ca_file.empty()) return;
-  if (!std::ifstream(ca_file)) {
-    throw problem(EX_NOINPUT, "cannot read --ca-file " + ca_file + "; check the path");
+  std::ifstream file(ca_file);
+  if (!file) throw problem(EX_NOINPUT, "cannot read --ca-file " + ca_file + "; check the path");
+  // A pipe can be read only once.
+  std::error_code error;
+  if (!std::filesystem::is_fifo(ca_file, error) && !has_certificate(file)) {
+    throw problem(EX_CONFIG, "--ca-file " + ca_file +
+                                 " holds no certificate; it has to be in PEM form, with a line "
+                                 "\"-----BEGIN CERTIFICATE-----\"");
   }
   // The trust store of the platform's TLS is chosen by this variable.
   setenv("SSL_CERT_FILE", ca_file.c_str(), 1);

@@ -90,6 +90,14 @@ std::string reply_text(const exchange* entry) {
   return presentable(text);
 }
 
+bool says(std::string_view text, std::string_view words) {
+  const auto lower = [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  };
+  return std::search(text.begin(), text.end(), words.begin(), words.end(),
+                     [&](char a, char b) { return lower(a) == lower(b); }) != text.end();
+}
+
 std::string presentable(std::string_view text) {
   size_t end = std::min(text.size(), kLongestLine);
   while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;

@@ -45,6 +45,9 @@ struct exchange {
 // A reply as one line, "" when there was none.
 std::string reply_text(const exchange* entry);
 
+// True when the text has the words, in whatever case.
+bool says(std::string_view text, std::string_view words);
+
 // Without control characters, and not longer than a person wants to read.
 std::string presentable(std::string_view text);
 

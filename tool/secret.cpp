@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "problem.h"
 
@@ -25,6 +26,16 @@ struct file_closer {
 };
 using file_ptr = std::unique_ptr<std::FILE, file_closer>;
 
+// What editors put in front of a text would be part of the password.
+void refuse_byte_order_mark(const std::string& text, const std::string& source) {
+  for (const char* mark : {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"}) {
+    if (text.rfind(mark, 0) != 0) continue;
+    throw problem(EX_CONFIG, source +
+                                 " begins with a byte order mark, which is not of the "
+                                 "password; save it as UTF-8 without one");
+  }
+}
+
 // The first line, without its end.
 secret_text read_line(std::FILE* file, const std::string& source) {
   char line[kLongestPassword + 2] = "";
@@ -33,6 +44,7 @@ secret_text read_line(std::FILE* file, const std::string& source) {
   explicit_bzero(line, sizeof line);
   if (!is_read || text.empty()) throw problem(EX_CONFIG, source + " holds no password");
   if (text.size() > kLongestPassword) throw problem(EX_CONFIG, source + ": password too long");
+  refuse_byte_order_mark(text, source);
   return secret_text(std::move(text));
 }
 
@@ -56,15 +68,23 @@ struct pipe_closer {
 secret_text from_command(const std::string& command) {
   std::unique_ptr<std::FILE, pipe_closer> pipe(popen(command.c_str(), "re"));
   if (!pipe) throw problem(EX_OSERR, "cannot run --password-command");
-  secret_text text = read_line(pipe.get(), "the output of --password-command");
+  std::optional<secret_text> text;
+  std::optional<problem> trouble;
+  try {
+    text.emplace(read_line(pipe.get(), "the output of --password-command"));
+  } catch (const problem& cause) {
+    trouble = cause;
+  }
   // What else it prints is read too: it must not fail for want of a reader.
   char rest[256];
   while (std::fgets(rest, sizeof rest, pipe.get()) != nullptr) {
   }
+  // A command that fails prints no password as a rule.
   if (pclose(pipe.release()) != 0) {
     throw problem(EX_CONFIG, "--password-command failed; try it by itself");
   }
-  return text;
+  if (trouble) throw *trouble;
+  return std::move(*text);
 }
 
 // Switches the terminal's echo off while it lives. The interrupt key ends the reading, so that the
