@@ -80,13 +80,7 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       received(bytes);
       break;
     case TAV_WIRETAP_TLS_STARTED:
-      m_bUnderTls = true;
-      // The greeting comes after it.
-      if (!m_cExchanges.empty() && m_cExchanges.back().verb.empty()) {
-        m_cExchanges.back().under_tls = m_cExchanges.back().lines == 0;
-      }
-      current_connection().tls = presentable(bytes);
-      show("* ", "TLS: " + latest().tls);
+      begin_tls(bytes);
       break;
     case TAV_WIRETAP_TLS_REFUSED:
       current_connection().tls_refusal = presentable(bytes);
@@ -135,6 +129,15 @@ void dialogue_view::begin_connection() {
   if (m_cConnections.size() >= kMostConnections) m_cConnections.pop_front();
   m_cConnections.push_back({m_bPop3, {}, {}, {}, {}});
   begin_exchange("");
+}
+
+void dialogue_view::begin_tls(std::string_view description) {
+  m_bUnderTls = true;
+  const bool is_before_greeting =
+      !m_cExchanges.empty() && m_cExchanges.back().verb.empty() && m_cExchanges.back().lines == 0;
+  if (is_before_greeting) m_cExchanges.back().under_tls = true;
+  current_connection().tls = presentable(description);
+  show("* ", "TLS: " + latest().tls);
 }
 
 connection& dialogue_view::current_connection() {

@@ -68,6 +68,7 @@ class dialogue_view {
 
   void begin_connecting();
   void begin_connection();
+  void begin_tls(std::string_view description);
   connection& current_connection();
   void sent(std::string_view bytes);
   void received(std::string_view bytes);

@@ -99,7 +99,7 @@ bool examination::check_address(const endpoint_options& options, const std::stri
   const bool is_timeout = probe.result() == TAV_EML_ERR_CONNECT_TIMEOUT;
   m_cResult.stages.push_back(
       {prefix + "address", false,
-       where + (is_timeout ? " does not answer" : " refuses the connection"),
+       where + (is_timeout ? " does not answer" : " refuses the connection or cannot be reached"),
        is_timeout ? "is the address right? a firewall on the way may drop what is sent to this "
                     "port; many networks do so with port 25"
                   : "is the port right? the server may not run, or a firewall may refuse it"});

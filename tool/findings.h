@@ -29,6 +29,8 @@ finding explain_connection(quorvelmida::TAV_EML_RESULT result, const dialogue_vi
                            const endpoint_options& options);
 // The server ended the connection instead of replying.
 finding explain_cut(const dialogue_view& view, const endpoint_options& options);
+// It replied, but neither yes nor no, or without what belongs to a yes.
+finding explain_nonsense(const dialogue_view& view, const endpoint_options& options);
 finding without_unique_ids(const mailbox_options& options);
 finding explain_refused_login(const exchange* refused, const endpoint_options& options);
 

@@ -79,7 +79,8 @@ finding explain_greeting(const std::string& greeting, bool is_pop3,
                          const endpoint_options& options) {
   const std::string place = options.place();
   const speaker who = speaker_of(greeting);
-  if (who == speaker::nobody || who == speaker::other) {
+  const bool is_reply = is_pop3 || greeting[0] == '4' || greeting[0] == '5' || who != speaker::smtp;
+  if (who == speaker::nobody || who == speaker::other || !is_reply) {
     return {EX_PROTOCOL, place + " greets with what is no " + (is_pop3 ? "POP3" : "SMTP"),
             remedy_for(who, is_pop3)};
   }

@@ -1,9 +1,11 @@
 #include "outcome.h"
 
 #include <string>
+#include <vector>
 
 #include "findings.h"
 #include "greeting.h"
+#include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "tls_advice.h"
 
 namespace tavmail {
@@ -17,6 +19,25 @@ bool is_talking(const dialogue_view& view) {
   return view.decisive() != nullptr && view.decisive()->verb != "QUIT";
 }
 
+bool has_address(const std::string& server) {
+  std::vector<tav_eml_mlutl_mail_net::TAV_EML_ADDR_INFO> addresses;
+  return tav_eml_mlutl_mail_net().get_ip_address(server.c_str(), 0, addresses) == TAV_EML_OK;
+}
+
+// Some values are refused before the server is looked for.
+finding explain_parameter(const dialogue_view& view, const endpoint_options& options) {
+  if (is_talking(view)) {
+    return {EX_DATAERR, "a value is too long for its command at " + step_of(view),
+            "with a login, user or password", false};
+  }
+  if (has_address(options.server)) {
+    return {EX_DATAERR, "user, password or --helo is too long, or has a control character",
+            "shorten it, or remove the character", false};
+  }
+  return {EX_NOHOST, "cannot find the server \"" + options.server + "\"",
+          "check its name and the name service", false};
+}
+
 finding explain_silence(const dialogue_view& view, const endpoint_options& options) {
   const exchange* last = view.decisive();
   const std::string where = options.place();
@@ -24,8 +45,9 @@ finding explain_silence(const dialogue_view& view, const endpoint_options& optio
     return {EX_PROTOCOL, where + " ends its lines with a line feed alone",
             "CR LF is wanted; ask whoever runs the server"};
   }
-  if (last != nullptr && last->verb.empty() && last->judged == verdict::nonsense) {
-    return explain_greeting(last->reply[0], view.is_pop3(), options);
+  if (last != nullptr && last->judged == verdict::nonsense) {
+    return last->verb.empty() ? explain_greeting(last->reply[0], view.is_pop3(), options)
+                              : explain_nonsense(view, options);
   }
   return {EX_TEMPFAIL, where + " fell silent at " + step_of(view),
           is_silent(last) && last != nullptr && last->verb.empty() ? mode_advice(options)
@@ -95,10 +117,14 @@ finding explain_cut(const dialogue_view& view, const endpoint_options& options) 
   return {EX_TEMPFAIL, cause, "try again later", false};
 }
 
+finding explain_nonsense(const dialogue_view& view, const endpoint_options& options) {
+  return {EX_PROTOCOL, options.place() + " gave a reply that makes no sense at " + step_of(view),
+          "check the port, or ask whoever runs the server"};
+}
+
 finding explain_refused_login(const exchange* refused, const endpoint_options& options) {
   if (refused != nullptr && wants_tls(*refused)) {
-    return {EX_UNAVAILABLE, options.place() + " wants TLS before the login",
-            "use --tls starttls, or --tls implicit with its port"};
+    return {EX_UNAVAILABLE, options.place() + " wants TLS before the login", kUseTls};
   }
   return {EX_NOPERM, options.place() + " refused the login of " + options.user,
           "check user and password"};
@@ -109,14 +135,10 @@ finding explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
   const std::string where = options.place();
   switch (result) {
     case TAV_EML_ERR_PARAM:
-      if (is_talking(view)) {
-        return {EX_DATAERR, "a value is too long for its command at " + step_of(view),
-                "with a login, user or password", false};
-      }
-      return {EX_NOHOST, "cannot find the server \"" + options.server + "\"",
-              "check its name and the name service", false};
+      return explain_parameter(view, options);
     case TAV_EML_ERR_CONNECT:
-      return {EX_UNAVAILABLE, where + " refuses connections", "check server name and port", false};
+      return {EX_UNAVAILABLE, where + " refuses connections or cannot be reached",
+              "check server name and port", false};
     case TAV_EML_ERR_CONNECT_TIMEOUT:
       return {EX_TEMPFAIL, where + " does not answer", "check name, port and firewall", false};
     case TAV_EML_ERR_TRANSFER_TIMEOUT:

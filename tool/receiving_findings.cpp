@@ -37,6 +37,7 @@ finding explain_refused(const exchange& last, const dialogue_view& view,
                         const mailbox_options& options) {
   const std::string where = options.place();
   if (last.verb.empty()) return explain_greeting(last.reply[0], true, options);
+  if (!last.is_no()) return explain_nonsense(view, options);
   if (is_temporary_pop3(reply_text(&last))) {
     return {EX_TEMPFAIL, where + " refused " + step_of(view) + " for now", "try again later"};
   }
@@ -70,8 +71,7 @@ finding explain_reply(const dialogue_view& view, const mailbox_options& options)
     return {EX_UNAVAILABLE, where + " does not offer APOP", "log in without --apop, under TLS",
             false};
   }
-  return {EX_PROTOCOL, where + " gave a reply at " + step_of(view) + " that is not of its form",
-          "ask whoever runs the server"};
+  return explain_nonsense(view, options);
 }
 
 }  // namespace

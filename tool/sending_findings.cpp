@@ -1,8 +1,6 @@
 // What a failed step of sending means.
 
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "findings.h"
 #include "greeting.h"
@@ -14,8 +12,6 @@ namespace tavmail {
 using namespace quorvelmida;
 
 namespace {
-
-constexpr char kUseTls[] = "use --tls starttls, or --tls implicit with its port";
 
 // What the server announced last under EHLO, null when it did not.
 const exchange* announcement(const dialogue_view& view) {
@@ -44,9 +40,13 @@ std::string announced_logins(const exchange* ehlo) {
   return {};
 }
 
+bool is_at_login(const dialogue_view& view) {
+  return view.decisive() != nullptr && view.decisive()->verb == "AUTH";
+}
+
 finding explain_login_methods(const dialogue_view& view, const server_options& options) {
   const std::string where = options.place();
-  if (view.decisive() != nullptr && view.decisive()->verb == "AUTH") {
+  if (is_at_login(view)) {
     return {EX_UNAVAILABLE, where + " asks for the login in a way that is not known here",
             "ask whoever runs it for PLAIN, or for LOGIN with its usual prompts", false};
   }
@@ -129,6 +129,7 @@ finding explain_reply(TAV_EML_RESULT result, const dialogue_view& view,
   }
   if (is_silent(last)) return explain_cut(view, options);
   if (last->verb.empty()) return explain_greeting(last->reply[0], false, options);
+  if (!last->is_no()) return explain_nonsense(view, options);
   if (last->verb == "EHLO" || last->verb == "HELO") return explain_hello(*last, view, options);
   if (last->verb == "MAIL" || last->verb == "RCPT") return explain_envelope(*last, options);
   if (last->verb == "AUTH" && wants_tls(*last)) return explain_refused_login(last, options);
@@ -147,8 +148,8 @@ finding explain_sending(TAV_EML_RESULT result, const dialogue_view& view,
   const std::string where = options.place();
   if (std::string(outcome_of(view)) == "unknown") {
     return {EX_TEMPFAIL,
-            "the connection to " + where +
-                " broke after the whole mail was sent: it may have been delivered",
+            "the whole mail was sent to " + where +
+                ", which did not confirm it: it may have been delivered",
             "ask the recipient before sending it again"};
   }
   // After a refusal the other methods are tried: what became of them is not the cause.
@@ -169,6 +170,10 @@ finding explain_sending(TAV_EML_RESULT result, const dialogue_view& view,
       return explain_login_methods(view, options);
     case TAV_EML_ERR_SIZE_LIMIT:
       return {EX_DATAERR, "the mail is larger than --size-limit", "send less or raise it", false};
+    case TAV_EML_ERR_UNKNOWN:
+      // A challenge that cannot be decoded.
+      if (is_at_login(view)) return explain_login_methods(view, options);
+      return explain_connection(result, view, options);
     default:
       return explain_connection(result, view, options);
   }

@@ -11,6 +11,8 @@
 
 namespace tavmail {
 
+constexpr char kUseTls[] = "use --tls starttls, or --tls implicit with its port";
+
 // What helps against a refused certificate. `refusal` is that of the wire tap.
 std::string certificate_advice(const std::string& refusal);
 

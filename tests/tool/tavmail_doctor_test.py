@@ -16,8 +16,8 @@ import threading
 import time
 
 TAVMAIL = sys.argv[1]
-GOOD, UNAVAILABLE, TEMPORARY, PROTOCOL, NO_PERMISSION, CONFIG = (
-    0, 69, 75, 76, 77, 78)
+GOOD, DATA, UNAVAILABLE, TEMPORARY, PROTOCOL, NO_PERMISSION, CONFIG = (
+    0, 65, 69, 75, 76, 77, 78)
 PASSWORD = "geheim"
 SECRETS = (PASSWORD, "Z2VoZWlt", "AGFubmEAZ2VoZWlt")  # also in base64: alone, and as PLAIN has it
 SILENT, CLOSE = object(), None
@@ -340,9 +340,17 @@ def cause_rows():
         ("send", Server({**login, "AUTH LOGIN": "334 VXNlciBOYW1lAA=="}), [*MAIL, *USER],
          NO_PERMISSION, "login of anna|the server said: 535 no"),
         ("send", Server({**login, **tricky}), [*MAIL, *USER], NO_PERMISSION, "535-no **** x"),
+        ("send", smtp(MAIL="what"), MAIL, PROTOCOL, 
+         "a reply that makes no sense at the sender|the server said: what"),
+        ("send", Server({**SMTP, "DATA": "354 go", ".": "what\r\n250 x"}), MAIL, TEMPORARY,
+         '"outcome": "unknown"|may have been delivered'),
+        ("send", Server({**SMTP, "EHLO": "250 AUTH CRAM-MD5", "AUTH": "334 " + 1100 * "A"}), [*MAIL, *USER],
+         UNAVAILABLE, "asks for the login in a way"),
         ("send", smtp(MAIL=CLOSE), MAIL, TEMPORARY, "closed the connection at the sender|try again"),
         ("receive", pop3(PASS="-ERR [IN-USE] locked"), FETCH, TEMPORARY, "[IN-USE]|try again later"),
         ("receive", pop3(PASS="-ERR no PASS geheim here"), FETCH, NO_PERMISSION, "no PASS **** here"),
+        ("receive", pop3(), ["--tls", "none", "--all", "-u", "anna", "--password-command",
+                               "printf %01020d 0"], DATA, "password or --helo is too long"),
         ("receive", pop3(greeting="my +OK", LIST="+OK 1 9", TOP=headers), FETCH, GOOD, "bytes of mail"),
     ]
 

@@ -150,7 +150,7 @@ def check_hostile_forms(folder):
     receive(peer, own, "-d", os.path.join(own, "box"), words="0 new mails")
     # What only looks like it: a reply that is no yes, though it begins like one.
     peer = Pop3Peer([mail("x")], replies={"RETR": b"+\r\n"})
-    receive(peer, own, "--all", "-d", own + "/box", code=TEMPORARY, words="refused a mail")
+    receive(peer, own, "--all", "-d", own + "/box", code=TEMPORARY, words="makes no sense")
 
 
 def check_broken_connections(folder):
