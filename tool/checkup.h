@@ -16,7 +16,7 @@ struct checkup_stage {
   std::string name;
   bool is_good = true;
   std::string text;    // what was found
-  std::string remedy;  // what to do, for one that is not good
+  std::string remedy;  // what to do, "" when there is nothing
 };
 
 struct checkup {
@@ -29,9 +29,19 @@ struct checkup {
   bool is_good() const { return exit_code == 0; }
 };
 
-// Resolves the name, tries every address, then connects, logs in and says goodbye as the library
-// does it. `verbose` shows the dialogue.
-checkup check_smtp(const server_options& options, bool verbose);
+// What the way of a mail is tried with.
+struct trial_options : server_options {
+  std::string from;  // "" for a guess
+  std::string to;    // "" for the same
+
+  void add_to(CLI::App& command);
+};
+
+// Resolves the name, tries every address, looks at what the port speaks, then connects and logs in
+// as the library does it. With SMTP sender and recipient are named, and the mail is given up before
+// its data; with POP3 mails are counted and their unique ids asked for. `verbose` shows the
+// dialogue.
+checkup check_smtp(const trial_options& options, bool verbose);
 checkup check_pop3(const mailbox_options& options, bool verbose);
 
 // For a person, in lines of at most 79 columns; for a script, with the problem that ended the

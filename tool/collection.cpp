@@ -34,7 +34,7 @@ std::string key_of(const mailbox_options& mailbox) {
 
 collection::collection(const collection_options& options)
     : m_cOptions(options),
-      m_cView(sink_of(options)),
+      m_cView(sink_of(options), dialogue_kind::pop3),
       m_cTap(m_cView, m_cHeader),
       m_cKey(key_of(options.mailbox)),
       m_cSettings(options.mailbox.settings()),
@@ -354,8 +354,7 @@ std::map<std::string, int> collection::copies_that_stay() const {
 
 bool collection::was_confirmed() const {
   const exchange* last = m_cView.decisive();
-  const std::string reply = reply_text(last);
-  return last != nullptr && last->verb == "QUIT" && !reply.empty() && reply[0] == '+';
+  return last != nullptr && last->verb == "QUIT" && last->is_success();
 }
 
 void collection::note_deleted(const std::vector<const entry*>& deleted) {

@@ -3,18 +3,23 @@
 #include <algorithm>
 #include <utility>
 
-#include "message_text.h"
-
 namespace tavmail {
 
 namespace {
 
 constexpr size_t kLongestLine = 2000;
-constexpr size_t kMostLines = 100;  // of one reply, and most exchanges that are kept
+constexpr size_t kMostLines = 100;  // of one reply
+constexpr size_t kMostExchanges = 300;
+constexpr size_t kMostConnections = 20;
 constexpr std::string_view kEndOfData = "\r\n.\r\n";
-constexpr char kMask[] = "****";
-constexpr char kEndOfDataVerb[] = ".";
 constexpr std::string_view kEndOfMessage = ".\r\n";
+constexpr char kEndOfDataVerb[] = ".";
+constexpr char kUnknownVerb[] = "?";
+
+// What the library sends. Any other line is not shown: it can only be a secret or a mail.
+constexpr std::string_view kVerbs[] = {"EHLO", "HELO", "STARTTLS", "AUTH", "MAIL", "RCPT", "DATA",
+                                       "RSET", "NOOP", "QUIT",     "CAPA", "STLS", "USER", "PASS",
+                                       "APOP", "STAT", "LIST",     "UIDL", "RETR", "TOP",  "DELE"};
 
 std::string upper_case(std::string_view text) {
   std::string result(text);
@@ -24,83 +29,49 @@ std::string upper_case(std::string_view text) {
   return result;
 }
 
-// Cuts the next word off the front of `text`.
-std::string_view take_word(std::string_view& text) {
-  const std::string_view word = text.substr(0, text.find(' '));
-  text.remove_prefix(std::min(word.size() + 1, text.size()));
-  return word;
+std::string verb_of(std::string_view line) { return upper_case(line.substr(0, line.find(' '))); }
+
+// True when what follows `line`, which ends in a blank, is secret: all that PASS has, and what AUTH
+// and APOP have behind the method and the user.
+bool begins_secret(std::string_view line) {
+  const std::string verb = verb_of(line);
+  if (verb == "PASS") return true;
+  return (verb == "AUTH" || verb == "APOP") && std::count(line.begin(), line.end(), ' ') > 1;
 }
 
-bool is_continuation(char ch) { return (static_cast<unsigned char>(ch) & 0xC0) == 0x80; }
-
-// U+2028 to U+202E and U+2066 to U+2069 let a text look like another one.
-bool turns_direction(std::string_view character) {
-  return (character >= "\xE2\x80\xA8" && character <= "\xE2\x80\xAE") ||
-         (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+// What stands between "<" and ">".
+std::string address_of(std::string_view line) {
+  const size_t begin = line.find('<');
+  const size_t end = line.rfind('>');
+  if (begin == std::string_view::npos || end == std::string_view::npos || end < begin) return {};
+  return std::string(line.substr(begin + 1, end - begin - 1));
 }
 
-bool is_final(std::string_view line) { return line.size() < 4 || line[3] != '-'; }
+std::string_view without_end(std::string_view line) {
+  if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  return line;
+}
 
-// The command with what must not be seen behind it masked.
-std::string masked(std::string_view line, const std::string& verb) {
-  std::string_view rest = line;
-  take_word(rest);
-  if (verb == "PASS") return verb + " " + kMask;
-  if (verb != "AUTH" && verb != "APOP") return std::string(line);
-  const std::string_view first = take_word(rest);  // the method, or the user
-  return verb + " " + std::string(first) + (rest.empty() ? "" : std::string(" ") + kMask);
+// True for a reply that keeps the mail from being sent.
+bool stops_mail(const exchange& entry) {
+  const bool is_data = entry.verb == "DATA";
+  if (!is_data && entry.verb != "MAIL" && entry.verb != "RCPT") return false;
+  const verdict wanted = is_data ? verdict::goes_on : verdict::success;
+  return entry.is_no() || (entry.is_complete && entry.judged != wanted);
 }
 
 }  // namespace
-
-std::string reply_text(const exchange* entry) {
-  if (entry == nullptr) return {};
-  std::string text;
-  for (const std::string& line : entry->reply) {
-    if (text.empty()) {
-      text = line;
-    } else {
-      text += " " + line.substr(entry->is_pop3 ? 0 : std::min<size_t>(4, line.size()));
-    }
-  }
-  return presentable(text);
-}
-
-std::string presentable(std::string_view text) {
-  size_t end = std::min(text.size(), kLongestLine);
-  while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;
-  std::string result(text.substr(0, end));
-  const bool is_text = is_utf8(result);
-  for (size_t i = 0; i < result.size(); ++i) {
-    const unsigned char byte = static_cast<unsigned char>(result[i]);
-    const bool is_control = byte < 0x20 || byte == 0x7F;
-    // The controls from U+0080 to U+009F steer terminals too.
-    const bool is_c1 = is_text && byte == 0xC2 && static_cast<unsigned char>(result[i + 1]) < 0xA0;
-    if (is_c1) result[i + 1] = ' ';
-    if (is_control || is_c1) result[i] = ' ';
-    if (is_text && turns_direction(std::string_view(result).substr(i, 3)))
-      result.replace(i, 3, "   ");
-    if (!is_text && byte >= 0x80) result[i] = '?';
-  }
-  result.erase(result.find_last_not_of(' ') + 1);
-  return result;
-}
 
 void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
   switch (event) {
     case TAV_WIRETAP_CONNECTING:
       show("* ", "trying " + std::string(bytes));
+      begin_connecting();
       break;
     case TAV_WIRETAP_CONNECTED:
       show("* ", "connected to " + std::string(bytes));
-      m_eMode = mode::commands;
-      m_bUnderTls = false;
-      m_bPop3 = false;
-      m_cFromClient.clear();
-      m_cFromServer.clear();
-      m_uUnfinished = 0;
-      m_cTlsFailure.clear();
-      begin_exchange("");
+      begin_connection();
       break;
     case TAV_WIRETAP_SENT:
       sent(bytes);
@@ -109,22 +80,21 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
       received(bytes);
       break;
     case TAV_WIRETAP_TLS_STARTED:
-      m_bUnderTls = true;
-      m_cTls = presentable(bytes);
-      show("* ", "TLS: " + m_cTls);
+      begin_tls(bytes);
       break;
     case TAV_WIRETAP_TLS_REFUSED:
-      m_cTlsRefusal = presentable(bytes);
-      show("* ", "certificate refused: " + m_cTlsRefusal);
+      current_connection().tls_refusal = presentable(bytes);
+      show("* ", "certificate refused: " + latest().tls_refusal);
       break;
     case TAV_WIRETAP_TLS_FAILED:
-      m_cTlsFailure = presentable(bytes);
-      show("* ", "TLS failed: " + m_cTlsFailure);
+      current_connection().tls_failure = presentable(bytes);
+      show("* ", "TLS failed: " + latest().tls_failure);
       break;
     case TAV_WIRETAP_TLS_CERTIFICATE:
-      m_cCertificate = std::string(bytes);
+      current_connection().certificate = std::string(bytes);
       break;
     case TAV_WIRETAP_CLOSED:
+      cut_server_line();
       show("* ", "closed");
       break;
   }
@@ -134,29 +104,104 @@ void dialogue_view::show(const char* who, std::string_view text) {
   if (m_cSink) m_cSink(who + presentable(text));
 }
 
+bool dialogue_view::is_next_pop3() const {
+  if (m_eKind != dialogue_kind::pop3_before_smtp) return m_eKind == dialogue_kind::pop3;
+  return m_cConnections.empty() || !m_cConnections.back().is_pop3;
+}
+
+// One address after the other may be tried for one connection.
+void dialogue_view::begin_connecting() {
+  if (!m_bConnecting) m_bPop3 = is_next_pop3();
+  m_bConnecting = true;
+}
+
+void dialogue_view::begin_connection() {
+  begin_connecting();
+  m_bConnecting = false;
+  m_eMode = mode::commands;
+  m_bUnderTls = false;
+  m_bSecret = false;
+  m_cSecrets.end();
+  m_cFromClient.clear();
+  m_cFromServer.clear();
+  m_chFromServer = '\0';
+  m_uUnfinished = 0;
+  if (m_cConnections.size() >= kMostConnections) m_cConnections.pop_front();
+  m_cConnections.push_back({m_bPop3, {}, {}, {}, {}});
+  begin_exchange("");
+}
+
+void dialogue_view::begin_tls(std::string_view description) {
+  m_bUnderTls = true;
+  const bool is_before_greeting =
+      !m_cExchanges.empty() && m_cExchanges.back().verb.empty() && m_cExchanges.back().lines == 0;
+  if (is_before_greeting) m_cExchanges.back().under_tls = true;
+  current_connection().tls = presentable(description);
+  show("* ", "TLS: " + latest().tls);
+}
+
+connection& dialogue_view::current_connection() {
+  if (m_cConnections.empty()) m_cConnections.emplace_back();
+  return m_cConnections.back();
+}
+
+const connection& dialogue_view::latest() const {
+  static const connection kNone;
+  return m_cConnections.empty() ? kNone : m_cConnections.back();
+}
+
+bool dialogue_view::is_pop3() const {
+  if (m_bConnecting) return m_bPop3;
+  if (m_cConnections.empty()) return is_next_pop3();
+  // A login that is over was good: the connection to send over is next.
+  const bool is_over = !m_cExchanges.empty() && m_cExchanges.back().verb == "QUIT";
+  return m_bPop3 && !(is_over && m_eKind == dialogue_kind::pop3_before_smtp);
+}
+
 void dialogue_view::begin_exchange(std::string verb) {
-  if (m_cExchanges.size() >= kMostLines) m_cExchanges.erase(m_cExchanges.begin());
-  m_cExchanges.push_back({std::move(verb), {}, m_bUnderTls, m_bPop3});
+  if (m_cExchanges.size() >= kMostExchanges) m_cExchanges.pop_front();
+  exchange entry;
+  entry.verb = std::move(verb);
+  entry.under_tls = m_bUnderTls;
+  entry.is_pop3 = m_bPop3;
+  m_cExchanges.push_back(std::move(entry));
 }
 
 const exchange* dialogue_view::decisive() const {
   for (const exchange& entry : m_cExchanges) {
     if (entry.verb == kEndOfDataVerb) return &entry;
   }
-  return m_cExchanges.empty() ? nullptr : &m_cExchanges.back();
+  const auto refused = std::find_if(m_cExchanges.begin(), m_cExchanges.end(), stops_mail);
+  if (refused != m_cExchanges.end()) return &*refused;
+  return m_bConnecting || m_cExchanges.empty() ? nullptr : &m_cExchanges.back();
+}
+
+const exchange* dialogue_view::refused_login() const {
+  return m_cRefusedLogin.verb.empty() ? nullptr : &m_cRefusedLogin;
 }
 
 void dialogue_view::sent(std::string_view bytes) {
+  if (m_eMode == mode::message) {
+    // Whoever gives the next command has read the message to its end.
+    if (!m_bMessageEnded) {
+      show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
+    }
+    m_eMode = mode::commands;
+    m_cFromServer.clear();
+  }
   while (!bytes.empty()) {
+    if (m_eMode == mode::commands && m_cFromClient.empty() && !m_cExchanges.empty() &&
+        m_cExchanges.back().verb == "DATA" && m_cExchanges.back().judged == verdict::goes_on) {
+      m_eMode = mode::data;
+      m_uEndMatched = 2;  // a mail begins at the start of a line
+      m_uDataBytes = 0;
+    }
     if (m_eMode == mode::data) {
       bytes.remove_prefix(take_data(bytes));
       continue;
     }
-    const size_t feed = bytes.find('\n');
-    const size_t count = std::min(feed, bytes.size() - 1) + 1;
-    if (m_cFromClient.size() < kLongestLine) m_cFromClient.append(bytes.substr(0, count));
-    bytes.remove_prefix(count);
-    if (feed != std::string_view::npos) client_line(std::exchange(m_cFromClient, {}));
+    client_byte(bytes.front());
+    bytes.remove_prefix(1);
   }
 }
 
@@ -182,85 +227,127 @@ size_t dialogue_view::take_data(std::string_view bytes) {
   return taken;
 }
 
-void dialogue_view::client_line(std::string_view line) {
+// No copy is made of a secret.
+void dialogue_view::client_byte(char ch) {
+  if (ch == '\n') return client_line();
+  if (m_bSecret || m_eMode == mode::login) {
+    if (ch != '\r') m_cSecrets.add(ch);
+    return;
+  }
+  if (m_cFromClient.size() < kLongestLine) m_cFromClient += ch;
+  if (ch == ' ') m_bSecret = begins_secret(m_cFromClient);
+}
+
+void dialogue_view::client_line() {
+  cut_server_line();
+  m_cSecrets.end();
+  const bool is_secret = std::exchange(m_bSecret, false);
+  const std::string text = presentable(std::exchange(m_cFromClient, {}));
   if (m_eMode == mode::login) {
     show("C: ", kMask);
     begin_exchange("AUTH");
     return;
   }
-  const std::string text = presentable(line);
-  std::string_view rest = text;
-  const std::string verb = upper_case(take_word(rest));
-  show("C: ", masked(text, verb));
+  const std::string verb = verb_of(text);
+  if (std::find(std::begin(kVerbs), std::end(kVerbs), verb) == std::end(kVerbs)) {
+    show("C: ", kMask);
+    begin_exchange(kUnknownVerb);
+    return;
+  }
+  show("C: ", is_secret ? text + " " + kMask : text);
   if (verb == "AUTH") m_eMode = mode::login;
   begin_exchange(verb);
+  if (verb == "MAIL" || verb == "RCPT") m_cExchanges.back().address = address_of(text);
 }
 
 void dialogue_view::received(std::string_view bytes) {
   while (!bytes.empty()) {
+    if (m_eMode == mode::message) {
+      bytes.remove_prefix(take_message(bytes));
+      continue;
+    }
     const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
     const std::string_view piece = bytes.substr(0, count);
     bytes.remove_prefix(count);
-    if (m_eMode == mode::message) m_uMessageBytes += count;
-    m_uUnfinished = piece.back() == '\n' ? 0 : m_uUnfinished + count;
-    // Lines of a message are only looked at: no copy is made of those that come whole.
-    if (m_cFromServer.empty() && piece.back() == '\n' && message_line(piece)) continue;
-    if (m_cFromServer.size() < kLongestLine) m_cFromServer.append(piece);
-    if (piece.back() == '\n') server_line(std::exchange(m_cFromServer, {}));
+    m_cFromServer.append(
+        piece.substr(0, kLongestLine - std::min(m_cFromServer.size(), kLongestLine)));
+    const bool is_end = is_line_end(piece);
+    m_chFromServer = piece.back();
+    if (is_end) server_line(std::exchange(m_cFromServer, {}), false);
   }
 }
 
-// True for a line of a message. Its last line ends it.
-bool dialogue_view::message_line(std::string_view line) {
-  if (m_eMode != mode::message) return false;
-  if (line != kEndOfMessage) return true;
-  m_eMode = mode::commands;
-  show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
-  show("S: ", ".");
-  return true;
+// A line feed alone ends no line, but for the one in front of a message.
+bool dialogue_view::is_line_end(std::string_view piece) const {
+  if (piece.back() != '\n') return false;
+  const char before = piece.size() > 1 ? piece[piece.size() - 2] : m_chFromServer;
+  if (before == '\r') return true;
+  if (m_cExchanges.empty() || !m_bPop3 || m_cExchanges.back().lines > 0) return false;
+  const std::string& verb = m_cExchanges.back().verb;
+  return verb == "RETR" || verb == "TOP";
 }
 
-void dialogue_view::server_line(std::string_view line) {
-  if (message_line(line)) return;
-  std::string text = presentable(line);
-  if (m_eMode == mode::login && !text.empty() && text[0] == '3') text = text.substr(0, 4) + kMask;
-  show("S: ", text);
+// Takes a line of a message, or a piece of one, and what stands behind its last one: that is
+// nobody's reply. Returns how many bytes it was.
+size_t dialogue_view::take_message(std::string_view bytes) {
+  if (m_bMessageEnded) return bytes.size();
+  const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+  const std::string_view piece = bytes.substr(0, count);
+  m_uMessageBytes += count;
+  m_uUnfinished = piece.back() == '\n' ? 0 : m_uUnfinished + count;
+  if (is_end_of_message(piece)) {
+    m_bMessageEnded = true;
+    show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
+    show("S: ", ".");
+  }
+  return count;
+}
+
+// No copy is made of lines that come whole.
+bool dialogue_view::is_end_of_message(std::string_view piece) {
+  if (m_cFromServer.empty() && piece.back() == '\n') return piece == kEndOfMessage;
+  if (m_cFromServer.size() <= kEndOfMessage.size()) {
+    m_cFromServer.append(piece.substr(0, kEndOfMessage.size() + 1));
+  }
+  if (piece.back() != '\n') return false;
+  return std::exchange(m_cFromServer, {}) == kEndOfMessage;
+}
+
+void dialogue_view::cut_server_line() {
+  if (m_cFromServer.empty() || m_eMode == mode::message) return;
+  server_line(std::exchange(m_cFromServer, {}), true);
+}
+
+void dialogue_view::server_line(std::string_view line, bool is_cut) {
+  line = without_end(line);
   if (m_cExchanges.empty()) begin_exchange("");
   exchange& current = m_cExchanges.back();
-  if (current.verb.empty() && !text.empty() && (text[0] == '+' || text[0] == '-')) {
-    m_bPop3 = true;
-    current.is_pop3 = true;
+  if (is_cut) {
+    current.judge_cut_line(line);
+  } else {
+    current.judge(line);
   }
+  std::string text = presentable(m_cSecrets.masked(line));
+  if (m_eMode == mode::login && current.judged == verdict::goes_on) {
+    text = text.substr(0, 4) + kMask;
+  }
+  show("S: ", text);
   if (current.reply.size() < kMostLines) current.reply.push_back(text);
-  if (m_bPop3) {
-    pop3_line(text);
-  } else if (is_final(text)) {
-    smtp_line(text);
-  }
+  if (current.is_complete) take_verdict(current);
 }
 
-void dialogue_view::smtp_line(const std::string& text) {
-  const std::string& verb = m_cExchanges.back().verb;
-  const char first = text.empty() ? ' ' : text[0];
-  if (m_eMode == mode::login && first != '3') m_eMode = mode::commands;
-  if (verb == "DATA" && first == '3') {
-    m_eMode = mode::data;
-    m_uEndMatched = 2;  // a mail begins at the start of a line
-    m_uDataBytes = 0;
+void dialogue_view::take_verdict(const exchange& current) {
+  if (m_eMode == mode::login && current.judged != verdict::goes_on) {
+    m_eMode = mode::commands;
+    const bool is_refused =
+        current.judged == verdict::refused || current.judged == verdict::nonsense;
+    if (is_refused) m_cRefusedLogin = current;
+    if (current.is_success()) m_cRefusedLogin = exchange();
   }
-  if (verb == kEndOfDataVerb) m_bAccepted = first == '2';
-}
-
-void dialogue_view::pop3_line(const std::string& text) {
-  const std::string& verb = m_cExchanges.back().verb;
-  if (m_eMode == mode::list) {
-    if (text == ".") m_eMode = mode::commands;
-    return;
-  }
-  if (text.empty() || text[0] != '+') return;
-  if (verb == "CAPA") m_eMode = mode::list;
-  if (verb == "RETR" || verb == "TOP") {
+  if (current.verb == kEndOfDataVerb) m_bAccepted = current.is_success();
+  if (m_bPop3 && current.is_success() && (current.verb == "RETR" || current.verb == "TOP")) {
     m_eMode = mode::message;
+    m_bMessageEnded = false;
     m_uDataBytes = m_uMessageBytes;
   }
 }

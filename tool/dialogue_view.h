@@ -4,45 +4,56 @@
 #define DIALOGUE_VIEW_H
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "exchange.h"
+#include "secret_echo.h"
 #include "tav_wiretap.h"
 
 namespace tavmail {
 
-// One command and the reply to it. The greeting answers the command "".
-struct exchange {
-  std::string verb;                // in upper case
-  std::vector<std::string> reply;  // its lines
-  bool under_tls = false;
+// What a command speaks: one protocol, or POP3 for a login before each SMTP connection.
+enum class dialogue_kind { smtp, pop3, pop3_before_smtp };
+
+// What is known of one connection.
+struct connection {
   bool is_pop3 = false;
+  std::string tls;          // version and cipher
+  std::string tls_refusal;  // why the certificate was refused
+  std::string tls_failure;  // the text of TAV_WIRETAP_TLS_FAILED
+  std::string certificate;  // the four lines of TAV_WIRETAP_TLS_CERTIFICATE
 };
 
 // Takes what moves over SMTP and POP3 connections and makes lines of it: "C: " from the client,
 // "S: " from the server, "* " for events. Credentials and the challenges they answer are masked,
-// mail data is only counted, control characters are replaced.
+// also where a server repeats them; mail data is only counted, control characters are replaced.
+//
+// What the server says decides what the client's bytes are, so it is judged as the library does it.
+// In doubt they are masked.
 class dialogue_view {
  public:
   using line_sink = std::function<void(const std::string&)>;
 
   // `sink` gets each line; none when it is empty.
-  explicit dialogue_view(line_sink sink) : m_cSink(std::move(sink)) {}
+  explicit dialogue_view(line_sink sink, dialogue_kind kind = dialogue_kind::smtp)
+      : m_cSink(std::move(sink)), m_eKind(kind), m_bPop3(kind != dialogue_kind::smtp) {}
 
   void take(TAV_WIRETAP_EVENT event, std::string_view bytes);
 
-  const std::vector<exchange>& exchanges() const { return m_cExchanges; }
-  // The exchange that a failure is about: the one that ended the mail, else the latest. Null when
-  // nothing was said yet.
+  const std::deque<exchange>& exchanges() const { return m_cExchanges; }
+  const std::deque<connection>& connections() const { return m_cConnections; }
+  // The exchange that a failure is about: the one that ended the mail, else the first that refused
+  // the mail, else the latest. Null when nothing was said yet.
   const exchange* decisive() const;
-  const std::string& tls() const { return m_cTls; }
-  const std::string& tls_refusal() const { return m_cTlsRefusal; }
-  // The text of TAV_WIRETAP_TLS_FAILED of this connection, "" when no handshake failed.
-  const std::string& tls_failure() const { return m_cTlsFailure; }
-  // The four lines of TAV_WIRETAP_TLS_CERTIFICATE, "" when no certificate was seen.
-  const std::string& certificate() const { return m_cCertificate; }
+  // The latest final reply that refused a login with SMTP; null for none.
+  const exchange* refused_login() const;
+  // True while it is, or would be, POP3 that is spoken.
+  bool is_pop3() const;
+  // Of the latest connection.
+  const connection& latest() const;
   // What became of the mail: its end was sent; the server took it.
   bool end_was_sent() const { return m_bEndSent; }
   bool was_accepted() const { return m_bAccepted; }
@@ -52,44 +63,50 @@ class dialogue_view {
   size_t unfinished_line() const { return m_eMode == mode::message ? m_uUnfinished : 0; }
 
  private:
-  // What the client's, respectively the server's, lines are.
-  enum class mode { commands, data, login, list, message };
+  // What the client's, respectively the server's, bytes are.
+  enum class mode { commands, data, login, message };
 
+  void begin_connecting();
+  void begin_connection();
+  void begin_tls(std::string_view description);
+  connection& current_connection();
   void sent(std::string_view bytes);
   void received(std::string_view bytes);
-  void client_line(std::string_view line);
-  void server_line(std::string_view line);
+  void client_byte(char ch);
+  void client_line();
   size_t take_data(std::string_view bytes);
-  void smtp_line(const std::string& text);
-  void pop3_line(const std::string& text);
-  bool message_line(std::string_view line);
+  size_t take_message(std::string_view bytes);
+  bool is_end_of_message(std::string_view piece);
+  void server_line(std::string_view line, bool is_cut);
+  void cut_server_line();
+  void take_verdict(const exchange& current);
+  bool is_line_end(std::string_view piece) const;
+  bool is_next_pop3() const;
   void show(const char* who, std::string_view text);
   void begin_exchange(std::string verb);
 
   line_sink m_cSink;
+  dialogue_kind m_eKind;
+  bool m_bPop3;
   mode m_eMode = mode::commands;
-  std::string m_cFromClient;  // an unfinished line
+  std::string m_cFromClient;  // an unfinished line, without what is secret in it
   std::string m_cFromServer;
-  size_t m_uUnfinished = 0;  // bytes of the server's unfinished line
-  size_t m_uEndMatched = 0;  // bytes of the end of the mail seen so far
+  secret_echo m_cSecrets;
+  bool m_bSecret = false;        // the rest of the client's line is
+  char m_chFromServer = '\0';    // its latest byte
+  size_t m_uUnfinished = 0;      // bytes of the server's unfinished line
+  size_t m_uEndMatched = 0;      // bytes of the end of the mail seen so far
+  bool m_bMessageEnded = false;  // nothing more is expected before the next command
   uint64_t m_uDataBytes = 0;
   uint64_t m_uMessageBytes = 0;
-  bool m_bPop3 = false;
+  bool m_bConnecting = false;
   bool m_bUnderTls = false;
   bool m_bEndSent = false;
   bool m_bAccepted = false;
-  std::string m_cTls;
-  std::string m_cTlsRefusal;
-  std::string m_cTlsFailure;
-  std::string m_cCertificate;
-  std::vector<exchange> m_cExchanges;
+  std::deque<connection> m_cConnections;
+  std::deque<exchange> m_cExchanges;
+  exchange m_cRefusedLogin;
 };
-
-// A reply as one line, "" when there was none.
-std::string reply_text(const exchange* entry);
-
-// Without control characters, and not longer than a person wants to read.
-std::string presentable(std::string_view text);
 
 // Connects the view to the process's connections while it lives.
 class dialogue_tap {

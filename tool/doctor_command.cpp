@@ -17,7 +17,7 @@ namespace {
 
 struct doctor_options {
   account_file account;
-  server_options asked;  // as given; each protocol gets options of its own from it
+  trial_options asked;  // as given; each protocol gets options of its own from it
   bool apop = false;
   std::string protocol;
   bool verbose = false;
@@ -68,7 +68,7 @@ bool examine(const CLI::App& command, const doctor_options& options, const char*
 void examine_all(const CLI::App& command, const doctor_options& options,
                  std::vector<checkup>& results) {
   if (wants(command, options, "smtp")) {
-    examine<server_options>(command, options, "smtp", check_smtp, results);
+    examine<trial_options>(command, options, "smtp", check_smtp, results);
   }
   if (wants(command, options, "pop3")) {
     examine<mailbox_options>(command, options, "pop3", check_pop3, results);
@@ -98,16 +98,27 @@ int run_doctor(CLI::App& command, const doctor_options& options) {
 
 }  // namespace
 
+void trial_options::add_to(CLI::App& command) {
+  server_options::add_to(command);
+  command.add_option("-f,--from", from, "sender to try; guessed by default")
+      ->type_name("ADDRESS")
+      ->group("Mail");
+  command.add_option("-t,--to", to, "recipient to try; the sender by default")
+      ->take_first()
+      ->type_name("ADDRESS")
+      ->group("Mail");
+}
+
 std::string checkup_lines(const checkup& result) {
   std::string out = (result.protocol == "smtp" ? "Sending" : "Receiving") + std::string(": ") +
                     result.server + " port " + std::to_string(result.port) + "\n";
   for (const checkup_stage& stage : result.stages) {
     std::string label = stage.is_good ? "  ok    " : "  FAIL  ";
     label += stage.name;
-    label.resize(22, ' ');
+    label.resize(26, ' ');
     out += wrapped(label, stage.text);
-    if (!stage.is_good && !stage.remedy.empty()) {
-      out += wrapped("        what to do    ", stage.remedy);
+    if (!stage.remedy.empty()) {
+      out += wrapped("        what to do        ", stage.remedy);
     }
   }
   return out + "\n";

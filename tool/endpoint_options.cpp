@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <utility>
 
 #include "input_file.h"
@@ -25,6 +26,18 @@ constexpr char kPopGroup[] = "POP3 login before sending";
 bool has_control(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
                      [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
+}
+
+constexpr size_t kMostCertificates = 16 * 1024 * 1024;  // in bytes
+
+bool has_certificate(const std::string& text) {
+  std::istringstream file(text);
+  for (std::string line; std::getline(file, line);) {
+    if (line.rfind("-----BEGIN ", 0) == 0 && line.find("CERTIFICATE-----") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Takes "HOST:PORT" and "[ADDRESS]:PORT" apart. A bare IPv6 address has several colons.
@@ -140,7 +153,13 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
 
 void endpoint_options::complete_connection() {
   if (ca_file.empty()) return;
-  const input_file readable(ca_file, "--ca-file");
+  input_file file(ca_file, "--ca-file");
+  // A pipe can be read only once.
+  if (!S_ISFIFO(file.status().st_mode) && !has_certificate(file.read_all(kMostCertificates))) {
+    throw problem(EX_CONFIG, "--ca-file " + ca_file +
+                                 " holds no certificate; it has to be in PEM form, with a line "
+                                 "\"-----BEGIN CERTIFICATE-----\"");
+  }
   // The trust store of the platform's TLS is chosen by this variable.
   setenv("SSL_CERT_FILE", ca_file.c_str(), 1);
   setenv("SSL_CERT_DIR", "/dev/null", 1);

@@ -15,6 +15,7 @@ inline void add_problem(nlohmann::ordered_json& document, const problem& cause) 
   document["stage"] = cause.stage();
   document["reply"] = cause.reply();
   document["code"] = cause.code();
+  if (!cause.recipient().empty()) document["recipient"] = cause.recipient();
   document["exit_code"] = cause.exit_code();
   document["problem"] = cause.what();
 }

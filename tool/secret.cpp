@@ -24,15 +24,18 @@ namespace tavmail {
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kByteOrderMarks[] = {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"};
 
 // Throws when that is no password.
 void check_password(std::string_view text, const std::string& source) {
   const auto refuse = [&](const char* reason) { throw problem(EX_CONFIG, source + reason); };
   if (text.empty()) refuse(" holds no password");
   if (text.size() > secret_text::kLongest) refuse(": password too long");
-  if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    refuse(" begins with a byte order mark, which is no part of a password; save it without one");
+  for (const std::string_view mark : kByteOrderMarks) {
+    if (text.substr(0, mark.size()) != mark) continue;
+    refuse(
+        " begins with a byte order mark, which is no part of a password; save it as UTF-8 without "
+        "one");
   }
   if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
 }

@@ -50,7 +50,8 @@ class transaction {
       : m_cOptions(options),
         m_cOut(out),
         m_cView(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
-                                : dialogue_view::line_sink()),
+                                : dialogue_view::line_sink(),
+                options.server.kind_of_dialogue()),
         m_cTap(m_cView),
         m_cSettings(options.server.settings(options.size_limit)),
         m_cBoundary(m_cSettings) {}

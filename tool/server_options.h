@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "dialogue_view.h"
 #include "endpoint_options.h"
 #include "mailbox_options.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
@@ -30,6 +31,9 @@ struct server_options : endpoint_options {
   }
   bool wants_pop_login() const {
     return login == login_kind::pop || login == login_kind::pop_and_smtp;
+  }
+  dialogue_kind kind_of_dialogue() const {
+    return wants_pop_login() ? dialogue_kind::pop3_before_smtp : dialogue_kind::smtp;
   }
 
   // The library's settings. Asks for passwords, so it is called once.

@@ -36,17 +36,15 @@ def expect(code, words, *arguments, **options):
 class Peer:
     """A server that sends the given replies, one for each line it gets, and then acts."""
 
-    def __init__(self, replies, silent=False, probes=0):
+    def __init__(self, replies, silent=False):
         self.socket = socket.socket()
         self.socket.bind(("127.0.0.1", 0))
         self.socket.listen(1)
-        self.replies, self.silent, self.probes = replies, silent, probes
+        self.replies, self.silent = replies, silent
         self.port = self.socket.getsockname()[1]
         threading.Thread(target=self.serve, daemon=True).start()
 
     def serve(self):
-        for _ in range(self.probes):  # connections that only try the address
-            self.socket.accept()[0].close()
         connection = self.socket.accept()[0]
         stream = connection.makefile("rwb", buffering=0)
         for reply in self.replies:
@@ -105,7 +103,7 @@ def check_servers():
     expect(UNAVAILABLE, "554 go away", *send(Peer([b"554 go away\r\n"]).port))
     expect(TEMPORARY, "421 later", *send(Peer([b"421 later\r\n"]).port))
     expect(PROTOCOL, "STARTTLS", *send(Peer([b"220 hi\r\n", b"250 hi\r\n"], True).port))
-    expect(UNAVAILABLE, "a recipient|550 who", *send(
+    expect(UNAVAILABLE, "the recipient b@c.d|550 who", *send(
         Peer([b"220 hi\r\n", b"250 hi\r\n", b"250 ok\r\n", b"550 who\x1b[2J\r\n"], True).port, *plain))
     ready = [b"220 hi\r\n", b"250 hi\r\n", b"250 ok\r\n", b"250 ok\r\n", b"354 go\r\n"]
     expect(TEMPORARY, "may have been delivered", *send(Peer(ready).port, *plain))
@@ -117,33 +115,9 @@ def check_servers():
             (UNAVAILABLE, "offers no login", b"GSSAPI", b"")):
         peer = Peer([b"220 hi\r\n", b"250 AUTH " + offer + b"\r\n", verdict], True)
         expect(code, words, *send(peer.port, *user))
-    peer = Peer([b"220 hi\r\n", b"250 AUTH PLAIN\r\n", b"235 in\r\n", b"221 bye\r\n"],
-                probes=1)
-    done = tavmail("doctor", "-s", f"127.0.0.1:{peer.port}", "-v", *user)
-    assert done.returncode == 0 and b"anna is logged in" in done.stdout, done
-    assert b"AUTH PLAIN ****" in done.stderr and b"Z2VoZWlt" not in done.stderr, done.stderr
     # Accepted is accepted, also when the goodbye fails.
     done = tavmail(*send(Peer(ready + [b"250 taken\r\n"]).port, *plain))
     assert done.returncode == 0 and b"250 taken" in done.stdout, done
-
-
-def check_doctor():
-    """What the examination of a server with these replies says."""
-    pop3 = ["--protocol", "pop3", "-u", "anna", "--password-command", "echo geheim"]
-    for words, replies, arguments in (
-            ("greeting|greets as pop3: +OK hi|use --protocol pop3,", [b"+OK hi\r\n"], []),
-            ("greeting|greets as smtp: 220 hi|use --protocol smtp,", [b"220 hi\r\n"], pop3),
-            ("TLS handshake|cut the connection|ask whoever", [], ["--tls", "implicit"]),
-            ("TLS handshake|more in clear|--tls implicit",
-             [b"220 hi\r\n", b"250 STARTTLS\r\n", b"220 go\r\n250 hi\r\n"], [])):
-        for output in [], ["--json"]:
-            server = f"127.0.0.1:{Peer(replies, probes=1).port}"
-            done = tavmail("doctor", "-s", server, "--timeout", "2", *arguments, *output)
-            text = done.stdout.decode()
-            assert done.returncode == PROTOCOL and text.count("FAIL") + len(output) == 1, done
-            assert max(map(len, text.splitlines())) <= 80 or output, text
-            for word in words.split("|"):
-                assert word in " ".join(text.split()), (word, text)
 
 
 def check_mail(folder, host, send):
@@ -204,10 +178,9 @@ def main():
             send = ["send", "-s", f"localhost:{port}", "-f", "a@b.c", "--ca-file", authority]
             check_bad_input(folder, send)
             check_servers()
-            check_doctor()
             check_mail(folder, box, send)
             check_memory(folder, send)
-            untrusted = [*send[:5], "--ca-file", os.devnull, "-t", "b@c.d", "--text", "x"]
+            untrusted = [*send[:5], "-t", "b@c.d", "--text", "x"]
             expect(PROTOCOL, "certificate|issuer", *untrusted)
         finally:
             host.terminate()

@@ -1,0 +1,121 @@
+#include "exchange.h"
+
+#include <algorithm>
+
+#include "message_text.h"
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kLongestLine = 2000;
+
+// The bytes of a POP3 line that are looked at.
+constexpr size_t kLongestStatus = 1022;
+
+constexpr size_t kCode = 3;
+
+verdict smtp_verdict(std::string_view line) {
+  switch (line.empty() ? '\0' : line[0]) {
+    case '2':
+      return verdict::success;
+    case '3':
+      return verdict::goes_on;
+    case '4':
+      return verdict::temporary;
+    case '5':
+      return verdict::refused;
+    default:
+      return verdict::nonsense;
+  }
+}
+
+verdict pop3_verdict(std::string_view line) {
+  line = line.substr(0, line.find('\0'));
+  if (line.substr(0, kLongestStatus).find("+OK") != std::string_view::npos) {
+    return verdict::success;
+  }
+  return !line.empty() && line[0] == '-' ? verdict::refused : verdict::nonsense;
+}
+
+// A space behind the code ends a reply. A refusal of EHLO need not have it.
+bool is_last_line(std::string_view line, bool is_ehlo) {
+  if (line.size() > kCode && line[kCode] == ' ') return true;
+  line = line.substr(0, line.find('\0'));
+  const bool goes_on = line.size() > kCode && line[kCode] == '-';
+  return is_ehlo && !goes_on && smtp_verdict(line) != verdict::success;
+}
+
+bool is_continuation(char ch) { return (static_cast<unsigned char>(ch) & 0xC0) == 0x80; }
+
+// U+2028 to U+202E and U+2066 to U+2069 let a text look like another one.
+bool turns_direction(std::string_view character) {
+  return (character >= "\xE2\x80\xA8" && character <= "\xE2\x80\xAE") ||
+         (character >= "\xE2\x81\xA6" && character <= "\xE2\x81\xA9");
+}
+
+}  // namespace
+
+void exchange::judge(std::string_view line) {
+  const bool is_first = lines++ == 0;
+  if (line.find('\n') != std::string_view::npos) has_lone_feed = true;
+  if (is_pop3) {
+    if (is_first) judged = pop3_verdict(line);
+    is_complete = true;
+    return;
+  }
+  const bool is_ehlo = verb == "EHLO";
+  if (is_first || (is_ehlo && judged == verdict::success)) judged = smtp_verdict(line);
+  if (is_last_line(line, is_ehlo)) is_complete = true;
+}
+
+void exchange::judge_cut_line(std::string_view line) {
+  const bool was_complete = is_complete;
+  const verdict before = judged;
+  judge(line);
+  is_complete = was_complete;
+  if (judged == verdict::success || judged == verdict::goes_on) judged = before;
+}
+
+std::string reply_text(const exchange* entry) {
+  if (entry == nullptr) return {};
+  std::string text;
+  for (const std::string& line : entry->reply) {
+    if (text.empty()) {
+      text = line;
+    } else {
+      text += " " + line.substr(entry->is_pop3 ? 0 : std::min<size_t>(4, line.size()));
+    }
+  }
+  return presentable(text);
+}
+
+bool says(std::string_view text, std::string_view words) {
+  const auto lower = [](char ch) {
+    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
+  };
+  return std::search(text.begin(), text.end(), words.begin(), words.end(),
+                     [&](char a, char b) { return lower(a) == lower(b); }) != text.end();
+}
+
+std::string presentable(std::string_view text) {
+  size_t end = std::min(text.size(), kLongestLine);
+  while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;
+  std::string result(text.substr(0, end));
+  const bool is_text = is_utf8(result);
+  for (size_t i = 0; i < result.size(); ++i) {
+    const unsigned char byte = static_cast<unsigned char>(result[i]);
+    const bool is_control = byte < 0x20 || byte == 0x7F;
+    // The controls from U+0080 to U+009F steer terminals too.
+    const bool is_c1 = is_text && byte == 0xC2 && static_cast<unsigned char>(result[i + 1]) < 0xA0;
+    if (is_c1) result[i + 1] = ' ';
+    if (is_control || is_c1) result[i] = ' ';
+    if (is_text && turns_direction(std::string_view(result).substr(i, 3)))
+      result.replace(i, 3, "   ");
+    if (!is_text && byte >= 0x80) result[i] = '?';
+  }
+  result.erase(result.find_last_not_of(' ') + 1);
+  return result;
+}
+
+}  // namespace tavmail

@@ -1,0 +1,56 @@
+// exchange.h - one command and the reply to it, judged as the library judges it.
+
+#ifndef EXCHANGE_H
+#define EXCHANGE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavmail {
+
+enum class verdict {
+  none,       // no reply
+  success,    // "2", or a POP3 line with "+OK"
+  goes_on,    // "3"
+  temporary,  // "4"
+  refused,    // "5", or a POP3 line that begins with "-"
+  nonsense,   // no reply of the protocol; the library takes it for a refusal
+};
+
+// The greeting answers the command "".
+struct exchange {
+  std::string verb;     // in upper case
+  std::string address;  // of MAIL and RCPT
+  bool under_tls = false;
+  bool is_pop3 = false;
+  std::vector<std::string> reply;  // its lines, as a person may see them
+  size_t lines = 0;                // all of them, also those that are not kept
+  verdict judged = verdict::none;
+  bool is_complete = false;    // its last line has come
+  bool has_lone_feed = false;  // a line went on behind a line feed without carriage return
+
+  // Judges by the first line, but for EHLO, where each line counts. `line` is as it came, without
+  // its end.
+  void judge(std::string_view line);
+  // The same for a line whose end did not come: it can refuse, and nothing else.
+  void judge_cut_line(std::string_view line);
+
+  bool is_success() const { return is_complete && judged == verdict::success; }
+  // The server said no. A reply of which more was to come is one, too: what follows changes
+  // nothing.
+  bool is_no() const { return judged == verdict::temporary || judged == verdict::refused; }
+};
+
+// A reply as one line, "" when there was none.
+std::string reply_text(const exchange* entry);
+
+// True when the text has the words, in whatever case.
+bool says(std::string_view text, std::string_view words);
+
+// Without control characters, and not longer than a person wants to read.
+std::string presentable(std::string_view text);
+
+}  // namespace tavmail
+
+#endif

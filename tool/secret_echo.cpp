@@ -1,0 +1,65 @@
+#include "secret_echo.h"
+
+#include <algorithm>
+#include <random>
+
+namespace tavmail {
+
+namespace {
+
+constexpr size_t kMostSecrets = 200;  // a server that asks again and again gets no more answers
+
+uint64_t value_of(char ch) { return static_cast<unsigned char>(ch) + uint64_t{1}; }
+
+}  // namespace
+
+// Odd, so that no byte's weight is lost.
+secret_echo::secret_echo()
+    : m_uBase(((uint64_t{std::random_device()()} << 32) | std::random_device()()) | 1) {}
+
+void secret_echo::add(char ch) {
+  m_cCurrent.hash = m_cCurrent.hash * m_uBase + value_of(ch);
+  ++m_cCurrent.length;
+}
+
+void secret_echo::end() {
+  const mark secret = m_cCurrent;
+  m_cCurrent = {0, 0};
+  const bool is_known = std::any_of(m_cSecrets.begin(), m_cSecrets.end(), [&](const mark& m) {
+    return m.length == secret.length && m.hash == secret.hash;
+  });
+  if (secret.length == 0 || is_known || m_cSecrets.size() >= kMostSecrets) return;
+  m_cSecrets.push_back(secret);
+  // The longest first: it may hold another one.
+  std::stable_sort(m_cSecrets.begin(), m_cSecrets.end(),
+                   [](const mark& a, const mark& b) { return a.length > b.length; });
+}
+
+size_t secret_echo::find(std::string_view text, const mark& secret, size_t from) const {
+  uint64_t weight = 1;  // of the byte that leaves the window
+  uint64_t hash = 0;
+  for (size_t i = from; i < text.size(); ++i) {
+    hash = hash * m_uBase + value_of(text[i]);
+    const size_t length = i - from + 1;
+    if (length < secret.length) {
+      weight *= m_uBase;
+      continue;
+    }
+    if (hash == secret.hash) return i + 1 - secret.length;
+    hash -= weight * value_of(text[i + 1 - secret.length]);
+  }
+  return std::string_view::npos;
+}
+
+std::string secret_echo::masked(std::string_view text) const {
+  std::string result(text);
+  for (const mark& secret : m_cSecrets) {
+    for (size_t at = 0; (at = find(result, secret, at)) != std::string::npos;) {
+      result.replace(at, secret.length, kMask);
+      at += sizeof kMask - 1;
+    }
+  }
+  return result;
+}
+
+}  // namespace tavmail

@@ -1,0 +1,45 @@
+// secret_echo.h - finds what was sent as a secret where a server repeats it.
+
+#ifndef SECRET_ECHO_H
+#define SECRET_ECHO_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tavmail {
+
+constexpr char kMask[] = "****";
+
+// Servers quote the command that they do not know, credentials included. Of a secret only its
+// length and a hash, of a base that is new for each object, are kept.
+class secret_echo {
+ public:
+  secret_echo();
+
+  // The next byte of the secret that is being sent, and its end.
+  void add(char ch);
+  void end();
+
+  // The text with every secret in it masked.
+  std::string masked(std::string_view text) const;
+
+ private:
+  struct mark {
+    size_t length;
+    uint64_t hash;
+  };
+
+  // Where `secret` begins in the text from `from` on.
+  size_t find(std::string_view text, const mark& secret, size_t from) const;
+
+  uint64_t m_uBase;
+  mark m_cCurrent = {0, 0};
+  std::vector<mark> m_cSecrets;
+};
+
+}  // namespace tavmail
+
+#endif
