@@ -314,7 +314,7 @@ def check_misbehaviour(trial, certificates):
     cut = "cut the connection in the handshake; ask"
     for hello, words, ways in (
             (dropping, cut, WAYS), (resetting, cut, WAYS), (half_hello, cut, WAYS),
-            (alert, "handshake failure); ask", WAYS),
+            (alert, "handshake failure); the server may want", WAYS),
             (no_tls, "is no TLS; try --tls implicit", upgraded),
             (no_tls, "is no TLS; check the port, or try --tls starttls", implicit),
             (greeting, "; check the port, or try --tls starttls", implicit),
