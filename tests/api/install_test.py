@@ -33,7 +33,7 @@ endif()
 """
 PROGRAM = """#include "quorvelmida/taveml.h"
 #include "tav_wake.h"
-quorvelmida::tav_eml_smtp_settings settings;
+quorvelmida::_tav_eml_smtp_setting record;
 """
 
 
