@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/guard.h"
+#include "common/text.h"
 #include "pop3_dialogue.h"
 #include "pop3_log.h"
 #include "pop3_login.h"
@@ -152,7 +153,7 @@ TAV_EML_RESULT tav_eml_pop3_command::GetTop(const tav_eml_pop3_settings* setting
   const TAV_EML_RESULT result = exchange(kCommand, number, link, reply, line_rest::kept);
   if (result != TAV_EML_OK) return result;
   // After a lone LF comes the header already, and it cannot be handed out.
-  const bool is_whole = ends_line(reply.data(), reply.length());
+  const bool is_whole = ends_line(reply.view());
   return is_whole && is_positive(reply) && line_length(reply) == reply.length()
              ? TAV_EML_OK
              : refuse(kCommand, link);

@@ -32,7 +32,7 @@ bool begins_with(const char* text, const char* word) {
 }
 
 // True for a line that refuses and does not say that more follows. It need not have the space that
-// ends a reply: waiting for more behind "502" and CR LF would only end in a time-out.
+// ends a reply: waiting for more after "502" and CR LF would only end in a time-out.
 bool is_short_refusal(const char* line) {
   constexpr size_t kCode = 3;
   return line[0] != kReplySuccess && (std::strlen(line) <= kCode || line[kCode] != '-');
@@ -42,7 +42,7 @@ bool is_short_refusal(const char* line) {
 void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
                      smtp_ehlo_option& option) {
   constexpr size_t kKeyword = 4;
-  constexpr size_t kMechanisms = 9;  // behind "250-AUTH" and a space or an equals sign
+  constexpr size_t kMechanisms = 9;  // after "250-AUTH" and a space or an equals sign
   const size_t length = std::strlen(line);
   if (length <= kKeyword) return;
   if (begins_with(line + kKeyword, "AUTH")) {

@@ -22,6 +22,10 @@ inline bool is_control(char ch) {
 
 inline char to_lower(char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch + 32) : ch; }
 
+inline bool ends_line(std::string_view text) {
+  return text.size() >= 2 && text.substr(text.size() - 2) == "\r\n";
+}
+
 // A character of a peer's text, safe for a log line.
 inline char printable(char ch) { return is_control(ch) ? ' ' : ch; }
 

@@ -17,11 +17,6 @@ bool begins_with(std::string_view line, std::string_view name) {
   return line.size() >= name.size() && clb_CompStrCaseN(line.data(), name.data(), name.size()) == 0;
 }
 
-bool ends_line(std::string_view text) {
-  return text.size() >= kLineEnd.size() &&
-         text.compare(text.size() - kLineEnd.size(), kLineEnd.size(), kLineEnd) == 0;
-}
-
 std::string_view without_line_end(std::string_view line) {
   if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);

@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "common/log.h"
+#include "common/text.h"
 
 namespace quorvelmida {
 
@@ -89,7 +90,7 @@ TAV_EML_RESULT connection::read_line(char* buffer, long& size) {
 
 TAV_EML_RESULT connection::read_whole_line(char* buffer, long& size) {
   TAV_EML_RESULT result = read_line(buffer, size);
-  if (result != TAV_EML_OK || ends_line(buffer, size - 1)) return result;
+  if (result != TAV_EML_OK || ends_line({buffer, static_cast<size_t>(size - 1)})) return result;
   result = drop_line(buffer[size - 2]);
   return result == TAV_EML_OK ? result : fail(result, m_cRules.read_line);
 }

@@ -26,11 +26,6 @@ void close_connection(int& sock, TAV_EML_TLS_INFO& tls);
 // A TLS code as it is, anything else as TAV_EML_ERR_UNKNOWN.
 TAV_EML_RESULT tls_result(TAV_EML_RESULT result);
 
-// True when the `length` bytes at `line` end in CR LF.
-inline bool ends_line(const char* line, long length) {
-  return length >= 2 && line[length - 2] == '\r' && line[length - 1] == '\n';
-}
-
 // Where a mail server is and how TLS begins there.
 struct mail_server {
   const char* host;

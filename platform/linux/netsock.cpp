@@ -272,18 +272,19 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
   socket_record* const record = find_record(sock);
   const auto length = static_cast<size_t>(len);
   const int wishes = flags & ~MSG_DONTWAIT;
-  const auto move = [&](int wait_flag) -> ssize_t {
-    if (record == nullptr) return recv(sock, data, length, wishes | wait_flag);
-    if (record->ahead.is_empty()) {
-      return record->ahead.receive(sock, data, length, wishes | wait_flag);
-    }
-    if (wishes == 0 || wishes == MSG_PEEK) {
-      return static_cast<ssize_t>(record->ahead.take(data, length, wishes));
-    }
-    errno = EINVAL;  // only the system knows what to do, and it does not have the bytes
-    return -1;
-  };
-  const int32_t count = transfer(sock, record != nullptr, POLLIN, timeout_ms, move);
+  int32_t count;
+  if (record == nullptr || record->ahead.is_empty()) {
+    count = transfer(sock, record != nullptr, POLLIN, timeout_ms, [&](int wait_flag) {
+      return record != nullptr ? record->ahead.receive(sock, data, length, wishes | wait_flag)
+                               : recv(sock, data, length, wishes | wait_flag);
+    });
+  } else if (is_woken()) {
+    count = TAV_NETSOCK_TIMEOUT;
+  } else if (wishes == 0 || wishes == MSG_PEEK) {
+    count = static_cast<int32_t>(record->ahead.take(data, length, wishes));
+  } else {
+    count = TAV_NETSOCK_ERROR;  // only the system knows what to do, and it does not have the bytes
+  }
   return observed(TAV_WIRETAP_RECEIVED, data, count);
 }
 

@@ -1,7 +1,6 @@
 // The layouts that other programs count on, checked by compiling this file: records that cross the
 // interface to the platform, that a caller fills, or that tables are made of. The dump of the ABI
-// holds everything; here stands what was promised in so many words, above all for the 32-bit
-// target.
+// holds everything; this file holds what the interface promises, above all for the 32-bit target.
 
 #include <cstddef>
 #include <type_traits>

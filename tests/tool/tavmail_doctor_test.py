@@ -24,8 +24,9 @@ SILENT, CLOSE = object(), None
 
 SMTP = {"": "220 here", "EHLO": "250-here\r\n250 AUTH PLAIN", "AUTH": "235 in", "QUIT": "221 bye",
         "*": "250 ok"}
-POP3 = {"": "+OK here", "CAPA": "+OK\r\nUSER\r\nUIDL\r\n.", "STAT": "+OK 1 9", "UIDL": "+OK 1 u1",
-        "*": "+OK"}
+POP3 = {"": "+OK here", "CAPA": "+OK\r\nUSER\r\nUIDL\r\n.", "STAT": "+OK 1 9",
+        "UIDL": "+OK\r\n1 u1\r\n.", "UIDL 1": "+OK 1 u1",
+        "LIST": "+OK\r\n1 9\r\n.", "LIST 1": "+OK 1 9", "*": "+OK"}
 
 
 class Server:
@@ -243,7 +244,8 @@ def clear_rows():
         (pop3(greeting="421 busy"), BOX, PROTOCOL, "is an SMTP server: 421 busy"),
         (pop3(greeting="-ERR [SYS/TEMP] full"), BOX, TEMPORARY, "-ERR [SYS/TEMP] full|try again"),
         (pop3(greeting="-ERR not you"), BOX, UNAVAILABLE, "-ERR not you|ask whoever"),
-        (pop3(UIDL="-ERR what"), BOX, UNAVAILABLE, "FAIL UIDL|no unique ids (UIDL): -ERR|--all"),
+        (pop3(**{"UIDL 1": "-ERR what"}), BOX, UNAVAILABLE,
+         "FAIL UIDL|no unique ids (UIDL): -ERR|--all"),
         (pop3(STAT="+OK 0 0", CAPA="+OK\r\nUSER\r\n."), BOX, UNAVAILABLE, "FAIL unique ids|--all"),
         (pop3(USER="-ERR [AUTH] Plaintext disallowed on non-secure (SSL/TLS) connections."), BOX,
          UNAVAILABLE, "wants TLS before the login|--tls starttls"),
@@ -364,7 +366,7 @@ def cause_rows():
          "no PASS **** here"),
         ("receive", pop3(), ["--tls", "none", "--all", "-u", "anna", "--password-command",
                                "printf %01020d 0"], DATA, "password or --helo is too long"),
-        ("receive", pop3(greeting="my +OK", LIST="+OK 1 9", TOP=headers), FETCH, GOOD,
+        ("receive", pop3(greeting="my +OK", TOP=headers), FETCH, GOOD,
          "bytes of mail"),
     ]
 

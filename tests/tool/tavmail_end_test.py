@@ -99,8 +99,9 @@ def cases(folder):
     receive = ["receive", *USER]
     for count in range(5):
         yield receive, lines(*POP3[:count]), "no mail was received", None
-    yield [*receive, "--all"], lines(*POP3, MAIL), "no mail was received", None
-    whole = [*POP3, "+OK\r\nSubject: x\r\n\r\nx\r\n."]
+    listed = [*POP3, "+OK\r\n1 u\r\n.", "+OK\r\n1 100\r\n."]
+    yield [*receive, "--all"], lines(*listed, MAIL), "no mail was received", None
+    whole = [*listed, "+OK\r\nSubject: x\r\n\r\nx\r\n."]
     yield [*receive, "--all"], lines(*whole), "1 mail was received", None
     yield [*receive, "--all"], lines(*whole, "+OK"), "did not confirm", None
     for protocol in "smtp", "pop3":
