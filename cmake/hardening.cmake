@@ -19,7 +19,10 @@ if(TAVEML_HAS_PREFIX_MAP)
   endforeach()
 endif()
 
-check_pie_supported(LANGUAGES CXX)
+# Its result would change the programs of a project around this one.
+if(PROJECT_IS_TOP_LEVEL)
+  check_pie_supported(LANGUAGES CXX)
+endif()
 
 option(TAVEML_HARDENING "stack protector, checked C functions, read-only relocations" ON)
 if(NOT TAVEML_HARDENING OR TAVEML_SANITIZE OR TAVEML_FUZZ)

@@ -12,10 +12,21 @@ set(taveml_platform_includedir ${CMAKE_INSTALL_INCLUDEDIR}/taveml/platform)
 install(TARGETS taveml EXPORT taveml
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
     NAMELINK_COMPONENT development)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/quorvelmida
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/include/
-  DESTINATION ${taveml_platform_includedir} COMPONENT development FILES_MATCHING PATTERN "*.h")
+# What taveml_public_headers() gave a target.
+function(taveml_install_headers target source_folder folder)
+  if(CMAKE_VERSION VERSION_LESS 3.23)
+    install(TARGETS ${target} EXPORT taveml)
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${source_folder}/ DESTINATION ${folder}
+      COMPONENT development FILES_MATCHING PATTERN "*.h")
+  else()
+    install(TARGETS ${target} EXPORT taveml
+      FILE_SET HEADERS DESTINATION ${folder} COMPONENT development)
+  endif()
+  target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${folder}>)
+endfunction()
+taveml_install_headers(taveml_headers include ${CMAKE_INSTALL_INCLUDEDIR})
+taveml_install_headers(taveml_platform_headers platform/include ${taveml_platform_includedir})
+set_target_properties(taveml_platform_headers PROPERTIES EXPORT_NAME platform_headers)
 
 # The libraries find each other, and the tool finds them, wherever the prefix is. A distribution
 # that installs where the loader looks anyway sets CMAKE_SKIP_INSTALL_RPATH.
@@ -55,17 +66,17 @@ set_target_properties(${taveml_libraries} PROPERTIES
 
 # The tool prints its completion scripts; a tool for another machine cannot run here.
 if(TAVEML_TOOL AND NOT CMAKE_CROSSCOMPILING)
-  function(install_completion shell folder name)
+  function(taveml_install_completion shell folder name)
     set(script ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
     add_custom_command(OUTPUT ${script}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion/${shell}
       COMMAND tavmail completion ${shell} > ${script} DEPENDS tavmail VERBATIM)
-    add_custom_target(completion_${shell} ALL DEPENDS ${script})
+    add_custom_target(taveml_completion_${shell} ALL DEPENDS ${script})
     install(FILES ${script} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder} COMPONENT tool)
   endfunction()
-  install_completion(bash bash-completion/completions tavmail)
-  install_completion(zsh zsh/vendor-completions _tavmail)
-  install_completion(fish fish/vendor_completions.d tavmail.fish)
+  taveml_install_completion(bash bash-completion/completions tavmail)
+  taveml_install_completion(zsh zsh/vendor-completions _tavmail)
+  taveml_install_completion(fish fish/vendor_completions.d tavmail.fish)
 endif()
 
 # Documents, if they exist: manual pages by section, everything else unchanged.
@@ -89,38 +100,22 @@ if(NOT TAVEML_LINUX_PORT)
   return()
 endif()
 
-# The port exports only what platform/include declares, not template instances.
-target_link_options(tavplatform PRIVATE
-  -Wl,--version-script,${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
-set_property(TARGET tavplatform APPEND PROPERTY
-  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/tavplatform.map)
-
-set(taveml_port utlbase tavdbglog tavplatform)
 taveml_search_path(tavplatform "$ORIGIN")
-install(TARGETS ${taveml_port} EXPORT taveml
+install(TARGETS taveml_platform utlbase tavdbglog EXPORT taveml
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
     NAMELINK_COMPONENT development)
-
-# For programs outside the tree: taveml::platform is the whole port, and taveml::taveml brings
-# utlbase along, because its interface is made of that library's strings and vectors.
-add_library(taveml_platform INTERFACE)
-set_target_properties(taveml_platform PROPERTIES EXPORT_NAME platform)
-target_link_libraries(taveml_platform INTERFACE ${taveml_port})
-set_property(TARGET taveml APPEND PROPERTY
-  INTERFACE_LINK_LIBRARIES $<INSTALL_INTERFACE:taveml::utlbase>)
-install(TARGETS taveml_headers platform_headers taveml_platform EXPORT taveml)
-
-# The source folders are for targets of this build only.
-foreach(headers taveml_headers platform_headers)
-  get_target_property(taveml_dir ${headers} INTERFACE_INCLUDE_DIRECTORIES)
-  set_property(TARGET ${headers} PROPERTY
-    INTERFACE_INCLUDE_DIRECTORIES $<BUILD_INTERFACE:${taveml_dir}>)
-endforeach()
-target_include_directories(taveml_headers INTERFACE
-  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_include_directories(platform_headers INTERFACE
-  $<INSTALL_INTERFACE:${taveml_platform_includedir}>)
-target_compile_features(taveml_headers INTERFACE $<INSTALL_INTERFACE:cxx_std_17>)
+if(CMAKE_VERSION VERSION_LESS 3.23)
+  install(TARGETS tavplatform EXPORT taveml
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+      NAMELINK_COMPONENT development)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/linux/include/
+    DESTINATION ${taveml_platform_includedir} COMPONENT development)
+else()
+  install(TARGETS tavplatform EXPORT taveml
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+      NAMELINK_COMPONENT development
+    FILE_SET HEADERS DESTINATION ${taveml_platform_includedir} COMPONENT development)
+endif()
 
 set(taveml_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/taveml)
 install(EXPORT taveml NAMESPACE taveml:: FILE taveml-targets.cmake

@@ -3,7 +3,7 @@
     exported.py symbols ARCHITECTURE LIBRARY   the names, with their version
     exported.py abi ARCHITECTURE LIBRARY       types and layouts (libabigail; needs debug information)
     exported.py needed LIBRARY                 soname and libraries
-    exported.py port LIBRARY...                the Linux port: only what platform/include declares
+    exported.py port LIBRARY...                the Linux port: only what its headers declare
     exported.py cross FOLDER                   builds for 32-bit ARM in FOLDER and checks all three
     exported.py update ARCHITECTURE LIBRARY    makes the lists of one architecture anew
 
@@ -22,7 +22,8 @@ import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
-HEADERS = [os.path.join(ROOT, "include"), os.path.join(ROOT, "platform", "include")]
+HEADERS = [os.path.join(ROOT, *folder.split("/"))
+           for folder in ("include", "platform/include", "platform/linux/include")]
 SONAME = "libtaveml.so.3"
 ARM_COMPILER = "arm-linux-gnueabihf-g++"
 # The platform libraries, and the runtimes of C++ and C.
@@ -79,7 +80,7 @@ def check_needed(library):
 
 def check_port(libraries):
     text = ""
-    for path in glob.glob(os.path.join(HEADERS[1], "*.h")):
+    for path in [path for folder in HEADERS[1:] for path in glob.glob(os.path.join(folder, "*.h"))]:
         with open(path) as file:
             text += file.read()
     problems = []

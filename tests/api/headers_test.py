@@ -12,7 +12,8 @@ import subprocess
 import sys
 
 ROOT = sys.argv[1]
-FOLDERS = [os.path.join(ROOT, "include"), os.path.join(ROOT, "platform", "include")]
+FOLDERS = [os.path.join(ROOT, *folder.split("/"))
+           for folder in ("include", "platform/include", "platform/linux/include")]
 FLAGS = ["-fsyntax-only", "-Wall", "-Wextra", "-Wconversion", "-Wshadow",
          "-Wformat=2", "-Wpedantic", "-Werror", "-x", "c++"]
 FLAGS += [word for folder in FOLDERS for word in ("-I", folder)]

@@ -1,6 +1,6 @@
 """A newcomer's way: installs into a prefix, moves the prefix, builds the example outside the tree
 with the CMake package and with pkg-config, and runs it against the practice mail server
-that was installed as well.
+that was installed as well. Another program takes the source tree in with add_subdirectory.
 
     install_test.py ROOT BUILD COMPILER
 """
@@ -15,6 +15,26 @@ import time
 
 ROOT, BUILD, COMPILER = sys.argv[1:]
 PASSWORD = "a password"
+# Names its own targets as it likes, and has nothing that the tool and the tests are built with.
+EMBEDDING = """cmake_minimum_required(VERSION 3.22)
+project(embedding LANGUAGES CXX)
+foreach(name mailutil smtp pop3 platform tests fuzz reference)
+  add_library(${name} INTERFACE)
+endforeach()
+foreach(package CLI11 nlohmann_json tomlplusplus GTest Python3)
+  set(CMAKE_DISABLE_FIND_PACKAGE_${package} ON)
+endforeach()
+add_subdirectory("${TREE}" taveml)
+add_library(program OBJECT program.cpp)
+target_link_libraries(program PRIVATE taveml::taveml taveml::platform)
+if(CMAKE_BUILD_TYPE OR DEFINED CACHE{BUILD_TESTING} OR DEFINED CMAKE_CXX_VISIBILITY_PRESET)
+  message(FATAL_ERROR "the embedding project was changed")
+endif()
+"""
+PROGRAM = """#include "quorvelmida/taveml.h"
+#include "tav_wake.h"
+quorvelmida::_tav_eml_smtp_setting record;
+"""
 
 
 def run(*command, folder=None, **variables):
@@ -121,7 +141,22 @@ def check_binaries(*folders):
             assert is_good, f"{path}: {what}"
 
 
+def check_embedding(work):
+    """Configured, compiled against the headers, and nothing of the tree gets into its installation."""
+    source, binary = os.path.join(work, "embedding"), os.path.join(work, "embedding", "build")
+    os.mkdir(source)
+    for name, text in (("CMakeLists.txt", EMBEDDING), ("program.cpp", PROGRAM)):
+        with open(os.path.join(source, name), "w") as file:
+            file.write(text)
+    run("cmake", "-G", "Ninja", "-S", source, "-B", binary, f"-DCMAKE_CXX_COMPILER={COMPILER}",
+        f"-DTREE={ROOT}")
+    run("cmake", "--build", binary, "--target", "program")
+    run("cmake", "--install", binary, "--prefix", os.path.join(work, "nothing"))
+    assert not os.path.exists(os.path.join(work, "nothing"))
+
+
 with tempfile.TemporaryDirectory() as temporary:
+    check_embedding(temporary)
     first, moved = os.path.join(temporary, "first"), os.path.join(temporary, "moved")
     run("cmake", "--install", BUILD, "--prefix", first)
     os.rename(first, moved)

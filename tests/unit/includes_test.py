@@ -15,7 +15,8 @@ ROOMS = {"common": (), "transport": ("common",), "message": ("common",),
 SEES = {f"mailutil/{room}": [f"mailutil/{below}" for below in rooms]
         for room, rooms in ROOMS.items()}
 ALL_ROOMS = list(SEES)
-SEES.update({"smtp": ALL_ROOMS, "pop3": ALL_ROOMS, "tool": [], "platform/linux": [],
+SEES.update({"smtp": ALL_ROOMS, "pop3": ALL_ROOMS, "tool": ["platform/linux/include"],
+             "platform/linux": ["platform/linux/include"], "platform/linux/include": [],
              "platform/include": [], "include/quorvelmida": [], "mailhost": []})
 USES_THE_SYSTEM = ("platform/linux", "tool", "mailhost")
 NETWORK = re.compile(r"\b(tav_netsock_|tlsw_)\w+\(")
@@ -30,7 +31,8 @@ def folder_of(path):
 
 
 def check_include(path, folder, header):
-    roots = [os.path.dirname(path), folder, "mailutil", "include", "platform/include"]
+    roots = [os.path.dirname(path), folder, "mailutil", "include", "platform/include",
+             "platform/linux/include"]
     found = [os.path.normpath(f"{root}/{header}") for root in roots]
     found = [place for place in found if os.path.exists(os.path.join(ROOT, place))]
     allowed = [folder, *SEES[folder]]
