@@ -128,7 +128,7 @@ int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
     if (count >= 0) return static_cast<int32_t>(count);
     if (errno == EINTR) continue;
     if (!would_block(errno)) return TAV_NETSOCK_ERROR;
-    const int ready = until.wait(sock, events);
+    const int ready = events == POLLOUT ? until.wait_for_room(sock) : until.wait(sock, events);
     if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
   }
 }
