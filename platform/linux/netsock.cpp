@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include "port_time.h"
@@ -118,17 +119,18 @@ int32_t finish_connect(int fd, const deadline& until) {
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
 // Calls `move`, which does not wait, until it moves something, fails, or the time is over. Nothing
-// is waited for as long as something moves.
+// is waited for as long as something moves, and the clock is not asked.
 template <typename Move>
 int32_t transfer(int32_t sock, short events, int32_t timeout_ms, Move&& move) {
   if (is_woken()) return TAV_NETSOCK_TIMEOUT;
-  const deadline until(timeout_ms);
+  std::optional<deadline> until;
   for (;;) {
     const ssize_t count = move();
     if (count >= 0) return static_cast<int32_t>(count);
     if (errno == EINTR) continue;
     if (!would_block(errno)) return TAV_NETSOCK_ERROR;
-    const int ready = events == POLLOUT ? until.wait_for_room(sock) : until.wait(sock, events);
+    if (!until) until.emplace(timeout_ms);
+    const int ready = events == POLLOUT ? until->wait_for_room(sock) : until->wait(sock, events);
     if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
   }
 }
