@@ -134,7 +134,7 @@ int32_t transfer(int32_t sock, bool is_own, short events, int32_t timeout_ms, Mo
     if (count >= 0) return static_cast<int32_t>(count);
     if (!would_block(errno) && errno != EINTR) return TAV_NETSOCK_ERROR;
     wait_flag = MSG_DONTWAIT;
-    const int ready = until.wait(sock, events);
+    const int ready = events == POLLOUT ? until.wait_for_room(sock) : until.wait(sock, events);
     if (ready <= 0) return ready == 0 ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
   }
 }

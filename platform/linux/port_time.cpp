@@ -21,3 +21,10 @@ int deadline::wait(int fd, short events) const {
     }
   }
 }
+
+int deadline::wait_for_room(int fd) const {
+  constexpr int kShort = 100;
+  const int left = rest();
+  const int ready = left > kShort ? deadline(kShort).wait(fd, POLLOUT) : wait(fd, POLLOUT);
+  return ready == 0 && left > kShort && !is_woken() ? 1 : ready;
+}

@@ -31,6 +31,10 @@ class deadline {
   // not shorten the wait.
   int wait(int fd, short events) const;
 
+  // The same for sending, but returns after a short while to let the caller try: the system calls a
+  // socket writable when a third of its buffer is empty, and a slow peer takes long to read that.
+  int wait_for_room(int fd) const;
+
  private:
   std::chrono::steady_clock::time_point m_cEnd;
 };

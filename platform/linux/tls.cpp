@@ -264,7 +264,7 @@ io_result send_gathered(session& s, const deadline& until) {
       continue;
     }
     if (!is_retry(count)) return io_result::failed;
-    const int ready = until.wait(s.fd, POLLOUT);
+    const int ready = until.wait_for_room(s.fd);
     if (ready <= 0) return ready == 0 ? io_result::timeout : io_result::failed;
   }
   return io_result::done;

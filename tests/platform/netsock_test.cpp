@@ -105,6 +105,32 @@ TEST(NetsockContract, transfers_count_bytes_and_time_out) {
   EXPECT_LT(sending.elapsed(), 800);
 }
 
+// The system calls a socket writable when a third of its buffer is empty, which may be megabytes.
+TEST(NetsockContract, a_peer_that_reads_slowly_is_not_taken_for_one_that_does_not) {
+  listener server;
+  server.keep_small(65536);
+  const int32_t ours = connect_to("127.0.0.1", server.port());
+  const int theirs = server.accept();
+  std::thread peer([&] {
+    std::vector<char> some(20000);
+    while (recv(theirs, some.data(), some.size(), 0) > 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    close(theirs);
+  });
+  const std::string block(1 << 20, 'x');
+  const stopwatch watch;
+  int32_t sent = 1;
+  while (sent > 0 && watch.elapsed() < 2200) {
+    sent = tav_netsock_send_timeo(ours, block.data(), 1 << 20, 0, 900);
+  }
+  EXPECT_GT(sent, 0);
+  const linger at_once = {1, 0};  // what is under way need not be read
+  setsockopt(ours, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+  tav_netsock_close(ours);
+  peer.join();
+}
+
 std::string read_one_by_one(int32_t sock, size_t length) {
   std::string text;
   char byte = 0;
