@@ -8,7 +8,8 @@
 //    thread that already holds it, it is granted at once and does not nest: one GiveMutex releases
 //    it. A GiveMutex by a thread that does not hold it is refused. Deleting a held mutex is
 //    harmless.
-//  - MemAllocate and MemReallocate may throw what the library catches around its calls (a pointer to
+//  - MemAllocate and MemReallocate may throw what the library catches around its calls (a pointer
+//  to
 //    its mail exception); a MemReallocate that throws keeps the old block. Nothing else is thrown.
 
 #ifndef UTL_OS_H
