@@ -6,10 +6,9 @@
 //  - Connect, send and receive return -1 for an error and -2 for a time-out. Connect returns 0 on
 //    success; send and receive return the count of bytes moved, and receive 0 at end of stream.
 //  - One call moves at most what one call of the system moves. What was not asked for comes with
-//  the
-//    next call. A port may read ahead: replies are asked for byte by byte, mails in small blocks.
-//    But what it then holds, like what waits in the kernel, makes a TLS handshake fail (tlsw.h):
-//    nothing sent in clear before TLS is ever read after it.
+//    the next call. A port may read ahead: replies are asked for byte by byte, mails in small
+//    blocks. But what it then holds, like what waits in the kernel, makes a TLS handshake fail
+//    (tlsw.h): nothing sent in clear before TLS is ever read after it.
 //  - Time-outs are in milliseconds. 0 or less means the port's own limit of 30 s: no call waits for
 //    ever, and none degenerates to a single poll. A call interrupted by a signal goes on with the
 //    time that is left.

@@ -9,8 +9,8 @@
 //    it. A GiveMutex by a thread that does not hold it is refused. Deleting a held mutex is
 //    harmless.
 //  - MemAllocate and MemReallocate may throw what the library catches around its calls (a pointer
-//  to
-//    its mail exception); a MemReallocate that throws keeps the old block. Nothing else is thrown.
+//    to its mail exception); a MemReallocate that throws keeps the old block. Nothing else is
+//    thrown.
 
 #ifndef UTL_OS_H
 #define UTL_OS_H
