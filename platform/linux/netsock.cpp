@@ -121,14 +121,14 @@ int32_t finish_connect(int fd, const deadline& until) {
 
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-// Calls `move` until it moves something, fails, or the time is over. The first call may wait within
-// the system for kSliceMs if the socket is the port's own: most replies come by then, with one call
-// instead of three. After it poll() waits, which tav_wake() ends at once.
+// Calls `move` until it moves something, fails, or the time is over. With `waits_inside` the first
+// call waits within the system, for kSliceMs at most: nearly every reply comes by then, with one
+// call instead of three. Otherwise poll() waits, which tav_wake() ends at once.
 template <typename Move>
-int32_t transfer(int32_t sock, bool is_own, short events, int32_t timeout_ms, Move&& move) {
+int32_t transfer(int32_t sock, bool waits_inside, short events, int32_t timeout_ms, Move&& move) {
   if (is_woken()) return TAV_NETSOCK_TIMEOUT;
   const deadline until(timeout_ms);
-  int wait_flag = is_own && (timeout_ms <= 0 || timeout_ms >= kSliceMs) ? 0 : MSG_DONTWAIT;
+  int wait_flag = waits_inside ? 0 : MSG_DONTWAIT;
   for (;;) {
     const ssize_t count = move(wait_flag);
     if (count >= 0) return static_cast<int32_t>(count);
@@ -259,8 +259,7 @@ int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int3
                                int32_t timeout_ms) noexcept {
   if (!is_handle(sock) || data == nullptr || len < 0) return TAV_NETSOCK_ERROR;
   const int wishes = (flags & ~MSG_DONTWAIT) | MSG_NOSIGNAL;
-  const bool is_own = find_record(sock) != nullptr;
-  const int32_t count = transfer(sock, is_own, POLLOUT, timeout_ms, [&](int wait_flag) {
+  const int32_t count = transfer(sock, false, POLLOUT, timeout_ms, [&](int wait_flag) {
     return send(sock, data, static_cast<size_t>(len), wishes | wait_flag);
   });
   return observed(TAV_WIRETAP_SENT, data, count);
@@ -272,9 +271,11 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
   socket_record* const record = find_record(sock);
   const auto length = static_cast<size_t>(len);
   const int wishes = flags & ~MSG_DONTWAIT;
+  // Only the port's own sockets end such a wait.
+  const bool waits_inside = record != nullptr && (timeout_ms <= 0 || timeout_ms >= kSliceMs);
   int32_t count;
   if (record == nullptr || record->ahead.is_empty()) {
-    count = transfer(sock, record != nullptr, POLLIN, timeout_ms, [&](int wait_flag) {
+    count = transfer(sock, waits_inside, POLLIN, timeout_ms, [&](int wait_flag) {
       return record != nullptr ? record->ahead.receive(sock, data, length, wishes | wait_flag)
                                : recv(sock, data, length, wishes | wait_flag);
     });
