@@ -18,7 +18,7 @@ constexpr size_t kMaxHeaderBytes = 256 * 1024;
 
 constexpr std::string_view kEmptyLine = "\r\n";
 
-// Leaves nothing of a header in the store, however its reading ends.
+// Leaves nothing of a header in the store once its lines were read, whatever comes of them.
 class header_end {
  public:
   explicit header_end(block_store& blocks) : m_cBlocks(blocks) {}

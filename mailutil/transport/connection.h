@@ -84,7 +84,8 @@ class connection {
   TAV_EML_RESULT read_line(char* buffer, long& size);
   // The same, but what does not fit is read and dropped, so that it is not taken for the next line.
   TAV_EML_RESULT read_whole_line(char* buffer, long& size);
-  // Reads and drops the rest of a line whose last byte read is `last`. Logs and closes nothing.
+  // Reads and drops the rest of a line whose last byte read is `last`. The caller closes the
+  // connection.
   // TAV_EML_ERR_REPLY when the line does not end within 64 KiB.
   TAV_EML_RESULT drop_line(char last);
 
