@@ -6,8 +6,8 @@
 //  - Results are TLSW_OK or a code of the form 0x7201NNNN.
 //  - Read looks for bytes that are already decrypted before it waits. A clean close by the peer is
 //    success with count 0; a connection cut without one is an error.
-//  - Time-outs are in milliseconds; 0 or less means the port's own limit of 30 s. Handshake, read and
-//    write have one deadline in total each, whatever the peer sends meanwhile and however slowly.
+//  - Time-outs are in milliseconds; 0 or less means the port's own limit of 30 s. Handshake, read
+//    and write have one deadline in total each, whatever the peer sends and however slowly.
 //  - Renegotiation is refused: a request for it ends the connection. (During the handshake a first
 //    request is ignored.)
 //  - No call raises SIGPIPE.

@@ -47,10 +47,9 @@ bool is_hidden(unsigned long c) {
                      [c](const auto& range) { return range[0] <= c && c <= range[1]; });
 }
 
-// A text of the certificate as a person may see it: whoever made the certificate chose its bytes,
-// and it is looked at before it is judged. One line of UTF-8, cut where it is beyond all measure,
-// with
-// `?` for what is hidden or broken; and for all of `separators`, which part it from its neighbours.
+// A text of the certificate as a person may see it. Whoever made the certificate chose its bytes,
+// and nobody has judged it yet. It becomes one line of UTF-8 of bounded length. What is hidden or
+// broken becomes `?`, and so do `separators`, which stand between it and its neighbours.
 std::string shown(const unsigned char* bytes, int length, std::string_view separators) {
   constexpr size_t kLongest = 253;  // of a host name
   std::string text;
