@@ -37,6 +37,7 @@ endif()
 add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=3>")
 # Shadow stack on x86, signed returns and landing pads on 64-bit ARM. Landing pads on x86 would cost
 # 2 KiB of the library, and no system has a use for them outside the kernel.
+set(CMAKE_REQUIRED_FLAGS -Werror)  # clang only warns of what the machine does not have
 foreach(flag -fcf-protection=return -mbranch-protection=standard)
   string(MAKE_C_IDENTIFIER TAVEML_HAS${flag} variable)
   check_cxx_compiler_flag(${flag} ${variable})
@@ -44,4 +45,5 @@ foreach(flag -fcf-protection=return -mbranch-protection=standard)
     add_compile_options(${flag})
   endif()
 endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)

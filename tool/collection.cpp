@@ -158,6 +158,7 @@ void collection::compare_with_seen() {
 }
 
 void collection::note_given_up(const entry& mail) {
+  if (m_cFolder) m_cFolder->discard_marked(mark_of(mail));
   received_mail told;
   told.number = mail.number;
   told.uid = mail.uid;

@@ -9,6 +9,9 @@ namespace {
 
 constexpr size_t kMostSecrets = 200;  // a server that asks again and again gets no more answers
 
+constexpr std::string_view kAlphabet =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
 uint64_t value_of(char ch) { return static_cast<unsigned char>(ch) + uint64_t{1}; }
 
 }  // namespace
@@ -17,14 +20,45 @@ uint64_t value_of(char ch) { return static_cast<unsigned char>(ch) + uint64_t{1}
 secret_echo::secret_echo()
     : m_uBase(((uint64_t{std::random_device()()} << 32) | std::random_device()()) | 1) {}
 
+void secret_echo::extend(mark& secret, char ch) const {
+  secret.hash = secret.hash * m_uBase + value_of(ch);
+  ++secret.length;
+}
+
+void secret_echo::decode(char ch) {
+  const size_t value = kAlphabet.find(ch);
+  if (value == kAlphabet.npos) {
+    m_bIsBase64 = m_bIsBase64 && ch == '=';
+    return;
+  }
+  m_uBits = (m_uBits << 6 | static_cast<unsigned int>(value)) & 0xFFFF;
+  m_nBits += 6;
+  if (m_nBits < 8) return;
+  m_nBits -= 8;
+  const char byte = static_cast<char>(m_uBits >> m_nBits & 0xFF);
+  if (byte == '\0') {
+    m_cDecoded = {0, 0};
+  } else {
+    extend(m_cDecoded, byte);
+  }
+}
+
 void secret_echo::add(char ch) {
-  m_cCurrent.hash = m_cCurrent.hash * m_uBase + value_of(ch);
-  ++m_cCurrent.length;
+  extend(m_cCurrent, ch);
+  decode(ch);
 }
 
 void secret_echo::end() {
-  const mark secret = m_cCurrent;
+  keep(m_cCurrent);
+  if (m_bIsBase64) keep(m_cDecoded);
   m_cCurrent = {0, 0};
+  m_cDecoded = {0, 0};
+  m_bIsBase64 = true;
+  m_uBits = 0;
+  m_nBits = 0;
+}
+
+void secret_echo::keep(const mark& secret) {
   const bool is_known = std::any_of(m_cSecrets.begin(), m_cSecrets.end(), [&](const mark& m) {
     return m.length == secret.length && m.hash == secret.hash;
   });

@@ -13,8 +13,9 @@ namespace tavmail {
 
 constexpr char kMask[] = "****";
 
-// Servers quote the command that they do not know, credentials included. Of a secret only its
-// length and a hash, of a base that is new for each object, are kept.
+// Servers quote the command that they do not know, credentials included. What was sent in base64 is
+// found decoded, too. Of a secret only its length and a hash, of a base that is new for each
+// object, are kept.
 class secret_echo {
  public:
   secret_echo();
@@ -32,11 +33,19 @@ class secret_echo {
     uint64_t hash;
   };
 
+  void extend(mark& secret, char ch) const;
+  void decode(char ch);
+  void keep(const mark& secret);
+
   // Where `secret` begins in the text from `from` on.
   size_t find(std::string_view text, const mark& secret, size_t from) const;
 
   uint64_t m_uBase;
   mark m_cCurrent = {0, 0};
+  mark m_cDecoded = {0, 0};  // of PLAIN the last text, which is the password
+  bool m_bIsBase64 = true;
+  unsigned int m_uBits = 0;  // of the group that is being decoded
+  int m_nBits = 0;
   std::vector<mark> m_cSecrets;
 };
 

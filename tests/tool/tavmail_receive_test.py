@@ -251,6 +251,18 @@ def check_default_list(folder):
     assert len(names) == 5 and "anna@127.0.0.1.seen" not in names, names
 
 
+def end_within(peer, command, kind, code, *arguments):
+    """Sends the signal while the peer answers the command."""
+    fetched = peer.commands.count(command)
+    process = start(peer.server, *arguments)
+    while peer.commands.count(command) == fetched:
+        time.sleep(0.01)
+    time.sleep(0.3)
+    process.send_signal(kind)
+    check_output(*process.communicate(timeout=30))
+    assert process.returncode == code, process.returncode
+
+
 def check_interrupts(folder):
     data = os.urandom(3 << 20)
     large = (b"Content-Type: application/pdf\r\nContent-Transfer-Encoding: base64\r\n\r\n" +
@@ -262,14 +274,7 @@ def check_interrupts(folder):
         peer = Pop3Peer([mail("one"), large, mail("three")], slow=0.05)
         rounds = 2 if kind == signal.SIGKILL else 4  # only a killed run counts as a try
         for _ in range(rounds):
-            fetched = peer.commands.count("RETR 2")
-            process = start(peer.server, own, "-d", box, "--delete")
-            while peer.commands.count("RETR 2") == fetched:
-                time.sleep(0.01)
-            time.sleep(0.3)
-            process.send_signal(kind)
-            check_output(*process.communicate(timeout=30))
-            assert process.returncode == code, process.returncode
+            end_within(peer, "RETR 2", kind, code, own, "-d", box, "--delete")
             assert not peer.deleted
         peer.slow = 0
         receive(peer, own, "-d", box, "--delete", words="1 earlier mail deleted|2 new mails")
@@ -278,6 +283,15 @@ def check_interrupts(folder):
         assert sum(os.path.getsize(os.path.join(box, path)) == len(data) for path in whole) == 1
         assert kind == signal.SIGKILL or len(files(box)) == 3, files(box)
         assert peer.deleted == {1, 2, 3}, peer.deleted
+    # Of a mail that three killed runs began nothing stays.
+    peer = Pop3Peer([large], slow=0.05)
+    own = os.path.join(folder, "killed")
+    os.mkdir(own)
+    for _ in range(3):
+        end_within(peer, "RETR 1", signal.SIGKILL, -9, own, "-d", own + "/box")
+    assert files(own + "/box")
+    receive(peer, own, "-d", own + "/box", code=DATA, words="given up")
+    assert os.listdir(own + "/box") == [], os.listdir(own + "/box")
 
 
 def check_full_disk(folder):
