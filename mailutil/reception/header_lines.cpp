@@ -23,11 +23,6 @@ std::string_view without_line_end(std::string_view line) {
   return line;
 }
 
-bool append(void* text, std::string_view piece, int /*step*/) {
-  static_cast<std::string*>(text)->append(piece);
-  return true;
-}
-
 }  // namespace
 
 std::string_view cut_line(std::string_view& header) {
@@ -59,8 +54,7 @@ header_lines::header_lines(std::string_view received, TAV_EML_CHAR_SET& char_set
     const std::string_view rest = begin(line);
     const size_t skipped = line.size() - rest.size();
     m_cText.append(rest.substr(0, name_size - std::min(name_size, skipped)));
-    decode_encoded_words(line.substr(std::max(name_size, skipped)), line_breaks::blanked, append,
-                         &m_cText, char_set);
+    append_decoded(line.substr(std::max(name_size, skipped)), m_cText, char_set);
   }
 }
 
