@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "clb.h"
 #include "codec/encoded_words.h"
 #include "common/text.h"
 
@@ -12,10 +11,6 @@ namespace quorvelmida {
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
-
-bool begins_with(std::string_view line, std::string_view name) {
-  return line.size() >= name.size() && clb_CompStrCaseN(line.data(), name.data(), name.size()) == 0;
-}
 
 std::string_view without_line_end(std::string_view line) {
   if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
@@ -87,7 +82,7 @@ bool find_received_field(std::string_view received, std::string_view name, std::
       if (continues) value.append(without_line_end(line.substr(1)));
       continue;
     }
-    continues = begins_with(line, name);
+    continues = begins_with_word(line, name);
     if (!continues) continue;
     value = without_line_end(line);
     is_found = true;
