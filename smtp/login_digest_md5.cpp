@@ -85,8 +85,8 @@ struct digest_fields {
   }
 };
 
-// Copies what stands behind `label` and one more character, up to one of `ends`. `missing` is
-// logged when it is not there.
+// Copies what comes after `label` and one more character, up to one of `ends`. `missing` is logged
+// when it is not there.
 TAV_EML_RESULT take_field(std::string_view challenge, std::string_view label, const char* ends,
                           const char* missing, text_area& field) {
   const size_t found = challenge.find(label);

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <initializer_list>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -31,7 +30,7 @@ bool is_encoding_set(TAV_EML_TRANSFER_ENCODING encoding) {
 // What a formatted line must stay below, its CR LF included. A folded value counts as one line.
 constexpr size_t kLineLimit = 1024;
 
-// Of a list each value has a line of its own: the first behind the label, the others behind a tab.
+// Of a list each value has a line of its own: the first after the label, the others after a tab.
 bool fits_line(size_t label_length, bool is_first, size_t value_length) {
   const size_t front = is_first ? label_length + 1 : 1;
   return front + value_length + 2 < kLineLimit;
@@ -47,7 +46,7 @@ bool addresses_fit(const char* list, size_t label_length) {
   return true;
 }
 
-// Finds the next id in angle brackets and moves `at` behind it.
+// Finds the next id in angle brackets and moves `at` past it.
 bool find_id(const char*& at, std::string_view& id) {
   const char* open = std::strchr(at, '<');
   const char* close = open != nullptr ? std::strchr(open, '>') : nullptr;
@@ -133,7 +132,7 @@ class message_header {
 
  private:
   bool is_text() const { return clb_CompStrCaseN(m_cType, "text", 4) == 0; }
-  bool is_multipart() const { return clb_CompStrCaseN(m_cType, "mult", 4) == 0; }
+  bool is_multipart() const { return quorvelmida::is_multipart(m_cMail.m_nContentType); }
 
   bool append(std::initializer_list<std::string_view> texts, int line) {
     if (append_header_text(m_cText, texts)) return true;
@@ -350,7 +349,7 @@ bool compose_header(tav_eml_smtp_send_mail& mail, char*& buffer, long& length) {
     header.release(buffer, length);
     return true;
   } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
+    delete thrown;
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Exception occured.\n");
   } catch (const std::bad_alloc&) {
     TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : out of memory\n");

@@ -19,7 +19,7 @@ namespace {
 
 enum macro_kind { kPrinter, kSerial, kEtherAddress, kHost, kIp, kEquipmentId };
 
-// The names behind the "%", by kind. The first that matches counts.
+// The names after the "%", by kind. The first that matches counts.
 constexpr const char* kMacroNames[] = {"printer", "serial", "etheraddr", "host", "ip", "equipid"};
 
 bool is_unset(const uint8_t (&address)[4]) {
@@ -48,7 +48,24 @@ std::string ip_address(const CFG_EVENT_MAIL& device) {
   return text;
 }
 
-// The value of a macro; false when the settings cannot be had.
+std::string text_of_macro(int kind, const CFG_EVENT_MAIL& device) {
+  switch (kind) {
+    case kPrinter:
+      return field_text(device.printer_name);
+    case kSerial:
+      return field_text(device.serial_number);
+    case kEtherAddress:
+      return ether_address(device);
+    case kHost:
+      return field_text(device.host_name);
+    case kIp:
+      return ip_address(device);
+    default:
+      return field_text(device.equipment_id);
+  }
+}
+
+// The value of a macro; false if the device does not give its settings.
 bool macro_value(int kind, std::string& value) {
   CFG_EVENT_MAIL device = {};
   const int32_t result = cfg_group_get_event_mail(&device);
@@ -58,26 +75,7 @@ bool macro_value(int kind, std::string& value) {
         "ConvertMacroStr", log_long_code(result));
     return false;
   }
-  switch (kind) {
-    case kPrinter:
-      value = field_text(device.printer_name);
-      break;
-    case kSerial:
-      value = field_text(device.serial_number);
-      break;
-    case kEtherAddress:
-      value = ether_address(device);
-      break;
-    case kHost:
-      value = field_text(device.host_name);
-      break;
-    case kIp:
-      value = ip_address(device);
-      break;
-    default:
-      value = field_text(device.equipment_id);
-      break;
-  }
+  value = text_of_macro(kind, device);
   return true;
 }
 
@@ -162,12 +160,11 @@ void store_length(size_t value, int* length) {
 
 void tav_eml_smtp_util::ConvertMacroStr(int kind, char*& cursor, int measure) {
   if (measure == 0 && !is_readable("ConvertMacroStr", cursor, 1)) return;
-  guarded("ConvertMacroStr", 0, [&] {
+  guarded("ConvertMacroStr", [&] {
     std::string value;
-    if (!macro_value(kind, value)) return 0;
+    if (!macro_value(kind, value)) return;
     if (measure == 0) std::memcpy(cursor, value.c_str(), value.size() + 1);
     cursor += value.size();
-    return 1;
   });
 }
 

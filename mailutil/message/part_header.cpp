@@ -1,7 +1,6 @@
 // The header of a part on the wire (RFC 2045, RFC 2183).
 
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <string_view>
 

@@ -244,10 +244,7 @@ void tav_eml_mlutl_mail_part::set_content_ciajwnetfax(int value) {
 }
 
 void tav_eml_mlutl_mail_part::set_content_ciajwnetfax(const char* text) {
-  guarded("set_content_ciajwnetfax", 0, [&] {
-    m_cContentCiajwnetfax.CopyString(text);
-    return 1;
-  });
+  guarded("set_content_ciajwnetfax", [&] { m_cContentCiajwnetfax.CopyString(text); });
 }
 
 int tav_eml_mlutl_mail_part::is_ignore_content_ciajwnetfax() {
