@@ -111,7 +111,4 @@ void tav_eml_mlutl_mail::set_boundary_string_list(UtlVector* list) {
   m_cBoundaryString = list;
 }
 
-tav_eml_smtp_receive_mail_part::tav_eml_smtp_receive_mail_part() = default;
-tav_eml_smtp_receive_mail_part::~tav_eml_smtp_receive_mail_part() = default;
-
 }  // namespace quorvelmida
