@@ -48,6 +48,12 @@ std::string ip_address(const CFG_EVENT_MAIL& device) {
   return text;
 }
 
+void log_missing_settings(const char* operation, unsigned long code) {
+  TAV_EML_LOG_ERROR(
+      "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n", operation,
+      code);
+}
+
 std::string text_of_macro(int kind, const CFG_EVENT_MAIL& device) {
   switch (kind) {
     case kPrinter:
@@ -70,9 +76,7 @@ bool macro_value(int kind, std::string& value) {
   CFG_EVENT_MAIL device = {};
   const int32_t result = cfg_group_get_event_mail(&device);
   if (result != CFG_OK && result != CFG_OK_PARTIAL) {
-    TAV_EML_LOG_ERROR(
-        "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n",
-        "ConvertMacroStr", log_long_code(result));
+    log_missing_settings("ConvertMacroStr", log_long_code(result));
     return false;
   }
   value = text_of_macro(kind, device);
@@ -200,9 +204,7 @@ TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result
   *result = nullptr;
   TAV_EML_RESULT code = ReplaceMacroStrings(text, &expanded);
   if (code != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR(
-        "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n",
-        "make_signature", log_long_code(code));
+    log_missing_settings("make_signature", log_long_code(code));
     return code;
   }
   code = Automatic64Linefeed(expanded, result);
