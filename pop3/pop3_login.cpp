@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "common/secret.h"
 #include "common/text.h"
+#include "pop3_bearer_login.h"
 #include "pop3_log.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
 #include "stls.h"
@@ -109,7 +110,7 @@ TAV_EML_RESULT log_in_with_password(pop3_connection& link, utl_buffer& reply) {
   return pop3_failure(kName, "PASS error.", TAV_EML_ERR_AUTH);
 }
 
-TAV_EML_RESULT log_in(pop3_connection& link) {
+TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
   utl_buffer reply;
   if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
   TAV_EML_RESULT result = read_reply(link, reply);
@@ -127,15 +128,21 @@ TAV_EML_RESULT log_in(pop3_connection& link) {
       return result;
     }
   }
+  if (link.is_under_tls()) {
+    bool is_done = false;
+    result = log_in_with_token(link, refused_tokens, is_done);
+    if (result != TAV_EML_OK || is_done) return result;
+  }
   return link.settings->m_nAPOP != 0 ? log_in_with_apop(link, reply)
                                      : log_in_with_password(link, reply);
 }
 
-TAV_EML_RESULT connect_and_log_in(const tav_eml_pop3_settings& settings, pop3_connection link) {
+TAV_EML_RESULT connect_and_log_in(const tav_eml_pop3_settings& settings, pop3_connection link,
+                                  int& refused_tokens) {
   const TAV_EML_RESULT result =
       link.open({text_of(settings.m_strServer), settings.m_nPort, settings.m_nAddressSelector,
                  settings.m_ucTLSMode, settings.m_ucTLSOption});
-  return result == TAV_EML_OK ? log_in(link) : result;
+  return result == TAV_EML_OK ? log_in(link, refused_tokens) : result;
 }
 
 }  // namespace
@@ -167,9 +174,13 @@ TAV_EML_RESULT log_in_to_pop3(const tav_eml_pop3_settings* settings, int& sock,
     if (settings == nullptr) return pop3_failure(kName, " no settings.", TAV_EML_ERR_UNKNOWN);
     TAV_EML_RESULT result = check_settings(*settings);
     if (result != TAV_EML_OK) return result;
-    new_connection opened(*settings);
-    result = connect_and_log_in(*settings, opened.view());
-    if (result == TAV_EML_OK) opened.hand_over(sock, tls);
+    int refused_tokens = 0;
+    do {
+      new_connection opened(*settings);
+      result = connect_and_log_in(*settings, opened.view(), refused_tokens);
+      if (result == TAV_EML_OK) opened.hand_over(sock, tls);
+      // A refused token gets one successor, on a connection of its own.
+    } while (result == TAV_EML_ERR_AUTH && refused_tokens > 0 && refused_tokens < kMaxTokens);
     return result;
   });
 }

@@ -50,7 +50,8 @@ void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
 
 // Reads the EHLO reply to its last line, also when it is a refusal: what is left unread would be
 // taken for the reply to the next command. A refusal stays the verdict when its rest does not come.
-TAV_EML_RESULT read_capabilities(smtp_dialogue& dialogue, smtp_ehlo_option& option) {
+TAV_EML_RESULT read_capabilities(smtp_dialogue& dialogue, smtp_ehlo_option& option,
+                                 const bearer_method*& bearer) {
   std::string mechanisms;
   bool has_auth = false;
   TAV_EML_RESULT verdict = TAV_EML_OK;
@@ -69,7 +70,10 @@ TAV_EML_RESULT read_capabilities(smtp_dialogue& dialogue, smtp_ehlo_option& opti
     }
     if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option);
     if (is_last_line(line, size) || is_short_refusal(line)) {
-      if (verdict == TAV_EML_OK && has_auth) take_login_methods(mechanisms, option);
+      if (verdict == TAV_EML_OK && has_auth) {
+        take_login_methods(mechanisms, option);
+        bearer = find_bearer_method(mechanisms);
+      }
       return verdict;
     }
   }
@@ -109,13 +113,19 @@ TAV_EML_RESULT send_helo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr*
 
 TAV_EML_RESULT send_ehlo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
                          smtp_ehlo_option& option) {
+  const bearer_method* ignored = nullptr;
+  return send_ehlo(settings, session, option, ignored);
+}
+
+TAV_EML_RESULT send_ehlo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
+                         smtp_ehlo_option& option, const bearer_method*& bearer) {
   if (!is_usable(settings, session, kEhlo, ": smtpset == 0", ": send_buffer == 0")) {
     return TAV_EML_ERR_UNKNOWN;
   }
   return guarded(kEhlo, [&] {
     smtp_dialogue dialogue(*session, *settings);
     const TAV_EML_RESULT result = send_name(dialogue, *settings, "EHLO ", kEhlo);
-    return result == TAV_EML_OK ? read_capabilities(dialogue, option) : result;
+    return result == TAV_EML_OK ? read_capabilities(dialogue, option, bearer) : result;
   });
 }
 

@@ -3,6 +3,7 @@
 #ifndef GREETING_H
 #define GREETING_H
 
+#include "login/bearer_token.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
 
@@ -12,6 +13,9 @@ namespace quorvelmida {
 TAV_EML_RESULT send_helo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session);
 TAV_EML_RESULT send_ehlo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
                          smtp_ehlo_option& option);
+// The same; `bearer` becomes the announced method for a token, null for none.
+TAV_EML_RESULT send_ehlo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
+                         smtp_ehlo_option& option, const bearer_method*& bearer);
 TAV_EML_RESULT send_ehlo_or_helo(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session);
 
 }  // namespace quorvelmida

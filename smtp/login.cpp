@@ -4,14 +4,19 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "greeting.h"
+#include "login_bearer.h"
 #include "smtp_log.h"
 #include "smtp_session.h"
+#include "tav_bearer.h"
 
 namespace quorvelmida {
 
 namespace {
 
 constexpr char kName[] = "tav_eml_smtp_auth";
+
+// A token that the server refuses may have run out; a second one has not.
+constexpr int kMaxTokens = 2;
 
 struct login_method {
   const char* announced;  // in the reply to EHLO
@@ -52,6 +57,44 @@ TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& sett
   return result;
 }
 
+TAV_EML_RESULT log_in_with_password(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
+                                    const smtp_ehlo_option& announced, smtp_ehlo_option& untried) {
+  if (first_method(untried) == nullptr) untried = announced;
+  const login_method* method = first_method(untried);
+  if (method == nullptr) {
+    return command_failure(kName, ": Unknown AuthKind", TAV_EML_ERR_AUTH_METHOD);
+  }
+  return run(*method, settings, session, untried);
+}
+
+TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
+                              login_progress& progress) {
+  smtp_dialogue dialogue(session, settings);
+  const bearer_login login = {TAV_BEARER_SMTP, text_of(settings.server), settings.port,
+                              text_of(settings.user_id)};
+  bearer_token token;
+  const bool has_token = dialogue.is_under_tls() && token.ask(login, progress.refused_tokens > 0,
+                                                              to_milliseconds(settings.timeout));
+  if (progress.refused_tokens > 0 && !has_token) {
+    progress.refused_tokens = kMaxTokens;
+    return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
+  }
+  // Always the reply to this EHLO: what was announced before TLS does not count.
+  smtp_ehlo_option announced = {};
+  const bearer_method* bearer = nullptr;
+  TAV_EML_RESULT result = send_ehlo(&settings, &session, announced, bearer);
+  if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
+  if (has_token && bearer != nullptr) {
+    result = log_in_with_bearer(login, *bearer, token, dialogue);
+    if (result == TAV_EML_ERR_AUTH) ++progress.refused_tokens;
+    return result;
+  }
+  if (has_token && settings.password.IsEmpty()) {
+    return command_failure(kName, ": no method for a token", TAV_EML_ERR_AUTH_METHOD);
+  }
+  return log_in_with_password(settings, session, announced, progress.untried);
+}
+
 }  // namespace
 
 void take_login_methods(const std::string& list, smtp_ehlo_option& option) {
@@ -60,26 +103,20 @@ void take_login_methods(const std::string& list, smtp_ehlo_option& option) {
   }
 }
 
-bool has_login_method(const smtp_ehlo_option& option) { return first_method(option) != nullptr; }
+bool has_another_login(const login_progress& progress) {
+  return progress.refused_tokens > 0 ? progress.refused_tokens < kMaxTokens
+                                     : first_method(progress.untried) != nullptr;
+}
 
 TAV_EML_RESULT log_in(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
-                      smtp_ehlo_option& untried) {
+                      login_progress& progress) {
   if (!is_usable(settings, session, kName)) return TAV_EML_ERR_UNKNOWN;
   if (!wants_login(*settings)) {
     return command_failure(kName, " : Invalid auth_kind", TAV_EML_ERR_UNKNOWN);
   }
   if (settings->user_id.IsEmpty()) return command_failure(kName, ": UsrID None", TAV_EML_ERR_AUTH);
 
-  // Always the reply to this EHLO: what was announced before TLS does not count.
-  smtp_ehlo_option announced = {};
-  const TAV_EML_RESULT result = send_ehlo(settings, session, announced);
-  if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
-  if (!has_login_method(untried)) untried = announced;
-  const login_method* method = first_method(untried);
-  if (method == nullptr) {
-    return command_failure(kName, ": Unknown AuthKind", TAV_EML_ERR_AUTH_METHOD);
-  }
-  return run(*method, *settings, *session, untried);
+  return guarded(kName, [&] { return choose_and_run(*settings, *session, progress); });
 }
 
 }  // namespace quorvelmida

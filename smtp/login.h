@@ -26,11 +26,19 @@ TAV_EML_RESULT log_in_with_login(const login_account& account, smtp_dialogue& di
 // Sets the flags of the methods that the server's list names.
 void take_login_methods(const std::string& list, smtp_ehlo_option& option);
 
-bool has_login_method(const smtp_ehlo_option& option);
+// What is kept from one connection to the next until a login succeeds.
+struct login_progress {
+  smtp_ehlo_option untried = {};
+  int refused_tokens = 0;
+};
 
-// As tav_eml_smtp_command::tav_eml_smtp_auth.
+// True if a login on another connection can succeed after a refused one.
+bool has_another_login(const login_progress& progress);
+
+// As tav_eml_smtp_command::tav_eml_smtp_auth. Under TLS a token of the device comes before the
+// password.
 TAV_EML_RESULT log_in(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
-                      smtp_ehlo_option& untried);
+                      login_progress& progress);
 
 }  // namespace quorvelmida
 

@@ -16,11 +16,14 @@ int hex_digit(char ch) { return ch <= '9' ? ch - '0' : ch - 'a' + 10; }
 
 }  // namespace
 
-TAV_EML_RESULT judge_login(const smtp_dialogue& dialogue, const exchange_texts& texts) {
-  const TAV_EML_RESULT result = judge_reply(dialogue.reply(), kReplySuccess);
-  if (result == TAV_EML_OK) return result;
+TAV_EML_RESULT refuse_login(const smtp_dialogue& dialogue, const exchange_texts& texts) {
+  const bool is_temporary = dialogue.reply()[0] == kReplyTemporary;
   return command_failure(texts.operation, texts.refused,
-                         result == TAV_EML_ERR_REPLY ? TAV_EML_ERR_AUTH : result);
+                         is_temporary ? TAV_EML_ERR_REPLY_TEMPORARY : TAV_EML_ERR_AUTH);
+}
+
+TAV_EML_RESULT judge_login(const smtp_dialogue& dialogue, const exchange_texts& texts) {
+  return dialogue.reply()[0] == kReplySuccess ? TAV_EML_OK : refuse_login(dialogue, texts);
 }
 
 TAV_EML_RESULT end_login(smtp_dialogue& dialogue, const exchange_texts& texts) {

@@ -11,6 +11,10 @@
 
 namespace quorvelmida {
 
+// Logs the latest reply as a refusal: TAV_EML_ERR_REPLY_TEMPORARY for "4", else TAV_EML_ERR_AUTH,
+// also where the reply does not look like a refusal.
+TAV_EML_RESULT refuse_login(const smtp_dialogue& dialogue, const exchange_texts& texts);
+
 // Judges the latest reply. TAV_EML_OK when it begins with "2"; the temporary code for "4";
 // otherwise TAV_EML_ERR_AUTH, on which the next method is tried.
 TAV_EML_RESULT judge_login(const smtp_dialogue& dialogue, const exchange_texts& texts);

@@ -45,7 +45,7 @@ TAV_EML_RESULT open_connection(const tav_eml_smtp_settings& settings, ntssmtp_fi
 }
 
 // Connects, and logs in or greets as configured.
-TAV_EML_RESULT connect_and_log_in(const tav_eml_smtp_settings* settings, smtp_ehlo_option& untried,
+TAV_EML_RESULT connect_and_log_in(const tav_eml_smtp_settings* settings, login_progress& progress,
                                   session_owner& session) {
   TAV_EML_RESULT result = open_session(settings, session);
   if (result != TAV_EML_OK) {
@@ -55,7 +55,7 @@ TAV_EML_RESULT connect_and_log_in(const tav_eml_smtp_settings* settings, smtp_eh
   }
   if (!wants_login(*settings)) return send_ehlo_or_helo(settings, session.get());
 
-  result = log_in(settings, session.get(), untried);
+  result = log_in(settings, session.get(), progress);
   if (result != TAV_EML_OK && result != TAV_EML_ERR_AUTH) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: Login error (other than LOGIN) 0x%x\n", kName,
                       log_code(result));
@@ -63,8 +63,8 @@ TAV_EML_RESULT connect_and_log_in(const tav_eml_smtp_settings* settings, smtp_eh
   return result;
 }
 
-bool wants_another_login(const smtp_ehlo_option& untried) {
-  if (!has_login_method(untried)) return false;
+bool wants_another_login(const login_progress& progress) {
+  if (!has_another_login(progress)) return false;
   TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s(): Retrying auth with different method\n", kName);
   return true;
 }
@@ -102,11 +102,11 @@ TAV_EML_RESULT open_session(const tav_eml_smtp_settings* settings, session_owner
 }
 
 TAV_EML_RESULT open_ready_session(const tav_eml_smtp_settings* settings, session_owner& session) {
-  smtp_ehlo_option untried = {};
+  login_progress progress;
   TAV_EML_RESULT result = TAV_EML_ERR_UNKNOWN;
   bool is_refused = false;
   do {
-    result = connect_and_log_in(settings, untried, session);
+    result = connect_and_log_in(settings, progress, session);
     if (result == TAV_EML_OK) {
       session->status = SMTP_CONNECT;
       return TAV_EML_OK;
@@ -114,7 +114,7 @@ TAV_EML_RESULT open_ready_session(const tav_eml_smtp_settings* settings, session
     // A refused login ends its connection; the next method gets one of its own.
     is_refused = result == TAV_EML_ERR_AUTH && session != nullptr;
     if (is_refused) session.reset();
-  } while (is_refused && wants_another_login(untried));
+  } while (is_refused && wants_another_login(progress));
 
   TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s(): Closing connection due to previous errors\n",
                     kName);

@@ -99,7 +99,10 @@ TAV_EML_RESULT tav_eml_smtp_command::NegotiateStartTLS(int sock, long timeout,
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth(const tav_eml_smtp_settings* settings,
                                                        ntssmtp_fileptr* session,
                                                        smtp_ehlo_option& untried) {
-  return log_in(settings, session, untried);
+  login_progress progress = {untried};
+  const TAV_EML_RESULT result = log_in(settings, session, progress);
+  untried = progress.untried;
+  return result;
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_auth_plain(const UtlString& user,

@@ -94,6 +94,7 @@ class connection {
   // Closes the socket, leaves TLS alone and zeroes the handle.
   void close_socket();
   void close() { close_connection(m_nSock, m_cTls); }
+  bool is_under_tls() const { return m_cTls.tls_session != 0; }
   // False for the handle of a closed connection.
   bool has_socket() const { return m_nSock != 0; }
 

@@ -11,7 +11,8 @@ INCLUDE = re.compile(r'#include "([^"]+)"')
 ALLOWED_SYSTEM = {"#include <sys/time.h>": "smtp", "#include <sys/auxv.h>": "mailutil/codec"}
 # What a folder sees besides itself. The rooms of mailutil see those below them.
 ROOMS = {"common": (), "transport": ("common",), "message": ("common",),
-         "codec": ("common", "message"), "reception": ("common", "transport", "message", "codec")}
+         "codec": ("common", "message"), "login": ("common", "codec"),
+         "reception": ("common", "transport", "message", "codec")}
 SEES = {f"mailutil/{room}": [f"mailutil/{below}" for below in rooms]
         for room, rooms in ROOMS.items()}
 ALL_ROOMS = list(SEES)
