@@ -67,14 +67,17 @@ const sasl_login::method_entry sasl_login::table[] = {
     {"LOGIN", "Username:", true, &sasl_login::login},
     {"CRAM-MD5", nullptr, false, &sasl_login::cram_md5},
     {"DIGEST-MD5", nullptr, false, &sasl_login::digest_md5},
+    {"OAUTHBEARER", "", true, &sasl_login::oauthbearer, true},
+    {"XOAUTH2", "", true, &sasl_login::xoauth2, true},
 };
 
 const std::vector<std::string>& sasl_login::methods() {
-  static const std::vector<std::string> names = [] {
-    std::vector<std::string> all;
-    for (const method_entry& entry : table) all.emplace_back(entry.name);
-    return all;
-  }();
+  static const std::vector<std::string> names = {"PLAIN", "LOGIN", "CRAM-MD5", "DIGEST-MD5"};
+  return names;
+}
+
+const std::vector<std::string>& sasl_login::bearer_methods() {
+  static const std::vector<std::string> names = {"OAUTHBEARER", "XOAUTH2"};
   return names;
 }
 
@@ -175,6 +178,43 @@ sasl_login::verdict sasl_login::digest_md5(const std::string& response) {
   return the["response"] == digest_response(the, utf8, "AUTHENTICATE")
              ? refuse("the digest is of UTF-8 where ISO 8859-1 is due (RFC 2831, 2.1.2.1)")
              : grant_if(false);
+}
+
+// The name may have "=2C" and "=3D" for "," and "=".
+sasl_login::verdict sasl_login::oauthbearer(const std::string& response) {
+  const size_t fields = response.find('\1');
+  if (m_answers == 0 &&
+      (!begins(response, "n,a=") || fields == std::string::npos || response[fields - 1] != ','))
+    return refuse("OAUTHBEARER is n,a=user, and fields");
+  if (m_answers > 0) return response == "\1" ? refuse("") : refuse("the answer is one byte 1");
+  std::string user = response.substr(4, fields - 5);
+  for (const auto& [escape, ch] : {std::pair{"=2C", ','}, {"=3D", '='}})
+    for (size_t at = 0; (at = user.find(escape, at)) != std::string::npos; ++at)
+      user.replace(at, 3, 1, ch);
+  return bearer(user, std::string_view(response).substr(fields));
+}
+
+sasl_login::verdict sasl_login::xoauth2(const std::string& response) {
+  if (m_answers > 0) return response.empty() ? refuse("") : refuse("the answer is empty");
+  const size_t fields = response.find('\1');
+  if (!begins(response, "user=") || fields == std::string::npos)
+    return refuse("XOAUTH2 is user=, and fields");
+  return bearer(response.substr(5, fields - 5), std::string_view(response).substr(fields));
+}
+
+// A wrong token is told in JSON, and refused after the client's answer.
+sasl_login::verdict sasl_login::bearer(const std::string& user, std::string_view fields) {
+  constexpr std::string_view kField = "\1auth=Bearer ";
+  ++m_answers;
+  m_user = user;
+  const size_t at = fields.find(kField);
+  if (at == fields.npos || fields.size() < 2 || fields.substr(fields.size() - 2) != "\1\1")
+    return refuse("there is no field auth=Bearer");
+  const std::string_view rest = fields.substr(at + kField.size());
+  const std::string* const token = password();
+  if (token != nullptr && rest.substr(0, rest.find('\1')) == *token) return verdict::granted;
+  if (token != nullptr) refuse("the token is another one");
+  return ask("{\"status\":\"invalid_token\"}");
 }
 
 }  // namespace mailhost

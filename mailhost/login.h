@@ -1,5 +1,5 @@
 // login.h - one login by SASL (RFC 4422) on the server's side: PLAIN (RFC 4616), LOGIN, CRAM-MD5
-// (RFC 2195), DIGEST-MD5 (RFC 2831).
+// (RFC 2195), DIGEST-MD5 (RFC 2831); with a token OAUTHBEARER (RFC 7628) and XOAUTH2.
 //
 // The texts here are those inside the base64 of the protocols.
 
@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace mailhost {
@@ -25,7 +26,10 @@ class sasl_login {
     std::string nonce;    // never the same twice
   };
 
+  // Those with a password.
   static const std::vector<std::string>& methods();
+  // Those with a token: what stands for passwords in `users` are tokens then.
+  static const std::vector<std::string>& bearer_methods();
 
   // A method that is not known refuses everything. The users outlive the login.
   sasl_login(const std::string& method, const user_map& users, const host_words& words);
@@ -46,6 +50,7 @@ class sasl_login {
     const char* first_challenge;  // null: one of its own for each login
     bool takes_initial_response;
     step check;
+    bool is_bearer = false;
   };
   static const method_entry table[];
 
@@ -58,6 +63,9 @@ class sasl_login {
   verdict login(const std::string& response);
   verdict cram_md5(const std::string& response);
   verdict digest_md5(const std::string& response);
+  verdict oauthbearer(const std::string& response);
+  verdict xoauth2(const std::string& response);
+  verdict bearer(const std::string& user, std::string_view fields);
   // The password of m_user; null for nobody's.
   const std::string* password();
 

@@ -39,6 +39,7 @@ struct settings {
   bool offers_tls = false;         // STARTTLS and STLS
   user_map users;
   std::vector<std::string> methods = sasl_login::methods();  // of AUTH; none: no AUTH
+  user_map tokens;  // name to access token; with any, AUTH under TLS takes tokens
   bool offers_apop = true;
   bool login_required = false;              // before MAIL
   bool pop_before_smtp = false;             // a POP3 login from the same address counts as one

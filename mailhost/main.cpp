@@ -64,6 +64,10 @@ settings settings_of(const options& given) {
     const size_t colon = user.find(':');
     made.users[user.substr(0, colon)] = user.substr(colon + 1);
   }
+  for (const std::string& user : given.tokens) {
+    const size_t colon = user.find(':');
+    made.tokens[user.substr(0, colon)] = user.substr(colon + 1);
+  }
   made.methods.clear();
   made.offers_apop = false;
   for (const std::string& method : given.methods) {

@@ -73,6 +73,10 @@ void add_logins(CLI::App& app, options& given) {
       ->type_name("NAME:PASSWORD")
       ->allow_extra_args(false)
       ->check(CLI::Validator(needs_colon, ""));
+  app.add_option("--token", given.tokens, "who may log in under TLS with an OAuth 2.0 access token")
+      ->type_name("NAME:TOKEN")
+      ->allow_extra_args(false)
+      ->check(CLI::Validator(needs_colon, ""));
   app.add_option("--auth", given.methods, "methods of login, parted by commas")
       ->type_name("METHOD")
       ->delimiter(',')

@@ -23,7 +23,8 @@ struct options {
   std::string cert, key;
   certificate_fault fault = certificate_fault::none;
 
-  std::vector<std::string> users;  // NAME:PASSWORD
+  std::vector<std::string> users;   // NAME:PASSWORD
+  std::vector<std::string> tokens;  // NAME:TOKEN
   std::vector<std::string> methods;
   bool login_required = false;
   bool pop_before_smtp = false;

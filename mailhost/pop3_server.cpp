@@ -86,7 +86,7 @@ void pop3_server::command(std::string_view line) {
   const std::string_view rest = line.substr(std::min(blank + 1, line.size()));
   if (verb == "AUTH") {
     m_user.reset();
-    const bool is_offered = !host().given().methods.empty() && m_state == authorization;
+    const bool is_offered = !methods().empty() && m_state == authorization;
     return auth(std::string(rest), is_offered ? "" : "-ERR AUTH is not expected now");
   }
   const auto known = std::find_if(std::begin(commands), std::end(commands),
@@ -148,9 +148,9 @@ std::string pop3_server::capa(const words&) {
   std::string answer =
       "+OK\r\nUSER\r\nUIDL\r\nTOP\r\nPIPELINING\r\nRESP-CODES\r\nAUTH-RESP-CODE\r\n";
   if (given.offers_tls && !tls()) answer += "STLS\r\n";
-  if (!given.methods.empty()) {
+  if (const auto offered = methods(); !offered.empty()) {
     answer += "SASL";
-    for (const std::string& method : given.methods) answer += " " + method;
+    for (const std::string& method : offered) answer += " " + method;
     answer += "\r\n";
   }
   return answer + ".";

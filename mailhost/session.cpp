@@ -157,17 +157,28 @@ void session::tell(event::kind_type kind, const std::string& text, const std::st
   m_host.on_event({kind, m_number, m_words.speaks, shown, detail, failed, message});
 }
 
+std::vector<std::string> session::methods() const {
+  std::vector<std::string> all = m_host.given().methods;
+  if (m_tls && !m_host.given().tokens.empty()) {
+    const std::vector<std::string>& bearer = sasl_login::bearer_methods();
+    all.insert(all.end(), bearer.begin(), bearer.end());
+  }
+  return all;
+}
+
 void session::auth(const std::string& arguments, const std::string& refusal) {
   const size_t blank = arguments.find(' ');
   const bool has_response = blank != std::string::npos;
-  const std::vector<std::string>& offered = m_host.given().methods;
+  const std::vector<std::string> offered = methods();
   m_method = upper_case(arguments.substr(0, blank));
   const bool is_offered = std::find(offered.begin(), offered.end(), m_method) != offered.end();
   // A word that is no method may be a credential of a client that lost its place.
   if (!is_offered) m_method.clear();
   heard("AUTH " + m_method + (is_offered && !has_response ? "" : " [masked]"));
+  const std::vector<std::string>& bearer = sasl_login::bearer_methods();
+  const bool takes_token = std::find(bearer.begin(), bearer.end(), m_method) != bearer.end();
   m_login = std::make_unique<sasl_login>(
-      m_method, m_host.given().users,
+      m_method, takes_token ? m_host.given().tokens : m_host.given().users,
       sasl_login::host_words{m_words.service, m_host.given().name, m_host.nonce()});
   if (!refusal.empty()) return auth_reply("AUTH", refusal);
   if (!is_offered) return auth_reply("AUTH", m_words.not_offered);

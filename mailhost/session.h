@@ -105,6 +105,8 @@ class session {
   size_t connection() const { return m_number; }
   const std::string& address() const { return m_address; }
   bool tls() const { return m_tls; }
+  // The methods of AUTH that are offered now.
+  std::vector<std::string> methods() const;
 
  private:
   void go_on();

@@ -103,9 +103,9 @@ void smtp_server::ehlo(const std::string& name) {
   std::string answer = "250-" + given.name + "\r\n250-8BITMIME\r\n250-PIPELINING\r\n" +
                        "250-ENHANCEDSTATUSCODES\r\n";
   if (given.offers_tls && !tls()) answer += "250-STARTTLS\r\n";
-  if (!given.methods.empty()) {
+  if (const auto offered = methods(); !offered.empty()) {
     answer += "250-AUTH";
-    for (const std::string& method : given.methods) answer += " " + method;
+    for (const std::string& method : offered) answer += " " + method;
     answer += "\r\n";
   }
   greet("EHLO", name, answer + "250 SIZE " + std::to_string(given.size_limit));
@@ -131,7 +131,7 @@ void smtp_server::starttls(const std::string& argument) {
 
 void smtp_server::auth_command(const std::string& argument) {
   const char* refusal = "";
-  if (host().given().methods.empty())
+  if (methods().empty())
     refusal = "502 5.5.1 AUTH is not offered";
   else if (m_helo.empty() || m_inMail || m_isLoggedIn)
     refusal = "503 5.5.1 AUTH is not expected now";
