@@ -1,8 +1,5 @@
 #include "pop3_bearer_login.h"
 
-#include <cstring>
-#include <string>
-
 #include "common/text.h"
 #include "login/bearer_token.h"
 #include "pop3_log.h"
@@ -62,12 +59,10 @@ TAV_EML_RESULT ask_for_method(pop3_connection& link, utl_buffer& reply,
 TAV_EML_RESULT send_message(pop3_connection& link, const bearer_method& method,
                             std::string_view message, utl_buffer& reply) {
   constexpr int64_t kLongestCommand = 255;  // RFC 2449 4
-  const std::string command = joined({"AUTH ", method.name});
-  const std::string with_message = command + " ";
-  if (secret_line_length(with_message.c_str(), message) <= kLongestCommand) {
-    return send_secret(link, with_message.c_str(), message);
+  if (secret_line_length(method.command_with_message, message) <= kLongestCommand) {
+    return send_secret(link, method.command_with_message, message);
   }
-  TAV_EML_RESULT result = send(link, command + "\r\n");
+  TAV_EML_RESULT result = send(link, method.command);
   if (result == TAV_EML_OK) result = read(link, reply);
   if (result != TAV_EML_OK) return result;
   return goes_on(reply) ? send_secret(link, "", message) : refused(TAV_EML_ERR_AUTH);

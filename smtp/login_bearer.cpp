@@ -2,9 +2,6 @@
 
 #include "login_bearer.h"
 
-#include <string>
-
-#include "common/text.h"
 #include "login_exchange.h"
 #include "smtp_log.h"
 
@@ -29,12 +26,10 @@ TAV_EML_RESULT send_secret(smtp_dialogue& dialogue, const char* before, std::str
 TAV_EML_RESULT send_message(smtp_dialogue& dialogue, const bearer_method& method,
                             std::string_view message) {
   constexpr int64_t kLongestCommand = 512;  // RFC 5321 4.5.3.1.4
-  const std::string command = joined({"AUTH ", method.name});
-  const std::string with_message = command + " ";
-  if (secret_line_length(with_message.c_str(), message) <= kLongestCommand) {
-    return send_secret(dialogue, with_message.c_str(), message);
+  if (secret_line_length(method.command_with_message, message) <= kLongestCommand) {
+    return send_secret(dialogue, method.command_with_message, message);
   }
-  TAV_EML_RESULT result = dialogue.send_command(command.c_str(), "\r\n");
+  TAV_EML_RESULT result = dialogue.send_command(method.command);
   if (result != TAV_EML_OK) return command_failure(kName, kTexts.send, result);
   result = dialogue.read_reply(kTexts);
   if (result != TAV_EML_OK) return result;

@@ -1,8 +1,8 @@
 #include "login/bearer_token.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 
@@ -19,8 +19,8 @@ namespace {
 
 // In the order of preference.
 constexpr bearer_method kMethods[] = {
-    {"OAUTHBEARER", "\x01"},
-    {"XOAUTH2", ""},
+    {"OAUTHBEARER", "AUTH OAUTHBEARER\r\n", "AUTH OAUTHBEARER ", "\x01"},
+    {"XOAUTH2", "AUTH XOAUTH2\r\n", "AUTH XOAUTH2 ", ""},
 };
 constexpr const bearer_method& kOauthBearer = kMethods[0];
 

@@ -11,7 +11,9 @@
 namespace quorvelmida {
 
 struct bearer_method {
-  const char* name;  // as servers announce it
+  const char* name;     // as servers announce it
+  const char* command;  // the command line that starts it
+  const char* command_with_message;
   // What answers the error text of a refused login, so that the refusal itself follows.
   const char* answer_to_error;
 };
