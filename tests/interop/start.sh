@@ -1,55 +1,56 @@
 #!/bin/sh
 # Starts mail servers for the account "anna", "geheim 1", in the folder that it is called in.
 #
-#   start.sh ADDRESS exim|postfix|dovecot ...
+#   start.sh ADDRESS exim|postfix|dovecot
+#
+# Exim comes with Dovecot, whose log tells it who has logged in there.
 set -e
 trap 'trap "" TERM; kill 0' TERM EXIT
 here=$(dirname "$0")
-address=$1
-shift
-mkdir -p box data log sasl mail/new mail/cur mail/tmp spool
-(cd spool && mkdir active bounce defer deferred incoming pid private public)
-
 skip() { echo "skipped: $1"; exit 77; }
 [ "$(id -u)" = 0 ] || skip "only root can start mail servers"
 # Debian's Postfix cannot be installed beside Exim: its package is unpacked, once.
-postfix=$here/../../build/postfix
-if [ "$1" = postfix ] && [ ! -d "$postfix" ]; then
-  apt-get -o APT::Sandbox::User=root download postfix && dpkg -x postfix_*.deb unpacked &&
-    mv unpacked "$postfix" || skip "the package of Postfix cannot be had"
+unpacked=$here/../../build/postfix
+if [ "$2" = postfix ] && [ ! -d "$unpacked" ]; then
+  apt-get -qq -o APT::Sandbox::User=root download postfix && dpkg -x postfix_*.deb postfix &&
+    mv postfix "$unpacked" || skip "the package of Postfix cannot be had"
 fi
-postfix=$postfix/usr/lib/postfix
-for name in exim.conf main.cf master.cf dovecot.conf; do
-  sed "s,@folder@,$PWD,; s,@address@,$address,; s,@postfix@,$postfix," "$here/$name" > "$name"
-done
+postfix=$unpacked/usr/lib/postfix
 
+mkdir -p box log sasl mail/new mail/cur mail/tmp spool/data
+(cd spool && mkdir active bounce defer deferred flush incoming pid private public trace)
+for name in exim.conf main.cf master.cf dovecot.conf; do
+  sed "s,@folder@,$PWD,; s,@address@,$1,; s,@postfix@,$postfix,
+       s,@tls@,-o smtpd_tls_wrappermode=yes," "$here/$name" > "$name"
+done
 certify() {
-  names=$1
-  shift
-  openssl req -x509 -key key.pem -subj "/CN=$1" -addext "subjectAltName=$names" -out "$@"
+  file=$1 names=$2
+  shift 2
+  { cat key.pem && openssl req -x509 -key key.pem -subj "/CN=$file" \
+    -addext "subjectAltName=$names" "$@"; } > "$file"
 }
 openssl ecparam -name prime256v1 -genkey -noout -out key.pem
-certify "IP:$address" server.pem
-certify DNS:elsewhere.example elsewhere.pem
-certify "IP:$address" issued.pem -CA server.pem -CAkey key.pem
-openssl x509 -in server.pem -signkey key.pem -days 0 -out expired.pem
+certify server.pem "IP:$1"
+certify elsewhere.pem DNS:elsewhere.example
+certify issued.pem "IP:$1" -CA server.pem -CAkey key.pem
+{ cat key.pem && openssl x509 -in server.pem -signkey key.pem -days 0; } > expired.pem
 echo 'geheim 1' > right
 echo falsch > wrong
 echo 'anna:{PLAIN}geheim 1' > passwords
-printf 'geheim 1' | saslpasswd2 -p -c -f db -u test.example anna || skip "needs saslpasswd2"
-printf 'auxprop_plugin: sasldb\nsasldb_path: %s/db\n' "$PWD" > sasl/smtpd.conf
-head -c 400000 /dev/urandom > large.pdf
+printf 'auxprop_plugin: sasldb\nsasldb_path: %s/sasl/db\n' "$PWD" > sasl/smtpd.conf
 touch log/dovecot
+if [ "$2" = postfix ]; then
+  sed '/ inet \|^pickup/d; s/ y / n /' "$unpacked/usr/share/postfix/master.cf.dist" >> master.cf
+  printf 'geheim 1' | saslpasswd2 -p -c -f sasl/db -u test.example anna || skip "needs saslpasswd2"
+fi
 chmod -R 777 .
 chmod 600 right wrong
-chmod 644 ./*.c*f
+chmod 644 exim.conf main.cf master.cf
 
-start() { command -v "$1" > log/found || skip "needs $1"; "$@" > "log/$name.out" 2>&1 & }
-for name; do
-  case $name in
-    exim) start /usr/sbin/exim4 -bdf -C "$PWD/exim.conf" -oP "$PWD/exim.pid" ;;
-    postfix) LD_LIBRARY_PATH=$postfix start "$postfix/sbin/master" -d -c "$PWD" ;;
-    dovecot) start /usr/sbin/dovecot -F -c "$PWD/dovecot.conf" ;;
-  esac
-done
+start() { command -v "$1" > log/found || skip "needs $1"; "$@" > "log/$2" 2>&1 & }
+case $2 in
+  exim) start /usr/sbin/exim4 -bdf -C "$PWD/exim.conf" -oP "$PWD/exim.pid" ;;
+  postfix) LD_LIBRARY_PATH=$postfix start "$postfix/sbin/master" -d -c "$PWD" ;;
+esac
+[ "$2" = postfix ] || start /usr/sbin/dovecot -F -c "$PWD/dovecot.conf"
 wait
