@@ -35,7 +35,7 @@ LOGIN, REFUSED = "refused the login", f"the certificate of {ADDRESS} was refused
 SENDING = [
     (2025, {**NO_TLS, **RIGHT}, 0, ""),
     (2025, WRONG, 77, LOGIN),
-    (2025, TRUSTED, 76, "it begins in clear text"),
+    (2025, TRUSTED, 76, "check the port, or try --tls starttls"),
     (2025, STRANGER, 76, REFUSED + "self-signed"),
     (2465, {**TLS, **STRANGER}, 76, REFUSED + "self-signed"),
     (2465, TRUSTED, 0, ""),
