@@ -7,7 +7,6 @@ import email.policy
 import itertools
 import json
 import os
-import random
 import socket
 import subprocess
 import sys
@@ -21,7 +20,7 @@ import corpus
 SERVER, TAVMAIL = sys.argv[1], os.path.abspath(sys.argv[2])
 HERE = Path(__file__).resolve().parent
 REPORT = HERE.parent / "data" / "report.pdf"
-ADDRESS = f"127.{random.randrange(1, 255)}.{random.randrange(255)}.{random.randrange(1, 255)}"
+ADDRESS = f"127.1.{os.getpid() // 250 % 250}.{os.getpid() % 250 + 1}"
 TEXT = "本文です。表ソ能\n.\n..\nFrom here\n" + "長い" * 700 + "\n"
 MAIL = {"--from": "anna@test.example", "--to": "bob@test.example", "--text": TEXT,
         "--subject": "件名 表ソ能" * 9, "--attach": REPORT, "--attach-name": "報告書 その1.pdf"}
@@ -56,8 +55,6 @@ CERTIFICATES = [
     (2201, {**TRUSTED, "--ca-file": "elsewhere.pem"}, 76, REFUSED + "for elsewhere.example, not"),
     (2201, {**TRUSTED, "--tls-no-check": ""}, 0, ""),
     (2202, {**TRUSTED, "--ca-file": "expired.pem"}, 76, "has expired"),
-    (2203, TRUSTED, 0, ""),
-    (2203, {**TRUSTED, "--ca-file": "elsewhere.pem"}, 76, "its issuer is unknown"),
     (2211, TRUSTED, 76, "older than TLS 1.2"),
     (2212, TRUSTED, 0, ""),
     (2212, {**TRUSTED, "--tls-min": "1.3"}, 76, "older than TLS 1.3"),

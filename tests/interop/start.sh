@@ -24,16 +24,12 @@ for name in exim.conf main.cf master.cf dovecot.conf; do
        s,@tls@,-o smtpd_tls_wrappermode=yes," "$here/$name" > "$name"
 done
 certify() {
-  file=$1 names=$2
-  shift 2
-  { cat key.pem && openssl req -x509 -key key.pem -subj "/CN=$file" \
-    -addext "subjectAltName=$names" "$@"; } > "$file"
+  openssl req -x509 -key key.pem -subj /CN=test -addext "subjectAltName=$1" | cat key.pem -
 }
 openssl ecparam -name prime256v1 -genkey -noout -out key.pem
-certify server.pem "IP:$1"
-certify elsewhere.pem DNS:elsewhere.example
-certify issued.pem "IP:$1" -CA server.pem -CAkey key.pem
-{ cat key.pem && openssl x509 -in server.pem -signkey key.pem -days 0; } > expired.pem
+certify "IP:$1" > server.pem
+certify DNS:elsewhere.example > elsewhere.pem
+openssl x509 -in server.pem -signkey key.pem -days 0 | cat key.pem - > expired.pem
 echo 'geheim 1' > right
 echo falsch > wrong
 echo 'anna:{PLAIN}geheim 1' > passwords
