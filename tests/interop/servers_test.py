@@ -69,6 +69,7 @@ RECEIVING += [
     (2110, {**WRONG, **APOP}, 77, LOGIN)]
 NUMBERS = itertools.count(10**9)
 
+
 def start():
     process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", f"{HERE}/start.sh", ADDRESS,
                                 SERVER], start_new_session=True)

@@ -43,7 +43,7 @@ chmod -R 777 .
 chmod 600 right wrong
 chmod 644 exim.conf main.cf master.cf
 
-start() { command -v "$1" > log/found || skip "needs $1"; "$@" > "log/$2" 2>&1 & }
+start() { command -v "$1" > log/found || skip "needs $1"; "$@" >> "log/${1##*/}" 2>&1 & }
 case $2 in
   exim) start /usr/sbin/exim4 -bdf -C "$PWD/exim.conf" -oP "$PWD/exim.pid" ;;
   postfix) LD_LIBRARY_PATH=$postfix start "$postfix/sbin/master" -d -c "$PWD" ;;
