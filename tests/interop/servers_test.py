@@ -15,7 +15,7 @@ import time
 from contextlib import suppress
 from pathlib import Path
 
-import corpus
+import foreign_mails
 
 SERVER, TAVMAIL = sys.argv[1], os.path.abspath(sys.argv[2])
 HERE = Path(__file__).resolve().parent
@@ -137,21 +137,21 @@ def test_receiving():
         assert (saved, left) == ([text], []) if code == 0 else left and not saved, (port, options)
 
 
-def test_corpus():
+def test_foreign_mails():
     """Received in two runs over their unique ids; a third one finds only what cannot be saved."""
-    mails = dict(enumerate(corpus.mails(), 1))
+    mails = dict(enumerate(foreign_mails.mails(), 1))
     if not mails:
         return print("left out: no mails of others are installed")
     deliver(raw for _, raw in mails.values())
     half = len(mails) // 2
-    runs = [tavmail("receive", 2110, {**RIGHT, "--folder": "corpus", "--max": count})[2]
+    runs = [tavmail("receive", 2110, {**RIGHT, "--folder": "saved", "--max": count})[2]
             for count in (str(half), None, None)]
     assert len(runs[0]) == half and all(each["problem"] for each in runs[2]), runs[2]
     found = {each["number"]: each for each in runs[0] + runs[1]}
     assert found.keys() == mails.keys(), found.keys()
     for number, (path, raw) in mails.items():
-        differences = [*corpus.compare(found[number], raw, "corpus")]
-        assert bool(differences) == path.endswith(corpus.KNOWN), (path, differences)
+        differences = [*foreign_mails.compare(found[number], raw, "saved")]
+        assert bool(differences) == path.endswith(foreign_mails.KNOWN), (path, differences)
     return print(len(mails), "mails of others read")
 
 
@@ -160,7 +160,7 @@ with tempfile.TemporaryDirectory(prefix="taveml-interop-") as folder:
     process = start()
     try:
         if SERVER == "dovecot":
-            test_corpus()
+            test_foreign_mails()
             test_receiving()
         else:
             more = POP_BEFORE_SMTP if SERVER == "exim" else METHODS + CERTIFICATES
