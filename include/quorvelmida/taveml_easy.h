@@ -24,6 +24,39 @@
 namespace quorvelmida {
 namespace easy {
 
+// ---- Settings
+
+// Records for an account with a login: the certificate is checked, and a wait takes at most 30
+// seconds. TLS from the first byte on the ports for it, 465 and 995; on any other port the session
+// is made secure with STARTTLS or STLS, or fails. Change what differs. With an empty user
+// smtp_account does not log in.
+inline _tav_eml_smtp_setting smtp_account(const char* server, int port, const char* user,
+                                          const char* password) {
+  _tav_eml_smtp_setting record;
+  record.server = server;
+  record.port = port;
+  record.user_id = user;
+  record.password = password;
+  record.auth_kind = record.user_id.IsEmpty() ? 0 : 1;
+  record.timeout = 30;
+  record.tlsmode = port == 465 ? 1 : 2;
+  record.tls_opt[0] = 1;
+  return record;
+}
+
+inline _tav_eml_pop3_setting pop3_account(const char* server, int port, const char* user,
+                                          const char* password) {
+  _tav_eml_pop3_setting record;
+  record.strServer = server;
+  record.nPort = port;
+  record.strUserID = user;
+  record.strPassword = password;
+  record.nTimeout = 30;
+  record.ucTLSMode = port == 995 ? 1 : 2;
+  record.ucTLSOption[0] = 1;
+  return record;
+}
+
 // ---- Blocks
 
 // Copies `length` bytes into a UtlOS block and appends it to the part's data. No bytes are a
@@ -66,6 +99,20 @@ inline std::string take(tav_eml_mlutl_mail_part& part) {
 }
 
 // ---- Sending
+
+// Makes the mail a multipart with an attachment in base64 and returns the attachment, which the
+// mail owns. `file_name` is UTF-8.
+inline tav_eml_smtp_send_mail_part& attach(tav_eml_smtp_send_mail& mail, TAV_EML_CONTENT_TYPE type,
+                                           const char* file_name) {
+  mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
+  mail.m_cBoundaryString = new_boundary().c_str();
+  mail.set_part(new tav_eml_smtp_send_mail_part);
+  mail.m_pPart->m_nContentType = type;
+  mail.m_pPart->m_nTransferEncoding = TAV_EML_TE_BASE64;
+  mail.m_pPart->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
+  mail.m_pPart->m_cFIleName = file_name;
+  return *mail.m_pPart;
+}
 
 namespace detail {
 

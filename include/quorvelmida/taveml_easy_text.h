@@ -12,6 +12,7 @@
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_result.h"
+#include "quorvelmida/tav_eml_smtp_util.h"
 #include "utl_os.h"
 #include "utl_string.h"
 
@@ -229,6 +230,13 @@ inline std::string new_boundary() {
   std::string boundary = "=_tav_";
   for (int i = 0; i < 32; ++i) boundary += "0123456789abcdef"[random() & 15U];
   return boundary;
+}
+
+// The current time as the value of m_cDate; "" if the clock fails.
+inline std::string date_now() {
+  char date[64] = "";
+  tav_eml_smtp_util::get_date(1, sizeof date, date);
+  return date;
 }
 
 // "NAME <ADDRESS>" for the address members of a mail, with the name as encoded words of `set`. ""

@@ -18,8 +18,10 @@ import time
 
 ROOT, EXAMPLES, HOST = sys.argv[1:4]
 DOCS = os.path.join(ROOT, "docs")
-# <!-- FILE: SECTION --> in front of a block, and "// [SECTION]" to "// [/SECTION]" in the source.
-NAMED = re.compile(r"<!-- ([\w./]+): (\w+) -->\n+```\w*\n(.*?)```\n", re.S)
+# <!-- FILE --> or <!-- FILE: SECTION --> before a block; a section is all of the source from
+# "// [SECTION]" to "// [/SECTION]".
+NAMED = re.compile(r"<!-- ([\w./]+)(?:: (\w+))? -->\n+```\w*\n(.*?)```\n", re.S)
+MARK = re.compile(r"^ *// \[/?\w+\]\n", re.M)
 LINK = re.compile(r"\[[^\]]*\]\(([^)#:]+)(?:#[\w-]*)?\)")
 TRANSCRIPT = re.compile(r"<!-- sequence (\d) -->\n+```\n(.*?)```\n", re.S)
 problems = []
@@ -31,12 +33,9 @@ def read(*path):
 
 
 def section(source, name):
-    found = re.search(r"^([ ]*)// \[" + name + r"\]\n(.*?)^[ ]*// \[/" + name + r"\]\n", source,
-                      re.S | re.M)
-    assert found, f"no section {name}"
-    indent = len(found[1])
-    return "".join(line[indent:] if line.strip() else line
-                   for line in found[2].splitlines(keepends=True))
+    if name:
+        source = "".join(re.findall(rf"^// \[{name}\]\n(.*?)^// \[/{name}\]\n", source, re.S | re.M))
+    return MARK.sub("", source)
 
 
 def check_texts():
@@ -47,6 +46,8 @@ def check_texts():
         text = read(DOCS, name)
         for source, part, block in NAMED.findall(text):
             blocks += 1
+            if "#include " not in block:
+                problems.append(f"docs/{name}: the block \"{source}: {part}\" has no includes")
             if section(read(DOCS, source), part) != block:
                 problems.append(f"docs/{name}: the block \"{source}: {part}\" is not what the "
                                 "source has")
@@ -76,7 +77,7 @@ class MailHost:
         self.environment = dict(
             os.environ, SSL_CERT_FILE=os.path.join(folder, "ca.pem"), SSL_CERT_DIR="/dev/null",
             NEW_MAIL_PASSWORD="secret", SEQUENCE_PASSWORD="secret", POP_PASSWORD="secret",
-            TAV_PRINTER_NAME="MFP-7")
+            SCAN_PASSWORD="secret", TAV_PRINTER_NAME="MFP-7")
 
     def __enter__(self):
         return self
@@ -85,11 +86,12 @@ class MailHost:
         self.process.terminate()
         self.process.wait()
 
-    def run(self, name, *arguments, code=0, **environment):
+    def run(self, name, *arguments, code=0, with_log=False, **environment):
         done = subprocess.run([os.path.join(EXAMPLES, name), *arguments], capture_output=True,
-                              timeout=60, env=dict(self.environment, **environment))
+                              timeout=60, env=dict(self.environment, **environment),
+                              cwd=self.folder)
         assert done.returncode == code, (name, done)
-        return done.stdout.decode()
+        return (done.stderr if with_log else done.stdout).decode()
 
     def mail(self, number):
         new = os.path.join(self.folder, "box", "new")
@@ -99,18 +101,34 @@ class MailHost:
         return mail
 
 
+def check_scan(host):
+    report = os.path.join(ROOT, "tests", "data", "report.pdf")
+    scan = ["scan", "localhost", host.smtp, host.pop3, "taro", "scanner@example.com",
+            "hanako@example.com, jiro@example.com"]
+    out = host.run(*scan, report)
+    assert out == "スキャン Scan\nTAV_EML_OK \n", out
+    mail = host.mail(1)
+    assert mail["to"] == "hanako@example.com, jiro@example.com", mail["to"]
+    assert next(mail.iter_parts()).get_content() == "ご確認ください。\r\n"
+    with open(report, "rb") as sent, open(os.path.join(host.folder, "1-報告書.pdf"), "rb") as got:
+        assert got.read() == sent.read()
+    with open(os.path.join(host.folder, "1-text.txt"), "rb") as text:
+        assert text.read().decode() == "ご確認ください。\r\n"
+    # An authority that nobody knows, and a file that is not there: nothing is sent.
+    assert "REFUSED" in host.run(*scan, report, code=1, SSL_CERT_FILE="/dev/null")
+    assert "TAV_EML_ERR_PARAM" in host.run(*scan, "/missing", code=1)
+    assert len(os.listdir(os.path.join(host.folder, "box", "new"))) == 1
+    log = host.run(*scan, report, with_log=True, TAV_DBGLOG="stderr")
+    assert re.findall(r"\[0\] (?!last line)(.*)", log) == [
+        "<Error>:get_address:[Result]m_cAddress is null"], log
+    assert "last line 7 times" in log, log
+
+
 def check_sending(host):
     people = ["scanner@example.com", "taro@example.com"]
-    host.run("first_mail", "localhost", host.smtp, *people)
-    mail = host.mail(1)
-    assert mail["subject"] == "はじめてのメール"
-    assert mail.get_content() == "Hello,\r\nこんにちは。\r\n"
-    # An authority that nobody knows: the certificate is refused.
-    host.run("first_mail", "localhost", host.smtp, *people, code=1, SSL_CERT_FILE="/dev/null")
-
     report = os.path.join(ROOT, "tests", "data", "report.pdf")
     host.run("attachment", "localhost", host.smtp, *people, report)
-    mail = host.mail(2)
+    mail = host.mail(1)
     assert mail["subject"] == "MFP-7 からのお知らせ", mail["subject"]
     assert mail["from"] == "複合機 3F <scanner@example.com>", mail["from"]
     assert mail["disposition-notification-to"] == "scanner@example.com"
@@ -125,15 +143,16 @@ def check_sending(host):
     out = host.run("pop_before_smtp", "localhost", host.smtp, host.pop3, "taro")
     assert "secret" not in out, out
     out = host.run("pop_before_smtp", "localhost", host.smtp, host.pop3, "jiro", code=1)
-    assert "TAV_EML 0: " in out, out
+    assert "TAV_EML 0: " in out and "\n-ERR" in out, out
 
 
 def check_receiving(host):
     printed = dict(TRANSCRIPT.findall(read(DOCS, "guide.md")))
     out = host.run("sequence", "localhost", host.pop3, "taro")
     mails = re.split(r"^mail \d+\n", out, flags=re.M)[1:]
-    for number, mail in enumerate(mails, 1):
-        if printed.get(str(number)) != "".join(line.rstrip() + "\n" for line in mail.splitlines()):
+    assert sorted(printed) == ["1", "2", "3"]
+    for number, mail in enumerate(mails[:3], 1):
+        if printed[str(number)] != "".join(line.rstrip() + "\n" for line in mail.splitlines()):
             problems.append(f"docs/guide.md: the calls of mail {number} are\n{mail}")
 
     seen = os.path.join(host.folder, "seen")
@@ -142,8 +161,12 @@ def check_receiving(host):
     for word in ("one part", "two parts", "an alternative", '"a.pdf" 8 bytes', "text/html"):
         assert word in first, first
     assert "missing" not in first, first
+    # An ASCII subject, a text in ISO-2022-JP and a name in UTF-8.
+    assert 'Estimate\n  text/plain "" 48 bytes\nご確認ください。\r\n添付をご覧ください。' in first, first
+    assert 'application/pdf "見積書.pdf" 9 bytes' in first, first
     assert host.run(*new_mail) == "", "handed out twice"
-    host.run("first_mail", "localhost", host.smtp, "a@example.com", "b@example.com")
+    report = os.path.join(ROOT, "tests", "data", "report.pdf")
+    host.run("attachment", "localhost", host.smtp, "a@example.com", "b@example.com", report)
     assert host.run(*new_mail).count("text/plain") == 1
 
 
@@ -153,6 +176,8 @@ def main():
     mails = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
     with tempfile.TemporaryDirectory() as work, MailHost(work, mails) as host:
         check_receiving(host)
+    with tempfile.TemporaryDirectory() as work, MailHost(work, []) as host:
+        check_scan(host)
     with tempfile.TemporaryDirectory() as work, MailHost(work, []) as host:
         check_sending(host)
         host.run("new_mail", "localhost", host.pop3, "taro", os.path.join(work, "seen"))
