@@ -35,7 +35,7 @@ struct lister : easy::part_sink {
   }
   bool end(bool is_certain) override {
     std::cout << bytes.size() << " bytes" << (is_certain ? "\n" : ", something may be missing\n");
-    if (is_text) std::cout << easy::to_utf8(bytes, set);
+    if (is_text) std::cout << easy::to_utf8(bytes, set) << '\n';
     return true;
   }
   bool is_text = false;

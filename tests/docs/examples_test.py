@@ -55,6 +55,12 @@ def check_texts():
             if not os.path.exists(os.path.join(DOCS, target)):
                 problems.append(f"docs/{name} leads to {target}, which is not there")
     assert blocks > 0
+    headers = os.path.join(ROOT, "include", "quorvelmida")
+    for code in re.findall(r"(TAV_EML_\w+) = 0x", read(headers, "tav_eml_result.h")):
+        if f"({code}," not in read(headers, "taveml_easy_text.h"):
+            problems.append(f"taveml_easy_text.h does not name {code}")
+        if f"| `{code}` |" not in read(DOCS, "guide.md"):
+            problems.append(f"docs/guide.md does not explain {code}")
 
 
 class MailHost:
@@ -162,12 +168,34 @@ def check_receiving(host):
         assert word in first, first
     assert "missing" not in first, first
     # An ASCII subject, a text in ISO-2022-JP and a name in UTF-8.
-    assert 'Estimate\n  text/plain "" 48 bytes\nご確認ください。\r\n添付をご覧ください。' in first, first
-    assert 'application/pdf "見積書.pdf" 9 bytes' in first, first
+    assert 'Estimate\n  text/plain "" 50 bytes\nご確認ください。\r\n添付をご覧ください。\n' in first, first
+    assert 'application/pdf "見積書.pdf" 8 bytes' in first, first
     assert host.run(*new_mail) == "", "handed out twice"
     report = os.path.join(ROOT, "tests", "data", "report.pdf")
     host.run("attachment", "localhost", host.smtp, "a@example.com", "b@example.com", report)
     assert host.run(*new_mail).count("text/plain") == 1
+
+
+def check_odd_mails():
+    """Whatever is wrong with a message, the next one is read."""
+    two = 'Content-Type: multipart/mixed; boundary="b"\nSubject: {}\n\n--b\n{}\n--b--\n'
+    base64 = "Content-Transfer-Encoding: base64\n\n"
+    missing = ", something may be missing"
+    mails = [  # message, what is shown of it
+        (two.format("1", base64 + "QUJD\n" + "????\n" * 1000), f'1\n   "" 3 bytes{missing}\n'),
+        (two.format("2", "X: " + "x" * 990 + "\n" + (" " + "x" * 990 + "\n") * 300), "2\n"),
+        (two.format("3", "").replace('"b"', "b; charset=x"), "3\n"),
+        (two.format("4", base64), '4\n   "" 0 bytes\n'),
+        (two.format("5", "\nend\n\n"), '5\n   "" 7 bytes\n'),
+    ]
+    with tempfile.TemporaryDirectory() as work:
+        paths = [os.path.join(work, f"{number}.eml") for number in range(len(mails))]
+        for path, (mail, _) in zip(paths, mails):
+            with open(path, "w") as file:
+                file.write(mail)
+        with MailHost(work, paths) as host:
+            out = host.run("new_mail", "localhost", host.pop3, "taro", os.path.join(work, "seen"))
+            assert out == "".join(text for _, text in mails), out
 
 
 def main():
@@ -181,6 +209,7 @@ def main():
     with tempfile.TemporaryDirectory() as work, MailHost(work, []) as host:
         check_sending(host)
         host.run("new_mail", "localhost", host.pop3, "taro", os.path.join(work, "seen"))
+    check_odd_mails()
     print("\n".join(problems) or "the documents are as the code is")
     sys.exit(1 if problems else 0)
 

@@ -1,0 +1,51 @@
+// The conveniences for applications: texts, names and codes.
+
+#include <gtest/gtest.h>
+
+#include "quorvelmida/taveml_easy.h"
+
+namespace {
+
+using namespace quorvelmida;
+
+TEST(Easy, a_received_text_is_read_by_its_bytes_and_then_by_its_character_set) {
+  const struct {
+    std::string bytes;
+    TAV_EML_CHAR_SET set;
+    const char* text;
+  } cases[] = {
+      {"\x1B$B$\"\x1B(B", TAV_EML_CS_UTF_8, "あ"},
+      {"\xE3\x81\x82", TAV_EML_CS_ISO_2022_JP, "あ"},
+      {"\x82\xA0", TAV_EML_CS_NONE, "あ"},
+      {"\xB1", TAV_EML_CS_ISO_8859_2, "ą"},
+      {"\xFF\xC0\x80", TAV_EML_CS_UNKNOWN, "ÿÀ\u0080"},
+      {"\xED\xA0\x80", TAV_EML_CS_UTF_8, "í\u00A0\u0080"},  // a surrogate is not UTF-8
+  };
+  for (const auto& test : cases) EXPECT_EQ(easy::to_utf8(test.bytes, test.set), test.text);
+}
+
+TEST(Easy, a_file_name_is_safe) {
+  std::string many;
+  while (many.size() < 300) many += "あ";
+  const std::string cases[][2] = {{"../../etc/passwd", "passwd"},
+                                  {"C:\\a.tif", "a.tif"},
+                                  {"a\r\n\x1B[b\x7F", "a[b"},
+                                  {"..", "none"},
+                                  {"-rf", "_-rf"},
+                                  {"COM1.pdf", "_COM1.pdf"},
+                                  {"a<b>:\"|?*c", "a_b______c"},
+                                  {"fdp\u202Eexe.", "fdpexe"},
+                                  {"\xFF.tif", "_.tif"},
+                                  {many + ".pdf", many.substr(0, 195) + ".pdf"}};
+  for (const auto& test : cases) EXPECT_EQ(easy::safe_file_name(test[0], "none"), test[1]);
+}
+
+TEST(Easy, codes_boundaries_and_addresses) {
+  EXPECT_STREQ(easy::result_name(TAV_EML_ERR_AUTH), "TAV_EML_ERR_AUTH");
+  EXPECT_STREQ(easy::result_name(static_cast<TAV_EML_RESULT>(7)), "");
+  EXPECT_NE(easy::new_boundary(), easy::new_boundary());
+  EXPECT_EQ(easy::named_address("é", "a@b", TAV_EML_CS_UTF_8), "=?utf-8?B?w6k=?= <a@b>");
+  EXPECT_EQ(easy::named_address("é", "a@b", TAV_EML_CS_SHIFT_JIS), "");
+}
+
+}  // namespace
