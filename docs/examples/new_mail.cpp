@@ -34,7 +34,7 @@ struct lister : easy::part_sink {
     return true;
   }
   bool end(bool is_certain) override {
-    std::cout << bytes.size() << " bytes" << (is_certain ? "\n" : ", something may be missing\n");
+    std::cout << bytes.size() << " bytes" << (is_certain ? "\n" : " or more\n");
     if (is_text) std::cout << easy::to_utf8(bytes, set) << '\n';
     return true;
   }
@@ -90,7 +90,10 @@ TAV_EML_RESULT read_new(const tav_eml_pop3_settings& settings, const char* seen_
     if (!save(seen, seen_path)) return TAV_EML_ERR_UNKNOWN;
     tav_eml_pop3_receive_mail mail(info);
     result = easy::for_each_part(session, mail, sink);
-    if (result == TAV_EML_ERR_UNKNOWN) result = TAV_EML_OK;  // the next message can be read
+    if (result == TAV_EML_ERR_UNKNOWN) {
+      std::cout << "  something may be missing\n";  // so it stays on the server
+      result = TAV_EML_OK;                          // the next message can be read
+    }
   }
   return result;
 }

@@ -40,12 +40,19 @@ TEST(Easy, a_file_name_is_safe) {
   for (const auto& test : cases) EXPECT_EQ(easy::safe_file_name(test[0], "none"), test[1]);
 }
 
-TEST(Easy, codes_boundaries_and_addresses) {
-  EXPECT_STREQ(easy::result_name(TAV_EML_ERR_AUTH), "TAV_EML_ERR_AUTH");
-  EXPECT_STREQ(easy::result_name(static_cast<TAV_EML_RESULT>(7)), "");
-  EXPECT_NE(easy::new_boundary(), easy::new_boundary());
-  EXPECT_EQ(easy::named_address("é", "a@b", TAV_EML_CS_UTF_8), "=?utf-8?B?w6k=?= <a@b>");
-  EXPECT_EQ(easy::named_address("é", "a@b", TAV_EML_CS_SHIFT_JIS), "");
+TEST(Easy, a_long_text_is_cut_after_a_line_or_a_character) {
+  const std::string line(30000, 'x');
+  std::string kana = "x";
+  while (kana.size() < 50000) kana += "あ";
+  const std::pair<std::string, size_t> cases[] = {{line + "\n" + line, 30001}, {kana, 49150}};
+  for (const auto& test : cases) {
+    tav_eml_smtp_send_mail_part part;
+    std::istringstream in(test.first);
+    std::string sent;
+    const auto send = [&] { return sent += easy::take(part) + "|", TAV_EML_OK; };
+    EXPECT_EQ(easy::detail::send_pieces(part, in, true, send), TAV_EML_OK);
+    EXPECT_EQ(sent, std::string(test.first).insert(test.second, "|") + "|");
+  }
 }
 
 }  // namespace
