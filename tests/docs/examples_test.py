@@ -188,7 +188,7 @@ def check_odd_mails():
         (two.format("2", "X: " + "x" * 990 + "\n" + (" " + "x" * 990 + "\n") * 300), f"2\n{missing}"),
         (two.format("3", "").replace('"b"', "b; charset=x"), f"3\n{missing}"),
         (two.format("4", base64), '4\n   "" 0 bytes\n'),
-        (two.format("5", "\nend\n\n"), '5\n   "" 7 bytes\n'),
+        (two.format("5", "\n" + ("x" * 990 + "\n") * 9), '5\n   "" 8928 bytes\n'),
     ]
     with tempfile.TemporaryDirectory() as work:
         paths = [os.path.join(work, f"{number}.eml") for number in range(len(mails))]
