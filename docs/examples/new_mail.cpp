@@ -18,12 +18,13 @@ namespace {
 
 struct lister : easy::part_sink {
   bool header(tav_eml_pop3_receive_mail& mail) override {
-    std::cout << easy::to_utf8(mail.m_cSubject, mail.m_nCharSet) << '\n';
+    std::cout << easy::one_line(easy::to_utf8(mail.m_cSubject, mail.m_nCharSet)) << '\n';
     return true;
   }
   bool begin(const tav_eml_mlutl_mail_part& part) override {
-    std::cout << "  " << easy::text_of(part.m_cMediaType) << " \""
-              << easy::to_utf8(part.m_cFIleName, part.m_nCharSet) << "\" ";
+    const std::string name = easy::to_utf8(part.m_cFIleName, part.m_nCharSet);
+    std::cout << "  " << easy::one_line(easy::text_of(part.m_cMediaType)) << " \""
+              << easy::one_line(name) << "\" ";
     is_text = part.m_nContentType == TAV_EML_CT_TEXT_PLAIN;
     set = part.m_nCharSet;
     bytes.clear();
@@ -35,7 +36,7 @@ struct lister : easy::part_sink {
   }
   bool end(bool is_certain) override {
     std::cout << bytes.size() << " bytes" << (is_certain ? "\n" : " or more\n");
-    if (is_text) std::cout << easy::to_utf8(bytes, set) << '\n';
+    if (is_text) std::cout << "  " << easy::one_line(easy::to_utf8(bytes, set)) << '\n';
     return true;
   }
   bool is_text = false;

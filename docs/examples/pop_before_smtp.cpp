@@ -30,7 +30,7 @@ void write_line(void*, const char* module, int level, const char* line) {
   std::printf("%s %d: %s\n", module, level, line);
 }
 
-// Shows what the servers say, under TLS too. What is sent is left out: it contains passwords.
+// Under TLS too. What is sent is left out: it contains passwords.
 void write_reply(void*, TAV_WIRETAP_EVENT event, const char* bytes, size_t length) {
   if (event == TAV_WIRETAP_RECEIVED) std::fwrite(bytes, 1, length, stdout);
 }

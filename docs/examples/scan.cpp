@@ -34,7 +34,7 @@ TAV_EML_RESULT send(const tav_eml_smtp_settings& settings, const char* from, con
 
 struct saver : easy::part_sink {  // saves each part as a file
   bool header(tav_eml_pop3_receive_mail& mail) override {
-    std::cout << easy::to_utf8(mail.m_cSubject, mail.m_nCharSet) << '\n';
+    std::cout << easy::one_line(easy::to_utf8(mail.m_cSubject, mail.m_nCharSet)) << '\n';
     return true;
   }
   bool begin(const tav_eml_mlutl_mail_part& part) override {

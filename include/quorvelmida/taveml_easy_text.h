@@ -4,7 +4,6 @@
 #define TAVEML_EASY_TEXT_H
 
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -168,6 +167,10 @@ inline std::string to_utf8(const UtlString& bytes, TAV_EML_CHAR_SET set) {
 
 namespace detail {
 
+inline bool is_control(uint32_t character) {
+  return character < 0x20 || (character >= 0x7F && character < 0xA0);
+}
+
 // Characters that steer the direction or show nothing: a name could hide its extension with them.
 inline bool is_deceptive(uint32_t character) {
   return (character >= 0x200B && character <= 0x200F) ||
@@ -198,6 +201,21 @@ inline std::string shortened(const std::string& name) {
 
 }  // namespace detail
 
+// A received text (UTF-8, see to_utf8) as one line for a terminal or a log: a blank for each
+// control character, line ends included, and for each that steers the direction or shows nothing.
+inline std::string one_line(const std::string& text) {
+  std::string line;
+  for (size_t at = 0; at < text.size();) {
+    uint32_t character = 0;
+    const size_t length = detail::read_character(text, at, character);
+    const bool is_shown =
+        length > 0 && !detail::is_control(character) && !detail::is_deceptive(character);
+    line += is_shown ? text.substr(at, length) : " ";
+    at += length > 0 ? length : 1;
+  }
+  return line;
+}
+
 // Makes a name from a message (UTF-8, see to_utf8) safe to create in a folder: one path component
 // of at most 200 bytes, without control characters, without characters that hide an extension, and
 // not taken for an option or a device. `otherwise` if nothing is left. Two parts may have the same
@@ -208,11 +226,9 @@ inline std::string safe_file_name(const std::string& name, const std::string& ot
   for (size_t at = 0; at < base.size();) {
     uint32_t character = 0;
     const size_t length = detail::read_character(base, at, character);
-    const bool is_control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-    if (length == 0 ||
-        (length == 1 && std::strchr("<>:\"|?*", base[at]) != nullptr && !is_control)) {
+    if (length == 0 || std::string("<>:\"|?*").find(base[at]) != std::string::npos) {
       safe += '_';
-    } else if (!is_control && !detail::is_deceptive(character)) {
+    } else if (!detail::is_control(character) && !detail::is_deceptive(character)) {
       safe.append(base, at, length);
     }
     at += length > 0 ? length : 1;

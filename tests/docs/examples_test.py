@@ -170,7 +170,7 @@ def check_receiving(host):
         assert word in first, first
     assert "missing" not in first, first
     # An ASCII subject, a text in ISO-2022-JP and a name in UTF-8.
-    assert 'Estimate\n  text/plain "" 50 bytes\nご確認ください。\r\n添付をご覧ください。\n' in first, first
+    assert 'Estimate\n  text/plain "" 50 bytes\n  ご確認ください。  添付をご覧ください。\n' in first, first
     assert 'application/pdf "見積書.pdf" 8 bytes' in first, first
     assert host.run(*new_mail) == "", "handed out twice"
     report = os.path.join(ROOT, "tests", "data", "report.pdf")
