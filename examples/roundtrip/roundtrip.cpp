@@ -42,7 +42,7 @@ std::string send(const tav_eml_smtp_settings& settings, const char* address,
     throw std::runtime_error("no message id can be made from the address");
   }
   mail.set_message_id(id);
-  easy::attach(mail, TAV_EML_CT_APPLICATION_PDF, file_name.c_str());
+  easy::attach(mail, TAV_EML_CT_APPLICATION_PDF, file_name);
 
   tav_eml_smtp_boundary session(settings);
   easy::abort_guard guard(session);  // after a failure the server discards the message

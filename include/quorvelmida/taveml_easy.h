@@ -101,16 +101,16 @@ inline std::string take(tav_eml_mlutl_mail_part& part) {
 // ---- Sending
 
 // Makes the mail a multipart with an attachment in base64 and returns the attachment, which the
-// mail owns. `file_name` is UTF-8.
+// mail owns. `file_name` is UTF-8; a line break in it makes send_part_header fail.
 inline tav_eml_smtp_send_mail_part& attach(tav_eml_smtp_send_mail& mail, TAV_EML_CONTENT_TYPE type,
-                                           const char* file_name) {
+                                           const std::string& file_name) {
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
   mail.m_cBoundaryString = new_boundary().c_str();
   mail.set_part(new tav_eml_smtp_send_mail_part);
   mail.m_pPart->m_nContentType = type;
   mail.m_pPart->m_nTransferEncoding = TAV_EML_TE_BASE64;
   mail.m_pPart->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
-  mail.m_pPart->m_cFIleName = file_name;
+  mail.m_pPart->m_cFIleName = quotable_file_name(file_name).c_str();
   return *mail.m_pPart;
 }
 

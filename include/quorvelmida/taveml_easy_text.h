@@ -239,6 +239,21 @@ inline std::string safe_file_name(const std::string& name, const std::string& ot
   return safe.empty() ? otherwise : detail::shortened(safe);
 }
 
+// A file name (UTF-8) as m_cFIleName of an outgoing part, which is written between quotes as it is:
+// a quote or backslash is escaped, or replaced where the name is not ASCII and so becomes an
+// encoded word, which has no escapes.
+inline std::string quotable_file_name(const std::string& name) {
+  bool is_ascii = true;
+  for (const char ch : name) is_ascii = is_ascii && static_cast<unsigned char>(ch) < 0x80;
+  std::string quotable;
+  for (const char ch : name) {
+    const bool is_special = ch == '"' || ch == '\\';
+    if (is_special && is_ascii) quotable += '\\';
+    quotable += !is_special || is_ascii ? ch : ch == '"' ? '\'' : '_';
+  }
+  return quotable;
+}
+
 // A new value for m_cBoundaryString. It occurs in no data in base64 or quoted-printable ("=_"), and
 // nobody can foresee it. Throws what std::random_device throws if there are no random numbers.
 inline std::string new_boundary() {

@@ -38,6 +38,8 @@ TEST(Easy, a_file_name_is_safe) {
                                   {"\xFF.tif", "_.tif"},
                                   {many + ".pdf", many.substr(0, 195) + ".pdf"}};
   for (const auto& test : cases) EXPECT_EQ(easy::safe_file_name(test[0], "none"), test[1]);
+  EXPECT_EQ(easy::quotable_file_name("a\"\\"), "a\\\"\\\\");
+  EXPECT_EQ(easy::quotable_file_name("あ\"\\"), "あ'_");
   EXPECT_EQ(easy::one_line("あ\x1B[a\r\n\u009B\u202E\xFF"), "あ [a     ");
 }
 
