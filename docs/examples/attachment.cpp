@@ -5,16 +5,16 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+// [check]
 #include <string>
 
 // [compose]
-// [check]
 #include "quorvelmida/taveml_easy.h"
 
 using namespace quorvelmida;
 
-// [/check]
 // [/compose]
+// [/check]
 namespace {
 
 // [check]

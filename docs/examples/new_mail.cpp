@@ -2,13 +2,13 @@
 //
 //   NEW_MAIL_PASSWORD=... new_mail HOST PORT USER SEEN_FILE
 
+// [mailbox]
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
 
-// [mailbox]
 #include "quorvelmida/taveml_easy.h"
 
 using namespace quorvelmida;

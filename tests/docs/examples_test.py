@@ -1,8 +1,9 @@
 """What the documents print is what compiles and runs.
 
-    examples_test.py ROOT EXAMPLES_FOLDER TAVMAIL_HOST
+    examples_test.py ROOT EXAMPLES_FOLDER TAVMAIL_HOST COMPILER
 
-- Every block of the documents that names an example holds exactly that part of its source.
+- Every block of the documents that names an example holds exactly that part of its source, and
+  compiles by itself.
 - The examples, run against the practice mail server, do what the guide says.
 - Links between the documents lead somewhere.
 """
@@ -16,7 +17,7 @@ import sys
 import tempfile
 import time
 
-ROOT, EXAMPLES, HOST = sys.argv[1:4]
+ROOT, EXAMPLES, HOST, COMPILER = sys.argv[1:]
 DOCS = os.path.join(ROOT, "docs")
 # <!-- FILE --> or <!-- FILE: SECTION --> before a block; a section is all of the source from
 # "// [SECTION]" to "// [/SECTION]".
@@ -24,6 +25,8 @@ NAMED = re.compile(r"<!-- ([\w./]+)(?:: (\w+))? -->\n+```\w*\n(.*?)```\n", re.S)
 MARK = re.compile(r"^ *// \[/?\w+\]\n", re.M)
 LINK = re.compile(r"\[[^\]]*\]\(([^)#:]+)(?:#[\w-]*)?\)")
 TRANSCRIPT = re.compile(r"<!-- sequence (\d) -->\n+```\n(.*?)```\n", re.S)
+COMPILE = [COMPILER, "-std=c++11", "-fsyntax-only", "-x", "c++", "-"]
+COMPILE += [f"-I{ROOT}/{folder}" for folder in ("include", "platform/include", "platform/linux/include")]
 problems = []
 
 
@@ -46,8 +49,9 @@ def check_texts():
         text = read(DOCS, name)
         for source, part, block in NAMED.findall(text):
             blocks += 1
-            if "#include " not in block:
-                problems.append(f"docs/{name}: the block \"{source}: {part}\" has no includes")
+            done = subprocess.run(COMPILE, input=block, capture_output=True, text=True, timeout=100)
+            if done.returncode != 0:
+                problems.append(f"docs/{name}: \"{source}: {part}\" alone\n{done.stderr}")
             if section(read(DOCS, source), part) != block:
                 problems.append(f"docs/{name}: the block \"{source}: {part}\" is not what the "
                                 "source has")
