@@ -1,0 +1,302 @@
+// What is read from mails and what mails are made of: texts, received headers, codecs, character
+// sets, encoded words, the filter.
+//
+// Control bytes: which of these (0 to 5), failing allocation (2), operation and kind, and what the
+// operation wants. Then text or lines.
+
+#include <vector>
+
+#include "codec/base64_kernel.h"
+#include "fake_platform.h"
+#include "fuzz_input.h"
+#include "plain_base64.h"
+#include "values.h"
+
+namespace {
+
+using namespace quorvelmida;
+using tav_test::fake_memory;
+using tav_test::to_utf8;
+using codecs = tav_eml_mlutl_mime_utility;
+using device = tav_eml_smtp_util;
+using address = tav_eml_mlutl_mail_address;
+using bytes = std::vector<char>;  // a block of its own, so that a read past it is seen
+
+// What a call hands out. Success has text and a NUL behind it, a failure leaves null and 0.
+template <typename Pointer = char*, typename Call>
+bool made(std::string& out, Call&& call) {
+  char garbage = 0;
+  Pointer data = &garbage;
+  long length = -77;
+  const bool succeeded = call(data, length) != 0;
+  REQUIRE((data != nullptr) == succeeded && length >= 0 && (succeeded || length == 0));
+  if (succeeded) out = tav_test::taken(data, length);
+  return succeeded;
+}
+
+void read_addresses(const std::string& delimiters, const std::string& text) {
+  const address list(text.c_str());
+  UtlString one, bare, account, domain;
+  for (int pos = 0, before = 0; list.get_address(one, pos, delimiters.c_str()) != 0; before = pos) {
+    REQUIRE(pos > before && static_cast<size_t>(pos) <= text.size());
+    if (address::get_real_address(bare, one.GetString()) == 0) continue;
+    REQUIRE(!bare.IsEmpty() && bare.GetLength() <= one.GetLength());
+    if (address::split_address(account, domain, bare.GetString()) == 0) continue;
+    REQUIRE(account.GetLength() + 1 + domain.GetLength() <= bare.GetLength());
+  }
+}
+
+void compose(fuzz::input& in, unsigned kind) {
+  tav_eml_smtp_send_mail mail;
+  mail.m_nContentType = static_cast<TAV_EML_CONTENT_TYPE>(kind % (TAV_EML_CT_UNKNOWN + 1));
+  mail.m_nTransferEncoding = static_cast<TAV_EML_TRANSFER_ENCODING>(kind % 6);
+  mail.m_nContentDisposition = static_cast<TAV_EML_CONTENT_DISPOSITION>(kind % 4);
+  mail.m_nCharSet = static_cast<TAV_EML_CHAR_SET>(kind % (TAV_EML_CS_NONE + 1));
+  mail.set_message_id(in.value().c_str());
+  mail.set_in_reply_to(in.value().c_str());
+  mail.set_references(in.value().c_str());
+  for (address* each : {&mail.m_cFrom, &mail.m_cTo, &mail.m_cCc, &mail.m_cReplyTo, &mail.m_cSender})
+    each->m_cAddress = in.value().c_str();
+  mail.set_mdn_address(in.value().c_str());
+  for (UtlString* each :
+       {&mail.m_cSubject, &mail.m_cDate, &mail.m_cFIleName, &mail.m_cBoundaryString})
+    *each = in.value().c_str();
+  mail.set_content_ciajwnetfax(in.value().c_str());
+  tav_eml_mlutl_mail_part part(mail);
+  std::string header, encoded;
+  for (const bool whole : {true, false}) {
+    if (!made(header, [&](char*& out, long& length) {
+          return whole ? mail.make_header(out, length) : part.make_header(out, length);
+        }))
+      continue;
+    made(encoded, [&](char*& out, long& length) {
+      return codecs::inline_encode(header.data(), tav_test::size_of(header), out, length,
+                                   mail.m_nCharSet);
+    });
+  }
+  UtlString id;
+  const int has_id = tav_eml_smtp_send_mail::create_message_id(mail.m_cFrom, id);
+  REQUIRE((has_id != 0) == !id.IsEmpty());
+}
+
+void expand(const std::string& text, const std::string& values, unsigned kind) {
+  tav_test::fake_platform net;
+  CFG_EVENT_MAIL record = {};
+  std::memcpy(&record, values.data(), std::min(values.size(), sizeof record));
+  net.device_settings(record, kind % 4 == 3 ? -1 : CFG_OK);
+  for (const auto make : {device::make_subject, device::make_signature}) {
+    char* expanded = nullptr;
+    int length = -1;
+    const bool succeeded = make(text.c_str(), &expanded, &length) == TAV_EML_OK;
+    REQUIRE(succeeded == (expanded != nullptr));
+    REQUIRE(!succeeded || std::strlen(expanded) == static_cast<size_t>(length));
+    device::free_buffer(expanded);
+  }
+}
+
+void analyse(const std::string& text) {
+  tav_eml_mlutl_receive receive;
+  tav_eml_mlutl_mail mail;
+  mail.set_part(new tav_eml_mlutl_mail_part);
+  const size_t split = std::min(text.find("\r\n\r\n"), text.size());
+  const std::string rest = text.substr(std::min(split + 4, text.size()));
+  mail.m_cHeader1 = mail.m_cHeader2 = text.c_str();
+  receive.AnalyzeMailHeader(mail, text.substr(0, split).c_str(), 0);
+  receive.AnalyzePartHeader(mail, rest.c_str(), 0);
+  REQUIRE(mail.m_nBoundaryLevel <= 100);
+  REQUIRE(tav_test::text(mail.m_cSubject).find("\r\n") == std::string::npos);
+  for (size_t start = 0, end = 0; start < rest.size(); start = end) {
+    end = std::min(rest.find('\n', start), rest.size() - 1) + 1;
+    const int before = mail.m_nBoundaryLevel;
+    UtlString line(rest.substr(start, end - start).c_str());
+    const int delimiter = receive.ChkBoundaryString(line.GetString(), mail);
+    REQUIRE(mail.m_nBoundaryLevel == (delimiter == 2 ? before - 1 : before));
+    receive.ChkMailEndLine(mail, line, static_cast<long>(line.GetLength()), 100);
+  }
+}
+
+// Lines go in, blocks come out; together they are the same.
+void store(const std::string& text, long block_size) {
+  tav_eml_mlutl_stream stream(block_size);
+  std::string expected, all, block;
+  for (size_t start = 0, end = 0; start < text.size(); start = end) {
+    end = std::min(text.find('\n', start), text.size() - 1) + 1;
+    expected += text.substr(start, end - start);
+    int full = -1;
+    void* const line = tav_test::block_of(text.substr(start, end - start));
+    if (stream.WriteStream(line, static_cast<long>(end - start), full) == 0) return;
+    const long found = full != 0 ? stream.SearchBlock() : 0;
+    REQUIRE(found >= -1 && found <= std::max(block_size, 0L));
+    if (found < 1) continue;
+    const auto read = [&](void*& out, long& length) {
+      length = found;
+      return stream.ReadStream(out, length);
+    };
+    if (!made<void*>(block, read)) return;
+    all += block;
+  }
+}
+
+// Base64 with each kernel of this machine, against its plain definition. A character that is left
+// over may stand behind the data.
+void base64(const std::string& text, int line) {
+  const bytes in(text.begin(), text.end());
+  const long size = tav_test::size_of(text);
+  const std::string plain = tav_test::plain_decode(text);
+  std::string out;
+  for (const base64_kernel* const kernel : base64_kernels()) {
+    if (kernel == nullptr) continue;
+    choose_base64_kernel(kernel);
+    if (made<void*>(out, [&](void*& data, long& length) {
+          return codecs::from_b64(in.data(), size, data, length);
+        }))
+      REQUIRE(out == plain.substr(0, plain.size() - 1));
+    if (made(out, [&](char*& data, long& length) {
+          return codecs::to_b64(in.data(), size, data, length, line);
+        }))
+      REQUIRE(out ==
+              tav_test::plain_encode(text, line >= 4 ? static_cast<size_t>(line / 4 * 4) : 0));
+  }
+  choose_base64_kernel(nullptr);
+}
+
+// A letter in front, because the decoder takes one of two dots at the start away.
+void quoted_printable(const std::string& raw, int line) {
+  const std::string text = "x" + std::string(raw.c_str());
+  const bytes in(raw.begin(), raw.end());
+  std::string out, coded;
+  const auto decode = [&](const char* data, long size) {
+    return made<void*>(out, [&](void*& decoded, long& length) {
+      return codecs::from_qp(data, size, decoded, length);
+    });
+  };
+  if (decode(in.data(), tav_test::size_of(raw))) REQUIRE(out.size() <= raw.size());
+  if (!made(coded, [&](char*& data, long& length) {
+        const int result = codecs::to_qb(text.c_str(), tav_test::size_of(text), data, length, line);
+        if (result != 0) length = static_cast<long>(std::strlen(data));
+        return result;
+      }))
+    return;
+  if (decode(coded.data(), tav_test::size_of(coded))) REQUIRE(out == text);
+}
+
+// A cut leaves two texts that say together what the whole said.
+void cut(const std::string& raw, TAV_EML_CHAR_SET set, long wanted, unsigned flags,
+         const fake_memory& memory) {
+  static const char* const kReopen[] = {"",       "\033(J",       "\033(I", "\033$@",
+                                        "\033$B", "\033&@\033$B", "\033$(D"};
+  const std::string text = raw.c_str();
+  tav_eml_mlutl_mail_part part;
+  part.m_nCharSet = set;
+  part.m_nComplete = flags & 1;
+  part.m_nContentType = (flags & 2) != 0 ? TAV_EML_CT_APPLICATION_PDF : TAV_EML_CT_TEXT_PLAIN;
+  long at = std::min(wanted, tav_test::size_of(text));
+  const int mode = part.AdjustMultiByteCode(text.c_str(), at, (flags & 4) != 0 ? 1 : 0);
+  REQUIRE(at >= 0 && at <= tav_test::size_of(text) && at <= wanted + 5 && mode >= 0 && mode <= 6);
+  // In two-byte mode a blank or control character counts as half of a character.
+  const auto is_odd = [](char ch) { return (ch >= 0 && ch <= ' ' && ch != '\033') || ch == 0x7F; };
+  if (std::any_of(text.begin(), text.end(), is_odd)) return;
+  const auto whole = to_utf8(set, text);
+  if ((flags & 4) != 0 || set == TAV_EML_CS_UTF_8 || !whole) return;
+  const auto size = static_cast<size_t>(at);
+  const auto front = to_utf8(set, text.substr(0, size) + (mode != 0 ? "\033(B" : ""));
+  const auto back = to_utf8(set, kReopen[mode] + text.substr(size));
+  REQUIRE(memory.failed() || (front && back && *front + *back == *whole));
+}
+
+// Every word says something by itself, and together they say the text.
+void encode_words(const std::string& text, TAV_EML_CHAR_SET set, int max_line,
+                  const fake_memory& memory) {
+  const bytes in(text.begin(), text.end());
+  std::string words, decoded, all;
+  if (!made(words, [&](char*& out, long& length) {
+        return codecs::ToMimeEncode(set, in.data(), tav_test::size_of(text), out, length, max_line);
+      }))
+    return;
+  const bool folded = words.find("\r\n\t") != std::string::npos;
+  for (size_t start = 0; start <= words.size();) {
+    const size_t end = std::min(words.find("\r\n\t", start), words.size());
+    TAV_EML_CHAR_SET found = TAV_EML_CS_NONE;
+    const bool is_decoded = made(decoded, [&](char*& out, long& length) {
+      return codecs::inline_decode(words.data() + start, static_cast<long>(end - start), out,
+                                   length, found, 0);
+    });
+    const auto utf8 = to_utf8(set, decoded);
+    if (memory.failed()) return;  // the word may hold something else, or stand as it is
+    REQUIRE(is_decoded && utf8 && (!folded || static_cast<int>(end - start) <= max_line));
+    all += *utf8;
+    start = end + 3;
+  }
+  if (set == TAV_EML_CS_UTF_8)
+    REQUIRE(folded ? all == text : text.compare(0, all.size(), all) == 0);
+}
+
+void encode_header(const std::string& text, TAV_EML_CHAR_SET set) {
+  std::string out;
+  const bool encoded = made(out, [&](char*& data, long& length) {
+    return codecs::inline_encode(text.data(), tav_test::size_of(text), data, length, set);
+  });
+  const auto is_plain = [](char ch) { return (ch >= 0x20 && ch <= 0x7E) || (ch >= 9 && ch <= 13); };
+  if (encoded && std::all_of(text.begin(), text.end(), is_plain)) REQUIRE(out == text);
+}
+
+void filter(fuzz::input& in, const fake_memory& memory) {
+  const auto mode = static_cast<unsigned char>(in.number());
+  const std::string addresses = in.value();
+  std::vector<std::string> texts;
+  while (in.size() != 0 && texts.size() < 16) texts.push_back(in.value());
+  std::vector<const char*> list(1, nullptr);  // is skipped
+  for (const std::string& text : texts) list.push_back(text.c_str());
+  const int count = static_cast<int>(list.size());
+  UtlString allowed("before");
+  const int all = tav_eml_mlutl_check_filter(addresses.c_str(), mode, list.data(), count);
+  const int some = tav_eml_mlutl_domain_filter::check_filter(addresses.c_str(), allowed, mode,
+                                                             list.data(), count);
+  if (memory.failed()) return;
+  REQUIRE(some != 0 || allowed.IsEmpty());
+  // What is let through is let through again, unless it was nothing but line ends.
+  const std::string left = tav_test::text(allowed);
+  if (left.find_first_not_of(" \t\r\n,;") == std::string::npos) return;
+  REQUIRE(some != 0 && (all != 0 || mode != 0));
+  const int again = tav_eml_mlutl_check_filter(left.c_str(), mode, list.data(), count);
+  REQUIRE(again != 0 || memory.failed());
+}
+
+void run(unsigned what, fuzz::input& in, const fake_memory& memory) {
+  if (what == 5) return filter(in, memory);
+  const unsigned operation = in.number() % (what == 0 ? 5 : what == 3 ? 2 : what == 2 ? 6 : 3);
+  const unsigned kind = in.number();
+  const int line = static_cast<int>(what == 4 ? in.number() : kind) - 8;
+  const auto set = static_cast<TAV_EML_CHAR_SET>(kind % (TAV_EML_CS_NONE + 1));
+  if (what == 0 && operation == 0) {
+    const std::string delimiters = in.value();
+    return read_addresses(delimiters, in.value());
+  }
+  if (what == 0 && operation == 1) return compose(in, kind);
+  if (what == 0 && operation == 3) {
+    const std::string text = in.value();
+    return expand(text, in.rest(), kind);
+  }
+  if (what == 3) {
+    in.number();  // another set, in older inputs
+    const long wanted = static_cast<long>(in.number());
+    const unsigned flags = operation != 0 ? in.number() : 0;
+    return cut(in.rest(), set, wanted, flags, memory);
+  }
+  const std::string text = in.rest();
+  if (what == 0) return expand(text, "", kind);
+  if (what == 1) return operation == 2 ? store(text, kind) : analyse(text);
+  if (what == 2) return operation < 2 ? base64(text, line) : quoted_printable(text, line);
+  if (operation == 1) return encode_words(text, set, line, memory);
+  encode_header(text, set);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const unsigned what = static_cast<unsigned>(*data ^ '0') % 6;
+  return fuzz::try_input(data + 1, size - 1, [&](fuzz::input& in, const fake_memory& memory) {
+    run(what, in, memory);
+  });
+}
