@@ -55,15 +55,24 @@ struct host : tav_test::mail_host {
 
 void send(const tav_eml_smtp_settings& settings) {
   tav_eml_smtp_send_mail mail;
-  mail.m_nContentType = TAV_EML_CT_TEXT_PLAIN;
+  mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
   mail.m_cFrom = tav_eml_mlutl_mail_address("a@b.example");
-  mail.m_cTo = tav_eml_mlutl_mail_address("c@d.example;e@f.example");
-  mail.m_cSubject = mail.m_cDate = "Sat, 21 Nov 2026 10:00:00 +0900";
-  tav_test::give(mail, ".text\n.\n");
+  mail.m_cTo = tav_eml_mlutl_mail_address("c@d.example");
+  mail.m_cSubject = "\xe6\x96\x87 mail";
+  mail.m_cDate = mail.m_cBoundaryString = "today";
+  mail.set_part(new tav_eml_smtp_send_mail_part);
+  mail.m_pPart->m_nContentType = TAV_EML_CT_APPLICATION_PDF;
+  for (tav_eml_mlutl_mail_part* part :
+       std::initializer_list<tav_eml_mlutl_mail_part*>{&mail, mail.m_pPart}) {
+    part->m_nTransferEncoding = TAV_EML_TE_BASE64;
+    part->m_nCharSet = TAV_EML_CS_ISO_2022_JP;
+    tav_test::give(*part, "text");
+  }
   tav_eml_smtp_boundary outbox(settings);
   if (outbox.connect_mail() == TAV_EML_OK && outbox.send_header(mail) == TAV_EML_OK &&
-      outbox.send_body(mail) == TAV_EML_OK && outbox.close_mail(mail) == TAV_EML_OK)
-    outbox.connect_mail();  // whatever is left of the first connection
+      outbox.send_body(mail) == TAV_EML_OK && outbox.send_part_header(mail) == TAV_EML_OK &&
+      outbox.send_part_body(mail) == TAV_EML_OK && outbox.close_mail(mail) == TAV_EML_OK)
+    outbox.connect_mail();  // what is left of the first connection is gone
   outbox.abort_mail();
 }
 
