@@ -1,5 +1,5 @@
-// What is read from mails and what mails are made of: texts, received headers, codecs, character
-// sets, encoded words, the filter.
+// What is read from mails and what they are made of: addresses, headers, codecs, character sets,
+// encoded words, the filter.
 //
 // Control bytes: which of these (0 to 5), failing allocation (2), operation and kind, and what the
 // operation wants. Then text or lines.
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "codec/base64_kernel.h"
-#include "fake_platform.h"
 #include "fuzz_input.h"
 #include "plain_base64.h"
 #include "values.h"
@@ -47,7 +46,6 @@ void read_addresses(const std::string& text) {
 void compose(fuzz::input& in, unsigned kind, TAV_EML_CHAR_SET set) {
   tav_eml_smtp_send_mail mail;
   mail.m_nContentType = static_cast<TAV_EML_CONTENT_TYPE>(kind % (TAV_EML_CT_UNKNOWN + 1));
-  mail.m_nTransferEncoding = static_cast<TAV_EML_TRANSFER_ENCODING>(kind % 6);
   mail.m_nContentDisposition = static_cast<TAV_EML_CONTENT_DISPOSITION>(kind % 4);
   mail.m_nCharSet = set;
   mail.set_message_id(in.value().c_str());
@@ -61,18 +59,7 @@ void compose(fuzz::input& in, unsigned kind, TAV_EML_CHAR_SET set) {
   tav_eml_mlutl_mail_part part(mail);
   std::string header;
   made(header, [&](char*& out, long& length) { return part.make_header(out, length); });
-  if (made(header, [&](char*& out, long& length) { return mail.make_header(out, length); }))
-    made(header, [&](char*& out, long& length) {
-      return codecs::inline_encode(header.data(), size_of(header), out, length, set);
-    });
-}
-
-void sign(const std::string& text) {
-  const tav_test::fake_platform net;
-  char* signature = nullptr;
-  int length = -1;
-  if (tav_eml_smtp_util::make_signature(text.c_str(), &signature, &length) == TAV_EML_OK)
-    REQUIRE(std::strlen(tav_test::taken(signature, length).c_str()) == static_cast<size_t>(length));
+  made(header, [&](char*& out, long& length) { return mail.make_header(out, length); });
 }
 
 void analyse(const std::string& text) {
@@ -93,28 +80,6 @@ void analyse(const std::string& text) {
     const int delimiter = receive.ChkBoundaryString(line.GetString(), mail);
     REQUIRE(mail.m_nBoundaryLevel == (delimiter == 2 ? before - 1 : before));
     receive.ChkMailEndLine(mail, line, static_cast<long>(line.GetLength()), 100);
-  }
-}
-
-// Lines go in, blocks come out; together they are the same.
-void store(const std::string& text, long block_size) {
-  tav_eml_mlutl_stream stream(block_size);
-  std::string expected, all, block;
-  for (size_t start = 0, end = 0; start < text.size(); start = end) {
-    end = std::min(text.find('\n', start), text.size() - 1) + 1;
-    expected += text.substr(start, end - start);
-    int full = -1;
-    void* const line = tav_test::block_of(text.substr(start, end - start));
-    if (stream.WriteStream(line, static_cast<long>(end - start), full) == 0) return;
-    const long found = full != 0 ? stream.SearchBlock() : 0;
-    REQUIRE(found >= -1 && found <= std::max(block_size, 0L));
-    if (found < 1) continue;
-    const auto read = [&](void*& out, long& length) {
-      length = found;
-      return stream.ReadStream(out, length);
-    };
-    if (!made<void*>(block, read)) return;
-    all += block;
   }
 }
 
@@ -219,8 +184,8 @@ void run(unsigned what, fuzz::input& in, const fake_memory& memory) {
   }
   std::string text = in.rest(), out;
   const bytes block(text.begin(), text.end());
-  if (what == 0) return operation == 0 ? read_addresses(text) : sign(text);
-  if (what == 1) return operation == 2 ? store(text, kind) : analyse(text);
+  if (what == 0) return read_addresses(text);
+  if (what == 1) return analyse(text);
   if (what == 2 && operation < 2) return base64(text, other);
   if (what == 4 && operation == 1) return encode_words(text, set, other, memory);
   made<void*>(out, [&](void*& data, long& length) {

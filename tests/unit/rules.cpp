@@ -243,9 +243,6 @@ std::string date(const columns& in) {
 // What a mail or a part knows: "name=value" of each field that is not as it was made.
 std::vector<std::string> fields(const tav_eml_mlutl_mail_part& part) {
   std::vector<std::string> all;
-  const auto add = [&](const char* name, const UtlString& value) {
-    if (!value.IsEmpty()) all.push_back(name + ("=" + text(value)));
-  };
   const auto number = [&](const char* name, int value, int unset) {
     if (value != unset) all.push_back(name + ("=" + str(value)));
   };
@@ -253,27 +250,28 @@ std::vector<std::string> fields(const tav_eml_mlutl_mail_part& part) {
   number("encoding", part.m_nTransferEncoding, TAV_EML_TE_NONE);
   number("as", part.m_nContentDisposition, TAV_EML_CD_NONE);
   number("charset", part.m_nCharSet, TAV_EML_CS_NONE);
-  add("type-text", part.m_cContentType);
-  add("media", part.m_cMediaType);
-  add("encoding-text", part.m_cTransferEncoding);
-  add("name", part.m_cFIleName);
-  add("extension", part.m_cFileExtension);
-  add("fax", part.m_cContentCiajwnetfax);
-  const auto* const mail = dynamic_cast<const tav_eml_mlutl_mail*>(&part);
-  if (mail == nullptr) return all;
-  add("to", mail->m_cTo.m_cAddress);
-  add("from", mail->m_cFrom.m_cAddress);
-  add("cc", mail->m_cCc.m_cAddress);
-  add("mdn", mail->m_cMdnAddress.m_cAddress);
-  add("reply-to", mail->m_cReplyTo.m_cAddress);
-  add("return-path", mail->m_cReturnPath.m_cAddress);
-  add("subject", mail->m_cSubject);
-  add("date", mail->m_cDate);
-  add("id", mail->m_cMessageId);
-  add("in-reply-to", mail->m_cInReplyTo);
-  add("references", mail->m_cReferences);
-  number("level", mail->m_nBoundaryLevel, 0);
-  if (mail->get_boundary_string() != nullptr) add("boundary", *mail->get_boundary_string());
+  std::vector<std::pair<const char*, const UtlString*>> texts = {
+      {"type-text", &part.m_cContentType},          {"media", &part.m_cMediaType},
+      {"encoding-text", &part.m_cTransferEncoding}, {"name", &part.m_cFIleName},
+      {"extension", &part.m_cFileExtension},        {"fax", &part.m_cContentCiajwnetfax}};
+  if (const auto* const mail = dynamic_cast<const tav_eml_mlutl_mail*>(&part)) {
+    texts.insert(texts.end(), {{"to", &mail->m_cTo.m_cAddress},
+                               {"from", &mail->m_cFrom.m_cAddress},
+                               {"cc", &mail->m_cCc.m_cAddress},
+                               {"mdn", &mail->m_cMdnAddress.m_cAddress},
+                               {"reply-to", &mail->m_cReplyTo.m_cAddress},
+                               {"return-path", &mail->m_cReturnPath.m_cAddress},
+                               {"subject", &mail->m_cSubject},
+                               {"date", &mail->m_cDate},
+                               {"id", &mail->m_cMessageId},
+                               {"in-reply-to", &mail->m_cInReplyTo},
+                               {"references", &mail->m_cReferences}});
+    number("level", mail->m_nBoundaryLevel, 0);
+    if (mail->get_boundary_string() != nullptr)
+      texts.emplace_back("boundary", mail->get_boundary_string());
+  }
+  for (const auto& [name, value] : texts)
+    if (!value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
   return all;
 }
 
@@ -366,35 +364,33 @@ std::string search_block(const columns& in) {
 
 }  // namespace
 
-const std::map<std::string, rule> all_rules = {
-    {"from_b64", from_b64},
-    {"to_b64", to_b64},
-    {"from_qp", from_qp},
-    {"to_qb", to_qb},
-    {"ToMimeEncode", encoded_words},
-    {"inline_encode", inline_encode},
-    {"inline_decode", inline_decode},
-    {"content type", content_type},
-    {"character set", character_set},
-    {"convert_encoded_string", converted},
-    {"AdjustMultiByteCode", safe_cut},
-    {"GetMD5Hash", md5},
-    {"GetHMACMD5Hash", hmac},
-    {"CreateAPOPHash", apop},
-    {"check_filter", check_filter},
-    {"make_header", make_header},
-    {"part header", part_header},
-    {"MakeMultiLine", folded},
-    {"create_message_id", message_id},
-    {"make_subject", expanded<device::make_subject>},
-    {"make_signature", expanded<device::make_signature>},
-    {"get_date", date},
-    {"received header", received_header},
-    {"content parameters", parameters},
-    {"AnalyzePartHeader", received_part_header},
-    {"boundaries", boundaries},
-    {"ChkMailEndLine", ends},
-    {"SearchBlock", search_block},
-};
+const std::map<std::string, rule> all_rules = {{"from_b64", from_b64},
+                                               {"to_b64", to_b64},
+                                               {"from_qp", from_qp},
+                                               {"to_qb", to_qb},
+                                               {"ToMimeEncode", encoded_words},
+                                               {"inline_encode", inline_encode},
+                                               {"inline_decode", inline_decode},
+                                               {"content type", content_type},
+                                               {"character set", character_set},
+                                               {"convert_encoded_string", converted},
+                                               {"AdjustMultiByteCode", safe_cut},
+                                               {"GetMD5Hash", md5},
+                                               {"GetHMACMD5Hash", hmac},
+                                               {"CreateAPOPHash", apop},
+                                               {"check_filter", check_filter},
+                                               {"make_header", make_header},
+                                               {"part header", part_header},
+                                               {"MakeMultiLine", folded},
+                                               {"create_message_id", message_id},
+                                               {"make_subject", expanded<device::make_subject>},
+                                               {"get_date", date},
+                                               {"make_signature", expanded<device::make_signature>},
+                                               {"received header", received_header},
+                                               {"content parameters", parameters},
+                                               {"AnalyzePartHeader", received_part_header},
+                                               {"boundaries", boundaries},
+                                               {"ChkMailEndLine", ends},
+                                               {"SearchBlock", search_block}};
 
 }  // namespace tav_test
