@@ -141,9 +141,11 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
   memory.fail(1);
   EXPECT_EQ(next(part, 4), "(failed)");
   memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("thrown"); });
-  memory.fail(1);
-  EXPECT_EQ(next(part, 4), "(failed)");
-  EXPECT_EQ(log.count("get_buffer() failed to allocate") + log.count("get_buffer() thrown"), 2u);
+  for (const size_t nth : {1, 2}) {  // the block that is handed out, and what stays
+    memory.fail(nth);
+    EXPECT_EQ(next(part, 4), "(failed)");
+  }
+  EXPECT_EQ(log.count("get_buffer() failed to allocate") + log.count("get_buffer() thrown"), 3u);
   memory.never_fail();
   for (const char* piece : {"0123", "4567", "89", ""}) EXPECT_EQ(next(part, 4), piece);
 }
@@ -229,6 +231,41 @@ TEST(MailInfoList, reports_a_hole_and_finds_a_missing_id_first) {
   EXPECT_EQ(list.set_all_entry_status(1) + list.get_next_id(), -1);
   EXPECT_EQ(list.search_mail_info(info), nullptr);
   EXPECT_EQ(log.count("(): GetAt() error."), 3u);
+}
+
+// Exported operations on what the tables see through others.
+TEST(Doors, open_to_the_same_rules) {
+  tav_eml_mlutl_mail mail;
+  tav_eml_mlutl_receive receive;
+  UtlString encoding("BASE64"), place("inline"), type("text/html"), account, domain, blank("\r\n");
+  EXPECT_EQ(receive.AnalyzeTransferEncoding(mail, encoding), TAV_EML_TE_BASE64);
+  receive.AnalyzeContentDisposition(mail, place);
+  receive.AnalyzeContentType(mail, mail, type);
+  EXPECT_TRUE(mail.m_nContentType == 1 && mail.m_nContentDisposition == 0);
+  EXPECT_TRUE(receive.IsEmptyLine(blank) && !receive.IsEmptyLine(place));
+  EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4096).c_str()), 0);
+  EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4097).c_str()), 1);
+  UtlVector lines;
+  receive.RemoveWSP("a\r\n b\r\nc\r\n", 0, &lines);
+  ASSERT_EQ(lines.Count(), 2);
+  for (const char* expected : {"ab\r\n", "c\r\n"}) {
+    const std::unique_ptr<UtlString> line(static_cast<UtlString*>(lines.ElementAt(0)));
+    EXPECT_STREQ(line->GetString(), expected);
+    lines.Remove(0);
+  }
+  int pos = 0;
+  EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a\\\"b\"c", pos) * 10 + pos, 16);
+  EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a", pos = 0), 0);
+  EXPECT_EQ(tav_eml_mlutl_mail_address::split_address(account, domain, " a@b@c "), 1);
+  EXPECT_EQ(text(account) + " " + text(domain), "a b@c");
+  EXPECT_EQ(tav_eml_mlutl_mail_address::split_address(account, domain, "@b"), 0);
+  char *buffer = nullptr, name[] = "utf-8''a%2Eb";
+  long length = 0;
+  EXPECT_EQ(mail.add_buffer(buffer, length, "bc", 2) + mail.InsertBuffer(buffer, length, "a", 1),
+            2);
+  EXPECT_EQ(taken(buffer, length + 1), std::string("abc", 4));
+  tav_eml_mlutl_mime_utility::decode_and_set_escape_string(mail, name);
+  EXPECT_EQ(text(mail.m_cFIleName) + text(mail.m_cFileExtension), "a.bb");
 }
 
 TEST(JisCodes, become_shift_jis_or_0) {
