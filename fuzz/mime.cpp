@@ -120,7 +120,7 @@ void cut(const std::string& raw, TAV_EML_CHAR_SET set, long wanted, unsigned fla
   const int mode = part.AdjustMultiByteCode(text.c_str(), at, (flags & 4) != 0 ? 1 : 0);
   REQUIRE(at >= 0 && at <= size_of(text) && at <= wanted + 5 && mode >= 0 && mode <= 6);
   // In two-byte mode a blank or control character counts as half of a character.
-  const auto is_odd = [](char ch) { return (ch >= 0 && ch <= ' ' && ch != '\033') || ch == 0x7F; };
+  const auto is_odd = [](unsigned char ch) { return (ch <= ' ' && ch != 033) || ch == 0x7F; };
   if (std::any_of(text.begin(), text.end(), is_odd)) return;
   const auto whole = to_utf8(set, text);
   if ((flags & 4) != 0 || set == TAV_EML_CS_UTF_8 || !whole) return;
@@ -149,7 +149,8 @@ void encode_words(const std::string& text, TAV_EML_CHAR_SET set, int max_line,
     });
     const auto utf8 = to_utf8(set, decoded);
     if (memory.failed()) return;  // the word may hold something else, or stand as it is
-    REQUIRE(is_decoded && utf8 && (!folded || static_cast<int>(end - start) <= max_line));
+    const int length = static_cast<int>(end - start) + (end != words.size() ? 2 : 0);
+    REQUIRE(is_decoded && utf8 && (!folded || length <= max_line));
     all += *utf8;
     start = end + 3;
   }
@@ -190,6 +191,10 @@ void run(unsigned what, fuzz::input& in, const fake_memory& memory) {
   if (what == 4 && operation == 1) return encode_words(text, set, other, memory);
   made<void*>(out, [&](void*& data, long& length) {
     return codecs::from_qp(block.data(), size_of(text), data, length);
+  });
+  TAV_EML_CHAR_SET found = set;
+  made(out, [&](char*& data, long& length) {
+    return codecs::inline_decode(block.data(), size_of(text), data, length, found, 0);
   });
   made(out, [&](char*& data, long& length) {
     return codecs::inline_encode(block.data(), size_of(text), data, length, set);
