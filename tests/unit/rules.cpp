@@ -93,7 +93,8 @@ std::string inline_decode(const columns& in) {
 
 std::string content_type(const columns& in) {
   const TAV_EML_CONTENT_TYPE value = type::test_content_type(in.c_str(0));
-  return joined({str(value), type::get_content_type(value)});
+  const std::string name = type::get_content_type(value);
+  return joined({str(value), name == in[0] ? "same" : name});
 }
 
 std::string character_set(const columns& in) {
