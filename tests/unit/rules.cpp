@@ -48,15 +48,14 @@ std::string from_b64(const columns& in) {
 }
 
 std::string to_b64(const columns& in) {
-  return handed_out([&](char*& out, long& length) {
-    return util::to_b64(in.c_str(0), in.length(0), out, length, in.number(1));
+  return handed_out([&](auto& out, long& n) {
+    return util::to_b64(in.c_str(0), in.length(0), out, n, in.number(1));
   });
 }
 
 std::string from_qp(const columns& in) {
-  return handed_out<void*>([&](void*& out, long& length) {
-    return util::from_qp(in.c_str(0), in.length(0), out, length);
-  });
+  return handed_out<void*>(
+      [&](auto& out, long& n) { return util::from_qp(in.c_str(0), in.length(0), out, n); });
 }
 
 // The text, and the length that is reported.
@@ -189,9 +188,8 @@ std::string make_header(const columns& in) {
 std::string part_header(const columns& in) {
   tav_eml_smtp_send_mail mail;
   fill(mail, in);
-  return handed_out([&](char*& text, long& length) {
-    return mail.tav_eml_mlutl_mail_part::make_header(text, length);
-  });
+  tav_eml_mlutl_mail_part& part = mail;
+  return handed_out([&](char*& text, long& length) { return part.make_header(text, length); });
 }
 
 std::string folded(const columns& in) {
