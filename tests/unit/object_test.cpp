@@ -151,14 +151,17 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
 }
 
 TEST(Parts, copy_everything_but_the_fax_value) {
-  tav_eml_mlutl_mail_part part, copy;
+  const fake_memory memory;
+  tav_eml_mlutl_mail_part part;
   part.m_nCharSet = TAV_EML_CS_UTF_8;
   part.m_cFIleName = "scan.tif.pdf";
   part.m_nComplete = 1;
   part.set_content_ciajwnetfax(1);
   give(part, "data");
-  give(copy, "before");
+  tav_eml_mlutl_mail_part copy(part);
+  const size_t of_two = memory.live_bytes();
   copy = tav_eml_mlutl_mail_part(part);
+  EXPECT_EQ(memory.live_bytes(), of_two) << "what it held before is gone";
   copy = static_cast<const tav_eml_mlutl_mail_part&>(copy);
   EXPECT_EQ(copy.get_file_extension() + next(copy, -1), "pdfdata");
   EXPECT_EQ(copy.m_nCharSet * 10 + copy.m_nComplete, 101);

@@ -152,16 +152,21 @@ std::string check_filter(const columns& in) {
   UtlString allowed("before");
   const int any =
       tav_eml_mlutl_domain_filter::check_filter(in.c_str(1), allowed, mode, list.data(), count);
-  return joined({str(all), any != 0 ? text(allowed, "(null)") : "(none)"});
+  const std::string left = text(allowed, "(null)");
+  return joined({str(all), any == 0 && left.empty() ? "(none)" : left});
 }
 
 // Sets what the columns say, "name=value".
 void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
-  const std::map<std::string, UtlString*> texts = {
-      {"date", &mail.m_cDate},          {"from", &mail.m_cFrom.m_cAddress},
-      {"subject", &mail.m_cSubject},    {"to", &mail.m_cTo.m_cAddress},
-      {"bcc", &mail.m_cBcc.m_cAddress}, {"sender", &mail.m_cSender.m_cAddress},
-      {"name", &mail.m_cFIleName},      {"boundary", &mail.m_cBoundaryString}};
+  const std::map<std::string, UtlString*> texts = {{"date", &mail.m_cDate},
+                                                   {"from", &mail.m_cFrom.m_cAddress},
+                                                   {"subject", &mail.m_cSubject},
+                                                   {"to", &mail.m_cTo.m_cAddress},
+                                                   {"bcc", &mail.m_cBcc.m_cAddress},
+                                                   {"sender", &mail.m_cSender.m_cAddress},
+                                                   {"name", &mail.m_cFIleName},
+                                                   {"fax", &mail.m_cContentCiajwnetfax},
+                                                   {"boundary", &mail.m_cBoundaryString}};
   for (size_t i = 0; i < in.size(); ++i) {
     const size_t equals = in[i].find('=');
     const std::string name = in[i].substr(0, equals), text = in[i].substr(equals + 1);
@@ -170,7 +175,6 @@ void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
     if (name == "id") mail.set_message_id(value);
     if (name == "in-reply-to") mail.set_in_reply_to(value);
     if (name == "references") mail.set_references(value);
-    if (name == "fax") mail.set_content_ciajwnetfax(value);
     if (name == "type") mail.m_nContentType = type::test_content_type(value);
     if (name == "charset") mail.m_nCharSet = type::test_char_set(value);
     if (name == "encoding") mail.m_nTransferEncoding = type::test_transfer_encoding(value);
@@ -194,7 +198,7 @@ std::string part_header(const columns& in) {
 
 std::string folded(const columns& in) {
   char* const text = tav_eml_mlutl_mail_part().MakeMultiLine(in.c_str(0));
-  return text != nullptr ? taken(text, static_cast<long>(std::strlen(text))) : "(null)";
+  return text != nullptr ? taken(text, static_cast<long>(std::strlen(text))) : "(failed)";
 }
 
 // Without the clock's part, which is the same for the address as a text and as an object.

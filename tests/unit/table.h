@@ -36,11 +36,18 @@ extern const std::map<std::string, rule> all_rules;
 std::string joined(const std::vector<std::string>& texts);
 inline std::string str(long number) { return std::to_string(number); }
 
-// result_of() of a call that must not throw, whatever the device's memory does.
+// result_of() of a call that must not throw, whatever the device's memory does, and hands out a
+// block when it succeeds.
 template <typename Pointer = char*, typename Call>
 std::string handed_out(Call&& call) {
+  bool is_empty = false;
   try {
-    return result_of<Pointer>(call);
+    const std::string result = result_of<Pointer>([&](Pointer& out, long& length) {
+      const int succeeded = call(out, length);
+      is_empty = succeeded != 0 && out == nullptr;
+      return succeeded;
+    });
+    return is_empty ? "(failed, and said that it had not)" : result;
   } catch (quorvelmida::tav_eml_mlutl_mail_exception* thrown) {
     delete thrown;
     return "(failed, and threw)";

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <new>
 #include <regex>
+#include <set>
 
 #include "fake_memory.h"
 #include "log_capture.h"
@@ -42,8 +43,15 @@ std::string unescaped(const std::string& text) {
   return out;
 }
 
+// Gives what it should or "(failed)", whatever the memory does.
+bool is_whole_or_nothing(const std::string& function) {
+  static const std::set<std::string> functions = {"from_b64", "to_b64",      "from_qp",
+                                                  "to_qb",    "part header", "MakeMultiLine"};
+  return functions.count(function) != 0;
+}
+
 // Fails the nth allocation, none for 0. Whether there was one.
-bool hold(rule call, const std::string& line, size_t nth, bool throws) {
+bool hold(const std::string& function, const std::string& line, size_t nth, bool throws) {
   const size_t arrow = line.find("->"), note = std::min(line.find(" ## "), line.size());
   const columns in(line.substr(0, arrow)), expected(line.substr(arrow + 2, note - arrow - 2));
   const log_capture log;
@@ -52,10 +60,10 @@ bool hold(rule call, const std::string& line, size_t nth, bool throws) {
     memory.fail_by([] { throw new quorvelmida::tav_eml_mlutl_mail_exception("thrown"); });
   }
   memory.fail(nth);
-  std::string result;
+  std::string result = "(failed)";
   bool is_logged = !throws;
   try {
-    result = call(in);
+    result = all_rules.at(function)(in);
   } catch (const std::bad_alloc&) {  // by a text of the test
     is_logged = true;
   } catch (quorvelmida::tav_eml_mlutl_mail_exception* thrown) {
@@ -64,10 +72,12 @@ bool hold(rule call, const std::string& line, size_t nth, bool throws) {
   }
   const bool has_failed = memory.failed();
   memory.never_fail();
-  if (!has_failed) {
-    std::vector<std::string> texts;
-    for (const auto& text : expected) texts.push_back(text.value_or("(null)"));
+  std::vector<std::string> texts;
+  for (const auto& text : expected) texts.push_back(text.value_or("(null)"));
+  if (!has_failed || (is_whole_or_nothing(function) && result != "(failed)")) {
     EXPECT_EQ(result, joined(texts));
+  }
+  if (!has_failed) {
     EXPECT_TRUE(note == line.size() || log.contains(line.substr(note + 4))) << log.all();
   }
   for (const char* said : {"thrown", "Exception occured", "out of memory"}) {
@@ -82,10 +92,9 @@ bool hold(rule call, const std::string& line, size_t nth, bool throws) {
 
 void run(const std::string& function, const std::string& line) {
   SCOPED_TRACE(function + ": " + line);
-  const rule call = all_rules.at(function);
-  hold(call, line, 0, false);
+  hold(function, line, 0, false);
   for (const bool throws : {false, true}) {
-    for (size_t nth = 1; hold(call, line, nth, throws); ++nth) ASSERT_LT(nth, 2000u);
+    for (size_t nth = 1; hold(function, line, nth, throws); ++nth) ASSERT_LT(nth, 2000u);
   }
 }
 
