@@ -141,7 +141,7 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
   memory.fail(1);
   EXPECT_EQ(next(part, 4), "(failed)");
   memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("thrown"); });
-  for (const size_t nth : {1, 2}) {  // the block that is handed out, and what stays
+  for (const size_t nth : {1u, 2u}) {  // the block that is handed out, and what stays
     memory.fail(nth);
     EXPECT_EQ(next(part, 4), "(failed)");
   }
@@ -182,7 +182,7 @@ TEST(Streams, give_back_what_went_in_and_are_empty_after_a_failure) {
   };
   EXPECT_EQ(write("0123456789") * 10 + write("x"), 1);
   for (const char* piece : {"0123", "4567", "89x", ""}) EXPECT_EQ(next(stream, 4), piece);
-  for (const size_t nth : {1, 2}) {  // the block that is given out, and what stays
+  for (const size_t nth : {1u, 2u}) {  // the block that is given out, and what stays
     EXPECT_EQ(write("abc"), 0);
     memory.fail(nth);
     EXPECT_EQ(next(stream, 2), "(failed)");
