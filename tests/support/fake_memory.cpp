@@ -56,6 +56,7 @@ struct memory_state {
   size_t failing = 0;
   bool all_from = false;
   bool failed = false;
+  bool is_tests_own = false;  // the present call is a part of the test, which never fails
   std::function<void()> thrower;
 };
 
@@ -67,10 +68,11 @@ memory_state& state() {
 // Entry of every call: one thread at a time, and no failing operator new below the code under test.
 class entry {
  public:
-  entry() : m_lock(state().lock) {}
+  entry() : m_lock(state().lock) { state().is_tests_own = m_isTestsOwn; }
   std::unique_lock<std::mutex>& lock() { return m_lock; }
 
  private:
+  const bool m_isTestsOwn = detail::new_failure.pauses > 0;
   new_failure_pause m_pause;
   std::unique_lock<std::mutex> m_lock;
 };
@@ -82,6 +84,7 @@ std::string describe(const block_info& block) {
 unsigned char* start_of(void* block) { return static_cast<unsigned char*>(block) - guard_size; }
 
 bool fails_now(memory_state& memory) {
+  if (memory.is_tests_own) return false;
   ++memory.calls;
   if (memory.failing == 0) return false;
   const bool fails =
@@ -184,6 +187,11 @@ void fake_memory::fail_by(std::function<void()> thrower) {
 bool fake_memory::failed() const {
   entry guard;
   return state().failed;
+}
+
+size_t fake_memory::calls() const {
+  entry guard;
+  return state().calls;
 }
 
 size_t fake_memory::live_bytes() const {
