@@ -15,7 +15,7 @@
 #include <string>
 
 #include "fake_platform.h"
-#include "smtp_host.h"
+#include "host_peer.h"
 #include "values.h"
 
 namespace {
@@ -96,8 +96,9 @@ int main(int argc, char** argv) {
   if (argc != 2) return 64;
   g_directory = argv[1];
   tav_test::fake_platform net;
-  tav_test::smtp_host host;
-  net.serve("192.0.2.1", 25, host);
+  mailhost::mail_host host;
+  tav_test::host_door door(host, mailhost::protocol::smtp);
+  net.serve("192.0.2.1", 25, door);
   _tav_eml_smtp_setting record;
   record.server = "192.0.2.1";
   record.port = 25;
@@ -106,10 +107,10 @@ int main(int argc, char** argv) {
   tav_eml_smtp_send_mail mail;
   fill(mail);
   const int result = send(boundary, mail);
-  if (result != 0 || host.messages().size() != 1 || !net.clean()) {
+  if (result != 0 || host.memory.mails().size() != 1 || !net.clean()) {
     std::fprintf(stderr, "compose_mail: 0x%08x\n", static_cast<unsigned int>(result));
     return 1;
   }
-  std::ofstream(g_directory + "/mail.eml", std::ios::binary) << host.messages()[0].data;
+  std::ofstream(g_directory + "/mail.eml", std::ios::binary) << host.memory.mails()[0].data;
   return 0;
 }

@@ -19,14 +19,6 @@ string trimmed(string_view text) {
   return string(text.substr(first, text.find_last_not_of(' ') + 1 - first));
 }
 
-// Takes the first word off.
-string word(string& text) {
-  const size_t end = std::min(text.find(' '), text.size());
-  const string found = text.substr(0, end);
-  text = trimmed(string_view(text).substr(end));
-  return found;
-}
-
 void replace_all(string& text, const string& what, const string& by) {
   for (size_t at = 0; (at = text.find(what, at)) != string::npos; at += by.size())
     text.replace(at, what.size(), by);
@@ -39,7 +31,7 @@ statement parse(string text) {
     one.expected = trimmed(string_view(text).substr(arrow + 2));
     text = trimmed(string_view(text).substr(0, arrow));
   }
-  one.verb = word(text);
+  one.verb = word_of(text);
   one.rest = text;
   return one;
 }
@@ -90,7 +82,10 @@ class reader {
     text = trimmed(text);
     if (indent == 0) return begin(text, number);
     if (cases.empty()) fail("a statement before the first case");
-    if (m_eachIndent != 0 && indent > m_eachIndent) return add_row(text, number);
+    if (m_eachIndent != 0 && indent > m_eachIndent) {
+      for (const string& row : pieces_of(text, " || ")) add_row(row, number);
+      return;
+    }
     if (m_eachIndent != 0) fail("a statement after the rows");
     const size_t each = text.substr(0, 5) == "each " ? 0 : text.find("; each ");
     add_statements(cases.back().rows[0].statements, text.substr(0, each));
@@ -105,14 +100,14 @@ class reader {
 
  private:
   void begin(string text, int number) {
-    const string kind = word(text);
+    const string kind = word_of(text);
     if (kind == "speaks") {
       m_speaks = text;
     } else if (kind == "let") {
-      const string name = word(text);
+      const string name = word_of(text);
       m_names[name] = text;
     } else if (kind == "case" || kind == "storm") {
-      if (kind == "storm") word(text);
+      if (kind == "storm") word_of(text);
       cases.push_back({m_speaks, text, kind == "storm", {{number, {}}}});
       m_eachIndent = 0;
     } else {
@@ -140,6 +135,13 @@ class reader {
 };
 
 }  // namespace
+
+string word_of(string& text) {
+  const size_t end = std::min(text.find(' '), text.size());
+  const string found = text.substr(0, end);
+  text = trimmed(string_view(text).substr(end));
+  return found;
+}
 
 std::vector<string> pieces_of(string_view text, string_view by) {
   std::vector<string> pieces;

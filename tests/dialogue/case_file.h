@@ -7,6 +7,7 @@
 //     STATEMENT; STATEMENT          done in this order; a ";" and a blank part two on one line
 //     each STATEMENT; STATEMENT     what comes before, then this, once for each row below
 //       CELL | CELL                 $1 stands for the first cell of the row
+//       CELL || CELL || CELL        several rows on one line
 //   storm case NAME                 also with every call failed in turn, and by hostile servers
 //
 // A line that ends in "\" goes on in the next one. Words of statements are in device.h.
@@ -46,6 +47,9 @@ std::vector<dialogue_case> read_cases(const std::string& path);
 
 // The bytes that a text stands for.
 std::string expand(std::string_view text);
+
+// Takes the first word off.
+std::string word_of(std::string& text);
 
 // At each `by`, without blanks around the pieces.
 std::vector<std::string> pieces_of(std::string_view text, std::string_view by);

@@ -14,19 +14,20 @@
 //   fail CALL N RESULT      the Nth call of the platform, "N+": and all later ones
 //   limit BYTES             that one send or receive moves
 //
-// Then come calls of the library, each with its result ("-> REPLY" for TAV_EML_ERR_REPLY), and what
-// is checked:
+// Then come calls of the library, each with its result ("-> REPLY" for TAV_EML_ERR_REPLY), and
+// values that are checked. "NAME TEXT" is the whole of it, "has NAME TEXT" and "lacks NAME TEXT" a
+// part of it, "most NAME N" a limit:
 //
-//   sent LINES              the client's lines of the latest connection, parted by commas; "(TLS)"
-//                           stands where TLS begins. "sent 2 LINES" are those of the second one
-//   ends LINE               is the last of them
-//   unsent TEXT             is nowhere in them
-//   log PIECES              one line at the level of errors for each, in this order, that holds it
-//   logged PIECE            a line of any level
-//   starved PIECES          of lines that a storm case logs when memory runs out
-//   calls WORDS             the platform's calls of the kinds that are named
-//   connections N           in all
-//   lock held|free
+//   sent           the client's lines of the latest connection, parted by commas; "(TLS)" stands
+//                  where TLS begins. sent1, sent2 and sent3 are those of one connection
+//   last           the last of them
+//   calls          the platform's calls of the kinds that the text names, and sleeps
+//   connections    how many
+//   lock           held or free
+//   lines          of the log, all of them
+//
+// "log PIECES" is one line at the level of errors for each piece, in this order, that holds it, and
+// "starved PIECES" lines that a storm case logs when memory runs out.
 //
 // What every case is held to whatever it says: no secret in the log, the time-outs of the settings,
 // no call of the platform that it does not allow, a line in the log for a failure and none at the
@@ -103,6 +104,7 @@ class device {
 
  protected:
   using action = std::function<void(const std::string&)>;
+  using value = std::function<std::string()>;
   using call = std::function<TAV_EML_RESULT(const std::string&)>;
 
   device();
@@ -117,9 +119,9 @@ class device {
   }
   // Adds a line to the host's script.
   void script(const std::string& line);
-  static void name(UtlString& into, const std::string& value);
-
-  std::map<std::string, action> m_setups, m_checks, m_settings;
+  std::map<std::string, action> m_setups, m_settings;
+  std::map<std::string, UtlString*> m_texts;  // settings
+  std::map<std::string, value> m_values;
   std::map<std::string, call> m_calls;
   std::string m_value;  // what the latest call gave besides its result
   mailhost::settings m_hostSettings;
@@ -127,10 +129,12 @@ class device {
 
  private:
   void add_setups();
-  void add_checks();
+  void add_values();
+  void set(const std::string& name, const std::string& text);
   void do_call(const statement& one);
+  void check(const std::string& verb, std::string rest);
   void check_log(const std::string& rest);
-  void check_default_log();
+  void check_calls(const std::string& rest);
   void check_timeouts();
 
   std::string m_script;
