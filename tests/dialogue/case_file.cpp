@@ -44,9 +44,12 @@ void add_statements(std::vector<statement>& to, const string& text) {
 // Where the brace that opens at `at` is closed.
 size_t closing(string_view text, size_t at) {
   for (int depth = 0; at < text.size(); ++at) {
-    if (text[at] == '\\') ++at;
-    else if (text[at] == '{') ++depth;
-    else if (text[at] == '}' && --depth == 0) return at;
+    if (text[at] == '\\')
+      ++at;
+    else if (text[at] == '{')
+      ++depth;
+    else if (text[at] == '}' && --depth == 0)
+      return at;
   }
   fail("a brace is not closed in " + string(text));
 }

@@ -12,8 +12,8 @@
 //
 // A line that ends in "\" goes on in the next one. Words of statements are in device.h.
 //
-// In texts, ^ is CR LF, {x*5000} is x so many times (x may be any text), and there are \n \r \t \0 \e
-// \xNN, \s for a blank, and \ before any other character for itself.
+// In texts, ^ is CR LF, {x*5000} is x so many times (x may be any text), and there are \n \r \t \0
+// \e \xNN, \s for a blank, and \ before any other character for itself.
 
 #ifndef CASE_FILE_H
 #define CASE_FILE_H

@@ -63,11 +63,9 @@ void add_tables() {
     std::string suite = one.file;
     suite[0] = static_cast<char>(std::toupper(suite[0]));
     for (const dialogue_case& what : one.cases) {
-      testing::RegisterTest(suite.c_str(), test_name(what).c_str(), nullptr, nullptr, __FILE__,
-                            __LINE__,
-                            [&]() -> testing::Test* {
-                              return new table_case(one.file + ".cases", what);
-                            });
+      testing::RegisterTest(
+          suite.c_str(), test_name(what).c_str(), nullptr, nullptr, __FILE__, __LINE__,
+          [&]() -> testing::Test* { return new table_case(one.file + ".cases", what); });
     }
   }
 }

@@ -42,9 +42,7 @@ string name_of_result(TAV_EML_RESULT result) {
   return "no result of the library: " + std::to_string(result);
 }
 
-int32_t number(const string& text) {
-  return static_cast<int32_t>(std::stoul(text, nullptr, 0));
-}
+int32_t number(const string& text) { return static_cast<int32_t>(std::stoul(text, nullptr, 0)); }
 
 net_call kind_named(const string& name) {
   for (int kind = 0; kind <= static_cast<int>(net_call::tls_term); ++kind)
@@ -180,7 +178,8 @@ void device::add_setups() {
     const net_call kind = kind_named(word_of(rest));
     const string count = word_of(rest);
     const auto nth = static_cast<size_t>(number(count));
-    count.back() == '+' ? net.fail_from(kind, nth, number(rest)) : net.fail(kind, nth, number(rest));
+    count.back() == '+' ? net.fail_from(kind, nth, number(rest))
+                        : net.fail(kind, nth, number(rest));
   };
   m_setups["limit"] = [this](const string& bytes) {
     net.send_limit(static_cast<size_t>(number(bytes)));
@@ -216,7 +215,8 @@ void device::check(const string& verb, string rest) {
   const bool is_well = is_whole         ? found == text
                        : verb == "most" ? std::stol(found) <= std::stol(text)
                                         : holds == (verb == "has");
-  EXPECT_TRUE(is_well) << verb << " " << name << " " << text << "\nbut is " << found.substr(0, 3000);
+  EXPECT_TRUE(is_well) << verb << " " << name << " " << text << "\nbut is "
+                       << found.substr(0, 3000);
 }
 
 void device::check_calls(const string& rest) {
@@ -229,11 +229,9 @@ void device::check_calls(const string& rest) {
 
 void device::check_log(const string& rest) {
   const std::vector<string> lines = errors_of(log);
-  const std::vector<string> pieces =
-      rest.empty() ? std::vector<string>() : pieces_of(rest, ", ");
+  const std::vector<string> pieces = rest.empty() ? std::vector<string>() : pieces_of(rest, ", ");
   bool fits = lines.size() == pieces.size();
-  for (size_t i = 0; fits && i < lines.size(); ++i)
-    fits = lines[i].find(pieces[i]) != string::npos;
+  for (size_t i = 0; fits && i < lines.size(); ++i) fits = lines[i].find(pieces[i]) != string::npos;
   EXPECT_TRUE(fits) << log.all().substr(0, 3000);
   m_isLogChecked = true;
   log.clear();
@@ -256,7 +254,8 @@ void device::do_call(const statement& one) {
   const TAV_EML_RESULT result = m_calls.at(one.verb)(one.rest);
   const string name = one.expected.substr(0, one.expected.find(' '));
   EXPECT_EQ(name_of_result(result), name.empty() ? "OK" : name)
-      << one.verb << " " << one.rest.substr(0, 100) << "\n" << log.all().substr(0, 3000);
+      << one.verb << " " << one.rest.substr(0, 100) << "\n"
+      << log.all().substr(0, 3000);
   if (name.size() < one.expected.size()) {
     EXPECT_EQ(m_value, expand(one.expected.substr(name.size() + 1))) << one.verb;
   }

@@ -132,10 +132,10 @@ TEST_F(Direct, a_message_ends_at_two_gibibytes) {
 }
 
 TEST_F(Direct, codes_of_the_parser_are_those_of_the_facade) {
-  const TAV_EML_RESULT codes[] = {TAV_EML_OK,          TAV_EML_ERR_UNKNOWN,
-                                  TAV_EML_ERR_NOT_CONNECTED, TAV_EML_ERR_REPLY,
-                                  TAV_EML_ERR_NO_MEMORY, TAV_EML_ERR_UNKNOWN,
-                                  TAV_EML_ERR_UNKNOWN};
+  const TAV_EML_RESULT codes[] = {
+      TAV_EML_OK,         TAV_EML_ERR_UNKNOWN,   TAV_EML_ERR_NOT_CONNECTED,
+      TAV_EML_ERR_REPLY,  TAV_EML_ERR_NO_MEMORY, TAV_EML_ERR_UNKNOWN,
+      TAV_EML_ERR_UNKNOWN};
   for (int32_t i = 0; i < 7; ++i)
     EXPECT_EQ(tav_eml_pop3_boundary::convert_utl_retcode(static_cast<TAV_EML_UTL_RETCODE>(i)),
               codes[i]);

@@ -1,6 +1,6 @@
 // A device that sends mail. Settings: server, user, password, helo, tls (0 to 2), options (five
-// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-password, pop3-tls and pop3-account (none)
-// for POP-before-SMTP. Calls:
+// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-password, pop3-tls and pop3-account
+// (none) for POP-before-SMTP. Calls:
 //
 //   test, connect, abort, close, fresh-test (of an object of its own), judge BYTES
 //   header, body TEXT, part-header, part-body TEXT, end     the steps of a mail
@@ -37,8 +37,7 @@ TAV_EML_CHAR_SET set_named(const string& name) {
 }
 
 tav_eml_mlutl_mail_address address(const string& text) {
-  return text == "(none)" ? tav_eml_mlutl_mail_address()
-                          : tav_eml_mlutl_mail_address(text.c_str());
+  return text == "(none)" ? tav_eml_mlutl_mail_address() : tav_eml_mlutl_mail_address(text.c_str());
 }
 
 class smtp_device : public device {
@@ -52,7 +51,8 @@ class smtp_device : public device {
       all += mail.from;
       for (const string& to : mail.to) all += " " + to;
       const size_t subject = mail.data.find("Subject: ");
-      all += "\n" + mail.data.substr(0, subject) + mail.data.substr(mail.data.find("\r\n", subject));
+      all +=
+          "\n" + mail.data.substr(0, subject) + mail.data.substr(mail.data.find("\r\n", subject));
     }
     return all;
   }
@@ -103,8 +103,9 @@ class smtp_device : public device {
   void add_fields();
   void add_calls();
   void add_values();
-  TAV_EML_RESULT send_pieces(tav_eml_mlutl_mail_part& part, const string& text,
-                             TAV_EML_RESULT (tav_eml_smtp_boundary::*step)(tav_eml_smtp_send_mail&));
+  TAV_EML_RESULT send_pieces(
+      tav_eml_mlutl_mail_part& part, const string& text,
+      TAV_EML_RESULT (tav_eml_smtp_boundary::*step)(tav_eml_smtp_send_mail&));
   TAV_EML_RESULT send(const string& text);
 
   _tav_eml_smtp_setting m_record;
@@ -147,12 +148,9 @@ smtp_device::smtp_device() {
 }
 
 void smtp_device::add_settings() {
-  m_texts = {{"server", &m_record.server},
-             {"user", &m_record.user_id},
-             {"password", &m_record.password},
-             {"helo", &m_record.helo_domain},
-             {"pop3-user", &m_account.strUserID},
-             {"pop3-password", &m_account.strPassword}};
+  m_texts = {{"server", &m_record.server},        {"user", &m_record.user_id},
+             {"password", &m_record.password},    {"helo", &m_record.helo_domain},
+             {"pop3-user", &m_account.strUserID}, {"pop3-password", &m_account.strPassword}};
   const auto byte = [](const string& v) { return static_cast<uint8_t>(stoi(v)); };
   m_settings["tls"] = [=](const string& v) { m_record.tlsmode = byte(v); };
   m_settings["pop3-tls"] = [=](const string& v) { m_account.ucTLSMode = byte(v); };

@@ -1,7 +1,7 @@
 // The storm cases of the tables, with every call that can fail failed in turn, and against servers
-// that mean harm or are broken. Whatever happens, a call ends by itself, in bounded time and memory,
-// with a definite code; nothing stays open, no secret gets out, what is called a success is one, a
-// mail that was taken is not called lost, and the same objects do the same work afterwards.
+// that mean harm or are broken. Whatever happens, a call ends by itself, in bounded time and
+// memory, with a definite code; nothing stays open, no secret gets out, what is called a success is
+// one, a mail that was taken is not called lost, and the same objects do the same work afterwards.
 //
 // What bounds the time. A peer that says nothing costs a time-out for each wait, and after a failed
 // step there is at most one more: that for a greeting tried in another way. A peer that drips costs
@@ -27,7 +27,7 @@ namespace {
 using std::string;
 
 constexpr int64_t kTimeout = kSeconds * 1000;
-constexpr int64_t kPauses = 500;     // ms of sleep, at most
+constexpr int64_t kPauses = 500;       // ms of sleep, at most
 constexpr int64_t kPortLimit = 30000;  // ms that a port waits to send a command of POP3
 constexpr size_t kMostMemory = size_t{1} << 20;
 constexpr size_t kMostTransfers = 200000;
@@ -44,7 +44,7 @@ struct trouble {
 
 struct ordinary_run {
   string outcome;
-  size_t said = 0, bytes = 0;  // by the server
+  size_t said = 0, bytes = 0;                // by the server
   size_t network = 0, blocks = 0, news = 0;  // calls that can fail
 };
 
@@ -109,8 +109,7 @@ class storm : public testing::Test {
   }
 
  private:
-  void check(device& player, const ordinary_run& whole, const trouble& bad,
-                    TAV_EML_RESULT result) {
+  void check(device& player, const ordinary_run& whole, const trouble& bad, TAV_EML_RESULT result) {
     player.check_order(result);
     EXPECT_TRUE(result == TAV_EML_OK || player.has_logged_errors()) << "fails without a word";
     EXPECT_LE(player.memory.peak_bytes(), kMostMemory);
@@ -207,8 +206,7 @@ std::vector<string> wrong_words() {
        {"334 {A*900}^", "+OK 1 {u*10000}^", "+OK 1 {u*900}^", "+OK <{<*2000}>^", "+OK {x*1019}^",
         "250 {x*1019}^", "+OK^STLS^{X^*400}.^", "{250-x^*999}250 x^",
         "+OK^Content-Type: multipart/mixed; boundary={b*3000}^^.^",
-        "+OK^{Content-Type: multipart/mixed; boundary=b^^--b^*200}.^",
-        "+OK^{--^*100}^{--^*100}.^"})
+        "+OK^{Content-Type: multipart/mixed; boundary=b^^--b^*200}.^", "+OK^{--^*100}^{--^*100}.^"})
     words.push_back(expand(longer));
   return words;
 }
