@@ -75,7 +75,7 @@ const tavmail::command& parse(CLI::App& tool, const std::vector<tavmail::command
 
 int run(const tavmail::command& command) {
   const int exit_code = command.run();
-  // What was said is lost otherwise: the disk behind it may be full.
+  // Otherwise output is lost without a word: the disk may be full.
   if (!std::cout.flush()) throw tavmail::problem(EX_IOERR, "cannot write to the standard output");
   return exit_code;
 }
