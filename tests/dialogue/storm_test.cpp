@@ -74,12 +74,11 @@ class storm : public testing::Test {
   }
 
   // Those of the points from 1 to `count` that are tried, about `most` of them.
-  static std::vector<size_t> chosen(size_t count, size_t most) {
-    static std::mt19937 random(1);
+  std::vector<size_t> chosen(size_t count, size_t most) {
+    static const bool tries_all = std::getenv("TAV_TEST_LONG") != nullptr;
     std::vector<size_t> points;
     for (size_t point = 1; point <= count; ++point)
-      if (std::getenv("TAV_TEST_LONG") != nullptr || count <= most || random() % count < most)
-        points.push_back(point);
+      if (tries_all || count <= most || m_random() % count < most) points.push_back(point);
     return points;
   }
 
@@ -144,6 +143,7 @@ class storm : public testing::Test {
  protected:
   const case_row& m_row;
   string m_starved;  // what was logged when memory ran out
+  std::mt19937 m_random{1};
 };
 
 class every_call_failed_in_turn : public storm {
@@ -154,7 +154,7 @@ class every_call_failed_in_turn : public storm {
     const ordinary_run whole = measure();
     for (const bool all_from : {false, true}) {
       const string extent = all_from ? " and all that follow" : "";
-      for (const size_t n : chosen(whole.blocks, 50)) {
+      for (const size_t n : chosen(whole.blocks, 40)) {
         const auto fails = [=](device& d) { all_from ? d.memory.fail_from(n) : d.memory.fail(n); };
         survive(whole, {harm::memory, "block " + std::to_string(n) + extent, fails});
         const auto throws = [=](device& d) {
@@ -163,10 +163,10 @@ class every_call_failed_in_turn : public storm {
         };
         survive(whole, {harm::memory, "throwing block " + std::to_string(n) + extent, throws});
       }
-      for (const size_t n : chosen(whole.news, 40))
+      for (const size_t n : chosen(whole.news, 30))
         survive(whole, {harm::memory, "new " + std::to_string(n) + extent, [](device&) {}}, n,
                 all_from);
-      for (const size_t n : chosen(whole.network, 40)) {
+      for (const size_t n : chosen(whole.network, 30)) {
         using outcome = fake_platform::outcome;
         for (const outcome how : {outcome::error, outcome::timeout}) {
           const auto fails = [=](device& d) {
@@ -250,7 +250,7 @@ class hostile_servers : public storm {
     for (const auto& [begin, then] : kEndless)
       for (const size_t nth : chosen(whole.said, 1)) lie(whole, nth, expand(begin), expand(then));
     std::mt19937 random(7);
-    for (const size_t seed : chosen(100, 30)) {
+    for (const size_t seed : chosen(100, 20)) {
       random.seed(static_cast<uint32_t>(seed));
       const string speech = drunken_speech(random);
       lie(whole, 1 + random() % whole.said, speech);
@@ -260,7 +260,7 @@ class hostile_servers : public storm {
  private:
   // Silence, and the end of the connection, at every byte that the server says.
   void break_off(const ordinary_run& whole) {
-    for (const size_t point : chosen(whole.bytes, 60)) {
+    for (const size_t point : chosen(whole.bytes, 40)) {
       for (const bool closes : {false, true}) {
         const auto prepare = [=](device& d) {
           d.attack.active = true;
