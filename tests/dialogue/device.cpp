@@ -190,7 +190,7 @@ void device::add_setups() {
 void device::add_values() {
   const auto sent = [this](size_t nth) { return lines_of(host().connection(nth)); };
   m_values["sent"] = [=] { return sent(host().connections()); };
-  for (const size_t nth : {1, 2, 3})
+  for (size_t nth = 1; nth <= 3; ++nth)
     m_values["sent" + std::to_string(nth)] = [=] { return sent(nth); };
   m_values["last"] = [=] {
     const string all = ", " + sent(host().connections());

@@ -25,7 +25,7 @@ struct kind_entry {
   int32_t error, timeout;  // its natural results
 };
 
-constexpr kind_entry kinds[] = {
+constexpr kind_entry kind_table[] = {
     {"resolve", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
     {"socket", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
     {"set_scope", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
@@ -60,7 +60,7 @@ net_entry::net_entry() : m_lock(net_mutex) {
   net = current_net != nullptr ? current_net : &nobody;
 }
 
-const char* name_of(net_call kind) { return kinds[static_cast<size_t>(kind)].name; }
+const char* name_of(net_call kind) { return kind_table[static_cast<size_t>(kind)].name; }
 
 std::string endpoint_name(const std::string& address, uint16_t port) {
   const bool v6 = address.find(':') != std::string::npos;
@@ -82,7 +82,7 @@ std::optional<int32_t> fake_net::forced(net_call kind) {
   }
   if (any_nth == 0 || !(any_from ? any_calls >= any_nth : any_calls == any_nth))
     return std::nullopt;
-  const kind_entry& natural = kinds[static_cast<size_t>(kind)];
+  const kind_entry& natural = kind_table[static_cast<size_t>(kind)];
   return any_outcome == fake_platform::outcome::timeout ? natural.timeout : natural.error;
 }
 
