@@ -35,6 +35,18 @@ class new_failure_pause {
   new_failure_pause& operator=(const new_failure_pause&) = delete;
 };
 
+// The opposite: the code under test, called by a test's own part.
+class new_failure_resumed {
+ public:
+  new_failure_resumed() : m_pauses(detail::new_failure.pauses) { detail::new_failure.pauses = 0; }
+  ~new_failure_resumed() { detail::new_failure.pauses = m_pauses; }
+  new_failure_resumed(const new_failure_resumed&) = delete;
+  new_failure_resumed& operator=(const new_failure_resumed&) = delete;
+
+ private:
+  int m_pauses;
+};
+
 class failing_new {
  public:
   enum extent { once, all_from };

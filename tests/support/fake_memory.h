@@ -26,7 +26,8 @@ class fake_memory {
   fake_memory(const fake_memory&) = delete;
   fake_memory& operator=(const fake_memory&) = delete;
 
-  // Allocations fail: the nth from this call on (from 1), that and all later ones, or none.
+  // Allocations fail: the nth from this call on (from 1), that and all later ones, or none. Those
+  // of the test's own parts (new_failure_pause) never do and are not counted.
   void fail(size_t nth);
   void fail_from(size_t nth);
   void never_fail();
@@ -34,6 +35,7 @@ class fake_memory {
   void fail_by(std::function<void()> thrower);
   // True when a failure that was asked for has happened.
   bool failed() const;
+  size_t calls() const;  // allocations since the latest of fail, fail_from and never_fail
 
   // Bytes allocated and not yet freed, and the most that they were since the construction.
   size_t live_bytes() const;

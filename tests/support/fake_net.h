@@ -114,7 +114,7 @@ struct fake_net {
 };
 
 // Entry of every faked call: one thread at a time, and no failing operator new below the code under
-// test. `net` is null when no fake_platform exists.
+// test. Without a fake_platform `net` is a world in which nobody answers.
 class net_entry {
  public:
   net_entry();

@@ -111,162 +111,150 @@ int32_t send_to(fake_net& net, fake_socket& sock, const void* data, int32_t len)
   return net.give(sock, data, len);
 }
 
+// Answers a call with what the script forces on it, or what `body` does.
+template <typename Body>
+int32_t answer(net_call kind, const std::string& detail, Body&& body) {
+  net_entry entry;
+  const auto forced = entry.net->forced(kind);
+  return entry.net->done(kind, forced ? *forced : body(*entry.net), detail);
+}
+
+// A send or a receive; `move` gives its count or error.
+template <typename Move>
+int32_t transfer(net_call kind, int32_t sock, const void* data, int32_t len, int32_t timeout_ms,
+                 Move&& move) {
+  net_entry entry;
+  fake_net& net = *entry.net;
+  net.begin(kind, timeout_ms);
+  fake_socket* const found = open_socket(net, sock, kind);
+  const bool allowed = found && may_transfer(net, *found, kind, data, len);
+  const auto forced = net.forced(kind);
+  int32_t result = TAV_NETSOCK_ERROR;
+  if (forced)
+    result = std::min(*forced, 0);
+  else if (allowed)
+    result = move(net, *found);
+  return net.transferred(kind, result, result);
+}
+
+int32_t resolve(fake_net& net, const std::string& name, int32_t family,
+                tav_netsock_addrinfo** list) {
+  const auto found = net.names.find(name);
+  const bool is_known = found != net.names.end();
+  fake_answer answer;
+  for (const std::string& text : is_known ? found->second : std::vector<std::string>{name})
+    add_address(answer, text, family);
+  if (answer.entries.empty() && !is_known) return resolver_failure;
+  *list = answer.entries.empty() ? nullptr : &answer.entries.front().info;
+  if (*list != nullptr) net.answers.push_back(std::move(answer));
+  return 0;
+}
+
 }  // namespace
 }  // namespace tav_test
 
-using tav_test::fake_socket;
-using tav_test::net_call;
-using tav_test::net_entry;
+using namespace tav_test;
 
 int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
                                 const tav_netsock_addrinfo* hints,
                                 tav_netsock_addrinfo** list) noexcept {
-  net_entry entry;
-  if (entry.net == nullptr) return tav_test::resolver_failure;
   const std::string name = host ? host : "(null)";
-  const auto finish = [&](int32_t result) {
-    return entry.net->done(net_call::resolve, result, name);
-  };
-  if (const auto result = entry.net->forced(net_call::resolve)) return finish(*result);
-  if (host == nullptr || list == nullptr) {
-    entry.net->fault("resolve without a name or a place for the answer");
-    return finish(TAV_NETSOCK_ERROR);
-  }
-  if (service != nullptr) entry.net->fault("resolve with a service, which is not faked");
-  const auto found = entry.net->names.find(name);
-  const bool is_known = found != entry.net->names.end();
-  tav_test::fake_answer answer;
-  for (const std::string& text : is_known ? found->second : std::vector<std::string>{name})
-    tav_test::add_address(answer, text, hints ? hints->family : int32_t{TAV_NETSOCK_UNSPEC});
-  if (answer.entries.empty() && !is_known) return finish(tav_test::resolver_failure);
-  tav_netsock_addrinfo* const head =
-      answer.entries.empty() ? nullptr : &answer.entries.front().info;
-  if (head != nullptr) entry.net->answers.push_back(std::move(answer));
-  *list = head;
-  return finish(0);
+  return answer(net_call::resolve, name, [&](fake_net& net) {
+    if (host == nullptr || list == nullptr || service != nullptr)
+      net.fault("resolve without a name or a place for the answer, or with a service");
+    return list == nullptr ? TAV_NETSOCK_ERROR
+                           : resolve(net, name, hints ? hints->family : TAV_NETSOCK_UNSPEC, list);
+  });
 }
 
 void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
   net_entry entry;
-  if (entry.net == nullptr || list == nullptr) return;
   auto& answers = entry.net->answers;
-  const auto found = std::find_if(answers.begin(), answers.end(), [list](const auto& answer) {
-    return &answer.entries.front().info == list;
+  const auto found = std::find_if(answers.begin(), answers.end(), [list](const auto& one) {
+    return &one.entries.front().info == list;
   });
-  if (found == answers.end()) return entry.net->fault("free of something not a resolver answer");
-  answers.erase(found);
+  if (found != answers.end())
+    answers.erase(found);
+  else if (list != nullptr)
+    entry.net->fault("free of something not a resolver answer");
 }
 
 int32_t tav_netsock_socket(int32_t family, int32_t type, int32_t) noexcept {
-  net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  if (const auto result = entry.net->forced(net_call::socket))
-    return entry.net->done(net_call::socket, *result);
-  const bool known =
-      (family == TAV_NETSOCK_INET || family == TAV_NETSOCK_INET6) && type == TAV_NETSOCK_STREAM;
-  if (!known) {
-    entry.net->fault("socket of an unknown family or type");
-    return entry.net->done(net_call::socket, TAV_NETSOCK_ERROR);
-  }
-  const int32_t handle = entry.net->next_socket++;  // never used twice, so late uses are seen
-  entry.net->sockets[handle].family = family;
-  return entry.net->done(net_call::socket, handle);
+  return answer(net_call::socket, "", [&](fake_net& net) -> int32_t {
+    const bool known = family == TAV_NETSOCK_INET || family == TAV_NETSOCK_INET6;
+    if (!known || type != TAV_NETSOCK_STREAM) {
+      net.fault("socket of an unknown family or type");
+      return TAV_NETSOCK_ERROR;
+    }
+    net.sockets[net.next_socket].family = family;
+    return net.next_socket++;  // never used twice, so late uses are seen
+  });
 }
 
 int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept {
-  net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  if (const auto result = entry.net->forced(net_call::set_scope))
-    return entry.net->done(net_call::set_scope, *result);
-  tav_netsock_sockaddr_in6 v6 = {};
-  if (addr != nullptr && addr_len == sizeof v6) std::memcpy(&v6, addr, sizeof v6);
-  if (v6.family != TAV_NETSOCK_INET6 || !tav_test::link_local(v6.addr)) {
-    entry.net->fault("set_scope of something not a link-local address");
-    return entry.net->done(net_call::set_scope, TAV_NETSOCK_ERROR);
-  }
-  v6.scope_id = tav_test::fake_scope;
-  std::memcpy(addr, &v6, sizeof v6);
-  return entry.net->done(net_call::set_scope, 0);
+  return answer(net_call::set_scope, "", [&](fake_net& net) -> int32_t {
+    tav_netsock_sockaddr_in6 v6 = {};
+    if (addr != nullptr && addr_len == sizeof v6) std::memcpy(&v6, addr, sizeof v6);
+    if (v6.family != TAV_NETSOCK_INET6 || !link_local(v6.addr)) {
+      net.fault("set_scope of something not a link-local address");
+      return TAV_NETSOCK_ERROR;
+    }
+    v6.scope_id = fake_scope;
+    std::memcpy(addr, &v6, sizeof v6);
+    return 0;
+  });
 }
 
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
                                   int32_t timeout_ms) noexcept {
   net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  auto& net = *entry.net;
-  const std::string target = tav_test::target_of(net, addr, addr_len);
-  const auto finish = [&](int32_t result) {
-    return net.done(net_call::connect, result, target.empty() ? "?" : target);
-  };
-  net.begin(net_call::connect, timeout_ms);
-  fake_socket* const found = tav_test::open_socket(net, sock, net_call::connect);
-  if (const auto result = net.forced(net_call::connect)) return finish(*result);
-  if (found == nullptr) return finish(TAV_NETSOCK_ERROR);
-  const bool v6 = target.substr(0, 1) == "[";
-  if (target.empty() || (found->family == TAV_NETSOCK_INET6) != v6) {
-    net.fault("connect to an address that does not fit the socket");
-    return finish(TAV_NETSOCK_ERROR);
-  }
-  if (found->connected) {
-    net.fault("connect of a connected socket");
-    return finish(TAV_NETSOCK_ERROR);
-  }
-  return finish(tav_test::connect_to(net, *found, target));
+  entry.net->begin(net_call::connect, timeout_ms);
+  const std::string target = target_of(*entry.net, addr, addr_len);
+  fake_socket* const found = open_socket(*entry.net, sock, net_call::connect);
+  return answer(net_call::connect, target.empty() ? "?" : target, [&](fake_net& net) -> int32_t {
+    if (found == nullptr) return TAV_NETSOCK_ERROR;
+    const bool fits = (found->family == TAV_NETSOCK_INET6) == (target.substr(0, 1) == "[");
+    if (!target.empty() && fits && !found->connected) return connect_to(net, *found, target);
+    net.fault("connect of a connected socket, or to an address that does not fit it");
+    return TAV_NETSOCK_ERROR;
+  });
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t,
                                int32_t timeout_ms) noexcept {
-  net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  auto& net = *entry.net;
-  const auto finish = [&](int32_t result) {
-    return net.transferred(net_call::send, result, result);
-  };
-  net.begin(net_call::send, timeout_ms);
-  fake_socket* const found = tav_test::open_socket(net, sock, net_call::send);
-  const bool allowed = found && tav_test::may_transfer(net, *found, net_call::send, data, len);
-  if (const auto result = net.forced(net_call::send)) return finish(std::min(*result, 0));
-  return finish(allowed ? tav_test::send_to(net, *found, data, len) : TAV_NETSOCK_ERROR);
+  return transfer(net_call::send, sock, data, len, timeout_ms,
+                  [=](fake_net& net, fake_socket& to) { return send_to(net, to, data, len); });
 }
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t,
                                int32_t timeout_ms) noexcept {
-  net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  auto& net = *entry.net;
-  const auto finish = [&](int32_t result) {
-    return net.transferred(net_call::recv, result, result);
-  };
-  net.begin(net_call::recv, timeout_ms);
-  fake_socket* const found = tav_test::open_socket(net, sock, net_call::recv);
-  const bool allowed = found && tav_test::may_transfer(net, *found, net_call::recv, data, len);
-  if (const auto result = net.forced(net_call::recv)) return finish(std::min(*result, 0));
-  if (!allowed) return finish(TAV_NETSOCK_ERROR);
-  if (net.has_more(*found)) return finish(net.take(*found, data, len));
-  return finish(found->peer_gone ? 0 : TAV_NETSOCK_TIMEOUT);
+  return transfer(net_call::recv, sock, data, len, timeout_ms,
+                  [=](fake_net& net, fake_socket& from) {
+                    if (net.has_more(from)) return net.take(from, data, len);
+                    return from.peer_gone ? 0 : int32_t{TAV_NETSOCK_TIMEOUT};
+                  });
 }
 
 int32_t tav_netsock_shutdown(int32_t sock) noexcept {
   net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  fake_socket* const found = tav_test::open_socket(*entry.net, sock, net_call::shutdown);
-  if (const auto result = entry.net->forced(net_call::shutdown))
-    return entry.net->done(net_call::shutdown, *result);
-  if (found != nullptr) found->shut = true;
-  return entry.net->done(net_call::shutdown, found ? 0 : TAV_NETSOCK_ERROR);
+  fake_socket* const found = open_socket(*entry.net, sock, net_call::shutdown);
+  return answer(net_call::shutdown, "", [&](fake_net&) {
+    if (found != nullptr) found->shut = true;
+    return found ? 0 : int32_t{TAV_NETSOCK_ERROR};
+  });
 }
 
 // A close that fails has closed all the same, as the system's does.
 int32_t tav_netsock_close(int32_t sock) noexcept {
   net_entry entry;
-  if (entry.net == nullptr) return TAV_NETSOCK_ERROR;
-  auto& net = *entry.net;
-  fake_socket* const found = tav_test::open_socket(net, sock, net_call::close);
-  const auto forced = net.forced(net_call::close);
-  if (found == nullptr) return net.done(net_call::close, TAV_NETSOCK_ERROR);
-  for (const auto& session : net.sessions)
-    if (session.second.sock == sock) net.fault("socket closed before its TLS was ended");
-  if (found->peer) found->peer->closed();
-  net.sockets.erase(sock);
-  return net.done(net_call::close, forced.value_or(0));
+  fake_net& net = *entry.net;
+  fake_socket* const found = open_socket(net, sock, net_call::close);
+  if (found != nullptr) {
+    for (const auto& session : net.sessions)
+      if (session.second.sock == sock) net.fault("socket closed before its TLS was ended");
+    if (found->peer) found->peer->closed();
+    net.sockets.erase(sock);
+  }
+  return answer(net_call::close, "",
+                [=](fake_net&) { return found ? 0 : int32_t{TAV_NETSOCK_ERROR}; });
 }

@@ -20,28 +20,27 @@ constexpr int64_t port_limit = 30000;
 fake_net* current_net = nullptr;
 std::recursive_mutex net_mutex;
 
-int32_t natural_result(net_call kind, fake_platform::outcome how) {
-  const bool timeout = how == fake_platform::outcome::timeout;
-  switch (kind) {
-    case net_call::connect:
-    case net_call::send:
-    case net_call::recv:
-      return timeout ? TAV_NETSOCK_TIMEOUT : TAV_NETSOCK_ERROR;
-    case net_call::tls_init:
-      return TLSW_ERR_NO_MEMORY;
-    case net_call::tls_connect:
-      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_CONNECT;
-    case net_call::tls_read:
-      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_READ;
-    case net_call::tls_write:
-      return timeout ? TLSW_ERR_TIMEOUT : TLSW_ERR_WRITE;
-    case net_call::tls_shutdown:
-    case net_call::tls_term:
-      return TLSW_ERR_SHUTDOWN;
-    default:
-      return TAV_NETSOCK_ERROR;
-  }
-}
+struct kind_entry {
+  const char* name;
+  int32_t error, timeout;  // its natural results
+};
+
+constexpr kind_entry kind_table[] = {
+    {"resolve", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
+    {"socket", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
+    {"set_scope", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
+    {"connect", TAV_NETSOCK_ERROR, TAV_NETSOCK_TIMEOUT},
+    {"send", TAV_NETSOCK_ERROR, TAV_NETSOCK_TIMEOUT},
+    {"recv", TAV_NETSOCK_ERROR, TAV_NETSOCK_TIMEOUT},
+    {"shutdown", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
+    {"close", TAV_NETSOCK_ERROR, TAV_NETSOCK_ERROR},
+    {"tls_init", TLSW_ERR_NO_MEMORY, TLSW_ERR_NO_MEMORY},
+    {"tls_connect", TLSW_ERR_CONNECT, TLSW_ERR_TIMEOUT},
+    {"tls_read", TLSW_ERR_READ, TLSW_ERR_TIMEOUT},
+    {"tls_write", TLSW_ERR_WRITE, TLSW_ERR_TIMEOUT},
+    {"tls_shutdown", TLSW_ERR_SHUTDOWN, TLSW_ERR_SHUTDOWN},
+    {"tls_term", TLSW_ERR_SHUTDOWN, TLSW_ERR_SHUTDOWN},
+};
 
 bool is_timeout(net_call kind, int32_t result) {
   return kind < net_call::tls_init ? result == TAV_NETSOCK_TIMEOUT && kind != net_call::resolve
@@ -56,15 +55,12 @@ std::string joined(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-net_entry::net_entry() : net(nullptr), m_lock(net_mutex) { net = current_net; }
-
-const char* name_of(net_call kind) {
-  static const char* const names[] = {
-      "resolve", "socket",   "set_scope",   "connect",  "send",      "recv",         "shutdown",
-      "close",   "tls_init", "tls_connect", "tls_read", "tls_write", "tls_shutdown", "tls_term",
-  };
-  return names[static_cast<size_t>(kind)];
+net_entry::net_entry() : m_lock(net_mutex) {
+  static fake_net& nobody = *new fake_net;
+  net = current_net != nullptr ? current_net : &nobody;
 }
+
+const char* name_of(net_call kind) { return kind_table[static_cast<size_t>(kind)].name; }
 
 std::string endpoint_name(const std::string& address, uint16_t port) {
   const bool v6 = address.find(':') != std::string::npos;
@@ -84,9 +80,10 @@ std::optional<int32_t> fake_net::forced(net_call kind) {
     if (where.first != kind) continue;
     if (rule.all_from ? nth >= where.second : nth == where.second) return rule.result;
   }
-  if (any_nth != 0 && (any_from ? any_calls >= any_nth : any_calls == any_nth))
-    return natural_result(kind, any_outcome);
-  return std::nullopt;
+  if (any_nth == 0 || !(any_from ? any_calls >= any_nth : any_calls == any_nth))
+    return std::nullopt;
+  const kind_entry& natural = kind_table[static_cast<size_t>(kind)];
+  return any_outcome == fake_platform::outcome::timeout ? natural.timeout : natural.error;
 }
 
 int32_t fake_net::done(net_call kind, int32_t result, const std::string& detail) {
@@ -165,7 +162,7 @@ bool fake_net::has_more(fake_socket& sock) {
 
 fake_platform::fake_platform() : m_net(std::make_unique<fake_net>()) {
   net_entry entry;
-  if (entry.net != nullptr) {
+  if (current_net != nullptr) {
     std::cerr << "there is a fake_platform already\n";
     std::abort();
   }
@@ -272,14 +269,13 @@ bool fake_platform::clean() const {
 
 int32_t cfg_group_get_event_mail(CFG_EVENT_MAIL* record) noexcept {
   tav_test::net_entry entry;
-  if (entry.net == nullptr || record == nullptr) return -1;
+  if (tav_test::current_net == nullptr || record == nullptr) return -1;
   *record = entry.net->device;
   return entry.net->device_result;
 }
 
 void osw_Sleep(int32_t milliseconds) noexcept {
   tav_test::net_entry entry;
-  if (entry.net == nullptr) return;
   entry.net->sleeps.push_back(milliseconds);
   entry.net->clock += milliseconds;
   entry.net->records.push_back({std::nullopt, "sleep " + std::to_string(milliseconds)});

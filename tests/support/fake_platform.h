@@ -2,12 +2,13 @@
 // network. The library under test calls it by linking: these are the functions of tav_netsock.h,
 // tlsw.h, cfg_group.h and osw_Sleep.
 //
+//   mailhost::mail_host host;
+//   host_door door(host, mailhost::protocol::smtp);  // host_peer.h
 //   fake_platform net;
-//   smtp_host host;
 //   net.resolve("mail.example", {"fe80::1", "192.0.2.1"});
-//   net.serve("192.0.2.1", 25, host);
+//   net.serve("192.0.2.1", 25, door);
 //   ... the call under test ...
-//   EXPECT_EQ(host.client_bytes(), "EHLO localhost\r\n...");
+//   EXPECT_EQ(host.connection().in_clear, "EHLO localhost\r\n...");
 //   EXPECT_TRUE(net.clean());
 //
 // Nothing waits: a receive from a peer that is silent times out at once. TLS passes the bytes

@@ -74,7 +74,7 @@ template <typename Move>
 int32_t transfer(net_call kind, uint32_t session, const void* data, int32_t len, int32_t timeout_ms,
                  int32_t* count, Move&& move) {
   net_entry entry;
-  if (entry.net == nullptr || count == nullptr) return TLSW_ERR_PARAM;
+  if (count == nullptr) return TLSW_ERR_PARAM;
   fake_net& net = *entry.net;
   net.begin(kind, timeout_ms);
   fake_socket* const sock = protected_socket(net, session, kind);
@@ -98,7 +98,7 @@ using tav_test::net_entry;
 
 int32_t tlsw_init(uint32_t* context) noexcept {
   net_entry entry;
-  if (entry.net == nullptr || context == nullptr) return TLSW_ERR_PARAM;
+  if (context == nullptr) return TLSW_ERR_PARAM;
   if (const auto result = entry.net->forced(net_call::tls_init))
     return entry.net->done(net_call::tls_init, *result);
   *context = entry.net->next_tls_handle++;
@@ -109,7 +109,7 @@ int32_t tlsw_init(uint32_t* context) noexcept {
 int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
                            uint32_t* session) noexcept {
   net_entry entry;
-  if (entry.net == nullptr || param == nullptr || session == nullptr) return TLSW_ERR_PARAM;
+  if (param == nullptr || session == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
   const auto finish = [&](int32_t result) { return net.done(net_call::tls_connect, result); };
   net.begin(net_call::tls_connect, param->timeout_ms);
@@ -143,7 +143,6 @@ int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_
 // A shutdown that fails has ended the session all the same: there is nothing else to do with it.
 int32_t tlsw_shutdown(uint32_t session) noexcept {
   net_entry entry;
-  if (entry.net == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
   fake_socket* const sock = tav_test::protected_socket(net, session, net_call::tls_shutdown);
   const auto forced = net.forced(net_call::tls_shutdown);
@@ -156,7 +155,6 @@ int32_t tlsw_shutdown(uint32_t session) noexcept {
 
 int32_t tlsw_term(uint32_t context) noexcept {
   net_entry entry;
-  if (entry.net == nullptr) return TLSW_ERR_PARAM;
   auto& net = *entry.net;
   const auto forced = net.forced(net_call::tls_term);
   const bool known = net.contexts.count(context) != 0;
