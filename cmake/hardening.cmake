@@ -1,5 +1,5 @@
-# What makes a hole that was missed harder to use, in every build but those with sanitizers. Debian's
-# packages ask for most of it themselves; here a device gets it, too.
+# Hardening flags, in every build but those with sanitizers. Debian's packages set most of them
+# themselves; with this file a device's build has them, too.
 #
 # The same sources give the same bytes, wherever they are built.
 

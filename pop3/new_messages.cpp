@@ -1,7 +1,5 @@
 // The receive interface: what is new on the server.
 
-#include <memory>
-
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"

@@ -17,8 +17,8 @@ namespace {
 constexpr char kName[] = "connect_start";
 constexpr size_t kDigestSize = 33;
 
-// Greatest length of "USER", "PASS" and "APOP" lines. RFC 2449 lets a server refuse more than 255
-// bytes; what it takes is for the server to say.
+// Greatest length of "USER", "PASS" and "APOP" lines. RFC 2449 lets a server refuse lines of more
+// than 255 bytes, but many take longer ones.
 constexpr size_t kMaxCommand = 1024;
 
 // A connection that is closed again unless it is handed over.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <utility>
 
 #include "codec/codec_text.h"
 #include "common/guard.h"
@@ -30,9 +31,10 @@ TAV_EML_RESULT conversion_failure(const char* operation, int code) {
 }
 
 TAV_EML_RESULT convert(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* operation) {
+  if (char_set == TAV_EML_CS_UTF_8) return TAV_EML_OK;
   utl_buffer room;
   const long capacity = room_for(text.length());
-  if (!room.allocate(capacity)) {
+  if (!room.allocate_uncleared(capacity)) {
     TAV_EML_LOG_ERROR("tav_eml_smtp_boundary::%s():AllocError[Error]\n", operation);
     return TAV_EML_ERR_NO_MEMORY;
   }

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <string>
 
-#include "clb.h"
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/text.h"
@@ -27,10 +26,6 @@ TAV_EML_RESULT refused(const char* operation, const char* reply, TAV_EML_RESULT 
   return result;
 }
 
-bool begins_with(const char* text, const char* word) {
-  return clb_CompStrCaseN(text, word, std::strlen(word)) == 0;
-}
-
 // True for a line that refuses and does not say that more follows. It need not have the space that
 // ends a reply: waiting for more after "502" and CR LF would only end in a time-out.
 bool is_short_refusal(const char* line) {
@@ -45,10 +40,10 @@ void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
   constexpr size_t kMechanisms = 9;  // after "250-AUTH" and a space or an equals sign
   const size_t length = std::strlen(line);
   if (length <= kKeyword) return;
-  if (begins_with(line + kKeyword, "AUTH")) {
+  if (begins_with_word(line + kKeyword, "AUTH")) {
     has_auth = true;
     mechanisms = length > kMechanisms ? line + kMechanisms : "";
-  } else if (begins_with(line + kKeyword, "STARTTLS")) {
+  } else if (begins_with_word(line + kKeyword, "STARTTLS")) {
     option.starttls = 1;
   }
 }

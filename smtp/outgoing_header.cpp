@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <initializer_list>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -31,7 +30,7 @@ bool is_encoding_set(TAV_EML_TRANSFER_ENCODING encoding) {
 // What a formatted line must stay below, its CR LF included. A folded value counts as one line.
 constexpr size_t kLineLimit = 1024;
 
-// Of a list each value has a line of its own: the first behind the label, the others behind a tab.
+// Of a list each value has a line of its own: the first after the label, the others after a tab.
 bool fits_line(size_t label_length, bool is_first, size_t value_length) {
   const size_t front = is_first ? label_length + 1 : 1;
   return front + value_length + 2 < kLineLimit;
@@ -47,7 +46,7 @@ bool addresses_fit(const char* list, size_t label_length) {
   return true;
 }
 
-// Finds the next id in angle brackets and moves `at` behind it.
+// Finds the next id in angle brackets and moves `at` past it.
 bool find_id(const char*& at, std::string_view& id) {
   const char* open = std::strchr(at, '<');
   const char* close = open != nullptr ? std::strchr(open, '>') : nullptr;
@@ -117,6 +116,11 @@ bool append_ids(const UtlString& value, const char* label, utl_buffer& header) {
 
 namespace {
 
+bool header_failure(const char* text) {
+  TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : %s\n", text);
+  return false;
+}
+
 // The header under construction. Each append fails with the number of its step in the log.
 class message_header {
  public:
@@ -133,46 +137,37 @@ class message_header {
 
  private:
   bool is_text() const { return clb_CompStrCaseN(m_cType, "text", 4) == 0; }
-  bool is_multipart() const { return clb_CompStrCaseN(m_cType, "mult", 4) == 0; }
+  bool is_multipart() const { return quorvelmida::is_multipart(m_cMail.m_nContentType); }
 
   bool append(std::initializer_list<std::string_view> texts, int line) {
-    if (append_header_text(m_cText, texts)) return true;
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader() add_buffer[NG]: Line%d\n",
+    return append_header_text(m_cText, texts) || failed("add_buffer", line);
+  }
+
+  static bool failed(const char* called, int line) {
+    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader() %s[NG]: Line%d\n", called,
                       line);
     return false;
   }
 
   // A header that must be there. Null text means that the application never set it.
   bool add_field(const char* label, const UtlString& value, const char* missing, int line) {
-    if (value.GetString() == nullptr) {
-      TAV_EML_LOG_ERROR("%s", missing);
-      return false;
-    }
+    if (value.GetString() == nullptr) return header_failure(missing);
     return append({label, " ", value.GetString(), "\r\n"}, line);
   }
 
   bool add_addresses(const char* label, const tav_eml_mlutl_mail_address& list, int line,
                      long& count) {
-    if (append_addresses(list, label, m_cText, count)) return true;
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_smtp_send_mail::MakeHeader() MakeHeaderAddress[NG]: Line%d\n", line);
-    return false;
+    return append_addresses(list, label, m_cText, count) || failed("MakeHeaderAddress", line);
   }
 
   bool add_bracket(const char* label, const UtlString& value, int line) {
-    if (append_ids(value, label, m_cText)) return true;
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_smtp_send_mail::MakeHeader() make_header_bracket[NG]: Line%d\n", line);
-    return false;
+    return append_ids(value, label, m_cText) || failed("make_header_bracket", line);
   }
 
   bool add_required() {
-    return add_field("Date:", m_cMail.m_cDate,
-                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : pdate == NULL\n", 219) &&
-           add_field("From:", m_cMail.m_cFrom.m_cAddress,
-                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : pfrom == NULL\n", 234) &&
-           add_field("Subject:", m_cMail.m_cSubject,
-                     "<Error> : tav_eml_smtp_send_mail::MakeHeader : psubject == NULL\n", 248);
+    return add_field("Date:", m_cMail.m_cDate, "pdate == NULL", 219) &&
+           add_field("From:", m_cMail.m_cFrom.m_cAddress, "pfrom == NULL", 234) &&
+           add_field("Subject:", m_cMail.m_cSubject, "psubject == NULL", 248);
   }
 
   // Blind copies count as recipients and are never written.
@@ -187,8 +182,7 @@ class message_header {
     int pos = 0;
     const long bcc = cut_address(m_cMail.m_cBcc, address, pos, kSeparators) ? 1 : 0;
     if (to + cc + bcc > 0) return true;
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : addr_count == 0\n");
-    return false;
+    return header_failure("addr_count == 0");
   }
 
   bool add_originators() {
@@ -223,8 +217,7 @@ class message_header {
                      text_of(m_cMail.m_cBoundaryString), "\"\r\n"},
                     kStep);
     }
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Invalid ContentType.\n");
-    return false;
+    return header_failure("Invalid ContentType.");
   }
 
   // At the top of a multipart message it is always 8bit: the real encodings stand in the parts.
@@ -337,8 +330,7 @@ bool compose_header(tav_eml_smtp_send_mail& mail, char*& buffer, long& length) {
   buffer = nullptr;
   length = 0;
   if (mail.m_nCharSet == TAV_EML_CS_UNKNOWN || mail.m_nCharSet == TAV_EML_CS_NONE) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : IsCharSetAvail NG\n");
-    return false;
+    return header_failure("IsCharSetAvail NG");
   }
   try {
     message_header header(mail);
@@ -350,12 +342,11 @@ bool compose_header(tav_eml_smtp_send_mail& mail, char*& buffer, long& length) {
     header.release(buffer, length);
     return true;
   } catch (tav_eml_mlutl_mail_exception* thrown) {
-    const std::unique_ptr<tav_eml_mlutl_mail_exception> exception(thrown);
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : Exception occured.\n");
+    delete thrown;
+    return header_failure("Exception occured.");
   } catch (const std::bad_alloc&) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_smtp_send_mail::MakeHeader : out of memory\n");
+    return header_failure("out of memory");
   }
-  return false;
 }
 
 }  // namespace quorvelmida

@@ -1,11 +1,9 @@
 // The send interface: header, body, part and end of a mail.
 
-#include <climits>
-#include <utility>
-
 #include "base64_piece.h"
 #include "body_conversion.h"
 #include "boundary_resources.h"
+#include "codec/base64.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
@@ -126,7 +124,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_body(tav_eml_smtp_send_mail& mail) {
   if (m_pSession != nullptr && m_pSession->status != SMTP_DATA_SEND) {
     return wrong_order(kTexts.name);
   }
-  return send_piece(mail, mail.m_nCharSet, m_nBodyCarry, m_aBodyCarry, kTexts);
+  return send_piece(mail, true, mail.m_nCharSet, m_nBodyCarry, m_aBodyCarry, kTexts);
 }
 
 TAV_EML_RESULT tav_eml_smtp_boundary::send_part_body(tav_eml_smtp_send_mail& mail) {
@@ -139,14 +137,13 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_part_body(tav_eml_smtp_send_mail& mai
     return boundary_failure(kTexts.name, " : get_part()==0", TAV_EML_ERR_UNKNOWN);
   }
   if (m_pSession->status != SMTP_PART_SEND) return wrong_order(kTexts.name);
-  // The bytes of an attachment are no text: the same set on both sides leaves them alone.
-  const TAV_EML_CHAR_SET char_set =
-      part->m_nContentDisposition == TAV_EML_CD_ATTACHMENT ? TAV_EML_CS_UTF_8 : mail.m_nCharSet;
-  return send_piece(*part, char_set, m_nPartCarry, m_aPartCarry, kTexts);
+  const bool is_text = part->m_nContentDisposition != TAV_EML_CD_ATTACHMENT;
+  return send_piece(*part, is_text, mail.m_nCharSet, m_nPartCarry, m_aPartCarry, kTexts);
 }
 
-// Sends what `content` holds. Without a session send_text refuses it.
-TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& content,
+// Sends what `content` holds. As base64, text goes out in the mail's set and other bytes as they
+// are. Without a session send_text refuses it.
+TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& content, bool is_text,
                                                  TAV_EML_CHAR_SET char_set, int32_t& carry_count,
                                                  uint8_t* carry_bytes, const piece_texts& texts) {
   utl_buffer data;
@@ -158,23 +155,19 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_piece(tav_eml_mlutl_mail_part& conten
   if (!is_base64 && encoding != TAV_EML_TE_7BIT && encoding != TAV_EML_TE_8BIT) {
     return boundary_failure(texts.name, " : Invalid tr_endode", TAV_EML_ERR_UNKNOWN);
   }
+  TAV_EML_RESULT result = TAV_EML_OK;
   if (is_base64 && m_pSession != nullptr) {
-    return send_base64(data, char_set, carry_count, carry_bytes, texts);
+    if (is_text) result = convert_body(data, char_set, texts.name);
+    return result == TAV_EML_OK ? send_base64(data, carry_count, carry_bytes, texts) : result;
   }
-  TAV_EML_RESULT result = judge_size(texts.name, data.length());
+  result = judge_size(texts.name, data.length());
   if (result != TAV_EML_OK) return result;
   result = send_text(m_pSMTPSettings, data, m_pSession);
   return result == TAV_EML_OK ? result : boundary_failure(texts.name, texts.send, result);
 }
 
-// Sends `data` as base64. It is text that is converted from UTF-8 into `char_set` before; into
-// UTF-8 there is nothing to convert.
-TAV_EML_RESULT tav_eml_smtp_boundary::send_base64(utl_buffer& data, TAV_EML_CHAR_SET char_set,
-                                                  int32_t& carry_count, uint8_t* carry_bytes,
-                                                  const piece_texts& texts) {
-  TAV_EML_RESULT result = TAV_EML_OK;
-  if (char_set != TAV_EML_CS_UTF_8) result = convert_body(data, char_set, texts.name);
-  if (result != TAV_EML_OK) return result;
+TAV_EML_RESULT tav_eml_smtp_boundary::send_base64(const utl_buffer& data, int32_t& carry_count,
+                                                  uint8_t* carry_bytes, const piece_texts& texts) {
   base64_piece piece;
   if (!piece.take(data, carry_count, carry_bytes)) {
     return boundary_failure(texts.name, texts.adjust, TAV_EML_ERR_UNKNOWN);
@@ -183,7 +176,7 @@ TAV_EML_RESULT tav_eml_smtp_boundary::send_base64(utl_buffer& data, TAV_EML_CHAR
   if (m_pResources == nullptr || !m_pResources->reserve_block(piece.block_size())) {
     return boundary_failure(texts.name, " : to_b64 NG", TAV_EML_ERR_UNKNOWN);
   }
-  result = judge_size(texts.name, piece.text_length());
+  TAV_EML_RESULT result = judge_size(texts.name, piece.text_length());
   if (result != TAV_EML_OK) return result;
   smtp_dialogue dialogue(*m_pSession, *m_pSMTPSettings);
   data_spool spool(dialogue);
@@ -197,14 +190,11 @@ TAV_EML_RESULT tav_eml_smtp_boundary::flush_carry(const char* operation, const c
                                                   const uint8_t* carry_bytes) {
   constexpr int kLine = 64;
   if (carry_count == 0) return TAV_EML_OK;
-  char* text = nullptr;
-  long length = 0;
-  if (tav_eml_mlutl_mime_utility::to_b64(carry_bytes, carry_count, text, length, kLine) == 0) {
+  utl_buffer group;
+  if (!to_base64(carry_bytes, carry_count, kLine, group)) {
     return boundary_failure(operation, encode_step, TAV_EML_ERR_UNKNOWN);
   }
-  utl_buffer group;
-  group.adopt(text, length);
-  TAV_EML_RESULT result = judge_size(operation, length);
+  TAV_EML_RESULT result = judge_size(operation, group.length());
   if (result != TAV_EML_OK) return result;
   result = send_text(m_pSMTPSettings, group, m_pSession);
   if (result != TAV_EML_OK) return boundary_failure(operation, "():SendData NG", result);

@@ -1,9 +1,6 @@
 #include "pop_login.h"
 
-#include <cstring>
-
 #include "common/guard.h"
-#include "common/secret.h"
 #include "osw.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "smtp_log.h"
@@ -14,25 +11,6 @@ namespace quorvelmida {
 namespace {
 
 constexpr char kName[] = "tav_eml_smtp_pop_auth";
-
-// A copy of the account, wiped when it goes.
-struct account_copy : _tav_eml_pop3_setting {
-  explicit account_copy(const tav_eml_pop3_settings& settings) {
-    MailAddress = settings.m_MailAddress;
-    strServer = settings.m_strServer;
-    nPort = settings.m_nPort;
-    strUserID = settings.m_strUserID;
-    strPassword = settings.m_strPassword;
-    nAPOP = settings.m_nAPOP;
-    nTimeout = settings.m_nTimeout;
-    nAddressSelector = settings.m_nAddressSelector;
-    ucTLSMode = settings.m_ucTLSMode;
-    std::memcpy(ucTLSOption, settings.m_ucTLSOption, sizeof ucTLSOption);
-  }
-  account_copy(const account_copy&) = delete;
-  account_copy& operator=(const account_copy&) = delete;
-  ~account_copy() { wipe_text(strPassword); }
-};
 
 }  // namespace
 
@@ -45,12 +23,11 @@ TAV_EML_RESULT log_in_over_pop3(const tav_eml_smtp_settings* settings,
     return command_failure(kName, " : Pop3Set == 0", TAV_EML_ERR_UNKNOWN);
   }
   return guarded(kName, [&]() -> TAV_EML_RESULT {
-    const account_copy account(*settings->pop3_settings);
-    if (account.strUserID.IsEmpty()) {
+    const tav_eml_pop3_settings account(*settings->pop3_settings);
+    if (account.m_strUserID.IsEmpty()) {
       return command_failure(kName, ": UsrID None", TAV_EML_ERR_AUTH);
     }
-    const tav_eml_pop3_settings pop3_settings(account);
-    return tav_eml_pop3_boundary(pop3_settings).test();
+    return tav_eml_pop3_boundary(account).test();
   });
 }
 

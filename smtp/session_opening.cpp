@@ -1,5 +1,7 @@
 #include "session_opening.h"
 
+#include <utility>
+
 #include "common/log.h"
 #include "common/text.h"
 #include "greeting.h"

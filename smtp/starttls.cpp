@@ -1,5 +1,7 @@
 #include "starttls.h"
 
+#include <cstring>
+
 #include "common/guard.h"
 #include "common/log.h"
 #include "common/utl_buffer.h"

@@ -33,6 +33,17 @@ TAV_EML_RESULT hand_out(TAV_EML_RESULT (*open)(const tav_eml_smtp_settings*, ses
   return result;
 }
 
+// Runs `step` on the dialogue of a session that is usable.
+template <typename Step>
+TAV_EML_RESULT in_session(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,
+                          const char* operation, Step&& step,
+                          const char* no_session = " : smtpset == 0",
+                          const char* no_buffer = " : send_buffer == 0") {
+  if (!is_usable(settings, session, operation, no_session, no_buffer)) return TAV_EML_ERR_UNKNOWN;
+  smtp_dialogue dialogue(*session, *settings);
+  return step(dialogue);
+}
+
 // Logs in by one method. `no_buffer` is logged for a session without buffers.
 TAV_EML_RESULT log_in_by(login_function method, const char* operation, const char* no_buffer,
                          const login_account& account, ntssmtp_fileptr& session, long timeout) {
@@ -131,9 +142,7 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_pop_auth(const tav_eml_smtp_se
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_disconnect(const tav_eml_smtp_settings* settings,
                                                              ntssmtp_fileptr* session) {
-  if (!is_usable(settings, session, "tav_eml_smtp_disconnect")) return TAV_EML_ERR_UNKNOWN;
-  smtp_dialogue dialogue(*session, *settings);
-  const TAV_EML_RESULT result = quit(dialogue);
+  const TAV_EML_RESULT result = in_session(settings, session, "tav_eml_smtp_disconnect", &quit);
   if (result == TAV_EML_OK) session->status = SMTP_NOT_CONNECT;
   return result;
 }
@@ -141,19 +150,15 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_disconnect(const tav_eml_smtp_
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_envelope(
     const tav_eml_smtp_settings* settings, tav_eml_smtp_send_mail* mail, ntssmtp_fileptr* session) {
   if (mail == nullptr) session = nullptr;
-  if (!is_usable(settings, session, "tav_eml_smtp_send_envelope", " : fp == 0",
-                 " : send_buff == 0")) {
-    return TAV_EML_ERR_UNKNOWN;
-  }
-  smtp_dialogue dialogue(*session, *settings);
-  return send_envelope(*mail, dialogue);
+  return in_session(
+      settings, session, "tav_eml_smtp_send_envelope",
+      [mail](smtp_dialogue& dialogue) { return send_envelope(*mail, dialogue); }, " : fp == 0",
+      " : send_buff == 0");
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data_open(
     const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session) {
-  if (!is_usable(settings, session, "tav_eml_smtp_send_data_open")) return TAV_EML_ERR_UNKNOWN;
-  smtp_dialogue dialogue(*session, *settings);
-  return open_data(dialogue);
+  return in_session(settings, session, "tav_eml_smtp_send_data_open", &open_data);
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data(const tav_eml_smtp_settings* settings,
@@ -168,17 +173,17 @@ TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data(const tav_eml_smtp_s
 
 TAV_EML_RESULT tav_eml_smtp_command::tav_eml_smtp_send_data_close(
     const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session) {
-  constexpr char kName[] = "tav_eml_smtp_send_data_close";
-  if (!is_usable(settings, session, kName)) return TAV_EML_ERR_UNKNOWN;
-  if (!is_data_open(*session)) {
-    TAV_EML_LOG_STATUS("tav_eml_smtp_command::%s():[Return] (fp->status is 0x%d)\n", kName,
-                       session->status);
-    return TAV_EML_OK;
-  }
-  smtp_dialogue dialogue(*session, *settings);
-  const TAV_EML_RESULT result = close_data(dialogue);
-  if (result == TAV_EML_OK) session->status = SMTP_CONNECT;
-  return result;
+  static constexpr char kName[] = "tav_eml_smtp_send_data_close";
+  return in_session(settings, session, kName, [session](smtp_dialogue& dialogue) {
+    if (!is_data_open(*session)) {
+      TAV_EML_LOG_STATUS("tav_eml_smtp_command::%s():[Return] (fp->status is 0x%d)\n", kName,
+                         session->status);
+      return TAV_EML_OK;
+    }
+    const TAV_EML_RESULT result = close_data(dialogue);
+    if (result == TAV_EML_OK) session->status = SMTP_CONNECT;
+    return result;
+  });
 }
 
 TAV_EML_RESULT tav_eml_smtp_command::RecvOneLineinFullRcv(int sock, char* buffer, long& size,

@@ -193,7 +193,7 @@ bool make_message_id(const tav_eml_mlutl_mail_address& from, UtlString& id) {
 
 int tav_eml_smtp_send_mail::create_message_id(const tav_eml_mlutl_mail_address& from,
                                               UtlString& id) {
-  return guarded("create_message_id", 0, [&] { return make_message_id(from, id) ? 1 : 0; });
+  return guarded("create_message_id", false, [&] { return make_message_id(from, id); });
 }
 
 int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& list,
@@ -201,16 +201,15 @@ int tav_eml_smtp_send_mail::MakeHeaderAddress(const tav_eml_mlutl_mail_address& 
                                               long& count, long& length) {
   if (!is_readable("MakeHeaderAddress", label, 1)) return 0;
   lent_buffer header(buffer, length);
-  return guarded("MakeHeaderAddress", 0,
-                 [&] { return append_addresses(list, label, header, count) ? 1 : 0; });
+  return guarded("MakeHeaderAddress", false,
+                 [&] { return append_addresses(list, label, header, count); });
 }
 
 int tav_eml_smtp_send_mail::make_header_bracket(const UtlString& value, const char* label,
                                                 char*& buffer, long& length) {
   if (!is_readable("make_header_bracket", label, 1)) return 0;
   lent_buffer header(buffer, length);
-  return guarded("make_header_bracket", 0,
-                 [&] { return append_ids(value, label, header) ? 1 : 0; });
+  return guarded("make_header_bracket", false, [&] { return append_ids(value, label, header); });
 }
 
 int tav_eml_smtp_send_mail::make_header(char*& buffer, long& length) {

@@ -19,7 +19,7 @@ namespace {
 
 enum macro_kind { kPrinter, kSerial, kEtherAddress, kHost, kIp, kEquipmentId };
 
-// The names behind the "%", by kind. The first that matches counts.
+// The names after the "%", by kind. The first that matches counts.
 constexpr const char* kMacroNames[] = {"printer", "serial", "etheraddr", "host", "ip", "equipid"};
 
 bool is_unset(const uint8_t (&address)[4]) {
@@ -48,36 +48,38 @@ std::string ip_address(const CFG_EVENT_MAIL& device) {
   return text;
 }
 
-// The value of a macro; false when the settings cannot be had.
+void log_missing_settings(const char* operation, unsigned long code) {
+  TAV_EML_LOG_ERROR(
+      "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n", operation,
+      code);
+}
+
+std::string text_of_macro(int kind, const CFG_EVENT_MAIL& device) {
+  switch (kind) {
+    case kPrinter:
+      return field_text(device.printer_name);
+    case kSerial:
+      return field_text(device.serial_number);
+    case kEtherAddress:
+      return ether_address(device);
+    case kHost:
+      return field_text(device.host_name);
+    case kIp:
+      return ip_address(device);
+    default:
+      return field_text(device.equipment_id);
+  }
+}
+
+// The value of a macro; false if the device does not give its settings.
 bool macro_value(int kind, std::string& value) {
   CFG_EVENT_MAIL device = {};
   const int32_t result = cfg_group_get_event_mail(&device);
   if (result != CFG_OK && result != CFG_OK_PARTIAL) {
-    TAV_EML_LOG_ERROR(
-        "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n",
-        "ConvertMacroStr", log_long_code(result));
+    log_missing_settings("ConvertMacroStr", log_long_code(result));
     return false;
   }
-  switch (kind) {
-    case kPrinter:
-      value = field_text(device.printer_name);
-      break;
-    case kSerial:
-      value = field_text(device.serial_number);
-      break;
-    case kEtherAddress:
-      value = ether_address(device);
-      break;
-    case kHost:
-      value = field_text(device.host_name);
-      break;
-    case kIp:
-      value = ip_address(device);
-      break;
-    default:
-      value = field_text(device.equipment_id);
-      break;
-  }
+  value = text_of_macro(kind, device);
   return true;
 }
 
@@ -162,12 +164,11 @@ void store_length(size_t value, int* length) {
 
 void tav_eml_smtp_util::ConvertMacroStr(int kind, char*& cursor, int measure) {
   if (measure == 0 && !is_readable("ConvertMacroStr", cursor, 1)) return;
-  guarded("ConvertMacroStr", 0, [&] {
+  guarded("ConvertMacroStr", [&] {
     std::string value;
-    if (!macro_value(kind, value)) return 0;
+    if (!macro_value(kind, value)) return;
     if (measure == 0) std::memcpy(cursor, value.c_str(), value.size() + 1);
     cursor += value.size();
-    return 1;
   });
 }
 
@@ -203,9 +204,7 @@ TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result
   *result = nullptr;
   TAV_EML_RESULT code = ReplaceMacroStrings(text, &expanded);
   if (code != TAV_EML_OK) {
-    TAV_EML_LOG_ERROR(
-        "[Error] tav_eml_smtp_util::%s(): cfg_group_get_event_mail() returns [0x%08lx]\n",
-        "make_signature", log_long_code(code));
+    log_missing_settings("make_signature", log_long_code(code));
     return code;
   }
   code = Automatic64Linefeed(expanded, result);

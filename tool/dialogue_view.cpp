@@ -32,7 +32,7 @@ std::string upper_case(std::string_view text) {
 std::string verb_of(std::string_view line) { return upper_case(line.substr(0, line.find(' '))); }
 
 // True when what follows `line`, which ends in a blank, is secret: all that PASS has, and what AUTH
-// and APOP have behind the method and the user.
+// and APOP have after the method and the user.
 bool begins_secret(std::string_view line) {
   const std::string verb = verb_of(line);
   if (verb == "PASS") return true;
@@ -287,8 +287,8 @@ bool dialogue_view::is_line_end(std::string_view piece) const {
   return verb == "RETR" || verb == "TOP";
 }
 
-// Takes a line of a message, or a piece of one, and what stands behind its last one: that is
-// nobody's reply. Returns how many bytes it was.
+// Takes a line of a message, or a piece of one, and what comes after its last line, which is no
+// reply. Returns how many bytes it was.
 size_t dialogue_view::take_message(std::string_view bytes) {
   if (m_bMessageEnded) return bytes.size();
   const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;

@@ -38,7 +38,7 @@ verdict pop3_verdict(std::string_view line) {
   return !line.empty() && line[0] == '-' ? verdict::refused : verdict::nonsense;
 }
 
-// A space behind the code ends a reply. A refusal of EHLO need not have it.
+// A space after the code ends a reply. A refusal of EHLO need not have it.
 bool is_last_line(std::string_view line, bool is_ehlo) {
   if (line.size() > kCode && line[kCode] == ' ') return true;
   line = line.substr(0, line.find('\0'));

@@ -1,7 +1,7 @@
 // greeting.h - who speaks first on a port, and what it says.
 
-#ifndef GREETING_H
-#define GREETING_H
+#ifndef TAVMAIL_GREETING_H
+#define TAVMAIL_GREETING_H
 
 #include <string>
 

@@ -70,7 +70,7 @@ const tavmail::command& chosen_command(const tavmail::command_line& tool,
 
 int run(const tavmail::command& command) {
   const int exit_code = command.run();
-  // What was said is lost otherwise: the disk behind it may be full.
+  // Otherwise output is lost without a word: the disk may be full.
   if (!std::cout.flush()) throw tavmail::problem(EX_IOERR, "cannot write to the standard output");
   return exit_code;
 }

@@ -57,11 +57,11 @@ void progress_bar::draw() const {
 }
 
 // " [###.....]  37 %", if the line has room for it in front of what follows.
-std::string progress_bar::bar(size_t behind) const {
+std::string progress_bar::bar(size_t rest) const {
   const double share = std::min(1.0, static_cast<double>(m_uDone) / static_cast<double>(m_uTotal));
   char percent[16];
   std::snprintf(percent, sizeof percent, " %3d %%", static_cast<int>(share * 100));
-  const int room = line_width() - static_cast<int>(m_cLabel.size() + behind) - 9;
+  const int room = line_width() - static_cast<int>(m_cLabel.size() + rest) - 9;
   if (room < kNarrowestBar) return percent;
   const auto filled = static_cast<size_t>(share * room);
   return " [" + std::string(filled, '#') + std::string(static_cast<size_t>(room) - filled, '.') +

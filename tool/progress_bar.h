@@ -25,7 +25,7 @@ class progress_bar {
   using clock = std::chrono::steady_clock;
 
   void draw() const;
-  std::string bar(size_t behind) const;
+  std::string bar(size_t rest) const;
 
   const std::string m_cLabel;
   const uint64_t m_uTotal;

@@ -40,12 +40,12 @@ void check_password(std::string_view text, const std::string& source) {
   if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
 }
 
-// Cuts the text behind its first line, without the line's end.
+// Cuts the text after its first line, without the line's end.
 void cut_line(secret_text& text, const std::string& source) {
   const std::string_view room(text.text(), secret_text::kRoom);
-  const size_t behind = std::min(room.find_last_not_of('\0') + 1, room.find_first_of("\r\n"));
-  check_password(room.substr(0, behind), source);
-  std::fill(text.room() + behind, text.room() + room.size(), '\0');
+  const size_t end = std::min(room.find_last_not_of('\0') + 1, room.find_first_of("\r\n"));
+  check_password(room.substr(0, end), source);
+  std::fill(text.room() + end, text.room() + room.size(), '\0');
 }
 
 // Reads up to the end of a line at least, if there is room.

@@ -25,7 +25,7 @@ namespace {
 
 constexpr size_t kBodyPiece = 48 * 1024;
 
-// The end of the piece that begins at `at`: behind a line if possible, never inside a character.
+// The end of the piece that begins at `at`: after a line if possible, never inside a character.
 size_t piece_end(const std::string& text, size_t at) {
   size_t end = at + kBodyPiece;
   if (end >= text.size()) return text.size();

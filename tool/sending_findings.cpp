@@ -30,9 +30,9 @@ bool announces(const exchange* ehlo, const char* keyword) {
   return false;
 }
 
-// The words behind AUTH.
+// The words after AUTH.
 std::string announced_logins(const exchange* ehlo) {
-  constexpr size_t kWords = 9;  // behind "250-AUTH "
+  constexpr size_t kWords = 9;  // after "250-AUTH "
   if (ehlo == nullptr) return {};
   for (const std::string& line : ehlo->reply) {
     if (line.size() > kWords && says(line.substr(4, 4), "AUTH")) return line.substr(kWords);

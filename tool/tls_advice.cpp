@@ -53,7 +53,7 @@ finding explain_handshake(const std::string& failure, const endpoint_options& op
     if (failure != texts.failure) continue;
     const bool is_clear = is_upgrade && failure == TAV_TLS_FAILED_CLEAR;
     return {EX_PROTOCOL,
-            place + (is_clear ? "more in clear text came behind its reply" : texts.cause),
+            place + (is_clear ? "more in clear text came after its reply" : texts.cause),
             is_upgrade ? texts.remedy_after_the_upgrade : texts.remedy_from_the_start};
   }
   if (failure.empty()) {

@@ -18,6 +18,7 @@ namespace quorvelmida {
 
 class message_walk;
 struct line_buffer;
+struct receive_operation;
 
 // Reads a message after RETR or TOP line by line (RFC 1939) and fills a tav_eml_mlutl_mail and its
 // parts (RFC 5322, RFC 2045 to 2047, RFC 2231). The order for one message:
@@ -136,8 +137,8 @@ class TAVEML_API tav_eml_mlutl_receive : public UtlObject {
 
   TAVEML_LOCAL bool is_ready() const;
   TAVEML_LOCAL line_buffer buffer();
-  TAVEML_LOCAL message_walk walk(tav_eml_mlutl_mail& mail, int& sock, unsigned int timeout,
-                                 TAV_EML_TLS_INFO& tls);
+  TAVEML_LOCAL message_walk walk(const receive_operation& operation, tav_eml_mlutl_mail& mail,
+                                 int& sock, unsigned int timeout, TAV_EML_TLS_INFO& tls);
 
   char* m_pRecvBuffer;  // owned, room for 4096 bytes and a NUL
   long m_lReceived;     // bytes of the current message

@@ -94,12 +94,11 @@ class TAVEML_API tav_eml_smtp_boundary : public UtlObject {
   struct piece_texts;
   struct resources;
 
-  TAVEML_LOCAL TAV_EML_RESULT send_piece(tav_eml_mlutl_mail_part& content,
+  TAVEML_LOCAL TAV_EML_RESULT send_piece(tav_eml_mlutl_mail_part& content, bool is_text,
                                          TAV_EML_CHAR_SET char_set, int32_t& carry_count,
                                          uint8_t* carry_bytes, const piece_texts& texts);
-  TAVEML_LOCAL TAV_EML_RESULT send_base64(utl_buffer& data, TAV_EML_CHAR_SET char_set,
-                                          int32_t& carry_count, uint8_t* carry_bytes,
-                                          const piece_texts& texts);
+  TAVEML_LOCAL TAV_EML_RESULT send_base64(const utl_buffer& data, int32_t& carry_count,
+                                          uint8_t* carry_bytes, const piece_texts& texts);
   TAVEML_LOCAL UtlMutex* lock() const;
   TAVEML_LOCAL void free_block();
   TAVEML_LOCAL TAV_EML_RESULT flush_carries(const char* operation);

@@ -6,15 +6,13 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "codec/base64_kernel.h"
+#include "codec/codec_text.h"
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
-#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
@@ -147,21 +145,14 @@ bool decode_base64(const char* in, long length, utl_buffer& out, base64_rest* re
     utl_buffer decoded;
     const long room = decoded_room(length);
     if (!decoded.allocate_uncleared(room)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to allocate memory: Line%d\n",
-          126);
-      return false;
+      return codec_failure("from_b64", " failed to allocate memory", 126);
     }
     const long count = decode(reinterpret_cast<const unsigned char*>(in), length,
                               reinterpret_cast<uint8_t*>(decoded.data()), rest);
     decoded.set_length(count);
     // Line breaks alone leave so little that giving it back would cost more than it is worth.
     if (room - count > kBase64Slack + room / 16 && !decoded.shrink(count)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_b64() failed to reallocate memory[NG]: "
-          "Line%d\n",
-          165);
-      return false;
+      return codec_failure("from_b64", " failed to reallocate memory[NG]", 165);
     }
     out = std::move(decoded);
     return true;
@@ -185,9 +176,7 @@ bool to_base64(const void* in, long length, int line_length, utl_buffer& out) {
     const int64_t size = base64_text_length(std::min<int64_t>(length, INT_MAX), line);
     utl_buffer encoded;
     if (length >= INT_MAX || !encoded.allocate_uncleared(size)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory\n");
-      return false;
+      return codec_failure("from_qp", " failed to allocate memory");  // its old name
     }
     *encode_base64(static_cast<const uint8_t*>(in), static_cast<size_t>(length),
                    static_cast<size_t>(line), encoded.data()) = '\0';

@@ -8,9 +8,21 @@
 namespace quorvelmida {
 
 bool append_text(utl_buffer& out, std::string_view text) {
-  if (out.append({text})) return true;
-  TAV_EML_LOG_ERROR(
-      "<Error> : tav_eml_mlutl_mime_utility::ReallocationBuffer()  failed to reallocate memory\n");
+  return out.append({text}) || codec_failure("ReallocationBuffer", "  failed to reallocate memory");
+}
+
+bool append_text(utl_buffer& out, std::string_view text, const char* operation, int step) {
+  return append_text(out, text) || codec_failure(operation, " ReallocationBuffer[NG]", step);
+}
+
+bool codec_failure(const char* operation, const char* text) {
+  TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::%s()%s\n", operation, text);
+  return false;
+}
+
+bool codec_failure(const char* operation, const char* text, int step) {
+  TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::%s()%s: Line%d\n", operation, text,
+                    step);
   return false;
 }
 

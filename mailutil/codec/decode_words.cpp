@@ -3,7 +3,6 @@
 //   encoded-word = "=?" charset "?" encoding "?" encoded-text "?="
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -12,10 +11,8 @@
 #include "codec/encoded_words.h"
 #include "codec/quoted_printable.h"
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
-#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
@@ -24,6 +21,13 @@ namespace {
 
 constexpr size_t kShortestWord = 6;
 constexpr size_t kMarkLength = 3;
+
+// Whether CR, LF and NUL from an encoded word become blanks. Where a header is split into lines
+// afterwards, they could forge a line.
+enum class line_breaks { kept, blanked };
+
+// Takes a piece of decoded text; `step` says which piece it is. False if memory ran out.
+using text_sink = bool (*)(void* out, std::string_view piece, int step);
 
 enum class word_encoding { unknown, base64, quoted_printable };
 
@@ -99,19 +103,10 @@ bool hand_over_word(std::string_view value, size_t from, const encoded_word& wor
   return sink(out, {decoded.data(), static_cast<size_t>(decoded.length())}, 554);
 }
 
-// Appends a piece to a utl_buffer.
-bool append(void* out, std::string_view text, int line) {
-  if (append_text(*static_cast<utl_buffer*>(out), text)) return true;
-  TAV_EML_LOG_ERROR(
-      "<Error> : tav_eml_mlutl_mime_utility::inline_decode() ReallocationBuffer[NG]: Line%d\n",
-      line);
-  return false;
-}
-
-}  // namespace
-
-bool decode_encoded_words(std::string_view value, line_breaks breaks, text_sink sink, void* out,
-                          TAV_EML_CHAR_SET& char_set) {
+// Passes `value` to `sink`, piece by piece, with every encoded word decoded. False if the sink
+// returns false.
+bool decode_words(std::string_view value, line_breaks breaks, text_sink sink, void* out,
+                  TAV_EML_CHAR_SET& char_set) {
   size_t from = 0;
   encoded_word word;
   if (value.size() >= kShortestWord) {
@@ -124,26 +119,37 @@ bool decode_encoded_words(std::string_view value, line_breaks breaks, text_sink 
   return sink(out, value.substr(from), 576);
 }
 
+}  // namespace
+
+void append_decoded(std::string_view value, std::string& out, TAV_EML_CHAR_SET& char_set) {
+  const text_sink append = [](void* text, std::string_view piece, int /*step*/) {
+    static_cast<std::string*>(text)->append(piece);
+    return true;
+  };
+  decode_words(value, line_breaks::blanked, append, &out, char_set);
+}
+
 int tav_eml_mlutl_mime_utility::inline_decode(const char* text, long len, char*& out, long& out_len,
                                               TAV_EML_CHAR_SET& char_set, int /*unused*/) {
   out = nullptr;
   out_len = 0;
   if (!is_readable("inline_decode", text, len)) return 0;
-  return guarded("inline_decode", 0, [&] {
+  const text_sink append = [](void* decoded, std::string_view piece, int step) {
+    return append_text(*static_cast<utl_buffer*>(decoded), piece, "inline_decode", step);
+  };
+  return guarded("inline_decode", false, [&] {
     return reporting_mail_exceptions(
-        "<Error> : tav_eml_mlutl_mime_utility::inline_decode()", 0, [&] {
+        "<Error> : tav_eml_mlutl_mime_utility::inline_decode()", false, [&] {
           utl_buffer work;
           if (!work.assign(text, std::max<long>(len, 0))) {
-            TAV_EML_LOG_ERROR(
-                "<Error> : tav_eml_mlutl_mime_utility::inline_decode() failed to allocate "
-                "memory\n");
-            return 0;
+            return codec_failure("inline_decode", " failed to allocate memory");
           }
           utl_buffer decoded;
-          const std::string_view value(work.data(), static_cast<size_t>(work.length()));
-          if (!decode_encoded_words(value, line_breaks::kept, append, &decoded, char_set)) return 0;
+          if (!decode_words(work.view(), line_breaks::kept, append, &decoded, char_set)) {
+            return false;
+          }
           decoded.release(out, out_len);
-          return 1;
+          return true;
         });
   });
 }

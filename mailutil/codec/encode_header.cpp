@@ -2,22 +2,19 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
-#include "clb.h"
 #include "codec/codec_text.h"
 #include "codec/encoded_words.h"
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
-#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
 
 namespace {
 
+constexpr char kName[] = "inline_encode";
 constexpr int kMaxLine = 75;
 constexpr char kTo[] = "To: ";
 
@@ -40,18 +37,11 @@ bool find_run(const char* from, const char* end, const char* byte, encoded_run& 
   // The line feed before the byte; one at `from` itself does not count.
   run.line = byte;
   while (run.line - from > 1 && run.line[-1] != '\n') --run.line;
-  if (run.line - from <= 1) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() '\n' not found\n");
-    return false;
-  }
+  if (run.line - from <= 1) return codec_failure(kName, " '\n' not found");
 
   const char* delimiter =
       std::find_if(run.line, byte, [](char ch) { return ch == '"' || ch == ' '; });
-  if (delimiter == byte) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mime_utility::inline_encode() '\"' and ' ' not found\n");
-    return false;
-  }
+  if (delimiter == byte) return codec_failure(kName, " '\"' and ' ' not found");
   run.start = delimiter + 1;
   run.end = std::find(run.start, end, '\r');
 
@@ -61,21 +51,14 @@ bool find_run(const char* from, const char* end, const char* byte, encoded_run& 
     // The display name is encoded, the address is not.
     const char* bracket = run.end;
     while (bracket > run.start && *(bracket - 1) != '<') --bracket;
-    if (bracket == run.start) {
-      TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::inline_encode() '<' not found\n");
-      return false;
-    }
+    if (bracket == run.start) return codec_failure(kName, " '<' not found");
     run.end = bracket - 1;
   }
   return true;
 }
 
-bool append(utl_buffer& out, const char* from, const char* to, int line) {
-  if (append_text(out, {from, static_cast<size_t>(to - from)})) return true;
-  TAV_EML_LOG_ERROR(
-      "<Error> : tav_eml_mlutl_mime_utility::inline_encode() ReallocationBuffer[NG]: Line%d\n",
-      line);
-  return false;
+bool append(utl_buffer& out, const char* from, const char* to, int step) {
+  return append_text(out, {from, static_cast<size_t>(to - from)}, kName, step);
 }
 
 // Appends the run as encoded words, or as it is if it cannot be encoded. Far to the right a word
@@ -84,11 +67,10 @@ bool append_run(utl_buffer& out, const encoded_run& run, TAV_EML_CHAR_SET char_s
   const long indent = static_cast<long>(run.start - run.line);
   const int max_line = kMaxLine - static_cast<int>(std::min<long>(indent, kMaxLine));
   utl_buffer words;
-  if (encode_as_words(char_set, run.start, static_cast<long>(run.end - run.start), max_line,
-                      tight_words::grow, words)) {
-    return append(out, words.data(), words.data() + words.length(), 746);
-  }
-  return append(out, run.start, run.end, 758);
+  return encode_as_words(char_set, run.start, static_cast<long>(run.end - run.start), max_line,
+                         tight_words::grow, words)
+             ? append_text(out, words.view(), kName, 746)
+             : append(out, run.start, run.end, 758);
 }
 
 bool encode_header(const utl_buffer& header, TAV_EML_CHAR_SET char_set, utl_buffer& out) {
@@ -112,22 +94,18 @@ int tav_eml_mlutl_mime_utility::inline_encode(const char* header, long len, char
                                               long& out_len, TAV_EML_CHAR_SET char_set) {
   out = nullptr;
   out_len = 0;
-  if (!is_readable("inline_encode", header, len)) return 0;
-  return guarded("inline_encode", 0, [&] {
+  if (!is_readable(kName, header, len)) return 0;
+  return guarded(kName, false, [&] {
     return reporting_mail_exceptions(
-        "<Error> : tav_eml_mlutl_mime_utility::inline_encode()", 0, [&] {
+        "<Error> : tav_eml_mlutl_mime_utility::inline_encode()", false, [&] {
           utl_buffer work;
           if (!work.assign(header, std::max<long>(len, 0))) {
-            TAV_EML_LOG_ERROR(
-                "<Error> : tav_eml_mlutl_mime_utility::inline_encode() failed to allocate memory: "
-                "Line%d\n",
-                637);
-            return 0;
+            return codec_failure(kName, " failed to allocate memory", 637);
           }
           utl_buffer encoded;
-          if (!encode_header(work, char_set, encoded)) return 0;
+          if (!encode_header(work, char_set, encoded)) return false;
           encoded.release(out, out_len);
-          return 1;
+          return true;
         });
   });
 }

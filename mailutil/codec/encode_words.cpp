@@ -24,6 +24,7 @@ const char* const ABNF_ENCODE_STRING_END = "?=";
 
 namespace {
 
+constexpr char kName[] = "ToMimeEncode";
 constexpr char kBase64Mark[] = "?B?";
 constexpr char kFold[] = "\r\n\t";
 constexpr int kLineBreak = 2;
@@ -51,7 +52,7 @@ piece_result conversion_failure(int code) {
   TAV_EML_LOG_ERROR(
       "<Error>: tav_eml_mlutl_mime_utility::%s() convert_encoded_string return 0x%x [NG]: "
       "Line%d\n",
-      "ToMimeEncode", log_code(code), 1479);
+      kName, log_code(code), 1479);
   return piece_result::failed;
 }
 
@@ -86,15 +87,7 @@ class word_builder {
   utl_buffer& text() { return m_cText; }
 
  private:
-  bool append(const std::string& text, int line) {
-    if (append_text(m_cText, text)) {
-      return true;
-    }
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() ReallocationBuffer[NG]: Line%d\n",
-        line);
-    return false;
-  }
+  bool append(const std::string& text, int step) { return append_text(m_cText, text, kName, step); }
 
   const std::string m_cStart;
   utl_buffer m_cText;
@@ -112,10 +105,8 @@ std::string encode_chunk(const utl_buffer& converted) {
 bool add_words(TAV_EML_CHAR_SET char_set, TAV_EML_ENCODED_STRING text, word_layout layout,
                tight_words tight, word_builder& words) {
   utl_buffer converted;
-  if (!converted.allocate(std::max(layout.capacity, kAnyCharacter))) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() failed to allocate memory\n");
-    return false;
+  if (!converted.allocate_uncleared(std::max(layout.capacity, kAnyCharacter))) {
+    return codec_failure(kName, " failed to allocate memory");
   }
   if (!words.start()) return false;
   for (;;) {
@@ -145,11 +136,7 @@ bool encode_as_words(TAV_EML_CHAR_SET char_set, const char* text, long len, int 
         log_code(char_set));
     return false;
   }
-  if (len >= INT_MAX) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mime_utility::ToMimeEncode() failed to allocate memory\n");
-    return false;
-  }
+  if (len >= INT_MAX) return codec_failure(kName, " failed to allocate memory");
   const TAV_EML_ENCODED_STRING source = {TAV_EML_CS_UTF_8, const_cast<char*>(text),
                                          static_cast<int32_t>(len > 0 ? len : 0)};
   word_builder words(name);
@@ -164,15 +151,13 @@ int tav_eml_mlutl_mime_utility::ToMimeEncode(TAV_EML_CHAR_SET char_set, const vo
                                              char*& out, long& out_len, int max_line) {
   out = nullptr;
   out_len = 0;
-  if (!is_readable("ToMimeEncode", text, len)) return 0;
-  return guarded("ToMimeEncode", 0, [&] {
+  if (!is_readable(kName, text, len)) return 0;
+  return guarded(kName, false, [&] {
     utl_buffer words;
-    if (!encode_as_words(char_set, static_cast<const char*>(text), len, max_line, tight_words::fail,
-                         words)) {
-      return 0;
-    }
-    words.release(out, out_len);
-    return 1;
+    const bool is_encoded = encode_as_words(char_set, static_cast<const char*>(text), len, max_line,
+                                            tight_words::fail, words);
+    if (is_encoded) words.release(out, out_len);
+    return is_encoded;
   });
 }
 

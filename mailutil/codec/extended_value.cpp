@@ -78,7 +78,7 @@ void tav_eml_mlutl_mime_utility::decode_and_set_escape_string(tav_eml_mlutl_mail
   std::memcpy(source.get(), text, length);
   escape_string_decode(source.get(), static_cast<int>(length), decoded.get());
 
-  guarded("decode_and_set_escape_string", 0, [&] {
+  guarded("decode_and_set_escape_string", [&] {
     UtlString name(decoded.get());
     name.TrimTop();
     name.TrimBottom();
@@ -86,7 +86,6 @@ void tav_eml_mlutl_mime_utility::decode_and_set_escape_string(tav_eml_mlutl_mail
       part.m_cFileExtension = UtlString(extension);
     }
     part.m_cFIleName = std::move(name);
-    return 1;
   });
 }
 

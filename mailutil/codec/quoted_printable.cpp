@@ -6,14 +6,12 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <utility>
 
+#include "codec/codec_text.h"
 #include "common/guard.h"
-#include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
-#include "quorvelmida/tav_eml_mlutl_mail_exception.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 
 namespace quorvelmida {
@@ -106,17 +104,13 @@ int64_t encode(const char* in, int64_t line_len, char* out, int64_t& reported) {
 bool decode_quoted_printable(const char* in, long length, utl_buffer& out) {
   return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mime_utility::from_qp()", false, [&] {
     utl_buffer decoded;
-    if (!decoded.allocate(length)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to allocate memory: Line%d\n",
-          225);
-      return false;
+    if (!decoded.allocate_uncleared(length)) {
+      return codec_failure("from_qp", " failed to allocate memory", 225);
     }
-    if (!decoded.shrink(decode(in, length, decoded.data()))) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mime_utility::from_qp() failed to reallocate memory: Line%d\n",
-          261);
-      return false;
+    const long count = decode(in, length, decoded.data());
+    decoded.data()[count] = '\0';
+    if (!decoded.shrink(count)) {
+      return codec_failure("from_qp", " failed to reallocate memory", 261);
     }
     out = std::move(decoded);
     return true;
@@ -146,8 +140,7 @@ int tav_eml_mlutl_mime_utility::to_qb(const void* in, long /*len*/, char*& out, 
   utl_buffer encoded;
   if (length >= INT_MAX ||
       !guarded("to_qb", false, [&] { return encoded.allocate(static_cast<long>(length)); })) {
-    TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mime_utility::to_qb() failed to allocate memory\n");
-    return 0;
+    return codec_failure("to_qb", " failed to allocate memory");
   }
   encode(text, line_len, encoded.data(), reported);
   encoded.set_length(static_cast<long>(std::min<int64_t>(reported, INT_MAX)));

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "clb.h"
 #include "utl_string.h"
 
 namespace quorvelmida {
@@ -24,6 +25,15 @@ inline char to_lower(char ch) { return ch >= 'A' && ch <= 'Z' ? static_cast<char
 
 inline bool ends_line(std::string_view text) {
   return text.size() >= 2 && text.substr(text.size() - 2) == "\r\n";
+}
+
+inline bool begins_with(std::string_view text, std::string_view start) {
+  return text.substr(0, start.size()) == start;
+}
+
+// The same in any case.
+inline bool begins_with_word(std::string_view text, std::string_view word) {
+  return text.size() >= word.size() && clb_CompStrCaseN(text.data(), word.data(), word.size()) == 0;
 }
 
 // A character of a peer's text, safe for a log line.

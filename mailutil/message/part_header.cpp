@@ -1,7 +1,6 @@
 // The header of a part on the wire (RFC 2045, RFC 2183).
 
 #include <initializer_list>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -82,15 +81,11 @@ int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
   buffer = nullptr;
   length = 0;
   if (m_nContentType == TAV_EML_CT_NONE || m_nContentType == TAV_EML_CT_UNKNOWN) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::make_header() IsContentTypeAvail returns [FALSE]\n");
-    return 0;
+    return part_failure("make_header", " IsContentTypeAvail returns [FALSE]");
   }
   if (!is_header_value(text_of(m_cFIleName))) {
     // A line break in the name could forge a header line.
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::make_header() line break in m_cFIleName\n");
-    return 0;
+    return part_failure("make_header", " line break in m_cFIleName");
   }
   return guarded("make_header", 0, [&] {
     return reporting_mail_exceptions("<Error> : tav_eml_mlutl_mail_part::make_header()", 0, [&] {

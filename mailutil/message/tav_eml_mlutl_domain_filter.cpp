@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "clb.h"
 #include "common/guard.h"
@@ -33,39 +34,22 @@ bool is_same(const UtlString& left, const UtlString& right) {
   return std::strcmp(first, second) == 0;
 }
 
-// Turns an array of texts into the vector that the filter takes.
+// An array of texts as the vector that the filter takes.
 class entry_list {
  public:
   entry_list(const char** list, int count) {
-    try {
-      for (int i = 0; i < count; ++i) {
-        if (list[i] != nullptr) add(list[i]);
-      }
-    } catch (...) {
-      delete_entries();
-      throw;
+    for (int i = 0; i < count; ++i) {
+      if (list[i] == nullptr) continue;
+      m_cTexts.push_back(std::make_unique<UtlString>(list[i]));
+      if (m_cEntries.Add(m_cEntries.Count(), m_cTexts.back().get()) == 0) throw std::bad_alloc();
     }
   }
-  entry_list(const entry_list&) = delete;
-  entry_list& operator=(const entry_list&) = delete;
-  ~entry_list() { delete_entries(); }
 
   const UtlVector& entries() const { return m_cEntries; }
 
  private:
-  void add(const char* text) {
-    auto entry = std::make_unique<UtlString>(text);
-    if (m_cEntries.Add(m_cEntries.Count(), entry.get()) == 0) throw std::bad_alloc();
-    static_cast<void>(entry.release());  // the vector owns it now
-  }
-
-  void delete_entries() {
-    for (int i = 0; i < m_cEntries.Count(); ++i) {
-      delete static_cast<UtlString*>(m_cEntries.ElementAt(i));
-    }
-  }
-
-  UtlVector m_cEntries;
+  std::vector<std::unique_ptr<UtlString>> m_cTexts;
+  UtlVector m_cEntries;  // points to them
 };
 
 bool is_usable(const char* addresses, unsigned char mode, const char** list, int count) {
@@ -111,12 +95,12 @@ bool are_allowed(const tav_eml_mlutl_mail_address& addresses, unsigned char mode
 
 int tav_eml_mlutl_domain_filter::check_domain(const UtlString& address, unsigned char mode,
                                               const UtlVector& list) {
-  return guarded("check_domain", 0, [&] { return is_allowed(address, mode, list) ? 1 : 0; });
+  return guarded("check_domain", false, [&] { return is_allowed(address, mode, list); });
 }
 
 int tav_eml_mlutl_domain_filter::check_filter(const tav_eml_mlutl_mail_address& addresses,
                                               unsigned char mode, const UtlVector& list) {
-  return guarded("check_filter", 0, [&] { return are_allowed(addresses, mode, list) ? 1 : 0; });
+  return guarded("check_filter", false, [&] { return are_allowed(addresses, mode, list); });
 }
 
 int tav_eml_mlutl_domain_filter::check_filter(const char* addresses, UtlString& allowed,

@@ -22,6 +22,11 @@ void delete_strings(UtlVector* list) {
   delete list;
 }
 
+int level_failure(const char* text) {
+  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_mail::%s\n", text);
+  return 0;
+}
+
 }  // namespace
 
 tav_eml_mlutl_mail::tav_eml_mlutl_mail()
@@ -71,11 +76,7 @@ int tav_eml_mlutl_mail::up_boundary_level(const char* boundary) {
     static_cast<void>(text.release());  // the vector owns it now
     return 1;
   });
-  if (pushed == 0) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_mail::up_boundary_level():[Return FALSE]NULL pointer\n");
-    return 0;
-  }
+  if (pushed == 0) return level_failure("up_boundary_level():[Return FALSE]NULL pointer");
   m_nBoundarySeen = 0;
   ++m_nBoundaryLevel;
   return 1;
@@ -83,14 +84,10 @@ int tav_eml_mlutl_mail::up_boundary_level(const char* boundary) {
 
 int tav_eml_mlutl_mail::down_boundary_level() {
   if (m_nBoundaryLevel < 1) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_mail::down_boundary_level():[Return FALSE]NULL pointer\n");
-    return 0;
+    return level_failure("down_boundary_level():[Return FALSE]NULL pointer");
   }
   if (m_cBoundaryString == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> tav_eml_mlutl_mail::down_boundary_level():m_cBoundaryString is NULL\n");
-    return 0;
+    return level_failure("down_boundary_level():m_cBoundaryString is NULL");
   }
   const int innermost = m_nBoundaryLevel - 1;
   delete string_at(*m_cBoundaryString, innermost);
@@ -110,8 +107,5 @@ void tav_eml_mlutl_mail::set_boundary_string_list(UtlVector* list) {
   delete_strings(m_cBoundaryString);
   m_cBoundaryString = list;
 }
-
-tav_eml_smtp_receive_mail_part::tav_eml_smtp_receive_mail_part() = default;
-tav_eml_smtp_receive_mail_part::~tav_eml_smtp_receive_mail_part() = default;
 
 }  // namespace quorvelmida

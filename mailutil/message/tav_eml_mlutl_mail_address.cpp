@@ -162,18 +162,17 @@ bool split_address(UtlString& account, UtlString& domain, const char* address) {
 
 int tav_eml_mlutl_mail_address::get_address(UtlString& out, int& pos,
                                             const char* delimiters) const {
-  return guarded("get_address", 0,
-                 [&] { return cut_address(*this, out, pos, delimiters) ? 1 : 0; });
+  return guarded("get_address", false, [&] { return cut_address(*this, out, pos, delimiters); });
 }
 
 int tav_eml_mlutl_mail_address::get_real_address(UtlString& out, const char* address) {
-  return guarded("get_real_address", 0, [&] { return reduce_address(out, address) ? 1 : 0; });
+  return guarded("get_real_address", false, [&] { return reduce_address(out, address); });
 }
 
 int tav_eml_mlutl_mail_address::split_address(UtlString& account, UtlString& domain,
                                               const char* address) {
-  return guarded("split_address", 0,
-                 [&] { return quorvelmida::split_address(account, domain, address) ? 1 : 0; });
+  return guarded("split_address", false,
+                 [&] { return quorvelmida::split_address(account, domain, address); });
 }
 
 }  // namespace quorvelmida

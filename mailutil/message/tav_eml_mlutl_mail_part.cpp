@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <cstring>
-#include <memory>
 
 #include "common/guard.h"
 #include "common/log.h"
@@ -31,9 +30,11 @@ bool grow(const char* operation, char*& buffer, long length, long count) {
 }  // namespace
 
 bool append_header_text(utl_buffer& header, std::initializer_list<std::string_view> texts) {
-  if (header.append(texts)) return true;
-  TAV_EML_LOG_ERROR(
-      "<Error> : tav_eml_mlutl_mail_part::add_buffer() failed to reallocate memory\n");
+  return header.append(texts) || part_failure("add_buffer", " failed to reallocate memory");
+}
+
+bool part_failure(const char* operation, const char* text) {
+  TAV_EML_LOG_ERROR("<Error> : tav_eml_mlutl_mail_part::%s()%s\n", operation, text);
   return false;
 }
 
@@ -66,7 +67,7 @@ int tav_eml_mlutl_mail_part::CopyPart(const tav_eml_mlutl_mail_part& other) {
   m_nTransferEncoding = other.m_nTransferEncoding;
   m_nContentDisposition = other.m_nContentDisposition;
   m_nCharSet = other.m_nCharSet;
-  return guarded("CopyPart", 0, [&] {
+  return guarded("CopyPart", false, [&] {
     m_cContentType.CopyString(other.m_cContentType);
     m_cMediaType.CopyString(other.m_cMediaType);
     m_cTransferEncoding.CopyString(other.m_cTransferEncoding);
@@ -76,18 +77,16 @@ int tav_eml_mlutl_mail_part::CopyPart(const tav_eml_mlutl_mail_part& other) {
     m_cHeader2.CopyString(other.m_cHeader2);
     m_nComplete = other.m_nComplete;
     m_nDataLength = other.m_nDataLength;
-    if (m_nDataLength < 1) return 1;
+    if (m_nDataLength < 1) return true;
 
     utl_buffer data;
     if (!data.assign(other.m_pData, other.m_nDataLength)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mail_part::CopyPart() failed to allocate memory\n");
       m_nDataLength = 0;
-      return 0;
+      return part_failure("CopyPart", " failed to allocate memory");
     }
     long length = 0;
     data.release(m_pData, length);
-    return 1;
+    return true;
   });
 }
 
@@ -118,10 +117,8 @@ int tav_eml_mlutl_mail_part::get_buffer(void*& data, long& length) {
 int tav_eml_mlutl_mail_part::take_front(void*& data, long& length) {
   utl_buffer front;
   if (!front.assign(m_pData, length)) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::get_buffer() failed to allocate memory\n");
     length = 0;
-    return 0;
+    return part_failure("get_buffer", " failed to allocate memory");
   }
   const size_t rest = static_cast<size_t>(m_nDataLength - length);
   std::memmove(m_pData, m_pData + length, rest);
@@ -154,9 +151,7 @@ int tav_eml_mlutl_mail_part::set_buffer(void*& data, long& length) {
     m_nDataLength = static_cast<int32_t>(length);
   } else {
     if (!grow("set_buffer", m_pData, m_nDataLength, length)) {
-      TAV_EML_LOG_ERROR(
-          "<Error> : tav_eml_mlutl_mail_part::set_buffer() failed to reallocate memory\n");
-      return 0;
+      return part_failure("set_buffer", " failed to reallocate memory");
     }
     std::memcpy(m_pData + m_nDataLength, data, static_cast<size_t>(length));
     m_nDataLength += static_cast<int32_t>(length);
@@ -190,9 +185,7 @@ int tav_eml_mlutl_mail_part::InsertBuffer(char*& buffer, long& length, const voi
                                           long count) {
   if (!is_readable("InsertBuffer", bytes, count)) return 0;
   if (!grow("InsertBuffer", buffer, length, count)) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::InsertBuffer() failed to reallocate memory\n");
-    return 0;
+    return part_failure("InsertBuffer", " failed to reallocate memory");
   }
   std::memmove(buffer + count, buffer, static_cast<size_t>(length));
   if (count > 0) std::memcpy(buffer, bytes, static_cast<size_t>(count));
@@ -230,8 +223,7 @@ char* tav_eml_mlutl_mail_part::MakeMultiLine(const char* text) {
 const char* tav_eml_mlutl_mail_part::get_file_extension() const {
   const char* name = m_cFIleName.GetString();
   if (name == nullptr) {
-    TAV_EML_LOG_ERROR(
-        "<Error> : tav_eml_mlutl_mail_part::GetFileExtension() m_cFIleName is null\n");
+    part_failure("GetFileExtension", " m_cFIleName is null");
     return nullptr;
   }
   const char* dot = std::strrchr(name, '.');
@@ -244,18 +236,13 @@ void tav_eml_mlutl_mail_part::set_content_ciajwnetfax(int value) {
 }
 
 void tav_eml_mlutl_mail_part::set_content_ciajwnetfax(const char* text) {
-  guarded("set_content_ciajwnetfax", 0, [&] {
-    m_cContentCiajwnetfax.CopyString(text);
-    return 1;
-  });
+  guarded("set_content_ciajwnetfax", [&] { m_cContentCiajwnetfax.CopyString(text); });
 }
 
 int tav_eml_mlutl_mail_part::is_ignore_content_ciajwnetfax() {
-  if (m_cContentCiajwnetfax.IsEmpty()) return 0;
-  return tav_eml_mlutl_mail_type::test_contet_x_ciajwnetfax(text_of(m_cContentCiajwnetfax)) ==
-                 TAV_EML_CX_IGNORE
-             ? 1
-             : 0;
+  return !m_cContentCiajwnetfax.IsEmpty() &&
+         tav_eml_mlutl_mail_type::test_contet_x_ciajwnetfax(text_of(m_cContentCiajwnetfax)) ==
+             TAV_EML_CX_IGNORE;
 }
 
 int tav_eml_mlutl_mail_part::get_content_ciajwnetfax_source(UtlString& value) {

@@ -63,15 +63,10 @@ std::string_view raw_name(std::string_view field, size_t at) {
   return text.substr(0, text.find(';'));
 }
 
-bool append(void* text, std::string_view piece, int /*step*/) {
-  static_cast<std::string*>(text)->append(piece);
-  return true;
-}
-
 void set_file_name(tav_eml_mlutl_mail_part& part, std::string_view raw) {
   std::string decoded;
   TAV_EML_CHAR_SET char_set = TAV_EML_CS_NONE;
-  decode_encoded_words(raw, line_breaks::blanked, append, &decoded, char_set);
+  append_decoded(raw, decoded, char_set);
   UtlString name;
   store_value(name, decoded);
   name.TrimTop();

@@ -10,10 +10,6 @@ namespace {
 
 constexpr std::string_view kDashes = "--";
 
-bool begins_with(std::string_view text, std::string_view start) {
-  return text.substr(0, start.size()) == start;
-}
-
 delimiter find_delimiter(std::string_view line, const tav_eml_mlutl_mail& mail) {
   if (!begins_with(line, kDashes)) return delimiter::none;
   const UtlString* boundary = mail.get_boundary_string();

@@ -3,8 +3,8 @@
 #include <memory>
 #include <new>
 
-#include "clb.h"
 #include "common/guard.h"
+#include "common/text.h"
 #include "message/content_type.h"
 #include "quorvelmida/tav_eml_mlutl_receive.h"
 #include "reception/content_fields.h"
@@ -22,8 +22,7 @@ std::string_view trimmed(std::string_view text) {
 
 struct header_field {
   bool is(std::string_view wanted) const {
-    return name.size() == wanted.size() &&
-           clb_CompStrCaseN(name.data(), wanted.data(), wanted.size()) == 0;
+    return name.size() == wanted.size() && begins_with_word(name, wanted);
   }
 
   std::string_view name;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "clb.h"
 #include "codec/encoded_words.h"
 #include "common/text.h"
 
@@ -13,19 +12,10 @@ namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
 
-bool begins_with(std::string_view line, std::string_view name) {
-  return line.size() >= name.size() && clb_CompStrCaseN(line.data(), name.data(), name.size()) == 0;
-}
-
 std::string_view without_line_end(std::string_view line) {
   if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   return line;
-}
-
-bool append(void* text, std::string_view piece, int /*step*/) {
-  static_cast<std::string*>(text)->append(piece);
-  return true;
 }
 
 }  // namespace
@@ -59,8 +49,7 @@ header_lines::header_lines(std::string_view received, TAV_EML_CHAR_SET& char_set
     const std::string_view rest = begin(line);
     const size_t skipped = line.size() - rest.size();
     m_cText.append(rest.substr(0, name_size - std::min(name_size, skipped)));
-    decode_encoded_words(line.substr(std::max(name_size, skipped)), line_breaks::blanked, append,
-                         &m_cText, char_set);
+    append_decoded(line.substr(std::max(name_size, skipped)), m_cText, char_set);
   }
 }
 
@@ -93,7 +82,7 @@ bool find_received_field(std::string_view received, std::string_view name, std::
       if (continues) value.append(without_line_end(line.substr(1)));
       continue;
     }
-    continues = begins_with(line, name);
+    continues = begins_with_word(line, name);
     if (!continues) continue;
     value = without_line_end(line);
     is_found = true;

@@ -6,7 +6,6 @@
 
 #include "common/log.h"
 #include "osw.h"
-#include "transport/connection.h"
 
 namespace quorvelmida {
 
@@ -40,7 +39,24 @@ size_t find_special_line(std::string_view text) {
   return at;
 }
 
+TAV_EML_RESULT log_failed_receive(const char* operation, const char* text, TAV_EML_RESULT result) {
+  TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():[Return %08d]%s\n", operation,
+                    static_cast<int>(TAV_EML_UTL_RECV_ERROR), text);
+  return result;
+}
+
 }  // namespace
+
+const protocol_rules kReceptionRules = {
+    [](TAV_EML_RESULT result) { return result; },
+    true,
+    &log_failed_receive,
+    {},  // reading only receives
+    {},
+    {},
+    {"ReadUntil", "recv_data error"},
+    {},
+};
 
 void line_buffer::count(int64_t bytes) {
   const int64_t total = int64_t{received} + std::clamp<int64_t>(bytes, 0, kMaxMessage);
@@ -49,36 +65,27 @@ void line_buffer::count(int64_t bytes) {
 
 line_source::line_source(const line_buffer& buffer, int& sock, unsigned int timeout,
                          TAV_EML_TLS_INFO& tls)
-    : m_cBuffer(buffer),
-      m_nSock(sock),
-      m_lTimeout(static_cast<long>(std::min<int64_t>(int64_t{timeout} * 1000, INT_MAX))),
-      m_cTls(tls) {}
+    : m_cBuffer(buffer), m_cLink(sock, tls, kReceptionRules, to_milliseconds(timeout), 0) {}
 
-TAV_EML_UTL_RETCODE receive_bytes(int& sock, char* buffer, long& length, long timeout,
-                                  TAV_EML_TLS_INFO& tls) {
+TAV_EML_UTL_RETCODE receive_bytes(connection& link, char* buffer, long& length) {
   constexpr int kAttempts = 3;
   constexpr int kPause = 20;  // ms
   const long room = std::max<long>(length, 0);
   length = 0;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (sock == 0) {
+    if (!link.has_socket()) {
       TAV_EML_LOG_ERROR("tav_eml_mlutl_receive::%s() 0 socket was passed.\n", "ReadMail");
       return TAV_EML_UTL_RECV_ERROR;
     }
     long count = room;
-    if (tav_eml_mlutl_mail_net().recv_data(sock, buffer, count, 0, timeout, tls) != TAV_EML_OK) {
-      close_connection(sock, tls);
-      TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::ReadUntil():[Return %08d]recv_data error\n",
-                        static_cast<int>(TAV_EML_UTL_RECV_ERROR));
-      return TAV_EML_UTL_RECV_ERROR;
-    }
+    if (link.receive_some(buffer, count) != TAV_EML_OK) return TAV_EML_UTL_RECV_ERROR;
     if (count > 0) {
       length = count;
       return TAV_EML_UTL_OK;
     }
     osw_Sleep(kPause);
   }
-  close_connection(sock, tls);
+  link.close();
   return TAV_EML_UTL_RECV_ERROR;
 }
 
@@ -111,7 +118,7 @@ TAV_EML_UTL_RETCODE line_source::fill() {
   const int32_t held = m_cBuffer.last - m_cBuffer.first;
   if (held >= kMaxLine) {
     // The line does not fit the buffer: its end would never be found.
-    close_connection(m_nSock, m_cTls);
+    m_cLink.close();
     return log_outcome("line too long", TAV_EML_UTL_BAD_REPLY);
   }
   std::memmove(m_cBuffer.data, m_cBuffer.data + m_cBuffer.first, static_cast<size_t>(held));
@@ -119,7 +126,7 @@ TAV_EML_UTL_RETCODE line_source::fill() {
   m_cBuffer.last = held;
   char* const end = m_cBuffer.data + held;
   long count = kMaxLine - held;
-  const TAV_EML_UTL_RETCODE code = receive_bytes(m_nSock, end, count, m_lTimeout, m_cTls);
+  const TAV_EML_UTL_RETCODE code = receive_bytes(m_cLink, end, count);
   if (code != TAV_EML_UTL_OK) return log_outcome("recv_data error", code);
   // A NUL would end the texts made of a line and hide the rest. Without it, a line could turn into
   // the one that ends the message.
@@ -149,7 +156,7 @@ TAV_EML_UTL_RETCODE line_source::read_content(tav_eml_mlutl_mail& mail, std::str
   }
   m_cBuffer.count(static_cast<int64_t>(line.size()));
   if (m_cBuffer.received >= kMaxMessage) {
-    close_connection(m_nSock, m_cTls);
+    m_cLink.close();
     TAV_EML_LOG_ERROR("<Error> tav_eml_mlutl_receive::%s():message without end\n", "ReadLine");
     return TAV_EML_UTL_BAD_REPLY;
   }

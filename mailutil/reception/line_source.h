@@ -9,6 +9,7 @@
 #include "quorvelmida/tav_eml_mlutl_mail.h"
 #include "quorvelmida/tav_eml_result.h"
 #include "quorvelmida/tav_eml_tls_info.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 
@@ -30,7 +31,10 @@ struct line_buffer {
   void count(int64_t bytes);
 };
 
-// A view of the buffer and of a connection. A failure of the connection closes it.
+// What reading does on a connection: a failure closes it.
+extern const protocol_rules kReceptionRules;
+
+// A view of the buffer and of a connection.
 class line_source {
  public:
   // `timeout` is in seconds, for each wait.
@@ -54,15 +58,12 @@ class line_source {
   TAV_EML_UTL_RETCODE fill();
 
   line_buffer m_cBuffer;
-  int& m_nSock;
-  const long m_lTimeout;
-  TAV_EML_TLS_INFO& m_cTls;
+  connection m_cLink;
 };
 
 // Receives once into `buffer` of `length` bytes, which becomes the number received. Closes the
-// connection after three attempts without data. `timeout` is in milliseconds.
-TAV_EML_UTL_RETCODE receive_bytes(int& sock, char* buffer, long& length, long timeout,
-                                  TAV_EML_TLS_INFO& tls);
+// connection after three attempts without data.
+TAV_EML_UTL_RETCODE receive_bytes(connection& link, char* buffer, long& length);
 
 // Marks a message as read to its end.
 void end_mail(tav_eml_mlutl_mail& mail);

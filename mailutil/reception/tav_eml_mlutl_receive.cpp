@@ -60,9 +60,10 @@ line_buffer tav_eml_mlutl_receive::buffer() {
   return {m_pRecvBuffer, m_nFirst, m_nLast, m_lReceived};
 }
 
-message_walk tav_eml_mlutl_receive::walk(tav_eml_mlutl_mail& mail, int& sock, unsigned int timeout,
+message_walk tav_eml_mlutl_receive::walk(const receive_operation& operation,
+                                         tav_eml_mlutl_mail& mail, int& sock, unsigned int timeout,
                                          TAV_EML_TLS_INFO& tls) {
-  return {mail, line_source(buffer(), sock, timeout, tls), block_store(*m_pStream)};
+  return {operation, mail, line_source(buffer(), sock, timeout, tls), block_store(*m_pStream)};
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header_only(tav_eml_mlutl_mail& mail, int& sock,
@@ -73,7 +74,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header_only(tav_eml_mlutl_mai
   if (!is_ready()) return kHeaderOnly.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
   m_lReceived = 0;
   return guarded(kHeaderOnly.name, TAV_EML_UTL_NO_MEMORY,
-                 [&] { return walk(mail, sock, timeout, tls).read_header(kHeaderOnly, false); });
+                 [&] { return walk(kHeaderOnly, mail, sock, timeout, tls).read_header(false); });
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& mail, int& sock,
@@ -85,7 +86,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_header(tav_eml_mlutl_mail& ma
   // A caller that uses the parser directly need not have set the flag.
   const int32_t was_receiving = std::exchange(mail.m_nReceiving, 1);
   const TAV_EML_UTL_RETCODE code = guarded(kHeader.name, TAV_EML_UTL_NO_MEMORY, [&] {
-    return walk(mail, sock, timeout, tls).read_header(kHeader, true);
+    return walk(kHeader, mail, sock, timeout, tls).read_header(true);
   });
   if (mail.m_nReceiving != 0) mail.m_nReceiving = was_receiving;
   // Both have closed the connection.
@@ -101,7 +102,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_body(tav_eml_mlutl_mail& mail
   if (is_multipart(mail.m_nContentType)) return kBody.end(TAV_EML_UTL_ERROR, "multipart mail.");
   if (!is_ready()) return kBody.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
   return guarded(kBody.name, TAV_EML_UTL_NO_MEMORY,
-                 [&] { return walk(mail, sock, timeout, tls).read_body(kBody); });
+                 [&] { return walk(kBody, mail, sock, timeout, tls).read_body(); });
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_header(tav_eml_mlutl_mail& mail, int& sock,
@@ -114,7 +115,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_header(tav_eml_mlutl_mai
   if (part->m_nComplete == 1) return kPartHeader.end(TAV_EML_UTL_ERROR, kTerminated);
   if (!is_ready()) return kPartHeader.failed(kNoMemory, TAV_EML_UTL_NO_MEMORY);
   return guarded(kPartHeader.name, TAV_EML_UTL_NO_MEMORY,
-                 [&] { return walk(mail, sock, timeout, tls).read_part_header(kPartHeader); });
+                 [&] { return walk(kPartHeader, mail, sock, timeout, tls).read_part_header(); });
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_body(tav_eml_mlutl_mail& mail, int& sock,
@@ -128,7 +129,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::receive_part_body(tav_eml_mlutl_mail&
   if (part->m_nComplete == 1) return kPartBody.end(TAV_EML_UTL_ERROR, kTerminated);
   if (!is_ready()) return kPartBody.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
   return guarded(kPartBody.name, TAV_EML_UTL_NO_MEMORY,
-                 [&] { return walk(mail, sock, timeout, tls).read_part_body(kPartBody); });
+                 [&] { return walk(kPartBody, mail, sock, timeout, tls).read_part_body(); });
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_mail(tav_eml_mlutl_mail& mail, unsigned int timeout,
@@ -136,7 +137,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_mail(tav_eml_mlutl_mail& mail, u
   if (sock == 0) return kSkipMail.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
   if (!is_ready()) return kSkipMail.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
   m_pStream->FreeStream();
-  return walk(mail, sock, timeout, tls).skip_to_end();
+  return walk(kSkipMail, mail, sock, timeout, tls).skip_to_end();
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_part(tav_eml_mlutl_mail& mail, unsigned int timeout,
@@ -144,7 +145,7 @@ TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::skip_part(tav_eml_mlutl_mail& mail, u
   if (sock == 0) return kSkipPart.end(TAV_EML_UTL_NOT_CONNECTED, kNotConnected);
   if (mail.get_part() == nullptr) return kSkipPart.end(TAV_EML_UTL_ERROR, kNoPart);
   if (!is_ready()) return kSkipPart.end(TAV_EML_UTL_NO_MEMORY, kNoMemory);
-  return walk(mail, sock, timeout, tls).skip_part(kSkipPart);
+  return walk(kSkipPart, mail, sock, timeout, tls).skip_part();
 }
 
 int tav_eml_mlutl_receive::flush_buffer() {
@@ -179,7 +180,8 @@ int tav_eml_mlutl_receive::set_recv_buffer(const char* text) {
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadMail(int& sock, char* buffer, long& length,
                                                     long timeout, TAV_EML_TLS_INFO& tls) {
-  return receive_bytes(sock, buffer, length, timeout, tls);
+  connection link(sock, tls, kReceptionRules, timeout, 0);
+  return receive_bytes(link, buffer, length);
 }
 
 TAV_EML_UTL_RETCODE tav_eml_mlutl_receive::ReadLine(unsigned int timeout, int& sock,

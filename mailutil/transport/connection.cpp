@@ -8,8 +8,8 @@
 
 namespace quorvelmida {
 
-long to_milliseconds(int32_t seconds) {
-  return static_cast<long>(std::clamp<int64_t>(int64_t{seconds} * 1000, 0, INT_MAX));
+long to_milliseconds(int64_t seconds) {
+  return static_cast<long>(std::clamp<int64_t>(seconds * 1000, 0, INT_MAX));
 }
 
 void close_connection(int& sock, TAV_EML_TLS_INFO& tls) {

@@ -16,8 +16,8 @@ constexpr uint8_t kPlain = 0;
 constexpr uint8_t kImplicitTls = 1;  // before the first byte
 constexpr uint8_t kUpgradedTls = 2;  // after the greeting, by STARTTLS or STLS
 
-// Seconds as milliseconds, 0 for less than none, clamped to what the platform counts in.
-long to_milliseconds(int32_t seconds);
+// Seconds as milliseconds, from 0 up to INT_MAX.
+long to_milliseconds(int64_t seconds);
 
 // Ends TLS, closes the socket once and zeroes the handle. Without a connection nothing happens, so
 // every path may call it. A socket that could not be created leaves a negative handle.
@@ -84,9 +84,8 @@ class connection {
   TAV_EML_RESULT read_line(char* buffer, long& size);
   // The same, but what does not fit is read and dropped, so that it is not taken for the next line.
   TAV_EML_RESULT read_whole_line(char* buffer, long& size);
-  // Reads and drops the rest of a line whose last byte read is `last`. The caller closes the
-  // connection.
-  // TAV_EML_ERR_REPLY when the line does not end within 64 KiB.
+  // Reads and drops the rest of a line whose last byte read is `last`. TAV_EML_ERR_REPLY when the
+  // line does not end within 64 KiB. After a failure the caller closes the connection.
   TAV_EML_RESULT drop_line(char last);
 
   // The code of the handshake as it is.
@@ -95,6 +94,8 @@ class connection {
   // Closes the socket, leaves TLS alone and zeroes the handle.
   void close_socket();
   void close() { close_connection(m_nSock, m_cTls); }
+  // False for the handle of a closed connection.
+  bool has_socket() const { return m_nSock != 0; }
 
  protected:
   // Ends a failed step as the protocol does. Returns `result`.

@@ -82,6 +82,17 @@ class socket_address {
   int32_t m_nLength;
 };
 
+struct connect_outcome {
+  const char* name;
+  TAV_EML_RESULT result;
+};
+
+connect_outcome outcome_of(int32_t code) {
+  if (code == TAV_NETSOCK_ERROR) return {"ERROR", TAV_EML_ERR_CONNECT};
+  if (code == TAV_NETSOCK_TIMEOUT) return {"TIMEOUT", TAV_EML_ERR_CONNECT_TIMEOUT};
+  return {"UNKNOWN", TAV_EML_ERR_UNKNOWN};
+}
+
 enum class attempt { connected, next_address, give_up };
 
 // Tries one address. Any socket opened here is closed again unless it connected.
@@ -107,61 +118,75 @@ attempt connect_address(int* sock, const address_info& address, uint16_t port, l
     }
   }
 
-  switch (tav_netsock_connect_timeo(*sock, target.data(), target.length(), to_int32(timeout))) {
-    case 0:
-      result = TAV_EML_OK;
-      return attempt::connected;
-    case TAV_NETSOCK_ERROR:
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]tav_netsock_connect_timeo [ERROR]\n", "connect_mail");
-      result = TAV_EML_ERR_CONNECT;
-      break;
-    case TAV_NETSOCK_TIMEOUT:
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]tav_netsock_connect_timeo [TIMEOUT]\n", "connect_mail");
-      result = TAV_EML_ERR_CONNECT_TIMEOUT;
-      break;
-    default:
-      TAV_EML_LOG_ERROR("<Error>:%s:[Result]tav_netsock_connect_timeo [UNKNOWN]\n", "connect_mail");
-      result = TAV_EML_ERR_UNKNOWN;
-      break;
+  const int32_t code =
+      tav_netsock_connect_timeo(*sock, target.data(), target.length(), to_int32(timeout));
+  if (code == 0) {
+    result = TAV_EML_OK;
+    return attempt::connected;
   }
+  const connect_outcome outcome = outcome_of(code);
+  result = outcome.result;
+  TAV_EML_LOG_ERROR("<Error>:%s:[Result]tav_netsock_connect_timeo [%s]\n", "connect_mail",
+                    outcome.name);
   net.close_socket(*sock);
   *sock = 0;
   return attempt::next_address;
 }
 
-// What the messages of the two directions call things.
+// A direction of transfer: the calls of the platform, and what the log calls them.
+template <typename Buffer>
 struct direction {
   const char* operation;
-  const char* tls_function;
-  const char* socket_function;
+  const char* tls_name;
+  const char* socket_name;
+  int32_t (*over_tls)(uint32_t session, Buffer* data, int32_t length, int32_t timeout,
+                      int32_t* count);
+  int32_t (*over_socket)(int32_t sock, Buffer* data, int32_t length, int32_t flags,
+                         int32_t timeout);
 };
-constexpr direction kSend = {"send_data", "tlsw_write_timeo", "tav_netsock_send_timeo"};
-constexpr direction kReceive = {"recv_data", "tlsw_read_timeo", "tav_netsock_recv_timeo"};
+constexpr direction<const void> kSend = {"send_data", "tlsw_write_timeo", "tav_netsock_send_timeo",
+                                         &tlsw_write_timeo, &tav_netsock_send_timeo};
+constexpr direction<void> kReceive = {"recv_data", "tlsw_read_timeo", "tav_netsock_recv_timeo",
+                                      &tlsw_read_timeo, &tav_netsock_recv_timeo};
 
-TAV_EML_RESULT tls_failure(const direction& way, int32_t code) {
-  TAV_EML_LOG_ERROR("<Error>:%s: [Result]%s[0x%08lx]\n", way.operation, way.tls_function,
-                    log_long_code(code));
-  return code == TLSW_ERR_TIMEOUT ? TAV_EML_ERR_TRANSFER_TIMEOUT : TAV_EML_ERR_TRANSFER;
-}
-
-// A count is stored, a negative one is a failure. Only the plain socket's calls say by it what
-// happened: the TLS calls have their own codes for that.
-TAV_EML_RESULT take_count(const direction& way, bool is_plain, int32_t count, long& length) {
-  if (count >= 0) {
-    length = count;
-    return TAV_EML_OK;
-  }
+// A negative count is a failure. Only a socket's count says by its value what happened: the TLS
+// calls have their own codes for that.
+TAV_EML_RESULT count_failure(const char* operation, const char* function, bool is_socket,
+                             int32_t count) {
   const char* cause = "UNKNOWN";
   TAV_EML_RESULT result = TAV_EML_ERR_UNKNOWN;
-  if (is_plain && count == TAV_NETSOCK_TIMEOUT) {
+  if (is_socket && count == TAV_NETSOCK_TIMEOUT) {
     cause = "TIMEOUT";
     result = TAV_EML_ERR_TRANSFER_TIMEOUT;
-  } else if (is_plain && count == TAV_NETSOCK_ERROR) {
+  } else if (is_socket && count == TAV_NETSOCK_ERROR) {
     cause = "TRANSFER";
     result = TAV_EML_ERR_TRANSFER;
   }
-  TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s [%s]\n", way.operation, way.socket_function, cause);
+  TAV_EML_LOG_ERROR("<Error>:%s:[Result]%s [%s]\n", operation, function, cause);
   return result;
+}
+
+// One call of the platform. `length` becomes the bytes moved.
+template <typename Buffer>
+TAV_EML_RESULT transfer(const direction<Buffer>& way, int sock, Buffer* data, long& length,
+                        int flags, long timeout, const TAV_EML_TLS_INFO& tls) {
+  const int32_t wanted = to_int32(length);
+  const int32_t limit = to_int32(timeout);
+  const bool is_socket = tls.tls_session == 0;
+  int32_t count = 0;
+  if (is_socket) {
+    count = way.over_socket(sock, data, wanted, flags, limit);
+  } else {
+    const int32_t code = way.over_tls(tls.tls_session, data, wanted, limit, &count);
+    if (code != TLSW_OK) {
+      TAV_EML_LOG_ERROR("<Error>:%s: [Result]%s[0x%08lx]\n", way.operation, way.tls_name,
+                        log_long_code(code));
+      return code == TLSW_ERR_TIMEOUT ? TAV_EML_ERR_TRANSFER_TIMEOUT : TAV_EML_ERR_TRANSFER;
+    }
+  }
+  if (count < 0) return count_failure(way.operation, way.socket_name, is_socket, count);
+  length = count;
+  return TAV_EML_OK;
 }
 
 }  // namespace
@@ -192,7 +217,7 @@ TAV_EML_RESULT tav_eml_mlutl_mail_net::get_ip_address(const char* host, int /*ad
         addresses.push_back(address);
       }
     }
-    // A link-local address works only on one's own link: the last resort.
+    // A link-local address works only on this link: it comes last.
     if (has_link_local) addresses.push_back(link_local);
 
     if (addresses.empty()) {
@@ -228,30 +253,12 @@ TAV_EML_RESULT tav_eml_mlutl_mail_net::connect_mail(int* sock, const char* host,
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::send_data(int sock, const void* buffer, long& length,
                                                  int flags, long timeout, TAV_EML_TLS_INFO& tls) {
-  const int32_t wanted = to_int32(length);
-  int32_t count = 0;
-  if (tls.tls_session != 0) {
-    const int32_t code =
-        tlsw_write_timeo(tls.tls_session, buffer, wanted, to_int32(timeout), &count);
-    if (code != TLSW_OK) return tls_failure(kSend, code);
-  } else {
-    count = tav_netsock_send_timeo(sock, buffer, wanted, flags, to_int32(timeout));
-  }
-  return take_count(kSend, tls.tls_session == 0, count, length);
+  return transfer(kSend, sock, buffer, length, flags, timeout, tls);
 }
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::recv_data(int sock, void* buffer, long& length, int flags,
                                                  long timeout, TAV_EML_TLS_INFO& tls) {
-  const int32_t wanted = to_int32(length);
-  int32_t count = 0;
-  if (tls.tls_session != 0) {
-    const int32_t code =
-        tlsw_read_timeo(tls.tls_session, buffer, wanted, to_int32(timeout), &count);
-    if (code != TLSW_OK) return tls_failure(kReceive, code);
-  } else {
-    count = tav_netsock_recv_timeo(sock, buffer, wanted, flags, to_int32(timeout));
-  }
-  return take_count(kReceive, tls.tls_session == 0, count, length);
+  return transfer(kReceive, sock, buffer, length, flags, timeout, tls);
 }
 
 TAV_EML_RESULT tav_eml_mlutl_mail_net::recv_one_line(int sock, char* buffer, long& size, int flags,

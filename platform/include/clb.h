@@ -20,7 +20,7 @@ UTL_API std::tm* clb_LocalTime_r(const std::time_t* seconds, std::tm* out) noexc
 UTL_API void clb_ConvertUpper(char* text) noexcept;
 
 // Compares at most `length` bytes without regard to the case of ASCII letters: 0 when equal, else
-// below or above 0 as strncasecmp. Never reads behind the NUL of either text.
+// below or above 0 as strncasecmp. Never reads past the NUL of either text.
 UTL_API int clb_CompStrCaseN(const char* left, const char* right, size_t length) noexcept;
 
 // Writes the dotted form of an IPv4 address (4 bytes, network byte order) into `out`, `size` bytes

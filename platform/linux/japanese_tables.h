@@ -31,7 +31,7 @@ bool have_japanese_tables();
 inline bool is_half_width(uint32_t character) { return character >= 0xFF61 && character <= 0xFF9F; }
 // Its full-width form.
 uint32_t full_width(uint32_t character);
-// The full-width form joined with the sound mark behind it; kNoCharacter when they do not join.
+// The full-width form joined with the sound mark after it; kNoCharacter when they do not join.
 uint32_t full_width_voiced(uint32_t character, uint32_t mark);
 
 #endif
