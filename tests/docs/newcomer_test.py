@@ -36,8 +36,10 @@ endif()
 """
 EXAMPLES = """
 find_package(taveml 3 REQUIRED)
-foreach(name attachment first_mail new_mail pop_before_smtp sequence)
-  add_executable(${{name}} "{root}/docs/examples/${{name}}.cpp")
+file(GLOB sources "{root}/docs/examples/*.cpp")
+foreach(source IN LISTS sources)
+  cmake_path(GET source STEM name)
+  add_executable(${{name}} "${{source}}")
   target_link_libraries(${{name}} PRIVATE taveml::taveml taveml::platform)
 endforeach()
 """
