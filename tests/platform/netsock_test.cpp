@@ -139,8 +139,12 @@ TEST(NetsockContract, every_byte_comes_once_and_in_order_up_to_the_end) {
   EXPECT_EQ(tav_netsock_recv_timeo(p.ours, &byte, 1, 0, 1000), 0);
 }
 
-TEST(NetsockContract, flags_mean_what_the_system_means) {
+TEST(NetsockContract, flags_mean_what_the_system_means_and_small_writes_are_not_held_back) {
   const pair p;
+  int value = 0;
+  socklen_t length = sizeof value;
+  EXPECT_EQ(getsockopt(p.ours, IPPROTO_TCP, TCP_NODELAY, &value, &length), 0);
+  EXPECT_NE(value, 0);
   ASSERT_EQ(send(p.theirs, "12345678", 8, 0), 8);
   EXPECT_EQ(received(p.ours, 5, MSG_WAITALL), "12345");
   EXPECT_EQ(received(p.ours, 1), "6");
@@ -170,8 +174,7 @@ TEST(NetsockContract, a_lost_peer_is_an_error_and_no_signal) {
   int32_t sent = 1;
   for (int i = 0; i < 20 && sent > 0; ++i) sent = tav_netsock_send_timeo(p.ours, "x", 1, 0, 500);
   EXPECT_EQ(sent, TAV_NETSOCK_ERROR);
-  const int32_t ended = tav_netsock_shutdown(p.ours);
-  EXPECT_TRUE(ended == 0 || ended == -1);
+  EXPECT_LE(tav_netsock_shutdown(p.ours), 0);
 }
 
 // A device may hand over a socket that it has made by itself: nothing is kept for it.
@@ -193,14 +196,6 @@ TEST(NetsockContract, a_socket_of_others_is_left_as_it_is) {
     EXPECT_EQ(tav_netsock_send_timeo(ends[1], "x", 1, 0, 50), TAV_NETSOCK_ERROR);
     close(ends[1]);
   }
-}
-
-TEST(NetsockContract, small_writes_are_not_held_back) {
-  const pair p;
-  int value = 0;
-  socklen_t length = sizeof value;
-  ASSERT_EQ(getsockopt(p.ours, IPPROTO_TCP, TCP_NODELAY, &value, &length), 0);
-  EXPECT_NE(value, 0);
 }
 
 TEST(NetsockContract, resolves_literals_and_refuses_short_scopes) {

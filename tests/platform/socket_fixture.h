@@ -35,8 +35,6 @@ class listener {
     m_port = ntohs(address.sin_port);
   }
   ~listener() { stop(); }
-  listener(const listener&) = delete;
-  listener& operator=(const listener&) = delete;
 
   uint16_t port() const { return m_port; }
   // Little is under way to the connections to come, in bytes.

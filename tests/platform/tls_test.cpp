@@ -46,9 +46,6 @@ class TlsContract : public testing::Test {
     tav_netsock_shutdown(m_sock);  // where a test gave up, its server still waits
     if (m_server.joinable()) m_server.join();
     tav_dbglog_common::set_sink(nullptr, nullptr);
-#ifdef TAV_WIRETAP_H
-    tav_wiretap_set(nullptr, nullptr);
-#endif
   }
 
   // The server's certificate; the process trusts its authority.
@@ -212,7 +209,7 @@ TEST_F(TlsContract, a_failed_handshake_ends_in_time_and_says_why) {
     if (test.conduct == is_read_up_to) tav_netsock_recv_timeo(m_sock, &byte, 1, 0, 1000);
     const stopwatch watch;
     EXPECT_EQ(start({0}, 400), test.result) << g_log;
-    EXPECT_EQ(watch.elapsed() >= 400, test.result == TLSW_ERR_TIMEOUT);
+    EXPECT_TRUE(test.result != TLSW_ERR_TIMEOUT || watch.elapsed() >= 400);
     EXPECT_LT(watch.elapsed(), 1500);
 #ifdef TAV_WIRETAP_H
     EXPECT_NE(g_failure.find(test.reason), std::string::npos) << g_failure;
