@@ -44,6 +44,7 @@ class TlsContract : public testing::Test {
   }
   ~TlsContract() override {
     tav_netsock_shutdown(m_sock);  // where a test gave up, its server still waits
+    m_isOver = true;
     if (m_server.joinable()) m_server.join();
     tav_dbglog_common::set_sink(nullptr, nullptr);
   }
@@ -105,6 +106,7 @@ class TlsContract : public testing::Test {
   mailhost::identity m_own;
   listener m_listener;
   std::thread m_server;
+  std::atomic<bool> m_isOver{false};
   std::string m_asked;  // the name that the client sent
   int32_t m_sock = 0;
   uint32_t m_context = 0;
@@ -260,7 +262,6 @@ TEST_F(TlsContract, bytes_go_both_ways_and_decrypted_ones_need_no_wait) {
   std::string sent(500000, ' ');
   for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<char>(i * 7 + i / 251);
   std::string heard;
-  std::atomic<bool> is_over{false};
   serve_tls([&](SSL* ssl) {
     SSL_write(ssl, "hello", 5);
     char text[4096];
@@ -268,7 +269,7 @@ TEST_F(TlsContract, bytes_go_both_ways_and_decrypted_ones_need_no_wait) {
       heard.append(text, static_cast<size_t>(count));
     }
     SSL_write(ssl, "all", 3);
-    while (!is_over) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!m_isOver) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   });
   ASSERT_EQ(connect("localhost", {1}), TLSW_OK) << g_log;
   int32_t count = 0;
@@ -296,7 +297,7 @@ TEST_F(TlsContract, bytes_go_both_ways_and_decrypted_ones_need_no_wait) {
   const stopwatch watch;
   EXPECT_EQ(tlsw_shutdown(m_session), TLSW_OK);
   EXPECT_LT(watch.elapsed(), 100);
-  is_over = true;
+  m_isOver = true;
   finish();
 }
 
