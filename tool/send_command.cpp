@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "dialogue_view.h"
@@ -130,11 +131,11 @@ std::string outcome_json(const std::string& outcome, const std::string& reply, c
   return json_text(document);
 }
 
-int run_send(CLI::App& command, send_options& options) {
+int run_send(command_line& command, send_options& options) {
   outgoing out;
   std::string outcome = "not sent";
   try {
-    options.account.apply(command, *command.get_parent(), "smtp", options.server);
+    options.account.apply(command, *command.parent(), "smtp", options.server);
     options.server.complete();
     prepare(options, out);
     transaction sending(options, out);
@@ -170,12 +171,12 @@ Examples:
 
 }  // namespace
 
-command add_send(CLI::App& tool) {
-  CLI::App* app = tool.add_subcommand("send", "send a mail");
+command add_send(command_line& tool) {
+  command_line& line = tool.add_command("send", "send a mail");
   const auto options = std::make_shared<send_options>();
-  options->add_to(*app);
-  app->footer(kExamples);
-  return {app, [app, options] { return run_send(*app, *options); }};
+  options->add_to(line);
+  line.set_footer(kExamples);
+  return {&line, [&line, options] { return run_send(line, *options); }};
 }
 
 }  // namespace tavmail

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <iterator>
+#include <sstream>
+
 #include "commands.h"
 #include "mailbox_options.h"
 #include "problem.h"
@@ -22,15 +25,19 @@ result apply(const temporary_folder& folder, const std::string& text, const std:
              mode_t mode = 0600) {
   folder.write("config.toml", text);
   chmod((folder / "config.toml").c_str(), mode);
-  CLI::App tool;
+  command_line tool;
   add_send(tool);
-  CLI::App* command = tool.add_subcommand("take");
+  command_line& command = tool.add_command("take", "");
   result out;
   account_file account;
-  account.add_to(*command);
-  out.mailbox.add_to(*command);
-  tool.parse("take --config " + (folder / "config.toml") + " " + line);
-  out.sentence = sentence_of<problem>([&] { account.apply(*command, tool, "pop3", out.mailbox); });
+  account.add_to(command);
+  out.mailbox.add_to(command);
+  std::istringstream text_of_line("tavmail take --config " + (folder / "config.toml") + " " + line);
+  const std::vector<std::string> words{std::istream_iterator<std::string>(text_of_line), {}};
+  std::vector<const char*> arguments;
+  for (const std::string& word : words) arguments.push_back(word.c_str());
+  tool.parse(static_cast<int>(arguments.size()), arguments.data());
+  out.sentence = sentence_of<problem>([&] { account.apply(command, tool, "pop3", out.mailbox); });
   out.mailbox.password_command = out.mailbox.password_command.empty() ? "echo -" : "echo other";
   return out;
 }
