@@ -1,8 +1,8 @@
 // mail_peer.h - the server's side of one connection, apart from any transport.
 //
 // A peer is told what happens and queues what it wants done; it never blocks and knows no socket.
-// So the same protocol code answers the scripted platform of the tests (fake_platform.h) and real
-// sockets (loopback_server.h). A peer that queues nothing is silent.
+// So the same protocol code answers the scripted platform of the tests (fake_platform.h) and whatever
+// else can carry bytes. A peer that queues nothing is silent.
 
 #ifndef TESTS_SUPPORT_MAIL_PEER_H
 #define TESTS_SUPPORT_MAIL_PEER_H
