@@ -1,0 +1,165 @@
+"""Names and headers as senders write them, and a terminal: checks.py TAVMAIL TAVMAIL_HOST"""
+
+import base64
+import json
+import os
+import pty
+import resource
+import select
+import signal
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+
+from runs import TAVMAIL, Host, columns, environment, faults_of
+
+# The name of a file in a mail, and that of the file that is saved.
+NAMES = [
+    ("report.pdf", "report.pdf"), ("報告 1.pdf", "報告 1.pdf"), ("../../etc/passwd", "passwd"),
+    ("C:\\users\\a.txt", "a.txt"), ("a/", "text.txt"), ("..", "text-2.txt"), (" . ", "text-3.txt"),
+    ("", "text-4.txt"), (".profile", "profile"), ("a.exe. .", "a.exe"), ("\r\n\x1b[2Jc", "[2Jc"),
+    ("a\x9bb\xa0c", "a  b\xa0c"), ("co\u202ed.exe", "co   d.exe"), ("a\u200b\u2066z", "a   z"),
+    ("<a>:\"b\"|c?*.txt", "_a___b__c__.txt"), ("CON", "_CON"), ("nul.tar.gz", "_nul.tar.gz"),
+    ("Lpt1 .txt", "_Lpt1 .txt"), ("com10", "com10"), ("console.txt", "console.txt"),
+    ("-rf", "_-rf"), ("same.txt", "same.txt"), ("same.txt", "same-2.txt"), ("x" * 300, "x" * 200),
+    ("x" * 300 + ".pdf", "x" * 196 + ".pdf"), ("日" * 100 + ".tiff", "日" * 65 + ".tiff"),
+    ("filename*=EUC-JP'ja'%C6%FC%CB%DC", "日本"), ("filename*=gb2312''%CE%E4", "武"),
+    ("filename=\"=?KOI8-R?B?z8s=?= =?utf-8?Q?_?=\"", "ок"),
+]
+# A subject, the character set that its mail names, and what is shown.
+SUBJECTS = [
+    (b"plain", "", "plain"), ("日本".encode(), "koi8-r", "日本"), (b"\x1b$BF|K\\\x1b(B", "", "日本"),
+    (b"\x93\xfa\x96{\x87\x40", "", "日本①"), (b"\x93\xfa\x96{", "Windows-31J", "日本"),
+    (b"caf\xe9", "no-such-set", "café"), (b"\xff\xfe\x80", "utf-8", "ÿþ"),
+    (b"=?utf-8?q?a=5Fb=3f?=_c", "", "a_b?_c"), (b"=?utf-8?B?QV9C?= =?utf-8?Q?C_D?=", "", "A_BC D"),
+    (b"=?utf-8?Q?one?=\t  =?utf-8?Q?two?= three =?utf-8?Q?four?=", "", "onetwo three four"),
+    (b"=?iso-8859-1?Q?caf=E9?= =?iso-2022-jp?B?GyRCRnxLXBsoQg==?= =?KOI8-R?B?z8s=?=", "",
+     "café日本ок"),
+    (b"=?utf-8?Q?=E6=97?= =?UTF-8*ja?B?pQ==?=", "", "日"),
+    (b"=?shift_jis?B?k/qWew==?=?", "", "日本?"), (b"=?../../x//y?Q?=E9?=", "", "é"),
+    (b"Re: =?utf-8?Q?a b?= (=?utf-8?Q?c?=)", "", "Re: a b (c)"),
+    (b"=?utf-8?Q?=C3=A4?= =?none?Q?=C3=A4?=", "", "ää"), (b"=?utf-8?Q?50=% =4?=", "", "50=% =4"),
+    (b"=?utf-8?X?a?= =?utf-8?Q?b", "", "=?utf-8?X?a?= =?utf-8?Q?b"),
+    (b"=?a?=? =?utf-8?Q?x_y?=", "", "=?a?=? x y"), (b"=?=?=?utf-8?Q?x?=", "", "=?=?x"),
+    (b"a\x1b]0;x\x07b\xc2\x9bc", "", "a ]0;x b  c"), ("\u200bé".encode(), "", "\u200bé"),
+    ("a\u202eb\u2066c\u2028d".encode(), "", "a   b   c   d"),
+    ("日".encode() * 1200, "", "日" * 666),
+    ("日本語の文 e\u0301 x ".encode() * 40, "", ("日本語の文 e\u0301 x " * 40)[:-1]),
+]
+
+
+def login(host):
+    return ["receive", "-s", "127.0.0.1:" + host.ports["pop3"], "--tls", "none", "-u", "anna"]
+
+
+def receive(host, *arguments):
+    line = [TAVMAIL, *login(host), "--password-command", "echo geheim", "--all", *arguments]
+    done = subprocess.run(line, cwd=host.folder, env=environment(host.folder), timeout=30,
+                          capture_output=True, check=True)
+    assert not faults_of(done.stdout.decode()), faults_of(done.stdout.decode())
+    return done.stdout.decode()
+
+
+def host_with(folder, *mails):
+    adds = []
+    for number, mail in enumerate(mails):
+        adds += ["--add", f"mail{number}"]
+        with open(os.path.join(folder, adds[-1]), "wb") as file:
+            file.write(mail)
+    return Host(folder, options=adds)
+
+
+def check_names(folder):
+    def parameter(name):
+        word = base64.b64encode(name.encode()).decode()
+        return name if name.startswith("filename") else f'filename="=?utf-8?B?{word}?="'
+    mail = "Content-Type: multipart/mixed; boundary=b\r\n\r\n" + "".join(
+        f"--b\r\nContent-Disposition: attachment; {parameter(name)}\r\n\r\nx\r\n"
+        for name, _ in NAMES) + "--b--\r\n"
+    host = host_with(folder, mail.encode())
+    parts = json.loads(receive(host, "-d", "box", "--json"))["messages"][0]["parts"]
+    saved = [os.path.basename(part["file"]) for part in parts]
+    wrong = [(*row, name) for row, name in zip(NAMES, saved) if row[1] != name]
+    assert not wrong and len(saved) == len(NAMES), wrong
+    assert sorted(os.listdir(folder + "/box/0001")) == sorted(saved)
+    return host
+
+
+def check_subjects(folder):
+    host = host_with(folder, *[
+        b"Subject: %s\r\nContent-Type: text/plain; charset=%s\r\n\r\n" % (
+            subject, char_set.encode()) for subject, char_set, _ in SUBJECTS])
+    shown = [mail["subject"] for mail in json.loads(receive(host, "--json"))["messages"]]
+    wrong = [(*row, text) for row, text in zip(SUBJECTS, shown) if row[2] != text]
+    assert not wrong and len(shown) == len(SUBJECTS), wrong
+    assert all(columns(line) <= 80 for line in receive(host).splitlines())
+    return host
+
+
+def on_terminal(folder, line, *steps):
+    """What a terminal of 80 columns shows, the exit code, and where it echoed: at each step and at
+    the end. A step waits for a text and then sends keys or signals."""
+    pid, terminal = pty.fork()
+    if pid == 0:
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        os.chdir(folder)
+        os.execve(line[0], line, environment(folder, TAV_DBGLOG="", PS1="$ "))
+    shown, rest, steps, echoes, end = b"", b"", list(steps), [], time.time() + 20
+
+    def is_echoing():
+        return bool(termios.tcgetattr(terminal)[3] & termios.ECHO)
+
+    while time.time() < end:
+        if select.select([terminal], [], [], 0.1)[0]:
+            try:
+                rest += os.read(terminal, 65536)
+            except OSError:
+                break
+        if steps and steps[0][0] in rest:
+            shown, rest = shown + rest, b""
+            echoes.append(is_echoing())
+            for action in steps.pop(0)[1:]:
+                if isinstance(action, bytes):
+                    os.write(terminal, action)
+                else:
+                    os.kill(pid, action)
+    else:
+        os.kill(pid, signal.SIGKILL)
+    code = os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+    echoes.append(is_echoing())
+    os.close(terminal)
+    return (shown + rest).decode(), code, echoes
+
+
+def check_terminal(folder):
+    """The password is asked for without echo, which comes back however the run ends."""
+    host = host_with(folder, b"Subject: slow\r\n\r\n" + b"A line of a mail.\r\n" * 300_000)
+    line = [TAVMAIL, *login(host), "-d", "box"]
+    prompt = b"Password of anna at 127.0.0.1: "
+    interrupted = "\r\ntavmail: interrupted\r\n"
+    for end, code, last in ((b"\x03", 130, interrupted), (signal.SIGTERM, 143, interrupted),
+                            (signal.SIGHUP, 129, interrupted), (signal.SIGQUIT, -3, "\r\n")):
+        shown, ended, echoes = on_terminal(folder, line, (prompt, b"gehei", end))
+        assert ended == code and shown.endswith(last) and "gehei" not in shown, (ended, shown)
+        assert echoes == [False, True], (end, echoes)
+    # Stopped and taken up again.
+    shown, code, echoes = on_terminal(
+        folder, ["/bin/sh", "-i"], (b"$ ", " ".join(line).encode() + b" -n 1\r"),
+        (prompt, b"gehei\x1a"), (b"$ ", b"fg\r"), (prompt, b"falsch\r"), (b"$ ", b"exit\r"))
+    assert code == 77 and echoes == [True, False, True, False, True, True], (shown, echoes)
+    assert "gehei" not in shown and "falsch" not in shown, shown
+    shown, code, _ = on_terminal(folder, line, (prompt, b"geheim\r"))
+    assert code == 0 and "geheim" not in shown, (code, shown)
+    bars = [bar for bar in shown.split("\r\x1b[K") if bar.startswith("Receiving mail 1 [")]
+    assert bars and all(columns(bar) < 80 and " % " in bar for bar in bars), shown
+    return host
+
+
+for check in check_names, check_subjects, check_terminal:
+    with tempfile.TemporaryDirectory() as folder:
+        os.mkdir(os.path.join(folder, "tmp"))
+        faults = check(folder).stop()
+        assert not faults, faults
+        print(check.__name__ + ": as expected")
