@@ -87,7 +87,7 @@ foreach(section 1 3 5 7)
 endforeach()
 # The other documents keep their folders, so that their links work.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
-              ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md
+              ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md ${PROJECT_SOURCE_DIR}/SECURITY.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
 install(FILES ${PROJECT_SOURCE_DIR}/platform/linux/README.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform/linux COMPONENT documentation)

@@ -78,8 +78,10 @@ void examine_all(const CLI::App& command, const doctor_options& options,
   }
 }
 
-std::string label_of(bool is_good, const std::string& stage) {
-  std::string label = (is_good ? "  ok    " : "  FAIL  ") + stage;
+constexpr char kNoMark[] = "        ";
+
+std::string label_of(const char* mark, const std::string& name) {
+  std::string label = mark + name;
   label.resize(26, ' ');
   return label;
 }
@@ -130,12 +132,12 @@ std::string checkup_lines(const checkup& result) {
   std::string out = (result.protocol == "smtp" ? "Sending" : "Receiving") + std::string(": ") +
                     result.server + " port " + std::to_string(result.port) + "\n";
   for (const checkup_stage& stage : result.stages) {
-    out += wrapped(label_of(stage.is_good, stage.name), stage.text);
+    out += wrapped(label_of(stage.is_good ? "  ok    " : "  FAIL  ", stage.name), stage.text);
     if (!stage.remedy.empty()) {
-      out += wrapped("        what to do        ", stage.remedy);
+      out += wrapped(label_of(kNoMark, "what to do"), stage.remedy);
     }
   }
-  if (!result.is_good()) out += wrapped(label_of(false, "result"), verdict_of(result));
+  if (!result.is_good()) out += wrapped(label_of(kNoMark, "result"), verdict_of(result));
   return out + "\n";
 }
 

@@ -33,7 +33,7 @@ with tempfile.TemporaryDirectory() as work:
     by_pop = [*smtp, "--auth", "pop", "--pop3-user", "tavmail", "--pop3-port", port["pop3"]]
     in_order = "pop3 login tavmail is logged in ok name localhost has|ready to send|!FAIL"
     rows = [
-        (["send", *smtp, "-f", "a@example.com", *TO, *MISSING], 66, "cannot read attachment missing"),
+        (["send", *smtp, "-f", "a@example.com", *TO, *MISSING], 66, "attachment missing: No such"),
         (["receive", *pop3], 64, "use --password-file or --password-command"),
         (["send", "--config", "accounts", *TO], 64, "no default account; choose one|: home, work"),
         (["doctor", "--config", "accounts"], 64, "no default account; choose one|: home, work"),
@@ -41,7 +41,7 @@ with tempfile.TemporaryDirectory() as work:
         (["receive", *pop3, "--password-file", "right", "--folder", "f"], 0, "1 new mail|" + kept),
         (["doctor", *by_pop, "--pop3-password-file", "right"], 0, in_order),
         (["doctor", *pop3, "--protocol", "pop3", "--password-file", "wrong"], 77,
-         'check user and password FAIL result not ready to receive: "login" failed'),
+         'check user and password result not ready to receive: "login" failed'),
         *((["send", "--config", SAMPLE, "-A", name, *TO, *MISSING], 66, "attachment missing")
           for name in ("office", "tls", "provider", "relay")),
     ]
