@@ -63,6 +63,20 @@ def check_exit_codes():
                         f"the code has {sorted(expected)}")
 
 
+def check_troubleshooting():
+    """The texts that the page explains are those of the tool; "…" is where a name goes."""
+    folders = [os.path.join(ROOT, "tool"), os.path.join(ROOT, "platform", "linux")]
+    said = "".join(read(folder, file) for folder in folders for file in sorted(os.listdir(folder))
+                   if file.endswith(".cpp"))
+    said = re.sub(r'"\s*\n\s*"', "", said).replace('\\"', '"')  # a text over several lines
+    rows = re.findall(r"^\| ((?:[^|`]|`[^`]*`)*) \| (?:\d|\d\d `\w|\d\d \|)",
+                      read(ROOT, "docs", "troubleshooting.md"), re.M)
+    assert len(rows) > 30, rows
+    problems.extend(f"troubleshooting.md explains \"{piece}\", which tavmail does not say"
+                    for row in rows for text in re.findall("`([^`]*)`", row)
+                    for piece in text.split("…") if len(piece) > 1 and piece not in said)
+
+
 def check_form():
     pages = sorted(os.listdir(MAN))
     assert len(pages) >= 5, pages
@@ -74,6 +88,7 @@ def check_form():
 
 check_options()
 check_exit_codes()
+check_troubleshooting()
 check_form()
 print("\n".join(problems) or "the manual is as the tool is")
 sys.exit(1 if problems else 0)
