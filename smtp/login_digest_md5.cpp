@@ -7,13 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "codec/base64.h"
 #include "common/log.h"
 #include "common/secret.h"
 #include "common/text.h"
 #include "login.h"
 #include "login_exchange.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
-#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "smtp_log.h"
 
 namespace quorvelmida {
@@ -113,14 +113,11 @@ TAV_EML_RESULT make_cnonce(std::string& cnonce) {
   char stamp[40];
   std::snprintf(stamp, sizeof stamp, "quorvelmida%08lx",
                 static_cast<unsigned long>(std::time(nullptr)));
-  char* text = nullptr;
-  long length = 0;
-  const int is_encoded = tav_eml_mlutl_mime_utility::to_b64(
-      stamp, static_cast<long>(std::strlen(stamp)), text, length, 0);
   utl_buffer encoded;
-  encoded.adopt(text, length);
-  if (is_encoded == 0) return failed(TAV_EML_ERR_UNKNOWN, ": to_b64 NG2");
-  cnonce = encoded.data();
+  if (!to_base64(stamp, static_cast<long>(std::strlen(stamp)), 0, encoded)) {
+    return failed(TAV_EML_ERR_UNKNOWN, ": to_b64 NG2");
+  }
+  cnonce = encoded.view();
   return TAV_EML_OK;
 }
 

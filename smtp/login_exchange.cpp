@@ -4,7 +4,6 @@
 
 #include "codec/base64.h"
 #include "common/secret.h"
-#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "smtp_log.h"
 
 namespace quorvelmida {
@@ -14,15 +13,6 @@ namespace {
 constexpr size_t kChallenge = 4;  // after "334 "
 
 int hex_digit(char ch) { return ch <= '9' ? ch - '0' : ch - 'a' + 10; }
-
-bool encode_secret(std::string_view secret, secret_buffer& encoded) {
-  char* text = nullptr;
-  long length = 0;
-  const int is_encoded = tav_eml_mlutl_mime_utility::to_b64(
-      secret.data(), static_cast<long>(secret.size()), text, length, 0);
-  encoded.adopt(text, length);
-  return is_encoded != 0;
-}
 
 }  // namespace
 
@@ -53,7 +43,7 @@ bool decode_challenge(const char* line, std::string& challenge) {
 TAV_EML_RESULT send_answer(smtp_dialogue& dialogue, const char* before, std::string_view secret,
                            size_t room, const answer_texts& texts) {
   secret_buffer encoded;
-  if (!encode_secret(secret, encoded)) {
+  if (!to_base64(secret.data(), static_cast<long>(secret.size()), 0, encoded)) {
     return command_failure(texts.operation, texts.base64, TAV_EML_ERR_UNKNOWN);
   }
   const size_t before_length = std::strlen(before);

@@ -3,6 +3,7 @@
 #include "base64_piece.h"
 #include "body_conversion.h"
 #include "boundary_resources.h"
+#include "codec/base64.h"
 #include "common/log.h"
 #include "common/text.h"
 #include "common/utl_buffer.h"
@@ -189,14 +190,11 @@ TAV_EML_RESULT tav_eml_smtp_boundary::flush_carry(const char* operation, const c
                                                   const uint8_t* carry_bytes) {
   constexpr int kLine = 64;
   if (carry_count == 0) return TAV_EML_OK;
-  char* text = nullptr;
-  long length = 0;
-  if (tav_eml_mlutl_mime_utility::to_b64(carry_bytes, carry_count, text, length, kLine) == 0) {
+  utl_buffer group;
+  if (!to_base64(carry_bytes, carry_count, kLine, group)) {
     return boundary_failure(operation, encode_step, TAV_EML_ERR_UNKNOWN);
   }
-  utl_buffer group;
-  group.adopt(text, length);
-  TAV_EML_RESULT result = judge_size(operation, length);
+  TAV_EML_RESULT result = judge_size(operation, group.length());
   if (result != TAV_EML_OK) return result;
   result = send_text(m_pSMTPSettings, group, m_pSession);
   if (result != TAV_EML_OK) return boundary_failure(operation, "():SendData NG", result);

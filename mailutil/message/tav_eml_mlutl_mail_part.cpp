@@ -76,16 +76,16 @@ int tav_eml_mlutl_mail_part::CopyPart(const tav_eml_mlutl_mail_part& other) {
     m_cHeader1.CopyString(other.m_cHeader1);
     m_cHeader2.CopyString(other.m_cHeader2);
     m_nComplete = other.m_nComplete;
-    m_nDataLength = other.m_nDataLength;
-    if (m_nDataLength < 1) return true;
+    m_nDataLength = 0;
+    if (other.m_nDataLength < 1) return true;
 
     utl_buffer data;
     if (!data.assign(other.m_pData, other.m_nDataLength)) {
-      m_nDataLength = 0;
       return part_failure("CopyPart", " failed to allocate memory");
     }
     long length = 0;
     data.release(m_pData, length);
+    m_nDataLength = other.m_nDataLength;
     return true;
   });
 }

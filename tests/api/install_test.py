@@ -84,7 +84,7 @@ def round_trips(work, prefix, programs):
     ports_file, authority = os.path.join(work, "ports"), os.path.join(work, "ca.pem")
     host = subprocess.Popen([os.path.join(prefix, "bin", "tavmail-host"), "--any-port",
                              "--ca-out", authority, "--ready-file", ports_file,
-                             "--user", f"taro:{PASSWORD}", "--max-seconds", "120"],
+                             "--user", f"taro:{PASSWORD}", "--login-required", "--max-seconds", "120"],
                             stdout=subprocess.DEVNULL)
     try:
         ports = read_ports(ports_file)
