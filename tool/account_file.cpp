@@ -108,6 +108,16 @@ const toml::table& find_account(const document& file, const std::string& wanted,
   return *node->as_table();
 }
 
+// Several accounts, or one, and nobody has said which. Without any there is nothing to choose.
+void refuse_to_guess(const document& file, const std::string& path) {
+  std::string names;
+  for (const std::string& name : keys_of(file.table())) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  if (names.empty()) return;
+  throw problem(EX_USAGE, path + " names no default account; choose one with --account: " + names);
+}
+
 // A value as the command line would have it; several for an array.
 std::vector<std::string> values_of(const document& file, const std::string& key,
                                    const toml::node& node) {
@@ -197,7 +207,10 @@ bool account_file::apply(const command_line& command, const command_line& tool,
   std::string name = m_cAccount;
   if (name.empty()) {
     const toml::node* chosen = file.table().get("default");
-    if (chosen == nullptr) return false;
+    if (chosen == nullptr) {
+      refuse_to_guess(file, path);
+      return false;
+    }
     if (!chosen->is_string()) throw file.at(*chosen, "default: expected the name of an account");
     name = *chosen->value<std::string>();
   }

@@ -78,6 +78,25 @@ void examine_all(const command_line& command, const doctor_options& options,
   }
 }
 
+constexpr char kNoMark[] = "        ";
+
+std::string label_of(const char* mark, const std::string& name) {
+  std::string label = mark + name;
+  label.resize(26, ' ');
+  return label;
+}
+
+// The last line of an examination that failed.
+std::string verdict_of(const checkup& result) {
+  const bool is_smtp = result.protocol == "smtp";
+  std::string failed;
+  for (const checkup_stage& stage : result.stages) {
+    if (!stage.is_good) failed = stage.name;  // an address may be dead and the next one not
+  }
+  return "not ready to " + std::string(is_smtp ? "send" : "receive") + ": \"" + failed +
+         "\" failed" + (is_smtp ? "; no mail was sent" : "");
+}
+
 int run_doctor(command_line& command, const doctor_options& options) {
   std::vector<checkup> results;
   std::optional<problem> end;
@@ -113,14 +132,12 @@ std::string checkup_lines(const checkup& result) {
   std::string out = (result.protocol == "smtp" ? "Sending" : "Receiving") + std::string(": ") +
                     result.server + " port " + std::to_string(result.port) + "\n";
   for (const checkup_stage& stage : result.stages) {
-    std::string label = stage.is_good ? "  ok    " : "  FAIL  ";
-    label += stage.name;
-    label.resize(26, ' ');
-    out += wrapped(label, stage.text);
+    out += wrapped(label_of(stage.is_good ? "  ok    " : "  FAIL  ", stage.name), stage.text);
     if (!stage.remedy.empty()) {
-      out += wrapped("        what to do        ", stage.remedy);
+      out += wrapped(label_of(kNoMark, "what to do"), stage.remedy);
     }
   }
+  if (!result.is_good()) out += wrapped(label_of(kNoMark, "result"), verdict_of(result));
   return out + "\n";
 }
 

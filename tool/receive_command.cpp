@@ -31,6 +31,9 @@ void print(const receive_options& options, const collection& run) {
   if (before > 0) std::cout << counted(before, "earlier ") << " deleted on the server\n";
   std::cout << counted(run.received(), options.all ? "" : "new ") << "; " << run.on_server()
             << " on the server\n";
+  if (!options.saves() && !options.all && run.received() > 0) {
+    std::cout << "nothing was saved, so they stay new; --folder DIR saves them\n";
+  }
 }
 
 // Fills in what was left open and checks what was given.

@@ -190,7 +190,9 @@ class silent_question {
 secret_text from_terminal(const std::string& user, const std::string& server) {
   const int fd = open("/dev/tty", O_RDWR | O_CLOEXEC);
   if (fd < 0) {
-    throw problem(EX_USAGE, "no terminal to ask for the password; use --password-file or -command");
+    throw problem(EX_USAGE,
+                  "no terminal to ask for the password; use --password-file or "
+                  "--password-command");
   }
   input_file terminal(fd, "the terminal");
   secret_text text;

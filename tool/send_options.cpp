@@ -136,8 +136,9 @@ void fill_attachment(const send_options& options, outgoing& out) {
     }
     return;
   }
-  const TAV_EML_CONTENT_TYPE type = content_type_of(options.attach, options.content_type);
+  // First: of a file that is not there the type does not matter.
   out.file = std::make_unique<attachment>(options.attach);
+  const TAV_EML_CONTENT_TYPE type = content_type_of(options.attach, options.content_type);
   const std::string name = !options.attach_name.empty()
                                ? options.attach_name
                                : options.attach.substr(options.attach.rfind('/') + 1);

@@ -158,6 +158,14 @@ void report_opening(TAV_EML_RESULT result, const dialogue_view& view, const tria
   }
 }
 
+// The way to the mailbox comes first, as the login there does; both ways are tried before it.
+checkup in_order(checkup result) {
+  std::stable_partition(result.stages.begin(), result.stages.end(), [](const checkup_stage& stage) {
+    return stage.name.rfind(kBeforeSmtp, 0) == 0;
+  });
+  return result;
+}
+
 }  // namespace
 
 checkup check_smtp(const trial_options& options, bool verbose) {
@@ -171,19 +179,19 @@ checkup check_smtp(const trial_options& options, bool verbose) {
   const bool has_way =
       (!options.wants_pop_login() || test.check_way(options.mailbox, true, kBeforeSmtp, look)) &&
       test.check_way(options, false, "", look);
-  if (!has_way) return test.take();
+  if (!has_way) return in_order(test.take());
 
   dialogue_view view(line_sink(verbose), options.kind_of_dialogue());
   const dialogue_tap tap(view);
   trial_session session(settings);
   TAV_EML_RESULT result = session.open();
   report_opening(result, view, options, test);
-  if (result != TAV_EML_OK) return test.take();
+  if (result != TAV_EML_OK) return in_order(test.take());
   result = session.name(from, to);
   report_envelope(result, view, options, test);
   if (has_replied(result)) session.close();
   if (test.is_good()) test.good("result", "ready to send; no mail was sent");
-  return test.take();
+  return in_order(test.take());
 }
 
 }  // namespace tavmail

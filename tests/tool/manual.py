@@ -41,6 +41,15 @@ used = {values[name] for name in re.findall(r"\bEX_[A-Z]+\b", sources)} | {"130"
 section = read("tavmail.1").split(".Sh EXIT STATUS")[1].split(".Sh ")[0]
 problems += [f"only one of the page and the code has the exit code {code}"
              for code in used ^ set(re.findall(r"^\.It (\d+)", section, re.M))]
+# The texts that the page explains are those of the tool; "…" is where a name goes.
+ported = map(read, glob.glob(os.path.join(ROOT, "platform", "linux", "*.cpp")))
+said = re.sub(r'"\s*\n\s*"', "", sources + "".join(ported)).replace('\\"', '"')
+rows = re.findall(r"^\| ((?:[^|`]|`[^`]*`)*) \| (?:\d|\d\d `\w|\d\d \|)",
+                  read(os.path.join(ROOT, "docs", "troubleshooting.md")), re.M)
+assert len(rows) > 30, rows
+problems += [f"troubleshooting.md explains \"{piece}\", which tavmail does not say"
+             for row in rows for text in re.findall("`([^`]*)`", row)
+             for piece in text.split("…") if len(piece) > 1 and piece not in said]
 if shutil.which("mandoc"):
     problems += subprocess.run(["mandoc", "-T", "lint", *sorted(os.listdir())],
                                capture_output=True).stdout.decode().splitlines()
