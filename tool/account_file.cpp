@@ -51,25 +51,25 @@ bool is_path(const option& given) {
 // The file as read, for messages that name its lines.
 class document {
  public:
-  explicit document(const std::string& path) : m_cPath(path) {
+  explicit document(const std::string& path) : m_path(path) {
     input_file file(path, "the configuration");
     const std::string text = file.read_all(kLargestFile);
     if (text.size() > kLargestFile) throw problem(EX_CONFIG, path + " is no configuration file");
     try {
-      m_cTable = toml::parse(text, path);
+      m_table = toml::parse(text, path);
       wipe_stack();
     } catch (const toml::parse_error& error) {
       throw at(error.source().begin.line, std::string(error.description()));
     }
-    if (file.is_open_to_others() && has_secret(m_cTable)) {
+    if (file.is_open_to_others() && has_secret(m_table)) {
       throw problem(EX_CONFIG, "others can read the passwords in " + path + "; chmod 600 it");
     }
   }
 
-  const toml::table& table() const { return m_cTable; }
+  const toml::table& table() const { return m_table; }
 
   problem at(size_t line, const std::string& text) const {
-    return problem(EX_CONFIG, m_cPath + ":" + std::to_string(line) + ": " + text);
+    return problem(EX_CONFIG, m_path + ":" + std::to_string(line) + ": " + text);
   }
   problem at(const toml::node& node, const std::string& text) const {
     return at(node.source().begin.line, text);
@@ -86,8 +86,8 @@ class document {
     return false;
   }
 
-  const std::string m_cPath;
-  toml::table m_cTable;
+  const std::string m_path;
+  toml::table m_table;
 };
 
 std::vector<std::string> keys_of(const toml::table& table) {
@@ -182,10 +182,10 @@ std::string account_file::default_path() {
 }
 
 void account_file::add_to(command_line& command) {
-  command.add("-A,--account", m_cAccount, "account of the configuration file")
+  command.add("-A,--account", m_account, "account of the configuration file")
       .value_name("NAME")
       .group("Server");
-  command.add("--config", m_cPath, "in place of ~/.config/tavmail/config.toml")
+  command.add("--config", m_path, "in place of ~/.config/tavmail/config.toml")
       .value_name("FILE")
       .group("Server");
 }
@@ -194,17 +194,17 @@ bool account_file::apply(const command_line& command, const command_line& tool,
                          const std::string& section, endpoint_options& endpoint,
                          bool optional) const {
   const bool names_server = command.find("server").is_given();
-  if (names_server && !m_cAccount.empty()) {
+  if (names_server && !m_account.empty()) {
     throw problem(EX_USAGE, "--account and --server exclude each other; an account has its server");
   }
   if (names_server) return false;
-  const std::string path = m_cPath.empty() ? default_path() : m_cPath;
+  const std::string path = m_path.empty() ? default_path() : m_path;
   std::error_code error;
   const bool is_there = std::filesystem::exists(path, error);
   // One that cannot be looked for may be there.
-  if (!is_there && !error && m_cPath.empty() && m_cAccount.empty()) return false;
+  if (!is_there && !error && m_path.empty() && m_account.empty()) return false;
   const document file(path);
-  std::string name = m_cAccount;
+  std::string name = m_account;
   if (name.empty()) {
     const toml::node* chosen = file.table().get("default");
     if (chosen == nullptr) {

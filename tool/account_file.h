@@ -39,8 +39,8 @@ class account_file {
   static std::string default_path();
 
  private:
-  std::string m_cPath;
-  std::string m_cAccount;
+  std::string m_path;
+  std::string m_account;
 };
 
 }  // namespace tavmail

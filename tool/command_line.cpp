@@ -27,89 +27,89 @@ void read_with(Read read) {
 
 }  // namespace
 
-option option::value_name(const char* name) const { return option(m_pOption->type_name(name)); }
+option option::value_name(const char* name) const { return option(m_option->type_name(name)); }
 
-option option::group(const std::string& heading) const { return option(m_pOption->group(heading)); }
+option option::group(const std::string& heading) const { return option(m_option->group(heading)); }
 
-option option::shows_default() const { return option(m_pOption->capture_default_str()); }
+option option::shows_default() const { return option(m_option->capture_default_str()); }
 
 option option::range(int least, int most) const {
-  return option(checked(m_pOption, CLI::Range(least, most)));
+  return option(checked(m_option, CLI::Range(least, most)));
 }
 
 option option::one_of(const std::vector<std::string>& words) const {
-  return option(checked(m_pOption, CLI::IsMember(words)));
+  return option(checked(m_option, CLI::IsMember(words)));
 }
 
 option option::excludes(const option& other) const {
-  return option(m_pOption->excludes(other.m_pOption));
+  return option(m_option->excludes(other.m_option));
 }
 
-option option::repeatable() const { return option(m_pOption->allow_extra_args(false)); }
+option option::repeatable() const { return option(m_option->allow_extra_args(false)); }
 
-option option::first_counts() const { return option(m_pOption->take_first()); }
+option option::first_counts() const { return option(m_option->take_first()); }
 
-bool option::is_given() const { return m_pOption->count() > 0; }
+bool option::is_given() const { return m_option->count() > 0; }
 
-std::vector<std::string> option::values() const { return m_pOption->results(); }
+std::vector<std::string> option::values() const { return m_option->results(); }
 
 void option::give(const std::vector<std::string>& values) const {
   read_with([&] {
-    for (const std::string& value : values) m_pOption->add_result(value);
-    m_pOption->run_callback();
+    for (const std::string& value : values) m_option->add_result(value);
+    m_option->run_callback();
   });
 }
 
 std::string option::name() const {
-  return m_pOption->get_lnames().empty() ? "" : m_pOption->get_lnames()[0];
+  return m_option->get_lnames().empty() ? "" : m_option->get_lnames()[0];
 }
 
 std::string option::letter() const {
-  return m_pOption->get_snames().empty() ? "" : m_pOption->get_snames()[0];
+  return m_option->get_snames().empty() ? "" : m_option->get_snames()[0];
 }
 
-std::string option::value_name() const { return m_pOption->get_type_name(); }
+std::string option::value_name() const { return m_option->get_type_name(); }
 
-std::string option::description() const { return m_pOption->get_description(); }
+std::string option::description() const { return m_option->get_description(); }
 
-bool option::is_flag() const { return m_pOption->get_expected_max() == 0; }
+bool option::is_flag() const { return m_option->get_expected_max() == 0; }
 
 command_line::command_line(const std::string& description, const std::string& name)
-    : m_owned(std::make_unique<CLI::App>(description, name)), m_pApp(m_owned.get()) {
-  m_pApp->require_subcommand(0, 1);
-  m_pApp->allow_extras();
-  m_pApp->get_formatter()->column_width(32);
+    : m_owned(std::make_unique<CLI::App>(description, name)), m_app(m_owned.get()) {
+  m_app->require_subcommand(0, 1);
+  m_app->allow_extras();
+  m_app->get_formatter()->column_width(32);
 }
 
 command_line::command_line(CLI::App* app, const command_line* parent)
-    : m_pApp(app), m_pParent(parent) {}
+    : m_app(app), m_parent(parent) {}
 
 command_line::~command_line() = default;
 
 option command_line::add(const std::string& names, std::string& value, const std::string& help) {
-  return option(m_pApp->add_option(names, value, help));
+  return option(m_app->add_option(names, value, help));
 }
 
 option command_line::add(const std::string& names, std::vector<std::string>& values,
                          const std::string& help) {
-  return option(m_pApp->add_option(names, values, help));
+  return option(m_app->add_option(names, values, help));
 }
 
 option command_line::add(const std::string& names, int& value, const std::string& help) {
-  return option(m_pApp->add_option(names, value, help));
+  return option(m_app->add_option(names, value, help));
 }
 
 option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
-  return option(m_pApp->add_option(names, value, help));
+  return option(m_app->add_option(names, value, help));
 }
 
 option command_line::add(const std::string& names, std::function<void(int)> take,
                          const std::string& help) {
-  return option(m_pApp->add_option_function<int>(names, std::move(take), help));
+  return option(m_app->add_option_function<int>(names, std::move(take), help));
 }
 
 option command_line::add_flag(const std::string& names, bool& value, const std::string& help) {
-  return option(m_pApp->add_flag(names, value, help));
+  return option(m_app->add_flag(names, value, help));
 }
 
 // Takes a number as well: a value that was taken before is handed over to another command so.
@@ -127,55 +127,55 @@ option command_line::add_word(const std::string& names, std::function<void(int)>
     }
     return value + " is not one of " + known;
   };
-  CLI::Option* const added = m_pApp->add_option_function<int>(names, std::move(take), help);
+  CLI::Option* const added = m_app->add_option_function<int>(names, std::move(take), help);
   return option(added->transform(CLI::Validator(to_number, "")));
 }
 
 command_line& command_line::add_command(const std::string& name, const std::string& description) {
-  CLI::App* const app = m_pApp->add_subcommand(name, description);
+  CLI::App* const app = m_app->add_subcommand(name, description);
   app->allow_extras();
-  m_aCommands.emplace_back(new command_line(app, this));
-  return *m_aCommands.back();
+  m_commands.emplace_back(new command_line(app, this));
+  return *m_commands.back();
 }
 
 void command_line::set_version(const std::string& text) {
-  m_pApp->set_version_flag("--version", text);
+  m_app->set_version_flag("--version", text);
 }
 
-void command_line::set_footer(const std::string& text) { m_pApp->footer(text); }
+void command_line::set_footer(const std::string& text) { m_app->footer(text); }
 
 bool command_line::parse(int argc, const char* const* argv) {
   try {
-    read_with([&] { m_pApp->parse(argc, argv); });
+    read_with([&] { m_app->parse(argc, argv); });
     return true;
   } catch (const CLI::Success& answer) {
-    m_pApp->exit(answer);
+    m_app->exit(answer);
     return false;
   }
 }
 
-bool command_line::is_chosen() const { return m_pApp->parsed(); }
+bool command_line::is_chosen() const { return m_app->parsed(); }
 
-std::vector<std::string> command_line::unknown_words() const { return m_pApp->remaining(); }
+std::vector<std::string> command_line::unknown_words() const { return m_app->remaining(); }
 
-const std::string& command_line::name() const { return m_pApp->get_name(); }
+const std::string& command_line::name() const { return m_app->get_name(); }
 
-std::string command_line::description() const { return m_pApp->get_description(); }
+std::string command_line::description() const { return m_app->get_description(); }
 
 std::vector<const command_line*> command_line::commands() const {
   std::vector<const command_line*> all;
-  for (const auto& command : m_aCommands) all.push_back(command.get());
+  for (const auto& command : m_commands) all.push_back(command.get());
   return all;
 }
 
 std::vector<option> command_line::options() const {
   std::vector<option> all;
-  for (CLI::Option* const each : m_pApp->get_options()) all.emplace_back(each);
+  for (CLI::Option* const each : m_app->get_options()) all.emplace_back(each);
   return all;
 }
 
 option command_line::find(const std::string& name) const {
-  return option(m_pApp->get_option_no_throw("--" + name));
+  return option(m_app->get_option_no_throw("--" + name));
 }
 
 }  // namespace tavmail

@@ -29,8 +29,8 @@ class usage_error : public std::runtime_error {
 // option, and it is there as long as its command.
 class option {
  public:
-  explicit option(CLI::Option* it = nullptr) : m_pOption(it) {}
-  explicit operator bool() const { return m_pOption != nullptr; }
+  explicit option(CLI::Option* it = nullptr) : m_option(it) {}
+  explicit operator bool() const { return m_option != nullptr; }
 
   // How the help shows it: the name of its value, the heading that it stands under.
   option value_name(const char* name) const;
@@ -55,7 +55,7 @@ class option {
   bool is_flag() const;
 
  private:
-  CLI::Option* m_pOption;
+  CLI::Option* m_option;
 };
 
 // The tool, or one of its commands. What options fill lives as long as it does.
@@ -93,7 +93,7 @@ class command_line {
 
   const std::string& name() const;
   std::string description() const;
-  const command_line* parent() const { return m_pParent; }
+  const command_line* parent() const { return m_parent; }
   std::vector<const command_line*> commands() const;
   std::vector<option> options() const;
   // Of this long name, without the dashes; an empty one when there is none.
@@ -105,9 +105,9 @@ class command_line {
                   const std::map<std::string, int>& words, const std::string& help);
 
   std::unique_ptr<CLI::App> m_owned;  // of the tool
-  CLI::App* m_pApp;
-  const command_line* m_pParent = nullptr;
-  std::vector<std::unique_ptr<command_line>> m_aCommands;
+  CLI::App* m_app;
+  const command_line* m_parent = nullptr;
+  std::vector<std::unique_ptr<command_line>> m_commands;
 };
 
 }  // namespace tavmail

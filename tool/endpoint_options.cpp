@@ -171,8 +171,8 @@ void endpoint_options::library_tls_options(uint8_t (&options)[5]) const {
 }
 
 std::shared_ptr<const secret_text> endpoint_options::take_password() const {
-  if (m_cPassword && password_file.empty() && password_command.empty()) {
-    return std::exchange(m_cPassword, nullptr);
+  if (m_password && password_file.empty() && password_command.empty()) {
+    return std::exchange(m_password, nullptr);
   }
   return std::make_shared<const secret_text>(
       read_password(password_file, password_command, user, server));
@@ -182,7 +182,7 @@ void endpoint_options::share_account(const endpoint_options& other) {
   user = other.user;
   password_file = other.password_file;
   password_command = other.password_command;
-  m_cPassword = other.m_cPassword;
+  m_password = other.m_password;
 }
 
 void wipe_record_text(UtlString& text) {

@@ -51,7 +51,7 @@ struct endpoint_options {
 
   // A password that the configuration file holds.
   void set_password(secret_text text) {
-    m_cPassword = std::make_shared<secret_text>(std::move(text));
+    m_password = std::make_shared<secret_text>(std::move(text));
   }
   // Takes the account of `other`, however its password is told.
   void share_account(const endpoint_options& other);
@@ -63,7 +63,7 @@ struct endpoint_options {
   std::shared_ptr<const secret_text> take_password() const;
 
  private:
-  mutable std::shared_ptr<const secret_text> m_cPassword;
+  mutable std::shared_ptr<const secret_text> m_password;
 };
 
 // Wipes a text of a library record.

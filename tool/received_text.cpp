@@ -22,11 +22,11 @@ constexpr size_t kLongestName = 200;  // bytes; file systems take 255
 
 class converter {
  public:
-  explicit converter(const std::string& from) : m_pHandle(iconv_open("UTF-8", from.c_str())) {}
+  explicit converter(const std::string& from) : m_handle(iconv_open("UTF-8", from.c_str())) {}
   converter(const converter&) = delete;
   converter& operator=(const converter&) = delete;
   ~converter() {
-    if (is_open()) iconv_close(m_pHandle);
+    if (is_open()) iconv_close(m_handle);
   }
 
   // False for bytes that are not of the character set.
@@ -37,15 +37,15 @@ class converter {
     char* to = out.data();
     size_t left = bytes.size();
     size_t room = out.size();
-    if (iconv(m_pHandle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
+    if (iconv(m_handle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
     text.assign(out.data(), static_cast<size_t>(to - out.data()));
     return true;
   }
 
  private:
-  bool is_open() const { return m_pHandle != reinterpret_cast<iconv_t>(-1); }
+  bool is_open() const { return m_handle != reinterpret_cast<iconv_t>(-1); }
 
-  iconv_t m_pHandle;
+  iconv_t m_handle;
 };
 
 // The library's own conversion, which knows the vendor characters of Japanese mail.

@@ -48,42 +48,42 @@ void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
 class transaction {
  public:
   transaction(const send_options& options, outgoing& out)
-      : m_cOptions(options),
-        m_cOut(out),
-        m_cView(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
-                                : dialogue_view::line_sink(),
-                options.server.kind_of_dialogue()),
-        m_cTap(m_cView),
-        m_cSettings(options.server.settings(options.size_limit)),
-        m_cBoundary(m_cSettings) {}
+      : m_options(options),
+        m_out(out),
+        m_view(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
+                               : dialogue_view::line_sink(),
+               options.server.kind_of_dialogue()),
+        m_tap(m_view),
+        m_settings(options.server.settings(options.size_limit)),
+        m_boundary(m_settings) {}
 
   void run() {
-    require(m_cBoundary.connect_mail());
-    require(m_cBoundary.send_header(m_cOut.mail));
+    require(m_boundary.connect_mail());
+    require(m_boundary.send_header(m_out.mail));
     send_body();
-    if (m_cOut.file) send_attachment();
-    const TAV_EML_RESULT closed = m_cBoundary.close_mail(m_cOut.mail);
+    if (m_out.file) send_attachment();
+    const TAV_EML_RESULT closed = m_boundary.close_mail(m_out.mail);
     // A goodbye that failed does not undo an accepted mail.
-    if (!m_cView.was_accepted()) require(closed);
+    if (!m_view.was_accepted()) require(closed);
   }
 
-  std::string reply() const { return reply_text(m_cView.decisive()); }
-  const char* outcome() const { return outcome_of(m_cView); }
+  std::string reply() const { return reply_text(m_view.decisive()); }
+  const char* outcome() const { return outcome_of(m_view); }
 
  private:
   // Ends the transaction when a step failed, or the run is to end.
   void require(TAV_EML_RESULT result) {
-    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_cView.end_was_sent())) return;
+    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_view.end_was_sent())) return;
     const problem cause = ending(result);
-    m_cBoundary.abort_mail();
+    m_boundary.abort_mail();
     throw cause;
   }
 
   problem ending(TAV_EML_RESULT result) const {
-    const problem known = explain(result, m_cView, m_cOptions.server);
+    const problem known = explain(result, m_view, m_options.server);
     const bool is_verdict = result == TAV_EML_ERR_REPLY || result == TAV_EML_ERR_REPLY_TEMPORARY;
     if (!interrupt_guard::was_pressed() || is_verdict) return known;
-    return interrupt_guard::cause(m_cView.end_was_sent()
+    return interrupt_guard::cause(m_view.end_was_sent()
                                       ? "the whole mail was sent and may have been delivered; ask "
                                         "the recipient before sending it again"
                                       : "nothing was delivered")
@@ -91,35 +91,35 @@ class transaction {
   }
 
   void send_body() {
-    const std::string& body = m_cOut.body;
+    const std::string& body = m_out.body;
     for (size_t at = 0; at < body.size();) {
       const size_t end = piece_end(body, at);
-      give(m_cOut.mail, body.substr(at, end - at));
-      require(m_cBoundary.send_body(m_cOut.mail));
+      give(m_out.mail, body.substr(at, end - at));
+      require(m_boundary.send_body(m_out.mail));
       at = end;
     }
   }
 
   void send_attachment() {
-    require(m_cBoundary.send_part_header(m_cOut.mail));
-    progress_bar bar("Sending", m_cOut.file->size(), !m_cOptions.quiet && !m_cOptions.verbose);
+    require(m_boundary.send_part_header(m_out.mail));
+    progress_bar bar("Sending", m_out.file->size(), !m_options.quiet && !m_options.verbose);
     try {
-      while (const size_t count = m_cOut.file->read_into(*m_cOut.mail.m_pPart)) {
-        require(m_cBoundary.send_part_body(m_cOut.mail));
+      while (const size_t count = m_out.file->read_into(*m_out.mail.m_pPart)) {
+        require(m_boundary.send_part_body(m_out.mail));
         bar.advance(count);
       }
     } catch (const problem& cause) {
-      m_cBoundary.abort_mail();  // without effect when it was the server that failed
+      m_boundary.abort_mail();  // without effect when it was the server that failed
       throw;
     }
   }
 
-  const send_options& m_cOptions;
-  outgoing& m_cOut;
-  dialogue_view m_cView;
-  dialogue_tap m_cTap;
-  tav_eml_smtp_settings m_cSettings;
-  tav_eml_smtp_boundary m_cBoundary;
+  const send_options& m_options;
+  outgoing& m_out;
+  dialogue_view m_view;
+  dialogue_tap m_tap;
+  tav_eml_smtp_settings m_settings;
+  tav_eml_smtp_boundary m_boundary;
 };
 
 std::string outcome_json(const std::string& outcome, const std::string& reply, const outgoing& out,
