@@ -7,8 +7,8 @@
 #include "dialogue_view.h"
 #include "header_value.h"
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
-#include "utl_os.h"
 
 namespace tavmail {
 
@@ -147,17 +147,6 @@ class part_writer {
   std::string m_held;
 };
 
-// A block that was handed out by the library.
-struct block {
-  explicit block(tav_eml_mlutl_mail_part& part) { part.get_buffer(data, length); }
-  block(const block&) = delete;
-  block& operator=(const block&) = delete;
-  ~block() { UtlOS::MemFree(data); }
-
-  void* data = nullptr;
-  long length = 0;
-};
-
 }  // namespace
 
 bool received_mail::is_safe() const {
@@ -227,18 +216,19 @@ TAV_EML_RESULT mail_reader::read_body(tav_eml_pop3_receive_mail& mail,
                           part.m_nTransferEncoding == TAV_EML_TE_QUOTED_PRINTABLE;
   const bool is_base64 = part.m_nTransferEncoding == TAV_EML_TE_BASE64;
   received_part entry = describe(part);
-  part_writer writer(folder, safe_file_name(entry.name, default_name(part, entry.content_type)),
+  part_writer writer(folder,
+                     easy::safe_file_name(entry.name, default_name(part, entry.content_type)),
                      is_part && !is_base64, is_base64);
   while (part.m_nComplete == 0) {
     const TAV_EML_RESULT result =
         is_part ? m_session.receive_part_body(mail) : m_session.receive_body(mail);
-    const block received(part);
+    const easy::taken_block received(part);
     // A block that decoded to nothing; or one that could not be decoded, which cannot be told from
     // it.
-    const bool is_empty = result == TAV_EML_ERR_UNKNOWN && is_encoded && received.length == 0;
+    const bool is_empty = result == TAV_EML_ERR_UNKNOWN && is_encoded && received.size() == 0;
     if (is_empty) entry.is_certain = false;
     if (result != TAV_EML_OK && !is_empty) return result;
-    writer.write(static_cast<const char*>(received.data), static_cast<size_t>(received.length));
+    writer.write(received.data(), received.size());
     m_progress();
   }
   writer.file().keep();

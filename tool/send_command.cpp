@@ -13,9 +13,9 @@
 #include "problem_json.h"
 #include "progress_bar.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
 #include "send_options.h"
-#include "utl_os.h"
 
 namespace tavmail {
 
@@ -33,14 +33,6 @@ size_t piece_end(const std::string& text, size_t at) {
   if (feed != std::string::npos && feed > at) return feed + 1;
   while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
   return end;
-}
-
-void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
-  if (block == nullptr) throw problem(EX_OSERR, "out of memory");
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
-  long length = static_cast<long>(bytes.size());
-  part.set_buffer(block, length);
 }
 
 // One transaction. A mail that was begun and not completed is aborted, so that the server discards
@@ -94,7 +86,7 @@ class transaction {
     const std::string& body = m_out.body;
     for (size_t at = 0; at < body.size();) {
       const size_t end = piece_end(body, at);
-      give(m_out.mail, body.substr(at, end - at));
+      require(easy::give(m_out.mail, body.data() + at, end - at));
       require(m_boundary.send_body(m_out.mail));
       at = end;
     }

@@ -9,6 +9,7 @@
 #include "message_text.h"
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_domain_filter.h"
+#include "quorvelmida/taveml_easy_text.h"
 
 namespace tavmail {
 
@@ -148,11 +149,11 @@ void fill_attachment(const send_options& options, outgoing& out) {
   part->m_nContentType = type;
   part->m_nTransferEncoding = TAV_EML_TE_BASE64;
   part->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
-  part->m_cFIleName = quotable_file_name(name).c_str();
+  part->m_cFIleName = easy::quotable_file_name(name).c_str();
   part->set_content_ciajwnetfax(options.internet_fax ? 1 : 0);
   out.mail.set_part(part.release());
   out.mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
-  out.mail.m_cBoundaryString = new_boundary().c_str();
+  out.mail.m_cBoundaryString = easy::new_boundary().c_str();
 }
 
 }  // namespace
@@ -204,7 +205,7 @@ void prepare(const send_options& options, outgoing& out) {
   fill_addresses(options, out.mail);
   check_header_text("--subject", options.subject, out.mail.m_nCharSet);
   out.mail.m_cSubject = options.subject.c_str();
-  out.mail.m_cDate = date_now().c_str();
+  out.mail.m_cDate = easy::date_now().c_str();
   fill_threading(options, out.mail);
   fill_attachment(options, out);
   out.body = canonical_lines(read_body(options));
