@@ -26,8 +26,7 @@
 namespace dialogue {
 
 struct statement {
-  std::string verb, rest;  // of "test -> REPLY": "test" and ""
-  bool is_call = false;    // a call of the library; "-> OK" is left out
+  std::string verb, rest;  // of "test -> REPLY": "test" and ""; "-> OK" is left out
   std::string expected;    // "REPLY"
 };
 

@@ -90,7 +90,6 @@ class pop3_device : public device {
     return *m_mail;
   }
 
-  void add_settings();
   void add_setups();
   void add_session_calls();
   void add_steps();
@@ -126,20 +125,17 @@ pop3_device::pop3_device() {
   m_record.strPassword = kSecret;
   m_record.nTimeout = kSeconds;
   m_sendTimeouts = {0};
-  add_settings();
   add_setups();
   add_session_calls();
   add_steps();
   add_values();
 }
 
-void pop3_device::add_settings() {
+void pop3_device::add_setups() {
   m_settings = {{"server", into(m_record.strServer)},     {"user", into(m_record.strUserID)},
                 {"password", into(m_record.strPassword)}, {"tls", into(m_record.ucTLSMode)},
                 {"apop", into(m_record.nAPOP)},           {"capacity", into(m_capacity)}};
-}
 
-void pop3_device::add_setups() {
   m_setups["message"] = [this](string rest) {
     const string uid = word_of(rest);
     m_messages.emplace_back(uid, expand(rest));

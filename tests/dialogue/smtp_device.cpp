@@ -1,6 +1,6 @@
 // A device that sends mail. Settings: server, user, password, helo, tls (0 to 2), options (five
-// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-password, pop3-tls and pop3-account
-// (none) for POP-before-SMTP. Calls:
+// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-tls and pop3-account (none)
+// for POP-before-SMTP. Calls:
 //
 //   test, connect, abort, close, fresh-test (of an object of its own), judge BYTES
 //   header, body TEXT, part-header, part-body TEXT, end     the steps of a mail
@@ -18,6 +18,7 @@
 #include <algorithm>
 
 #include "device.h"
+#include "text.h"
 
 namespace dialogue {
 namespace {
@@ -276,9 +277,9 @@ void smtp_device::add_values() {
   m_values["mail"] = [=] { return latest().data; };
   m_values["text"] = body;
   m_values["decoded"] = [=] {
-    const string encoded = body();
-    EXPECT_LE(std::count(encoded.begin(), encoded.end(), '='), 2) << "padding in the middle";
-    return from_base64(encoded);
+    string encoded;
+    for (const string& line : pieces_of(body(), "\r\n")) encoded += line;
+    return mailhost::from_base64(encoded).value_or("(no base64)");
   };
   m_values["to"] = [=] {
     string all;
@@ -288,7 +289,9 @@ void smtp_device::add_values() {
   m_values["answer"] = [this] {
     const string said = host().connection().in_clear;
     const size_t at = said.find("\r\n", said.find("AUTH")) + 2, end = said.find("\r\n", at);
-    return said.substr(end, 4) == "\r\n\r\n" ? from_base64(said.substr(at, end - at)) : "";
+    return said.substr(end, 4) == "\r\n\r\n"
+               ? mailhost::from_base64(said.substr(at, end - at)).value_or("")
+               : "";
   };
   m_values["sends"] = [this] { return std::to_string(net.calls({net_call::send}).size()); };
 }

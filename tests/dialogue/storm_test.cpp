@@ -60,7 +60,7 @@ class storm : public testing::TestWithParam<const dialogue_case*> {
     {
       const failing_new counted(0);
       EXPECT_EQ(player->run(m_row), TAV_EML_OK) << player->log.all();
-      whole.news = failing_new::works() ? counted.calls() : 0;
+      whole.news = counted.calls();
     }
     whole.outcome = player->outcome();
     whole.said = player->attack.said;
@@ -88,15 +88,13 @@ class storm : public testing::TestWithParam<const dialogue_case*> {
     player->set_up(m_row);
     bad.prepare(*player);
     TAV_EML_RESULT result = TAV_EML_OK;
-    if (failing_new_call != 0) {
-      const failing_new failing(failing_new_call,
-                                all_from ? failing_new::all_from : failing_new::once);
+    size_t peak_bytes = 0;
+    {
+      const failing_new failing(failing_new_call, all_from);
       result = player->run(m_row);
-    } else {
-      const new_meter meter;
-      result = player->run(m_row);
-      EXPECT_LE(meter.peak_bytes(), kMostMemory);
+      peak_bytes = failing.peak_bytes();
     }
+    EXPECT_LE(peak_bytes, kMostMemory);
     check(*player, whole, bad, result);
     calm(*player);
     EXPECT_EQ(player->run(m_row), TAV_EML_OK) << "does not work afterwards";
@@ -193,13 +191,13 @@ TEST_P(storm, every_call_failed_in_turn) {
   for (const bool all_from : {false, true}) {
     const string extent = all_from ? " and all that follow" : "";
     for (const size_t n : chosen(whole.blocks, 40)) {
-      const auto fails = [=](device& d) { d.memory.fail(n, all_from); };
-      survive(whole, {harm::memory, "block " + std::to_string(n) + extent, fails});
-      const auto throws = [=](device& d) {
-        d.memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("no memory"); });
-        fails(d);
-      };
-      survive(whole, {harm::memory, "throwing block " + std::to_string(n) + extent, throws});
+      for (const bool throws : {false, true}) {
+        const auto fails = [=](device& d) {
+          if (throws) d.memory.fail_by([] { throw new tav_eml_mlutl_mail_exception("none"); });
+          d.memory.fail(n, all_from);
+        };
+        survive(whole, {harm::memory, "block " + std::to_string(n) + extent, fails});
+      }
     }
     for (const size_t n : chosen(whole.news, 30))
       survive(whole, {harm::memory, "new " + std::to_string(n) + extent, [](device&) {}}, n,

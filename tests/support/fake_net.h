@@ -38,7 +38,6 @@ struct fake_socket {
 };
 
 struct fake_tls_session {
-  uint32_t context;
   int32_t sock;
   bool ended = false;
 };
@@ -75,8 +74,8 @@ struct fake_net {
   std::map<int32_t, fake_socket> sockets;
   int32_t next_socket = 3;
   std::set<uint32_t> contexts;
-  std::map<uint32_t, fake_tls_session> sessions;
-  uint32_t next_tls_handle = 0x1001;
+  std::map<uint32_t, fake_tls_session> sessions;  // at most one on a context
+  uint32_t next_context = 0x1001;
   std::list<fake_answer> answers;
 
   std::vector<std::pair<std::optional<net_call>, std::string>> records;  // sleeps have no kind

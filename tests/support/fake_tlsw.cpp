@@ -6,6 +6,8 @@
 namespace tav_test {
 namespace {
 
+constexpr uint32_t session_bit = 0x10000;  // a session's handle is the context's with this
+
 // The handshake with the peer: it must be waiting for one, and must have nothing in flight that was
 // said in clear.
 int32_t shake_hands(fake_net& net, uint32_t context, int32_t handle, uint32_t* session) {
@@ -19,8 +21,8 @@ int32_t shake_hands(fake_net& net, uint32_t context, int32_t handle, uint32_t* s
   const bool asked = !sock.peer->actions.empty();  // pump() leaves start_tls only
   if (!sock.implicit_tls && !asked) return TLSW_ERR_TIMEOUT;
   if (asked) sock.peer->actions.pop_front();
-  *session = net.next_tls_handle++;
-  net.sessions[*session] = {context, handle};
+  *session = context | session_bit;
+  net.sessions[*session] = {handle};
   sock.session = *session;
   asked ? sock.peer->tls_started() : sock.peer->connected(true);
   sock.implicit_tls = false;
@@ -38,20 +40,15 @@ fake_socket* protected_socket(fake_net& net, uint32_t session, net_call kind) {
   return net.require(is_open, kind, "on a socket that is closed") ? &sock->second : nullptr;
 }
 
-// Frees the context and every session on it.
+// Frees the context and the session on it.
 void drop_context(fake_net& net, uint32_t context) {
-  for (auto it = net.sessions.begin(); it != net.sessions.end();) {
-    const auto [on, handle, ended] = it->second;
-    if (on != context) {
-      ++it;
-      continue;
-    }
-    net.require(ended, net_call::tls_term, "of a session that was not shut down");
-    const auto sock = net.sockets.find(handle);
-    if (sock != net.sockets.end()) sock->second.session = 0;
-    it = net.sessions.erase(it);
-  }
   net.contexts.erase(context);
+  const auto session = net.sessions.find(context | session_bit);
+  if (session == net.sessions.end()) return;
+  net.require(session->second.ended, net_call::tls_term, "of a session that was not shut down");
+  const auto sock = net.sockets.find(session->second.sock);
+  if (sock != net.sockets.end()) sock->second.session = 0;
+  net.sessions.erase(session);
 }
 
 // A read or write: `move` moves bytes, whose count goes to `count`, or gives an error.
@@ -75,7 +72,7 @@ int32_t tlsw_init(uint32_t* context) noexcept {
   const net_entry entry;
   fake_net& net = *entry.net;
   const auto forced = net.forced(net_call::tls_init);
-  if (!forced) net.contexts.insert(*context = net.next_tls_handle++);
+  if (!forced) net.contexts.insert(*context = net.next_context++);
   return net.done(net_call::tls_init, forced.value_or(TLSW_OK));
 }
 
