@@ -1,7 +1,9 @@
 #include "case_file.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
+#include <list>
 #include <map>
 #include <stdexcept>
 
@@ -99,19 +101,19 @@ class reader {
     cases.back().rows.clear();
   }
 
-  std::vector<dialogue_case> cases;
+  explicit reader(string file) : m_file(std::move(file)) {}
+
+  std::list<dialogue_case> cases;
 
  private:
   void begin(string text, int number) {
     const string kind = word_of(text);
-    if (kind == "speaks") {
-      m_speaks = text;
-    } else if (kind == "let") {
+    if (kind == "let") {
       const string name = word_of(text);
       m_names[name] = text;
     } else if (kind == "case" || kind == "storm") {
       if (kind == "storm") word_of(text);
-      cases.push_back({m_speaks, text, kind == "storm", {{number, {}}}});
+      cases.push_back({m_file, text, kind == "storm", {{number, {}}}});
       m_eachIndent = 0;
     } else {
       fail("\"" + kind + "\" begins nothing");
@@ -123,19 +125,38 @@ class reader {
     const std::vector<string> cells = pieces_of(text, "|");
     for (size_t i = cells.size(); i > 0; --i)
       replace_all(filled, "$" + std::to_string(i), cells[i - 1]);
-    const size_t left = filled.find('$');
-    if (left != string::npos && std::isdigit(static_cast<unsigned char>(filled[left + 1])) != 0)
-      fail("the row has too few cells");
     case_row row = {number, m_before};
     add_statements(row.statements, filled);
     cases.back().rows.push_back(row);
   }
 
-  string m_speaks, m_template;
+  string m_file, m_template;
   std::map<string, string> m_names;
   std::vector<statement> m_before;
   size_t m_eachIndent = 0;
 };
+
+std::list<dialogue_case> read_cases(const string& name) {
+  const string path = TAV_CASES "/" + name + ".cases";
+  std::ifstream file(path);
+  if (!file) fail("cannot read " + path);
+  reader into(name);
+  string line, whole;
+  for (int number = 1; std::getline(file, line); ++number) {
+    whole += whole.empty() ? line : trimmed(line);
+    if (!whole.empty() && whole.back() == '\\') {
+      whole.pop_back();
+      continue;
+    }
+    try {
+      if (!trimmed(whole).empty() && trimmed(whole)[0] != '#') into.take(whole, number);
+    } catch (const std::runtime_error& error) {
+      fail(path + ":" + std::to_string(number) + ": " + error.what());
+    }
+    whole.clear();
+  }
+  return std::move(into.cases);
+}
 
 }  // namespace
 
@@ -174,25 +195,24 @@ string expand(string_view text) {
   return bytes;
 }
 
-std::vector<dialogue_case> read_cases(const string& path) {
-  std::ifstream file(path);
-  if (!file) fail("cannot read " + path);
-  reader into;
-  string line, whole;
-  for (int number = 1; std::getline(file, line); ++number) {
-    whole += whole.empty() ? line : trimmed(line);
-    if (!whole.empty() && whole.back() == '\\') {
-      whole.pop_back();
-      continue;
-    }
-    try {
-      if (!trimmed(whole).empty() && trimmed(whole)[0] != '#') into.take(whole, number);
-    } catch (const std::runtime_error& error) {
-      fail(path + ":" + std::to_string(number) + ": " + error.what());
-    }
-    whole.clear();
-  }
-  return into.cases;
+std::vector<const dialogue_case*> all_cases(bool only_storms) {
+  static const std::list<dialogue_case> all = [] {
+    std::list<dialogue_case> read;
+    for (const char* name : {"smtp", "login", "mail", "pop3", "received"})
+      read.splice(read.end(), read_cases(name));
+    return read;
+  }();
+  std::vector<const dialogue_case*> wanted;
+  for (const dialogue_case& one : all)
+    if (one.storm || !only_storms) wanted.push_back(&one);
+  return wanted;
+}
+
+string test_name(const testing::TestParamInfo<const dialogue_case*>& info) {
+  string name = info.param->file + "_" + info.param->name;
+  for (char& c : name)
+    if (std::isalnum(static_cast<unsigned char>(c)) == 0) c = '_';
+  return name;
 }
 
 }  // namespace dialogue

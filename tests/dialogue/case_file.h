@@ -1,7 +1,6 @@
 // case_file.h - tables of dialogues, one case a paragraph.
 //
 //   # a comment
-//   speaks smtp                     what the cases of the file talk
 //   let NAME text                   {NAME} stands for the text from here on
 //   case NAME
 //     STATEMENT; STATEMENT          done in this order; a ";" and a blank part two on one line
@@ -18,6 +17,8 @@
 #ifndef CASE_FILE_H
 #define CASE_FILE_H
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,8 +26,7 @@
 namespace dialogue {
 
 struct statement {
-  std::string verb, rest;  // of "test -> REPLY": "test" and ""
-  bool is_call = false;    // a call of the library; "-> OK" is left out
+  std::string verb, rest;  // of "test -> REPLY": "test" and ""; "-> OK" is left out
   std::string expected;    // "REPLY"
 };
 
@@ -37,13 +37,15 @@ struct case_row {
 };
 
 struct dialogue_case {
-  std::string speaks, name;
+  std::string file, name;
   bool storm = false;
   std::vector<case_row> rows;
 };
 
-// Throws std::runtime_error for a file that cannot be read or understood.
-std::vector<dialogue_case> read_cases(const std::string& path);
+// Of all tables, or the storm cases only. Throws std::runtime_error for a file that cannot be read
+// or understood.
+std::vector<const dialogue_case*> all_cases(bool only_storms = false);
+std::string test_name(const testing::TestParamInfo<const dialogue_case*>& info);
 
 // The bytes that a text stands for.
 std::string expand(std::string_view text);

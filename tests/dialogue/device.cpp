@@ -86,8 +86,9 @@ string lines_of(const mailhost::mail_host::record& said) {
 
 }  // namespace
 
-std::unique_ptr<device> device::make(const string& speaks) {
-  return speaks == "smtp" ? make_smtp_device() : make_pop3_device();
+std::unique_ptr<device> device::make(const dialogue_case& what) {
+  const bool is_pop3 = what.file == "pop3" || what.file == "received";
+  return is_pop3 ? make_pop3_device() : make_smtp_device();
 }
 
 device::device() {
@@ -105,11 +106,6 @@ device::~device() {
   EXPECT_TRUE(net.clean());
   EXPECT_TRUE(memory.clean());
   for (const char* secret : kSecrets) EXPECT_FALSE(log.contains(secret)) << secret;
-}
-
-void device::set(const string& name, const string& text) {
-  if (m_texts.count(name) == 0) return m_settings.at(name)(text);
-  *m_texts[name] = text == "(null)" ? static_cast<const char*>(nullptr) : text.c_str();
 }
 
 mailhost::mail_host& device::host() {
@@ -164,22 +160,18 @@ void device::add_setups() {
   m_setups["set"] = [this](string rest) {
     drop_objects();
     const string name = word_of(rest);
-    set(name, expand(rest));
+    m_settings.at(name)(expand(rest));
   };
-  m_setups["resolve"] = [this](const string& rest) {
-    net.resolve(kServer, rest.empty() ? std::vector<string>{} : pieces_of(rest, " "));
-  };
+  m_setups["resolve"] = [this](const string& rest) { net.resolve(kServer, pieces_of(rest, " ")); };
   m_setups["refuse"] = [this](string rest) {
     host();
     const int32_t port = number(word_of(rest)), result = number(word_of(rest));
-    net.connect_result(rest.empty() ? kAddress : rest, static_cast<uint16_t>(port), result);
+    net.refuse(rest.empty() ? kAddress : rest, static_cast<uint16_t>(port), result);
   };
   m_setups["fail"] = [this](string rest) {
     const net_call kind = kind_named(word_of(rest));
     const string count = word_of(rest);
-    const auto nth = static_cast<size_t>(number(count));
-    count.back() == '+' ? net.fail_from(kind, nth, number(rest))
-                        : net.fail(kind, nth, number(rest));
+    net.fail(kind, std::stoul(count), number(rest), count.back() == '+');
   };
   m_setups["limit"] = [this](const string& bytes) {
     net.send_limit(static_cast<size_t>(number(bytes)));
@@ -302,7 +294,6 @@ void device::check_order(TAV_EML_RESULT result) {
   EXPECT_TRUE(result == TAV_EML_OK || is_ours) << std::hex << static_cast<unsigned>(result);
   EXPECT_EQ(net.leaks(), "");
   EXPECT_FALSE(memory.any_mutex_held());
-  for (const char* secret : kSecrets) EXPECT_FALSE(log.contains(secret)) << secret;
   if (tls_mode_set() == 0) return;
   // Nothing worth stealing goes out before TLS.
   for (size_t nth = 1; nth <= host().connections(); ++nth) {

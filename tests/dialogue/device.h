@@ -67,7 +67,8 @@ class device {
   std::unique_ptr<host_door> m_smtp, m_pop3;
 
  public:
-  static std::unique_ptr<device> make(const std::string& speaks);
+  // One that speaks what the case's table is about.
+  static std::unique_ptr<device> make(const dialogue_case& what);
   virtual ~device();
   device(const device&) = delete;
   device& operator=(const device&) = delete;
@@ -119,8 +120,15 @@ class device {
   }
   // Adds a line to the host's script.
   void script(const std::string& line);
+  // Takes a value of a case to where it belongs.
+  static action into(UtlString& field) {
+    return [&field](const std::string& v) { field = v == "(null)" ? nullptr : v.c_str(); };
+  }
+  template <typename Number>
+  static action into(Number& field) {
+    return [&field](const std::string& v) { field = static_cast<Number>(std::stoi(v)); };
+  }
   std::map<std::string, action> m_setups, m_settings;
-  std::map<std::string, UtlString*> m_texts;  // settings
   std::map<std::string, value> m_values;
   std::map<std::string, call> m_calls;
   std::string m_value;  // what the latest call gave besides its result
@@ -130,7 +138,6 @@ class device {
  private:
   void add_setups();
   void add_values();
-  void set(const std::string& name, const std::string& text);
   void do_call(const statement& one);
   void check(const std::string& verb, std::string rest);
   void check_log(const std::string& rest);

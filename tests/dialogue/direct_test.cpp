@@ -14,14 +14,13 @@ struct Direct : testing::Test {
 
   // A connection to a server that says this.
   TAV_EML_RESULT connect(const std::string& said = "") {
-    door = std::make_unique<host_door>(host, mailhost::protocol::pop3);
     host.script.add("greeting " + device::exact(said) + "\n");
-    net.serve(kAddress, 25, *door);
+    net.serve(kAddress, 25, door);
     return transport.connect_mail(&sock, kServer, 25, 1000, 0);
   }
 
   mailhost::mail_host host;
-  std::unique_ptr<host_door> door;
+  host_door door{host, mailhost::protocol::pop3};
   fake_platform net;
   log_capture log;
   tav_eml_mlutl_mail_net transport;
@@ -69,7 +68,7 @@ TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
 }
 
 TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
-  net.connect_result(kAddress, 25, -1);
+  net.refuse(kAddress, 25, -1);
   EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_CONNECT);
   EXPECT_EQ(sock, 0);
   net.fail(net_call::socket, 2, -5);

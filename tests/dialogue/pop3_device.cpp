@@ -31,7 +31,6 @@ namespace {
 
 using std::string;
 using command = tav_eml_pop3_command;
-using mail_step = TAV_EML_RESULT (tav_eml_pop3_boundary::*)(tav_eml_pop3_receive_mail&);
 
 struct received_part {
   string type, name, data;
@@ -91,7 +90,6 @@ class pop3_device : public device {
     return *m_mail;
   }
 
-  void add_settings();
   void add_setups();
   void add_session_calls();
   void add_steps();
@@ -127,25 +125,17 @@ pop3_device::pop3_device() {
   m_record.strPassword = kSecret;
   m_record.nTimeout = kSeconds;
   m_sendTimeouts = {0};
-  add_settings();
   add_setups();
   add_session_calls();
   add_steps();
   add_values();
 }
 
-void pop3_device::add_settings() {
-  m_texts = {{"server", &m_record.strServer},
-             {"user", &m_record.strUserID},
-             {"password", &m_record.strPassword}};
-  m_settings["tls"] = [this](const string& v) {
-    m_record.ucTLSMode = static_cast<uint8_t>(stoi(v));
-  };
-  m_settings["apop"] = [this](const string& v) { m_record.nAPOP = stoi(v); };
-  m_settings["capacity"] = [this](const string& v) { m_capacity = stoi(v); };
-}
-
 void pop3_device::add_setups() {
+  m_settings = {{"server", into(m_record.strServer)},     {"user", into(m_record.strUserID)},
+                {"password", into(m_record.strPassword)}, {"tls", into(m_record.ucTLSMode)},
+                {"apop", into(m_record.nAPOP)},           {"capacity", into(m_capacity)}};
+
   m_setups["message"] = [this](string rest) {
     const string uid = word_of(rest);
     m_messages.emplace_back(uid, expand(rest));
@@ -163,17 +153,24 @@ void pop3_device::add_setups() {
 }
 
 void pop3_device::add_session_calls() {
-  using step = TAV_EML_RESULT (tav_eml_pop3_boundary::*)();
-  const auto plain = [this](const char* verb, step what) {
+  const auto add = [this](const char* verb, auto what) {
     m_calls[verb] = [this, what](const string&) {
       tav_eml_pop3_boundary& object = boundary();
-      return library([&] { return (object.*what)(); });
+      tav_eml_pop3_receive_mail& now = mail();
+      return library([&] { return what(object, now); });
     };
   };
-  plain("test", &tav_eml_pop3_boundary::test);
-  plain("connect", &tav_eml_pop3_boundary::connect_mail);
-  plain("close", &tav_eml_pop3_boundary::close_mail);
-  plain("noop", &tav_eml_pop3_boundary::noop);
+  add("test", [](auto& inbox, auto&) { return inbox.test(); });
+  add("connect", [](auto& inbox, auto&) { return inbox.connect_mail(); });
+  add("close", [](auto& inbox, auto&) { return inbox.close_mail(); });
+  add("noop", [](auto& inbox, auto&) { return inbox.noop(); });
+  add("delete-mail", [](auto& inbox, auto& mail) { return inbox.delete_mail(mail); });
+  add("body", [](auto& inbox, auto& mail) { return inbox.receive_body(mail); });
+  add("part-body", [](auto& inbox, auto& mail) { return inbox.receive_part_body(mail); });
+  add("skip-part", [](auto& inbox, auto& mail) { return inbox.skip_part(mail); });
+  add("skip-mail", [](auto& inbox, auto& mail) {
+    return tav_eml_pop3_boundary::convert_utl_retcode(inbox.skip_mail(mail));
+  });
   m_calls["fresh-test"] = [this](const string&) {
     boundary();
     return library([&] { return tav_eml_pop3_boundary(*m_settings_).test(); });
@@ -206,17 +203,6 @@ void pop3_device::add_session_calls() {
 }
 
 void pop3_device::add_steps() {
-  const auto of_mail = [this](const char* verb, mail_step what) {
-    m_calls[verb] = [this, what](const string&) {
-      tav_eml_pop3_boundary& object = boundary();
-      tav_eml_pop3_receive_mail& now = mail();
-      return library([&] { return (object.*what)(now); });
-    };
-  };
-  of_mail("delete-mail", &tav_eml_pop3_boundary::delete_mail);
-  of_mail("body", &tav_eml_pop3_boundary::receive_body);
-  of_mail("part-body", &tav_eml_pop3_boundary::receive_part_body);
-  of_mail("skip-part", &tav_eml_pop3_boundary::skip_part);
   m_calls["read"] = [this](const string&) { return read(); };
   m_calls["delete-uid"] = [this](const string&) {
     tav_eml_pop3_receive_mail now(m_info);
@@ -236,11 +222,6 @@ void pop3_device::add_steps() {
     if (again.empty()) mail().set_part(new tav_eml_pop3_receive_mail_part);
     tav_eml_pop3_receive_mail& now = mail();
     return library([&] { return boundary().receive_part_header(now, 0); });
-  };
-  m_calls["skip-mail"] = [this](const string&) {
-    tav_eml_pop3_receive_mail& now = mail();
-    return library(
-        [&] { return tav_eml_pop3_boundary::convert_utl_retcode(boundary().skip_mail(now)); });
   };
 }
 

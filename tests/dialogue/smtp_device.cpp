@@ -1,6 +1,6 @@
 // A device that sends mail. Settings: server, user, password, helo, tls (0 to 2), options (five
-// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-password, pop3-tls and pop3-account
-// (none) for POP-before-SMTP. Calls:
+// bytes), auth (0 to 3), limit, wait, and pop3-user, pop3-tls and pop3-account (none)
+// for POP-before-SMTP. Calls:
 //
 //   test, connect, abort, close, fresh-test (of an object of its own), judge BYTES
 //   header, body TEXT, part-header, part-body TEXT, end     the steps of a mail
@@ -13,28 +13,26 @@
 //   mails, to, mail   how many the server has; recipients and text of the latest one
 //   text, decoded     what follows its header; the bytes that this is the base64 of
 //   answer            the bytes of the line after AUTH, and "" if an empty one does not follow
-//   options           the bytes of the record that TLS was begun with
 //   sends             how many calls have sent something
 
 #include <algorithm>
 
 #include "device.h"
+#include "text.h"
 
 namespace dialogue {
 namespace {
 
 using std::string;
 
-TAV_EML_TRANSFER_ENCODING encoding_named(const string& name) {
-  if (name == "7bit") return TAV_EML_TE_7BIT;
-  if (name == "8bit") return TAV_EML_TE_8BIT;
-  return name == "base64" ? TAV_EML_TE_BASE64 : TAV_EML_TE_QUOTED_PRINTABLE;
-}
-
-TAV_EML_CHAR_SET set_named(const string& name) {
-  if (name == "iso-2022-jp") return TAV_EML_CS_ISO_2022_JP;
-  return name == "shift_jis" ? TAV_EML_CS_SHIFT_JIS : TAV_EML_CS_UTF_8;
-}
+const std::map<string, TAV_EML_TRANSFER_ENCODING> kEncodings = {
+    {"7bit", TAV_EML_TE_7BIT},
+    {"8bit", TAV_EML_TE_8BIT},
+    {"base64", TAV_EML_TE_BASE64},
+    {"qp", TAV_EML_TE_QUOTED_PRINTABLE}};
+const std::map<string, TAV_EML_CHAR_SET> kCharSets = {{"iso-2022-jp", TAV_EML_CS_ISO_2022_JP},
+                                                      {"shift_jis", TAV_EML_CS_SHIFT_JIS},
+                                                      {"utf-8", TAV_EML_CS_UTF_8}};
 
 tav_eml_mlutl_mail_address address(const string& text) {
   return text == "(none)" ? tav_eml_mlutl_mail_address() : tav_eml_mlutl_mail_address(text.c_str());
@@ -115,8 +113,7 @@ class smtp_device : public device {
   std::unique_ptr<tav_eml_smtp_settings> m_smtp;
   std::unique_ptr<tav_eml_smtp_boundary> m_boundary;
   tav_eml_smtp_send_mail m_mail;
-  std::map<string, tav_eml_mlutl_mail_address*> m_addresses;
-  std::map<string, UtlString*> m_headers;
+  std::map<string, action> m_fields;
   string m_data;  // of the attachment
   size_t m_piece = SIZE_MAX;
 };
@@ -148,47 +145,49 @@ smtp_device::smtp_device() {
 }
 
 void smtp_device::add_settings() {
-  m_texts = {{"server", &m_record.server},        {"user", &m_record.user_id},
-             {"password", &m_record.password},    {"helo", &m_record.helo_domain},
-             {"pop3-user", &m_account.strUserID}, {"pop3-password", &m_account.strPassword}};
-  const auto byte = [](const string& v) { return static_cast<uint8_t>(stoi(v)); };
-  m_settings["tls"] = [=](const string& v) { m_record.tlsmode = byte(v); };
-  m_settings["pop3-tls"] = [=](const string& v) { m_account.ucTLSMode = byte(v); };
-  m_settings["options"] = [this](const string& v) { std::copy_n(v.begin(), 5, m_record.tls_opt); };
+  m_settings = {
+      {"server", into(m_record.server)},
+      {"user", into(m_record.user_id)},
+      {"password", into(m_record.password)},
+      {"helo", into(m_record.helo_domain)},
+      {"tls", into(m_record.tlsmode)},
+      {"options", [this](const string& v) { std::copy_n(v.begin(), 5, m_record.tls_opt); }},
+      {"limit", into(m_record.size_limit)},
+      {"wait", into(m_record.pop_wait)},
+      {"pop3-user", into(m_account.strUserID)},
+      {"pop3-tls", into(m_account.ucTLSMode)},
+      {"pop3-account", [this](const string&) { m_hasAccount = false; }},
+  };
   m_settings["auth"] = [this](const string& v) {
     m_record.auth_kind = stoi(v);
     if (m_record.auth_kind > 1) m_sendTimeouts.insert(0);  // POP3 leaves it to the port
   };
-  m_settings["limit"] = [this](const string& v) {
-    m_record.size_limit = static_cast<uint32_t>(stoul(v));
-  };
-  m_settings["wait"] = [this](const string& v) { m_record.pop_wait = stoi(v); };
-  m_settings["pop3-account"] = [this](const string&) { m_hasAccount = false; };
 }
 
 void smtp_device::add_fields() {
-  m_addresses = {{"from", &m_mail.m_cFrom},
-                 {"to", &m_mail.m_cTo},
-                 {"cc", &m_mail.m_cCc},
-                 {"bcc", &m_mail.m_cBcc},
-                 {"reply-to", &m_mail.m_cReplyTo}};
-  m_headers = {{"subject", &m_mail.m_cSubject},
-               {"date", &m_mail.m_cDate},
-               {"boundary", &m_mail.m_cBoundaryString}};
+  const auto into_address = [](tav_eml_mlutl_mail_address& field) {
+    return [&field](const string& v) { field = address(v); };
+  };
+  m_fields = {
+      {"from", into_address(m_mail.m_cFrom)},
+      {"to", into_address(m_mail.m_cTo)},
+      {"cc", into_address(m_mail.m_cCc)},
+      {"bcc", into_address(m_mail.m_cBcc)},
+      {"reply-to", into_address(m_mail.m_cReplyTo)},
+      {"subject", into(m_mail.m_cSubject)},
+      {"date", into(m_mail.m_cDate)},
+      {"boundary", into(m_mail.m_cBoundaryString)},
+      {"encoding", [this](const string& v) { m_mail.m_nTransferEncoding = kEncodings.at(v); }},
+      {"charset", [this](const string& v) { m_mail.m_nCharSet = kCharSets.at(v); }},
+      {"file", [this](const string& v) { m_mail.m_pPart->m_cFIleName = v.c_str(); }},
+  };
+  m_fields["inline"] = [this](const string&) {
+    m_mail.m_pPart->m_nContentType = TAV_EML_CT_TEXT_PLAIN;
+    m_mail.m_pPart->m_nContentDisposition = TAV_EML_CD_INLINE;
+  };
   m_setups["field"] = [this](string rest) {
-    const string name = word_of(rest), given = expand(rest);
-    if (m_addresses.count(name) != 0) {
-      *m_addresses[name] = address(given);
-    } else if (name == "encoding") {
-      m_mail.m_nTransferEncoding = encoding_named(given);
-    } else if (name == "charset") {
-      m_mail.m_nCharSet = set_named(given);
-    } else if (name == "inline") {
-      m_mail.m_pPart->m_nContentType = TAV_EML_CT_TEXT_PLAIN;
-      m_mail.m_pPart->m_nContentDisposition = TAV_EML_CD_INLINE;
-    } else {
-      *m_headers.at(name) = given.c_str();
-    }
+    const string name = word_of(rest);
+    m_fields.at(name)(expand(rest));
   };
   m_setups["attach"] = [this](const string& data) {
     m_mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
@@ -200,34 +199,25 @@ void smtp_device::add_fields() {
     part->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
     part->m_cFIleName = "a.pdf";
     m_mail.set_part(part);
-    m_headers["file"] = &part->m_cFIleName;
     m_data = expand(data);
   };
   m_setups["piece"] = [this](const string& bytes) { m_piece = std::stoul(bytes); };
 }
 
 void smtp_device::add_calls() {
-  using step = TAV_EML_RESULT (tav_eml_smtp_boundary::*)();
-  using mail_step = TAV_EML_RESULT (tav_eml_smtp_boundary::*)(tav_eml_smtp_send_mail&);
-  const auto plain = [this](const char* verb, step what) {
+  const auto add = [this](const char* verb, auto what) {
     m_calls[verb] = [this, what](const string&) {
       tav_eml_smtp_boundary& object = boundary();
-      return library([&] { return (object.*what)(); });
+      return library([&] { return what(object, m_mail); });
     };
   };
-  const auto of_mail = [this](const char* verb, mail_step what) {
-    m_calls[verb] = [this, what](const string&) {
-      tav_eml_smtp_boundary& object = boundary();
-      return library([&] { return (object.*what)(m_mail); });
-    };
-  };
-  plain("test", &tav_eml_smtp_boundary::test);
-  plain("connect", &tav_eml_smtp_boundary::connect_mail);
-  plain("abort", &tav_eml_smtp_boundary::abort_mail);
-  plain("close", &tav_eml_smtp_boundary::close_mail);
-  of_mail("header", &tav_eml_smtp_boundary::send_header);
-  of_mail("part-header", &tav_eml_smtp_boundary::send_part_header);
-  of_mail("end", &tav_eml_smtp_boundary::close_mail);
+  add("test", [](auto& outbox, auto&) { return outbox.test(); });
+  add("connect", [](auto& outbox, auto&) { return outbox.connect_mail(); });
+  add("abort", [](auto& outbox, auto&) { return outbox.abort_mail(); });
+  add("close", [](auto& outbox, auto&) { return outbox.close_mail(); });
+  add("header", [](auto& outbox, auto& mail) { return outbox.send_header(mail); });
+  add("part-header", [](auto& outbox, auto& mail) { return outbox.send_part_header(mail); });
+  add("end", [](auto& outbox, auto& mail) { return outbox.close_mail(mail); });
   m_calls["body"] = [this](const string& text) {
     return send_pieces(m_mail, expand(text), &tav_eml_smtp_boundary::send_body);
   };
@@ -287,9 +277,9 @@ void smtp_device::add_values() {
   m_values["mail"] = [=] { return latest().data; };
   m_values["text"] = body;
   m_values["decoded"] = [=] {
-    const string encoded = body();
-    EXPECT_LE(std::count(encoded.begin(), encoded.end(), '='), 2) << "padding in the middle";
-    return from_base64(encoded);
+    string encoded;
+    for (const string& line : pieces_of(body(), "\r\n")) encoded += line;
+    return mailhost::from_base64(encoded).value_or("(no base64)");
   };
   m_values["to"] = [=] {
     string all;
@@ -299,13 +289,9 @@ void smtp_device::add_values() {
   m_values["answer"] = [this] {
     const string said = host().connection().in_clear;
     const size_t at = said.find("\r\n", said.find("AUTH")) + 2, end = said.find("\r\n", at);
-    return said.substr(end, 4) == "\r\n\r\n" ? from_base64(said.substr(at, end - at)) : "";
-  };
-  m_values["options"] = [this] {
-    string all;
-    const auto record = net.tls_records().back();
-    for (size_t i = 8; i < 13; ++i) all += static_cast<char>(record[i]);
-    return all;
+    return said.substr(end, 4) == "\r\n\r\n"
+               ? mailhost::from_base64(said.substr(at, end - at)).value_or("")
+               : "";
   };
   m_values["sends"] = [this] { return std::to_string(net.calls({net_call::send}).size()); };
 }
