@@ -146,6 +146,8 @@ TEST(Parts, copy_everything_but_the_fax_value) {
   EXPECT_EQ(copy.get_content_ciajwnetfax_source(value), 0);
   EXPECT_EQ(part.get_content_ciajwnetfax_source(value), 1);
   EXPECT_STREQ(value.GetString(), "IGNORE");
+  part.set_content_ciajwnetfax(0);
+  EXPECT_EQ(part.is_ignore_content_ciajwnetfax(), 0);
   memory.fail_by(throw_exception);
   bool has_failed = true;
   for (size_t n = 1; has_failed; ++n) {

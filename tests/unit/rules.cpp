@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <regex>
 
@@ -42,6 +43,7 @@ namespace tav_test {
 namespace {
 
 using namespace quorvelmida;
+using namespace std::placeholders;
 using util = tav_eml_mlutl_mime_utility;
 using type = tav_eml_mlutl_mail_type;
 using device = tav_eml_smtp_util;
@@ -77,14 +79,11 @@ RULE(from_b64) {
 }
 
 RULE(to_b64) {
-  return handed_out([&](auto& out, long& n) {
-    return util::to_b64(in.c_str(0), in.length(0), out, n, in.number(1));
-  });
+  return handed_out(std::bind(util::to_b64, in.c_str(0), in.length(0), _1, _2, in.number(1)));
 }
 
 RULE(from_qp) {
-  return handed_out<void*>(
-      [&](auto& out, long& n) { return util::from_qp(in.c_str(0), in.length(0), out, n); });
+  return handed_out<void*>(std::bind(util::from_qp, in.c_str(0), in.length(0), _1, _2));
 }
 
 // The text, and the length that is reported.
@@ -100,22 +99,19 @@ RULE(to_qb) {
 }
 
 RULE(ToMimeEncode) {
-  return handed_out([&](char*& out, long& length) {
-    return util::ToMimeEncode(set_of(in, 0), in.c_str(2), in.length(2), out, length, in.number(1));
-  });
+  return handed_out(std::bind(util::ToMimeEncode, set_of(in, 0), in.c_str(2), in.length(2), _1, _2,
+                              in.number(1)));
 }
 
 RULE(inline_encode) {
-  return handed_out([&](char*& out, long& length) {
-    return util::inline_encode(in.c_str(1), in.length(1), out, length, set_of(in, 0));
-  });
+  return handed_out(
+      std::bind(util::inline_encode, in.c_str(1), in.length(1), _1, _2, set_of(in, 0)));
 }
 
 RULE(inline_decode) {
   TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
-  const std::string text = handed_out([&](char*& out, long& length) {
-    return util::inline_decode(in.c_str(0), in.length(0), out, length, set, 0);
-  });
+  const std::string text = handed_out(
+      std::bind(util::inline_decode, in.c_str(0), in.length(0), _1, _2, std::ref(set), 0));
   return set != TAV_EML_CS_NONE ? joined({text, str(set)}) : text;
 }
 
