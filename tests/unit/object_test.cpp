@@ -76,7 +76,7 @@ void hold_a_part(Mail& mail) {
   EXPECT_EQ(mail.m_pPart, nullptr);
 }
 
-TEST(Mails, own_one_part_a_list_of_boundaries_and_a_copy_of_their_info) {
+TEST(Mails, own_one_part_and_a_copy_of_their_info) {
   tav_eml_pop3_mail_info info(3, "uid", 99, 1);
   EXPECT_EQ(text(tav_eml_pop3_mail_info(info).m_strUID), "") << "a copy has no id";
   tav_eml_pop3_receive_mail mail(info);
@@ -84,13 +84,32 @@ TEST(Mails, own_one_part_a_list_of_boundaries_and_a_copy_of_their_info) {
   hold_a_part<tav_eml_pop3_receive_mail_part>(mail);
   tav_eml_smtp_send_mail sent;
   hold_a_part<tav_eml_smtp_send_mail_part>(sent);
+}
+
+TEST(Boundaries, a_line_is_held_against_the_innermost) {
+  const log_capture log;
+  tav_eml_mlutl_mail mail;
+  tav_eml_mlutl_receive receive;
+  EXPECT_EQ(mail.down_boundary_level() + mail.up_boundary_level(nullptr), 0);
+  for (const char* boundary : {"outer", "X"}) EXPECT_EQ(mail.up_boundary_level(boundary), 1);
+  const std::pair<const char*, int> lines[] = {
+      {"X", 0},      {"-X", 0},       {" --X", 0},      {"--Y", 0},      {"--outer", 0},
+      {"--X", 1},    {"--X-\r\n", 1}, {"--Xa", 1},      {"--X--", 2},    {"--X", 0},
+      {nullptr, -1}, {"--outer", 1},  {"--outer--", 2}, {"--outer", -1}, {"x", 0}};
+  for (const auto& [line, result] : lines)
+    EXPECT_EQ(receive.ChkBoundaryString(line, mail), result) << (line != nullptr ? line : "null");
+  for (const char* said :
+       {"down_boundary_level():[Return FALSE]NULL", "up_boundary_level():[Return FALSE]NULL",
+        "[Return -1] pBuf is NULL.", "[Return -1] no boundary string", "[Return 0]:unmatched"})
+    EXPECT_TRUE(log.contains(said)) << said;
   mail.up_boundary_level("A");
   auto* const list = new UtlVector;
   list->Add(0, new UtlString("B"));
-  for (int i = 0; i < 2; ++i) mail.set_boundary_string_list(list);
-  EXPECT_STREQ(mail.get_boundary_string()->GetString(), "B");
+  for (int i = 0; i < 2; ++i) mail.set_boundary_string_list(list);  // at first it is another one
+  EXPECT_EQ(text(*mail.get_boundary_string()), "B");
   mail.set_boundary_string_list(nullptr);
   EXPECT_EQ(mail.down_boundary_level() + mail.up_boundary_level("x"), 0);
+  EXPECT_TRUE(log.contains("m_cBoundaryString is NULL"));
 }
 
 // The next bytes of a part or a stream.

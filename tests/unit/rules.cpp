@@ -330,29 +330,6 @@ RULE(AnalyzePartHeader) {
   return joined({str(nested), joined(fields(*mail.get_part())), joined(fields(mail))});
 }
 
-// Each column is an operation with an argument.
-RULE(boundaries) {
-  tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  tav_eml_mlutl_receive receive;
-  std::vector<std::string> all;
-  for (size_t i = 0; i < in.size(); ++i) {
-    const std::string name = in[i].substr(0, in[i].find(' '));
-    const bool is_null = says(in[i], "(null)");
-    const char* const argument = is_null ? nullptr : in.c_str(i) + name.size() + 1;
-    int result = 0;
-    if (name == "up") result = mail.up_boundary_level(argument);
-    if (name == "down") result = mail.down_boundary_level();
-    if (name == "line") result = receive.ChkBoundaryString(argument, mail);
-    const UtlString* const innermost = mail.get_boundary_string();
-    all.push_back(str(result) + " " + (innermost != nullptr ? text(*innermost) : "(none)") +
-                  (mail.m_nBoundarySeen != 0 ? " seen" : "") +
-                  (mail.get_part()->m_nComplete != 0 ? " complete" : ""));
-    mail.get_part()->m_nComplete = 0;
-  }
-  return joined(all);
-}
-
 RULE(ChkMailEndLine) {
   tav_eml_mlutl_receive receive;
   tav_eml_mlutl_mail mail;
