@@ -172,20 +172,21 @@ RULE(check_filter) {
 
 // Sets what the columns say, "name=value".
 void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
-  const std::map<std::string, UtlString*> texts = {{"date", &mail.m_cDate},
-                                                   {"from", &mail.m_cFrom.m_cAddress},
-                                                   {"subject", &mail.m_cSubject},
-                                                   {"to", &mail.m_cTo.m_cAddress},
-                                                   {"bcc", &mail.m_cBcc.m_cAddress},
-                                                   {"sender", &mail.m_cSender.m_cAddress},
-                                                   {"name", &mail.m_cFIleName},
-                                                   {"fax", &mail.m_cContentCiajwnetfax},
-                                                   {"boundary", &mail.m_cBoundaryString}};
+  const std::pair<std::string, UtlString*> texts[] = {{"date", &mail.m_cDate},
+                                                      {"from", &mail.m_cFrom.m_cAddress},
+                                                      {"subject", &mail.m_cSubject},
+                                                      {"to", &mail.m_cTo.m_cAddress},
+                                                      {"bcc", &mail.m_cBcc.m_cAddress},
+                                                      {"sender", &mail.m_cSender.m_cAddress},
+                                                      {"name", &mail.m_cFIleName},
+                                                      {"fax", &mail.m_cContentCiajwnetfax},
+                                                      {"boundary", &mail.m_cBoundaryString}};
   for (size_t i = 0; i < in.size(); ++i) {
     const size_t equals = in[i].find('=');
     const std::string name = in[i].substr(0, equals), text = in[i].substr(equals + 1);
     const char* const value = text != "(null)" ? text.c_str() : nullptr;
-    if (texts.count(name) != 0) texts.at(name)->CopyString(value);
+    for (const auto& [known, field] : texts)
+      if (name == known) field->CopyString(value);
     if (name == "id") mail.set_message_id(value);
     if (name == "in-reply-to") mail.set_in_reply_to(value);
     if (name == "references") mail.set_references(value);
@@ -260,38 +261,38 @@ RULE(get_date) {
   return {room, length};
 }
 
-// What a mail or a part knows: "name=value" of each field that is not as it was made.
-std::vector<std::string> fields(const tav_eml_mlutl_mail_part& part) {
+// What a mail knows: "name=value" of each field that is not as it was made.
+std::vector<std::string> fields(const tav_eml_mlutl_mail& mail) {
   std::vector<std::string> all;
   const auto number = [&](const char* name, int value, int unset) {
     if (value != unset) all.push_back(name + ("=" + str(value)));
   };
-  number("type", part.m_nContentType, TAV_EML_CT_UNKNOWN);
-  number("encoding", part.m_nTransferEncoding, TAV_EML_TE_NONE);
-  number("as", part.m_nContentDisposition, TAV_EML_CD_NONE);
-  number("charset", part.m_nCharSet, TAV_EML_CS_NONE);
-  std::vector<std::pair<const char*, const UtlString*>> texts = {
-      {"type-text", &part.m_cContentType},          {"media", &part.m_cMediaType},
-      {"encoding-text", &part.m_cTransferEncoding}, {"name", &part.m_cFIleName},
-      {"extension", &part.m_cFileExtension},        {"fax", &part.m_cContentCiajwnetfax}};
-  if (const auto* const mail = dynamic_cast<const tav_eml_mlutl_mail*>(&part)) {
-    texts.insert(texts.end(), {{"to", &mail->m_cTo.m_cAddress},
-                               {"from", &mail->m_cFrom.m_cAddress},
-                               {"cc", &mail->m_cCc.m_cAddress},
-                               {"mdn", &mail->m_cMdnAddress.m_cAddress},
-                               {"reply-to", &mail->m_cReplyTo.m_cAddress},
-                               {"return-path", &mail->m_cReturnPath.m_cAddress},
-                               {"subject", &mail->m_cSubject},
-                               {"date", &mail->m_cDate},
-                               {"id", &mail->m_cMessageId},
-                               {"in-reply-to", &mail->m_cInReplyTo},
-                               {"references", &mail->m_cReferences}});
-    number("level", mail->m_nBoundaryLevel, 0);
-    if (mail->get_boundary_string() != nullptr)
-      texts.emplace_back("boundary", mail->get_boundary_string());
-  }
+  number("type", mail.m_nContentType, TAV_EML_CT_UNKNOWN);
+  number("encoding", mail.m_nTransferEncoding, TAV_EML_TE_NONE);
+  number("as", mail.m_nContentDisposition, TAV_EML_CD_NONE);
+  number("charset", mail.m_nCharSet, TAV_EML_CS_NONE);
+  number("level", mail.m_nBoundaryLevel, 0);
+  const std::pair<const char*, const UtlString*> texts[] = {
+      {"type-text", &mail.m_cContentType},
+      {"media", &mail.m_cMediaType},
+      {"encoding-text", &mail.m_cTransferEncoding},
+      {"name", &mail.m_cFIleName},
+      {"extension", &mail.m_cFileExtension},
+      {"fax", &mail.m_cContentCiajwnetfax},
+      {"to", &mail.m_cTo.m_cAddress},
+      {"from", &mail.m_cFrom.m_cAddress},
+      {"cc", &mail.m_cCc.m_cAddress},
+      {"mdn", &mail.m_cMdnAddress.m_cAddress},
+      {"reply-to", &mail.m_cReplyTo.m_cAddress},
+      {"return-path", &mail.m_cReturnPath.m_cAddress},
+      {"subject", &mail.m_cSubject},
+      {"date", &mail.m_cDate},
+      {"id", &mail.m_cMessageId},
+      {"in-reply-to", &mail.m_cInReplyTo},
+      {"references", &mail.m_cReferences},
+      {"boundary", mail.get_boundary_string()}};
   for (const auto& [name, value] : texts)
-    if (!value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
+    if (value != nullptr && !value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
   return all;
 }
 
@@ -324,10 +325,11 @@ RULE(content_parameters) {
 
 RULE(AnalyzePartHeader) {
   tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  mail.get_part()->m_cHeader1 = in.c_str(0);
+  auto* const part = new tav_eml_mlutl_mail;  // which is a part, too
+  mail.set_part(part);
+  part->m_cHeader1 = in.c_str(0);
   const int nested = tav_eml_mlutl_receive().AnalyzePartHeader(mail, in.c_str(0), 1);
-  return joined({str(nested), joined(fields(*mail.get_part())), joined(fields(mail))});
+  return joined({str(nested), joined(fields(*part)), joined(fields(mail))});
 }
 
 RULE(ChkMailEndLine) {
