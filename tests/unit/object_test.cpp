@@ -252,6 +252,16 @@ TEST(Doors, open_to_the_same_rules) {
   receive.AnalyzeContentType(mail, mail, type);
   EXPECT_TRUE(mail.m_nContentType == 1 && mail.m_nContentDisposition == 0);
   EXPECT_TRUE(receive.IsEmptyLine(blank) && !receive.IsEmptyLine(place));
+  mail.set_part(new tav_eml_mlutl_mail_part);
+  EXPECT_EQ(receive.AnalyzePartHeader(mail, "Content-X-CIAJWNETFAX: x\r\n", 1), 0);
+  EXPECT_STREQ(mail.get_part()->m_cContentCiajwnetfax.GetString(), "x");
+  UtlString stuffed("..x\r\n"), end(".\r\n");
+  EXPECT_EQ(receive.ChkMailEndLine(mail, stuffed, 5, 8), 0);
+  EXPECT_EQ(text(stuffed), ".x\r\n");
+  for (const long length : {6, 1})  // neither the dot nor two bytes more count
+    EXPECT_EQ(receive.ChkMailEndLine(mail, type, length, 8), length == 6 ? 0 : -1);
+  EXPECT_EQ(receive.ChkMailEndLine(mail, end, 3, 0), 1);
+  EXPECT_EQ(mail.m_nComplete + mail.get_part()->m_nComplete - mail.m_nReceiving, 2);
   EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4096).c_str()), 0);
   EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4097).c_str()), 1);
   UtlVector lines;

@@ -323,29 +323,6 @@ RULE(content_parameters) {
   return joined({boundary != nullptr ? text(*boundary) : "(none)", name(mail)});
 }
 
-RULE(AnalyzePartHeader) {
-  tav_eml_mlutl_mail mail;
-  auto* const part = new tav_eml_mlutl_mail;  // which is a part, too
-  mail.set_part(part);
-  part->m_cHeader1 = in.c_str(0);
-  const int nested = tav_eml_mlutl_receive().AnalyzePartHeader(mail, in.c_str(0), 1);
-  return joined({str(nested), joined(fields(*part)), joined(fields(mail))});
-}
-
-RULE(ChkMailEndLine) {
-  tav_eml_mlutl_receive receive;
-  tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  std::vector<std::string> all;
-  for (size_t i = 1; i < in.size(); ++i) {
-    UtlString line(in.c_str(i));
-    const int result = receive.ChkMailEndLine(mail, line, in.length(i), in.number(0));
-    const int complete = mail.m_nComplete + mail.get_part()->m_nComplete - mail.m_nReceiving;
-    all.push_back(text(line) + str(result) + (complete == 2 ? " over" : ""));
-  }
-  return joined(all);
-}
-
 RULE(SearchBlock) {
   tav_eml_mlutl_stream stream(in.number(0));
   int full = 0;
