@@ -35,11 +35,11 @@ struct server : tav_test::mail_host {
         actions.push_back({peer_action::start_tls});
     }
     void say() {
-      std::string& words = m_server.words;
-      const size_t end = std::min(words.find('\x1e'), words.size());
-      actions.push_back({peer_action::send, words.substr(0, end)});
-      words.erase(0, end + 1);
-      if (words.empty() && m_server.closes) actions.push_back({peer_action::close});
+      std::string& left = m_server.words;
+      const size_t end = std::min(left.find('\x1e'), left.size());
+      actions.push_back({peer_action::send, left.substr(0, end)});
+      left.erase(0, end + 1);
+      if (left.empty() && m_server.closes) actions.push_back({peer_action::close});
     }
     server& m_server;
   };
