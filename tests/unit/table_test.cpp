@@ -74,7 +74,7 @@ void run(const std::string& function, const std::string& line) {
 }
 
 void run_table(const std::string& name) {
-  std::ifstream file(UNIT_FOLDER "/" + name + ".table");
+  std::ifstream file(TAV_CASES "/" + name + ".table");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   std::istringstream lines(std::regex_replace(text, std::regex("\n {6}"), ""));
   std::string function;
