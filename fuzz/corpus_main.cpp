@@ -1,8 +1,7 @@
-// Runs a fuzz target over files and folders without libFuzzer, so that every compiler's build tries
-// what fuzzing has found, and each input N times with some bytes changed at random, from a fixed
-// seed: corpus_main [--changes=N] FILE|FOLDER...
+// Runs a fuzz target over the files of a folder without libFuzzer, so that every compiler's build
+// tries what fuzzing has found, and each input N times with some bytes changed at random, from a
+// fixed seed: corpus_main FOLDER [N]
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -11,20 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "fuzz_input.h"
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
-
-namespace fs = std::filesystem;
-
-void collect(const fs::path& path, std::vector<fs::path>& files) {
-  if (!fs::is_directory(path)) {
-    files.push_back(path);
-    return;
-  }
-  for (const auto& entry : fs::directory_iterator(path))
-    if (entry.is_regular_file()) files.push_back(entry.path());
-}
 
 // Some bytes changed, dropped or doubled. The first one says what is tried, and stays.
 std::string changed(std::string bytes, std::mt19937& random) {
@@ -37,32 +25,24 @@ std::string changed(std::string bytes, std::mt19937& random) {
   return bytes;
 }
 
-void try_file(const fs::path& path, int changes) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string original{std::istreambuf_iterator<char>(file), {}};
-  std::cout << path.filename().string() << std::endl;  // flushed: it tells where a crash was
-  std::mt19937 random(static_cast<unsigned>(original.size()));
-  for (int n = 0; n <= changes; ++n) {
-    // Exactly as large as the input, as libFuzzer hands it over.
-    const std::string bytes = n == 0 ? original : changed(original, random);
-    const std::vector<uint8_t> data(bytes.begin(), bytes.end());
-    LLVMFuzzerTestOneInput(data.data(), data.size());
-  }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<fs::path> files;
-  int changes = 0;
-  for (int i = 1; i < argc; ++i) {
-    if (std::string(argv[i]).rfind("--changes=", 0) == 0)
-      changes = std::stoi(argv[i] + 10);
-    else
-      collect(argv[i], files);
+  const int changes = argc > 2 ? std::stoi(argv[2]) : 0;
+  int inputs = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string original{std::istreambuf_iterator<char>(file), {}};
+    std::cout << entry.path().filename() << std::endl;  // flushed: it tells where a crash was
+    std::mt19937 random(static_cast<unsigned>(original.size()));
+    for (int n = 0; n <= changes; ++n) {
+      // Exactly as large as the input, as libFuzzer hands it over.
+      const std::string bytes = n == 0 ? original : changed(original, random);
+      const std::vector<uint8_t> data(bytes.begin(), bytes.end());
+      LLVMFuzzerTestOneInput(data.data(), data.size());
+    }
+    ++inputs;
   }
-  std::sort(files.begin(), files.end());
-  for (const fs::path& path : files) try_file(path, changes);
-  std::cout << files.size() << " inputs\n";
-  return files.empty() ? 1 : 0;
+  std::cout << inputs << " inputs\n";
+  return inputs > 0 ? 0 : 1;
 }

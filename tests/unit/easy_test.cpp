@@ -47,14 +47,13 @@ TEST(Easy, a_long_text_is_cut_after_a_line_or_a_character) {
   const std::string line(30000, 'x');
   std::string kana = "x";
   while (kana.size() < 50000) kana += "あ";
-  const std::pair<std::string, size_t> cases[] = {{line + "\n" + line, 30001}, {kana, 49150}};
-  for (const auto& test : cases) {
+  for (const auto& [whole, end] : {std::pair(line + "\n" + line, 30001), std::pair(kana, 49150)}) {
     tav_eml_smtp_send_mail_part part;
-    std::istringstream in(test.first);
+    std::istringstream in(whole);
     std::string sent;
     const auto send = [&] { return sent += easy::take(part) + "|", TAV_EML_OK; };
     EXPECT_EQ(easy::detail::send_pieces(part, in, true, send), TAV_EML_OK);
-    EXPECT_EQ(sent, std::string(test.first).insert(test.second, "|") + "|");
+    EXPECT_EQ(sent, std::string(whole).insert(static_cast<size_t>(end), "|") + "|");
   }
 }
 

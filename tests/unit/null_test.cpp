@@ -21,7 +21,6 @@ using device = tav_eml_smtp_util;
 using smtp = tav_eml_smtp_command;
 using pop3 = tav_eml_pop3_command;
 using call = std::function<long()>;
-constexpr long kUnknown = TAV_EML_ERR_UNKNOWN, kParam = TAV_EML_ERR_PARAM;
 
 // `said` is what a line of the log holds.
 void refuse(const std::string& said, long failure, const call& what) {
@@ -41,32 +40,27 @@ TEST(NullPointers, are_refused_by_functions) {
   tav_eml_smtp_send_mail mail;
   UtlString& text = mail.m_cSubject;
   TAV_EML_ENCODED_STRING empty = {TAV_EML_CS_UTF_8, none, 3}, some = {TAV_EML_CS_NONE, room, 8};
-  const struct {
-    const char* name;
-    long failure;
-    call what;
-  } calls[] = {
-      {"ReallocationBuffer", 0, [&] { return util::ReallocationBuffer(none, n, nullptr, 5); }},
-      {"escape_string_decode", 0, [&] { return util::escape_string_decode(nullptr, 3, room), 0; }},
-      {"convert_encoded_string", -1,
-       [&] { return type::convert_encoded_string(empty, some, count); }},
-      {"convert_encoded_string", -1,
-       [&] { return type::convert_encoded_string(some, empty, count); }},
-      {"add_buffer", 0, [&] { return mail.add_buffer(none, n, nullptr, 3); }},
-      {"InsertBuffer", 0, [&] { return mail.InsertBuffer(none, n, nullptr, 3); }},
-      {"MakeHeaderAddress", 0,
-       [&] { return mail.MakeHeaderAddress(mail.m_cTo, nullptr, none, room, n, n); }},
-      {"make_header_bracket", 0, [&] { return mail.make_header_bracket(text, nullptr, none, n); }},
-      {"ReplaceMacroStrings", kParam, [&] { return device::make_subject("x", nullptr, &count); }},
-      {"make_signature", kParam, [&] { return device::make_signature("x", nullptr, &count); }},
-      {"Automatic64Linefeed", kParam, [&] { return device::Automatic64Linefeed(nullptr, &none); }},
-      {"Automatic64Linefeed", kParam, [&] { return device::Automatic64Linefeed(room, nullptr); }},
-      {"get_date", 0, [&] { return device::get_date(1, 64, nullptr) != 0; }},
-      {"ConvertMacroStr", 0, [&] { return device::ConvertMacroStr(0, none, 0), 0; }},
+  const auto null = [](const std::string& name, long failure, const call& what) {
+    refuse("<Error>:" + name + ":[Result]null pointer", failure, what);
   };
-  for (const auto& [name, failure, what] : calls) {
-    refuse(std::string("<Error>:") + name + ":[Result]null pointer", failure, what);
-  }
+  constexpr long kParam = TAV_EML_ERR_PARAM;
+  null("ReallocationBuffer", 0, [&] { return util::ReallocationBuffer(none, n, nullptr, 5); });
+  null("escape_string_decode", 0, [&] { return util::escape_string_decode(nullptr, 3, room), 0; });
+  null("convert_encoded_string", -1,
+       [&] { return type::convert_encoded_string(empty, some, count); });
+  null("convert_encoded_string", -1,
+       [&] { return type::convert_encoded_string(some, empty, count); });
+  null("add_buffer", 0, [&] { return mail.add_buffer(none, n, nullptr, 3); });
+  null("InsertBuffer", 0, [&] { return mail.InsertBuffer(none, n, nullptr, 3); });
+  null("MakeHeaderAddress", 0,
+       [&] { return mail.MakeHeaderAddress(mail.m_cTo, nullptr, none, room, n, n); });
+  null("make_header_bracket", 0, [&] { return mail.make_header_bracket(text, nullptr, none, n); });
+  null("ReplaceMacroStrings", kParam, [&] { return device::make_subject("x", nullptr, &count); });
+  null("make_signature", kParam, [&] { return device::make_signature("x", nullptr, &count); });
+  null("Automatic64Linefeed", kParam, [&] { return device::Automatic64Linefeed(nullptr, &none); });
+  null("Automatic64Linefeed", kParam, [&] { return device::Automatic64Linefeed(room, nullptr); });
+  null("get_date", 0, [&] { return device::get_date(1, 64, nullptr) != 0; });
+  null("ConvertMacroStr", 0, [&] { return device::ConvertMacroStr(0, none, 0), 0; });
   const tav_eml_mlutl_mail_address list("x@y");
   const auto utf8 = TAV_EML_CS_UTF_8;
   int before = -1, behind = 4;
@@ -82,6 +76,7 @@ TEST(NullPointers, are_refused_by_functions) {
 }
 
 TEST(NullPointers, are_refused_by_commands) {
+  constexpr long kUnknown = TAV_EML_ERR_UNKNOWN;
   const tav_eml_smtp_settings settings{_tav_eml_smtp_setting()};
   char room[SMTP_BUFFER_SIZE] = "";
   ntssmtp_fileptr whole = {1, SMTP_CONNECT, room, room, {}}, no_send = whole, no_receive = whole;
@@ -143,6 +138,7 @@ TEST(NullPointers, are_refused_by_commands) {
       [&] { return pop3::GetTop(nullptr, sock, tls, 1); },
   };
   for (const call& what : calls) refuse("rror", kUnknown, what);
+  constexpr long kParam = TAV_EML_ERR_PARAM;
   refuse("", kParam, [&] { return net.connect_mail(&sock, nullptr, 25, 1, 0); });
   refuse("", kParam, [&] { return net.connect_mail(nullptr, "h", 25, 1, 0); });
   EXPECT_EQ(session, nullptr);

@@ -2,11 +2,19 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <regex>
 
+#include "chc.h"
 #include "fake_platform.h"
 #include "table.h"
+
+// Makes what follows a function of the tables.
+#define RULE(name)                                                  \
+  std::string name(const columns& in);                              \
+  const bool g_##name##Known = rules().emplace(#name, name).second; \
+  std::string name(const columns& in)
 
 namespace {
 
@@ -19,6 +27,15 @@ std::time_t __real_time(std::time_t*);
 std::time_t __wrap_time(std::time_t* out) {
   return clock_stands_at ? *clock_stands_at : __real_time(out);
 }
+
+// Throws what a device's own may throw, for a text that says so.
+int32_t __real_chc_convert_encode(CHC_ENCODE_TYPE, CHC_ENCODE_TYPE, CHC_CONVERT_REQUEST*);
+int32_t __wrap_chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,
+                                  CHC_CONVERT_REQUEST* request) {
+  if (std::strstr(request->source, "throw") != nullptr)
+    throw new quorvelmida::tav_eml_mlutl_mail_exception("no converter");
+  return __real_chc_convert_encode(from, to, request);
+}
 }
 
 namespace tav_test {
@@ -26,9 +43,23 @@ namespace tav_test {
 namespace {
 
 using namespace quorvelmida;
+using namespace std::placeholders;
 using util = tav_eml_mlutl_mime_utility;
 using type = tav_eml_mlutl_mail_type;
 using device = tav_eml_smtp_util;
+
+// result_of() of a call that must not throw, whatever the device's memory does.
+template <typename Pointer = char*, typename Call>
+std::string handed_out(Call&& call) {
+  try {
+    return result_of<Pointer>(call);
+  } catch (tav_eml_mlutl_mail_exception* thrown) {
+    delete thrown;
+    return "(failed, and threw)";
+  }
+}
+
+std::string str(long number) { return std::to_string(number); }
 
 bool says(const std::string& text, const char* word) {
   return text.find(word) != std::string::npos;
@@ -36,30 +67,27 @@ bool says(const std::string& text, const char* word) {
 
 TAV_EML_CHAR_SET set_of(const columns& in, size_t i) { return type::test_char_set(in.c_str(i)); }
 
-// The decoded bytes, and the byte behind them where it is no NUL.
-std::string from_b64(const columns& in) {
+// The decoded bytes, and what stands behind them.
+RULE(from_b64) {
   char behind = '\0';
-  const std::string bytes = handed_out<void*>([&](void*& out, long& length) {
-    const int result = util::from_b64(in.c_str(0), in.length(0), out, length);
-    if (result != 0) behind = static_cast<char*>(out)[length];
-    return result;
+  const std::string bytes = handed_out<void*>([&](auto& out, long& n) {
+    if (util::from_b64(in.c_str(0), in.length(0), out, n) == 0) return 0;
+    behind = static_cast<char*>(out)[n];
+    return 1;
   });
-  return behind != '\0' ? joined({bytes, {behind}}) : bytes;
+  return behind == '\0' ? bytes : joined({bytes, {behind}});
 }
 
-std::string to_b64(const columns& in) {
-  return handed_out([&](auto& out, long& n) {
-    return util::to_b64(in.c_str(0), in.length(0), out, n, in.number(1));
-  });
+RULE(to_b64) {
+  return handed_out(std::bind(util::to_b64, in.c_str(0), in.length(0), _1, _2, in.number(1)));
 }
 
-std::string from_qp(const columns& in) {
-  return handed_out<void*>(
-      [&](auto& out, long& n) { return util::from_qp(in.c_str(0), in.length(0), out, n); });
+RULE(from_qp) {
+  return handed_out<void*>(std::bind(util::from_qp, in.c_str(0), in.length(0), _1, _2));
 }
 
 // The text, and the length that is reported.
-std::string to_qb(const columns& in) {
+RULE(to_qb) {
   std::string reported;
   const std::string text = handed_out([&](char*& out, long& length) {
     if (util::to_qb(in.c_str(0), in.length(0), out, length, in.number(1)) == 0) return 0;
@@ -70,40 +98,37 @@ std::string to_qb(const columns& in) {
   return text + reported;
 }
 
-std::string encoded_words(const columns& in) {
-  return handed_out([&](char*& out, long& length) {
-    return util::ToMimeEncode(set_of(in, 0), in.c_str(2), in.length(2), out, length, in.number(1));
-  });
+RULE(ToMimeEncode) {
+  return handed_out(std::bind(util::ToMimeEncode, set_of(in, 0), in.c_str(2), in.length(2), _1, _2,
+                              in.number(1)));
 }
 
-std::string inline_encode(const columns& in) {
-  return handed_out([&](char*& out, long& length) {
-    return util::inline_encode(in.c_str(1), in.length(1), out, length, set_of(in, 0));
-  });
+RULE(inline_encode) {
+  return handed_out(
+      std::bind(util::inline_encode, in.c_str(1), in.length(1), _1, _2, set_of(in, 0)));
 }
 
-std::string inline_decode(const columns& in) {
+RULE(inline_decode) {
   TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
-  const std::string text = handed_out([&](char*& out, long& length) {
-    return util::inline_decode(in.c_str(0), in.length(0), out, length, set, 0);
-  });
+  const std::string text = handed_out(
+      std::bind(util::inline_decode, in.c_str(0), in.length(0), _1, _2, std::ref(set), 0));
   return set != TAV_EML_CS_NONE ? joined({text, str(set)}) : text;
 }
 
-std::string content_type(const columns& in) {
+RULE(content_type) {
   const TAV_EML_CONTENT_TYPE value = type::test_content_type(in.c_str(0));
   const std::string name = type::get_content_type(value);
   return joined({str(value), name == in[0] ? "same" : name});
 }
 
-std::string character_set(const columns& in) {
+RULE(character_set) {
   auto code = static_cast<CHC_ENCODE_TYPE>(-2);
   const bool has_code = type::convert_util_lib_encode_type(set_of(in, 0), code) == 0;
-  const std::string shown = has_code ? str(code) : code == -2 ? "none" : "(changed)";
-  return joined({str(set_of(in, 0)), type::get_char_set(set_of(in, 0)), shown});
+  return joined({str(set_of(in, 0)), type::get_char_set(set_of(in, 0)),
+                 has_code || code != -2 ? str(code) : "none"});
 }
 
-std::string converted(const columns& in) {
+RULE(convert_encoded_string) {
   std::string source = in[2], room(64, '#');
   const TAV_EML_ENCODED_STRING from = {set_of(in, 0), source.data(),
                                        static_cast<int32_t>(source.size())};
@@ -114,7 +139,7 @@ std::string converted(const columns& in) {
   return joined({size_of(written) == to.length ? written : "(another length)", str(consumed)});
 }
 
-std::string safe_cut(const columns& in) {
+RULE(AdjustMultiByteCode) {
   tav_eml_mlutl_mail_part part;
   part.m_nCharSet = set_of(in, 0);
   part.m_nContentType = says(in[1], "image") ? TAV_EML_CT_IMAGE_TIFF : TAV_EML_CT_TEXT_HTML;
@@ -124,26 +149,15 @@ std::string safe_cut(const columns& in) {
   return joined({str(cut), str(mode)});
 }
 
-std::string md5(const columns& in) {
+RULE(digest) {
   char digits[33];
-  tav_eml_mlutl_mail_hash().GetMD5Hash(in.c_str(0), digits);
+  tav_eml_mlutl_mail_hash hash;
+  in.size() == 1 ? hash.GetMD5Hash(in.c_str(0), digits)
+                 : hash.GetHMACMD5Hash(in.c_str(1), in.c_str(0), digits);
   return digits;
 }
 
-std::string hmac(const columns& in) {
-  char digits[33];
-  tav_eml_mlutl_mail_hash().GetHMACMD5Hash(in.c_str(1), in.c_str(0), digits);
-  return digits;
-}
-
-std::string apop(const columns& in) {
-  char digits[33];
-  const UtlString greeting(in.c_str(0)), password("tanstaaf");
-  const int result = tav_eml_pop3_command::CreateAPOPHash(greeting, password, digits);
-  return result == TAV_EML_OK ? digits : "(failed)";
-}
-
-std::string check_filter(const columns& in) {
+RULE(check_filter) {
   const auto mode = static_cast<unsigned char>(in.number(0));
   std::vector<const char*> list;
   for (size_t i = 2; i < in.size(); ++i) list.push_back(in.c_str(i));
@@ -152,26 +166,27 @@ std::string check_filter(const columns& in) {
   UtlString allowed("before");
   const int any =
       tav_eml_mlutl_domain_filter::check_filter(in.c_str(1), allowed, mode, list.data(), count);
-  const std::string left = text(allowed, "(null)");
+  const std::string left = text(allowed);
   return joined({str(all), any == 0 && left.empty() ? "(none)" : left});
 }
 
 // Sets what the columns say, "name=value".
 void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
-  const std::map<std::string, UtlString*> texts = {{"date", &mail.m_cDate},
-                                                   {"from", &mail.m_cFrom.m_cAddress},
-                                                   {"subject", &mail.m_cSubject},
-                                                   {"to", &mail.m_cTo.m_cAddress},
-                                                   {"bcc", &mail.m_cBcc.m_cAddress},
-                                                   {"sender", &mail.m_cSender.m_cAddress},
-                                                   {"name", &mail.m_cFIleName},
-                                                   {"fax", &mail.m_cContentCiajwnetfax},
-                                                   {"boundary", &mail.m_cBoundaryString}};
+  const std::pair<std::string, UtlString*> texts[] = {{"date", &mail.m_cDate},
+                                                      {"from", &mail.m_cFrom.m_cAddress},
+                                                      {"subject", &mail.m_cSubject},
+                                                      {"to", &mail.m_cTo.m_cAddress},
+                                                      {"bcc", &mail.m_cBcc.m_cAddress},
+                                                      {"sender", &mail.m_cSender.m_cAddress},
+                                                      {"name", &mail.m_cFIleName},
+                                                      {"fax", &mail.m_cContentCiajwnetfax},
+                                                      {"boundary", &mail.m_cBoundaryString}};
   for (size_t i = 0; i < in.size(); ++i) {
     const size_t equals = in[i].find('=');
     const std::string name = in[i].substr(0, equals), text = in[i].substr(equals + 1);
     const char* const value = text != "(null)" ? text.c_str() : nullptr;
-    if (texts.count(name) != 0) texts.at(name)->CopyString(value);
+    for (const auto& [known, field] : texts)
+      if (name == known) field->CopyString(value);
     if (name == "id") mail.set_message_id(value);
     if (name == "in-reply-to") mail.set_in_reply_to(value);
     if (name == "references") mail.set_references(value);
@@ -182,27 +197,27 @@ void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
   }
 }
 
-std::string make_header(const columns& in) {
+RULE(make_header) {
   tav_eml_smtp_send_mail mail;
   fill(mail, columns("type=text/plain|charset=utf-8|date=D|from=F|to=t@x|subject=|id=1@x"));
   fill(mail, in);
   return handed_out([&](char*& text, long& length) { return mail.make_header(text, length); });
 }
 
-std::string part_header(const columns& in) {
+RULE(part_header) {
   tav_eml_smtp_send_mail mail;
   fill(mail, in);
   tav_eml_mlutl_mail_part& part = mail;
   return handed_out([&](char*& text, long& length) { return part.make_header(text, length); });
 }
 
-std::string folded(const columns& in) {
+RULE(MakeMultiLine) {
   char* const text = tav_eml_mlutl_mail_part().MakeMultiLine(in.c_str(0));
   return text != nullptr ? taken(text, static_cast<long>(std::strlen(text))) : "(failed)";
 }
 
 // Without the clock's part, which is the same for the address as a text and as an object.
-std::string message_id(const columns& in) {
+RULE(create_message_id) {
   const tav_eml_mlutl_mail_address from(in.c_str(0));
   UtlString id("before");
   const int made = tav_eml_smtp_send_mail::create_message_id(from, id);
@@ -213,8 +228,8 @@ std::string message_id(const columns& in) {
   return std::regex_replace(text(id), shape, "$1");
 }
 
-template <auto make>
-std::string expanded(const columns& in) {
+using expansion = decltype(device::make_subject);
+std::string expanded(const columns& in, expansion* make) {
   fake_platform net;
   CFG_EVENT_MAIL values = {};
   std::strcpy(values.printer_name, "MFP1");
@@ -233,7 +248,10 @@ std::string expanded(const columns& in) {
   return result == nullptr && length == 0 ? "(failed)" : "(failed, and left something)";
 }
 
-std::string date(const columns& in) {
+RULE(make_subject) { return expanded(in, device::make_subject); }
+RULE(make_signature) { return expanded(in, device::make_signature); }
+
+RULE(get_date) {
   setenv("TZ", in.c_str(0), 1);
   tzset();
   clock_stands_at = in.number(1);
@@ -243,38 +261,38 @@ std::string date(const columns& in) {
   return {room, length};
 }
 
-// What a mail or a part knows: "name=value" of each field that is not as it was made.
-std::vector<std::string> fields(const tav_eml_mlutl_mail_part& part) {
+// What a mail knows: "name=value" of each field that is not as it was made.
+std::vector<std::string> fields(const tav_eml_mlutl_mail& mail) {
   std::vector<std::string> all;
   const auto number = [&](const char* name, int value, int unset) {
     if (value != unset) all.push_back(name + ("=" + str(value)));
   };
-  number("type", part.m_nContentType, TAV_EML_CT_UNKNOWN);
-  number("encoding", part.m_nTransferEncoding, TAV_EML_TE_NONE);
-  number("as", part.m_nContentDisposition, TAV_EML_CD_NONE);
-  number("charset", part.m_nCharSet, TAV_EML_CS_NONE);
-  std::vector<std::pair<const char*, const UtlString*>> texts = {
-      {"type-text", &part.m_cContentType},          {"media", &part.m_cMediaType},
-      {"encoding-text", &part.m_cTransferEncoding}, {"name", &part.m_cFIleName},
-      {"extension", &part.m_cFileExtension},        {"fax", &part.m_cContentCiajwnetfax}};
-  if (const auto* const mail = dynamic_cast<const tav_eml_mlutl_mail*>(&part)) {
-    texts.insert(texts.end(), {{"to", &mail->m_cTo.m_cAddress},
-                               {"from", &mail->m_cFrom.m_cAddress},
-                               {"cc", &mail->m_cCc.m_cAddress},
-                               {"mdn", &mail->m_cMdnAddress.m_cAddress},
-                               {"reply-to", &mail->m_cReplyTo.m_cAddress},
-                               {"return-path", &mail->m_cReturnPath.m_cAddress},
-                               {"subject", &mail->m_cSubject},
-                               {"date", &mail->m_cDate},
-                               {"id", &mail->m_cMessageId},
-                               {"in-reply-to", &mail->m_cInReplyTo},
-                               {"references", &mail->m_cReferences}});
-    number("level", mail->m_nBoundaryLevel, 0);
-    if (mail->get_boundary_string() != nullptr)
-      texts.emplace_back("boundary", mail->get_boundary_string());
-  }
+  number("type", mail.m_nContentType, TAV_EML_CT_UNKNOWN);
+  number("encoding", mail.m_nTransferEncoding, TAV_EML_TE_NONE);
+  number("as", mail.m_nContentDisposition, TAV_EML_CD_NONE);
+  number("charset", mail.m_nCharSet, TAV_EML_CS_NONE);
+  number("level", mail.m_nBoundaryLevel, 0);
+  const std::pair<const char*, const UtlString*> texts[] = {
+      {"type-text", &mail.m_cContentType},
+      {"media", &mail.m_cMediaType},
+      {"encoding-text", &mail.m_cTransferEncoding},
+      {"name", &mail.m_cFIleName},
+      {"extension", &mail.m_cFileExtension},
+      {"fax", &mail.m_cContentCiajwnetfax},
+      {"to", &mail.m_cTo.m_cAddress},
+      {"from", &mail.m_cFrom.m_cAddress},
+      {"cc", &mail.m_cCc.m_cAddress},
+      {"mdn", &mail.m_cMdnAddress.m_cAddress},
+      {"reply-to", &mail.m_cReplyTo.m_cAddress},
+      {"return-path", &mail.m_cReturnPath.m_cAddress},
+      {"subject", &mail.m_cSubject},
+      {"date", &mail.m_cDate},
+      {"id", &mail.m_cMessageId},
+      {"in-reply-to", &mail.m_cInReplyTo},
+      {"references", &mail.m_cReferences},
+      {"boundary", mail.get_boundary_string()}};
   for (const auto& [name, value] : texts)
-    if (!value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
+    if (value != nullptr && !value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
   return all;
 }
 
@@ -287,13 +305,13 @@ void receive(tav_eml_mlutl_mail& mail, const std::string& header) {
   receive.receive_header(mail, sock, 1, 0, tls);
 }
 
-std::string received_header(const columns& in) {
+RULE(received_header) {
   tav_eml_mlutl_mail mail;
   receive(mail, in[0]);
   return joined(fields(mail));
 }
 
-std::string parameters(const columns& in) {
+RULE(content_parameters) {
   tav_eml_mlutl_mail mail, disposed;
   receive(mail, "Content-Type: a/b; " + in[0] + "\r\n");
   receive(disposed, "Content-Disposition: inline; file" + in[0] + "\r\n");
@@ -305,60 +323,7 @@ std::string parameters(const columns& in) {
   return joined({boundary != nullptr ? text(*boundary) : "(none)", name(mail)});
 }
 
-std::string received_part_header(const columns& in) {
-  tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  mail.get_part()->m_cHeader1 = in.c_str(0);
-  const int nested = tav_eml_mlutl_receive().AnalyzePartHeader(mail, in.c_str(0), 1);
-  return joined({str(nested), joined(fields(*mail.get_part())), joined(fields(mail))});
-}
-
-// Each column is an operation with an argument.
-std::string boundaries(const columns& in) {
-  tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  tav_eml_mlutl_receive receive;
-  std::vector<std::string> all;
-  for (size_t i = 0; i < in.size(); ++i) {
-    const std::string name = in[i].substr(0, in[i].find(' '));
-    const bool is_null = says(in[i], "(null)");
-    const char* const argument = is_null ? nullptr : in.c_str(i) + name.size() + 1;
-    int result = 0;
-    if (name == "up") result = mail.up_boundary_level(argument);
-    if (name == "down") result = mail.down_boundary_level();
-    if (name == "line") result = receive.ChkBoundaryString(argument, mail);
-    if (name == "list") {
-      auto list = std::make_unique<UtlVector>();
-      auto entry = std::make_unique<UtlString>(argument);
-      if (!is_null && list->Add(0, entry.get()) != 0) entry.release();
-      UtlVector* const held = is_null ? nullptr : list.release();
-      mail.set_boundary_string_list(held);
-      mail.set_boundary_string_list(held);  // held already
-    }
-    const UtlString* const innermost = mail.get_boundary_string();
-    all.push_back(str(result) + " " + (innermost != nullptr ? text(*innermost) : "(none)") +
-                  (mail.m_nBoundarySeen != 0 ? " seen" : "") +
-                  (mail.get_part()->m_nComplete != 0 ? " complete" : ""));
-    mail.get_part()->m_nComplete = 0;
-  }
-  return joined(all);
-}
-
-std::string ends(const columns& in) {
-  tav_eml_mlutl_receive receive;
-  tav_eml_mlutl_mail mail;
-  mail.set_part(new tav_eml_mlutl_mail_part);
-  std::vector<std::string> all;
-  for (size_t i = 1; i < in.size(); ++i) {
-    UtlString line(in.c_str(i));
-    const int result = receive.ChkMailEndLine(mail, line, in.length(i), in.number(0));
-    const int complete = mail.m_nComplete + mail.get_part()->m_nComplete - mail.m_nReceiving;
-    all.push_back(text(line) + str(result) + (complete == 2 ? " over" : ""));
-  }
-  return joined(all);
-}
-
-std::string search_block(const columns& in) {
+RULE(SearchBlock) {
   tav_eml_mlutl_stream stream(in.number(0));
   int full = 0;
   if (in.length(1) > 0) stream.WriteStream(block_of(in[1]), in.length(1), full);
@@ -367,33 +332,9 @@ std::string search_block(const columns& in) {
 
 }  // namespace
 
-const std::map<std::string, rule> all_rules = {{"from_b64", from_b64},
-                                               {"to_b64", to_b64},
-                                               {"from_qp", from_qp},
-                                               {"to_qb", to_qb},
-                                               {"ToMimeEncode", encoded_words},
-                                               {"inline_encode", inline_encode},
-                                               {"inline_decode", inline_decode},
-                                               {"content type", content_type},
-                                               {"character set", character_set},
-                                               {"convert_encoded_string", converted},
-                                               {"AdjustMultiByteCode", safe_cut},
-                                               {"GetMD5Hash", md5},
-                                               {"GetHMACMD5Hash", hmac},
-                                               {"CreateAPOPHash", apop},
-                                               {"check_filter", check_filter},
-                                               {"make_header", make_header},
-                                               {"part header", part_header},
-                                               {"MakeMultiLine", folded},
-                                               {"create_message_id", message_id},
-                                               {"make_subject", expanded<device::make_subject>},
-                                               {"get_date", date},
-                                               {"make_signature", expanded<device::make_signature>},
-                                               {"received header", received_header},
-                                               {"content parameters", parameters},
-                                               {"AnalyzePartHeader", received_part_header},
-                                               {"boundaries", boundaries},
-                                               {"ChkMailEndLine", ends},
-                                               {"SearchBlock", search_block}};
+std::map<std::string, rule>& rules() {
+  static std::map<std::string, rule> all;
+  return all;
+}
 
 }  // namespace tav_test

@@ -4,54 +4,41 @@
 //     a=\r\nb -> ab   (null) -> (failed) ## null pointer
 //
 // Two blanks or a new line end a case. Bars part the arguments before the arrow and what the
-// function gives after it; behind ## stands what a line of the log holds. \r \n \t \0 \e \s (a
-// blank) and \xHH are bytes, {text*N} a text N times, (null) is a null pointer. A line with six
-// blanks before it goes on with the case before it. A # begins a comment.
+// function gives after it; behind ## stands what a line of the log holds. (null) is a null pointer,
+// other texts are written as in dialogue/case_file.h. A line with six blanks before it goes on with
+// the case before it. A # begins a comment.
 
 #ifndef TESTS_UNIT_TABLE_H
 #define TESTS_UNIT_TABLE_H
 
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "../dialogue/case_file.h"
 #include "values.h"
 
 namespace tav_test {
 
-struct columns : std::vector<std::optional<std::string>> {
-  explicit columns(const std::string& text);
-  const std::string& operator[](size_t i) const { return *at(i); }
-  const char* c_str(size_t i) const { return at(i) ? at(i)->c_str() : nullptr; }
+struct columns : std::vector<std::string> {
+  explicit columns(const std::string& text) {
+    for (const std::string& piece : dialogue::pieces_of(text, "|"))
+      push_back(dialogue::expand(piece));
+  }
+  const char* c_str(size_t i) const { return at(i) != "(null)" ? at(i).c_str() : nullptr; }
   // The length to hand over; some length for a null pointer.
-  long length(size_t i) const { return at(i) ? size_of(*at(i)) : 4; }
-  int number(size_t i) const { return std::stoi(*at(i)); }
+  long length(size_t i) const { return c_str(i) != nullptr ? size_of(at(i)) : 4; }
+  int number(size_t i) const { return std::stoi(at(i)); }
 };
 
-// What a function gives, in columns with bars between them.
+// The functions by name. What a function gives are columns, too, with bars between them.
 using rule = std::string (*)(const columns& in);
-extern const std::map<std::string, rule> all_rules;
+std::map<std::string, rule>& rules();
 
-std::string joined(const std::vector<std::string>& texts);
-inline std::string str(long number) { return std::to_string(number); }
-
-// result_of() of a call that must not throw, whatever the device's memory does, and hands out a
-// block when it succeeds.
-template <typename Pointer = char*, typename Call>
-std::string handed_out(Call&& call) {
-  bool is_empty = false;
-  try {
-    const std::string result = result_of<Pointer>([&](Pointer& out, long& length) {
-      const int succeeded = call(out, length);
-      is_empty = succeeded != 0 && out == nullptr;
-      return succeeded;
-    });
-    return is_empty ? "(failed, and said that it had not)" : result;
-  } catch (quorvelmida::tav_eml_mlutl_mail_exception* thrown) {
-    delete thrown;
-    return "(failed, and threw)";
-  }
+inline std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) all += "|" + text;
+  return all.empty() ? all : all.substr(1);
 }
 
 }  // namespace tav_test
