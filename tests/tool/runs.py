@@ -89,7 +89,8 @@ class Host:
     def stop(self):
         self.process.terminate()
         code = self.process.wait(ONCE)
-        return faults_of("\n".join(self.heard())) + [f"the host ends with {code}"] * (code != 0)
+        told = [line for line in self.told().splitlines() if '"by":"server"' not in line]
+        return faults_of("\n".join(told)) + [f"the host ends with {code}"] * (code != 0)
 
 
 def port(full):
