@@ -89,7 +89,8 @@ class Host:
     def stop(self):
         self.process.terminate()
         code = self.process.wait(ONCE)
-        told = [line for line in self.told().splitlines() if '"by":"server"' not in line]
+        told = [line for line in self.told().splitlines()  # what the script lets it say is no secret
+                if not re.search('"by":"server"|"script: ', line)]
         return faults_of("\n".join(told)) + [f"the host ends with {code}"] * (code != 0)
 
 
