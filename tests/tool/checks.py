@@ -143,9 +143,9 @@ def on_terminal(folder, line, *steps):
 
 def check_terminal(folder):
     """The password is asked for without echo, which comes back however the run ends."""
-    parts = b"--b\r\n\r\nA part of a mail.\r\n" * 20  # each may draw the bar anew
-    host = host_with(folder, b"Content-Type: multipart/mixed; boundary=b\r\n\r\n" + parts + b"--b--",
-                     script="RETR drip 2ms")
+    parts = b"--b\r\n\r\nA part of a mail.\r\n" * 20 + b"--b--"  # each may draw the bar anew
+    mail = b"Content-Type: multipart/mixed; boundary=b\r\n\r\n" + parts
+    host = host_with(folder, mail, script="RETR drip 2ms")
     line = [TAVMAIL, *login(host), "-d", "box"]
     prompt = b"Password of anna at 127.0.0.1: "
     interrupted = "\r\ntavmail: interrupted\r\n"

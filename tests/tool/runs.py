@@ -89,7 +89,7 @@ class Host:
     def stop(self):
         self.process.terminate()
         code = self.process.wait(ONCE)
-        told = [line for line in self.told().splitlines()  # what the script lets it say is no secret
+        told = [line for line in self.told().splitlines()  # what its script says is no secret
                 if not re.search('"by":"server"|"script: ', line)]
         return faults_of("\n".join(told)) + [f"the host ends with {code}"] * (code != 0)
 
@@ -363,7 +363,8 @@ class Job:
 def main():
     jobs = [job for job in read_table(sys.argv[3])
             if all(word in job[0].where + job[0].command for word in sys.argv[4:])]
-    texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2], "closed": port(full=False), "full": port(full=True)}
+    texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2],
+             "closed": port(full=False), "full": port(full=True)}
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
         faults = sum(pool.map(lambda job: Job(job, texts).run(), jobs), [])
     print("\n".join(faults) or f"{sum(map(len, jobs))} runs as expected")
