@@ -1,19 +1,26 @@
-"""Names and headers as senders write them, and a terminal: checks.py TAVMAIL TAVMAIL_HOST"""
+"""What no table of runs shows: checks.py TAVMAIL TAVMAIL_HOST
+
+Names and headers as senders write them, terminals, and clients that want too much of the host."""
 
 import base64
+import contextlib
 import json
 import os
 import pty
+import re
 import resource
 import select
 import signal
+import smtplib
+import socket
+import ssl
 import subprocess
-import sys
 import tempfile
 import termios
 import time
+from pathlib import Path
 
-from runs import TAVMAIL, Host, columns, environment, faults_of
+from runs import HOST, TAVMAIL, Host, columns, environment, faults_of, talk
 
 # The name of a file in a mail, and that of the file that is saved.
 NAMES = [
@@ -62,13 +69,12 @@ def receive(host, *arguments):
     return done.stdout.decode()
 
 
-def host_with(folder, *mails):
+def host_with(folder, *mails, **more):
     adds = []
     for number, mail in enumerate(mails):
         adds += ["--add", f"mail{number}"]
-        with open(os.path.join(folder, adds[-1]), "wb") as file:
-            file.write(mail)
-    return Host(folder, options=adds)
+        Path(folder, adds[-1]).write_bytes(mail)
+    return Host(folder, options=adds, **more)
 
 
 def check_names(folder):
@@ -100,12 +106,12 @@ def check_subjects(folder):
 
 def on_terminal(folder, line, *steps):
     """What a terminal of 80 columns shows, the exit code, and where it echoed: at each step and at
-    the end. A step waits for a text and then sends keys or signals."""
+    the end. A step waits for a text and then sends keys or signals, or calls a function."""
     pid, terminal = pty.fork()
     if pid == 0:
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         os.chdir(folder)
-        os.execve(line[0], line, environment(folder, TAV_DBGLOG="", PS1="$ "))
+        os.execve(line[0], line, environment(folder, TAV_DBGLOG="", PS1="$ ", TERM="xterm"))
     shown, rest, steps, echoes, end = b"", b"", list(steps), [], time.time() + 20
 
     def is_echoing():
@@ -123,6 +129,8 @@ def on_terminal(folder, line, *steps):
             for action in steps.pop(0)[1:]:
                 if isinstance(action, bytes):
                     os.write(terminal, action)
+                elif callable(action):
+                    action(shown.decode())
                 else:
                     os.kill(pid, action)
     else:
@@ -135,7 +143,9 @@ def on_terminal(folder, line, *steps):
 
 def check_terminal(folder):
     """The password is asked for without echo, which comes back however the run ends."""
-    host = host_with(folder, b"Subject: slow\r\n\r\n" + b"A line of a mail.\r\n" * 300_000)
+    parts = b"--b\r\n\r\nA part of a mail.\r\n" * 20 + b"--b--"  # each may draw the bar anew
+    mail = b"Content-Type: multipart/mixed; boundary=b\r\n\r\n" + parts
+    host = host_with(folder, mail, script="RETR drip 2ms")
     line = [TAVMAIL, *login(host), "-d", "box"]
     prompt = b"Password of anna at 127.0.0.1: "
     interrupted = "\r\ntavmail: interrupted\r\n"
@@ -153,13 +163,53 @@ def check_terminal(folder):
     shown, code, _ = on_terminal(folder, line, (prompt, b"geheim\r"))
     assert code == 0 and "geheim" not in shown, (code, shown)
     bars = [bar for bar in shown.split("\r\x1b[K") if bar.startswith("Receiving mail 1 [")]
-    assert bars and all(columns(bar) < 80 and " % " in bar for bar in bars), shown
+    assert len(bars) > 1 and all(columns(bar) < 80 and " % " in bar for bar in bars), shown
     return host
 
 
-for check in check_names, check_subjects, check_terminal:
-    with tempfile.TemporaryDirectory() as folder:
-        os.mkdir(os.path.join(folder, "tmp"))
-        faults = check(folder).stop()
+def check_terminal_of_host(folder):
+    """Colours on a terminal; Ctrl-C ends it and takes the private folder along."""
+    def quit_at_once(shown):
+        assert os.listdir(folder + "/tmp")
+        talk("127.0.0.1:" + shown.split("smtp   ")[1].split()[0], "QUIT")
+    shown, code, _ = on_terminal(folder, [HOST, "--any-port"], (b"  mails  ", quit_at_once),
+                                 (b"closed", b"\x03"))
+    assert "\x1b[36mC: QUIT\x1b[0m" in shown and "\x1b[32mS: 220" in shown, shown
+    assert code == 0 and not os.listdir(folder + "/tmp"), code
+
+
+def check_greedy_clients(folder):
+    """Forty clients that say nothing, one that asks and does not listen, and nobody who reads what
+    the host tells leave room for another client."""
+    host = host_with(folder, b"line\n" * 30000, output=subprocess.PIPE)
+    idle = [socket.create_connection(("127.0.0.1", host.ports["smtps"])) for _ in range(40)]
+    greedy = socket.create_connection(("127.0.0.1", host.ports["pop3"]), 0.5)
+    greedy.sendall(b"USER anna\r\nPASS geheim\r\n")
+    with contextlib.suppress(socket.timeout):
+        for _ in range(400):
+            greedy.sendall(b"RETR 1\r\n" * 10000)
+        assert False, "reads for ever"
+    taken = Path(f"/proc/{host.process.pid}/status").read_text()
+    assert int(re.search(r"VmRSS:\s+(\d+)", taken)[1]) < 300_000, taken
+    for lines, answer in ((["x" * 100000], "500 5.5.2 the line is too long"),
+                          (["NOOP"] * 3000 + ["QUIT"], "221 2.0.0 bye")):
+        said = talk("127.0.0.1:" + host.ports["smtp"], *lines, patience=9)[1]
+        assert answer in said, said
+    # A client that others wrote.
+    with smtplib.SMTP("127.0.0.1", int(host.ports["smtp"])) as client:
+        client.starttls(context=ssl.create_default_context(cafile=host.ca))
+        client.login("anna", "geheim")
+        client.sendmail("a@b.c", ["x@y.z"], "text")
+    for client in idle + [greedy]:
+        client.close()
+    return host
+
+
+for check in (check_names, check_subjects, check_terminal, check_terminal_of_host,
+              check_greedy_clients):
+    with tempfile.TemporaryDirectory() as own:
+        os.mkdir(os.path.join(own, "tmp"))
+        used = check(own)
+        faults = used.stop() if used else []
         assert not faults, faults
         print(check.__name__ + ": as expected")
