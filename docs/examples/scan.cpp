@@ -14,7 +14,7 @@ using namespace quorvelmida;
 TAV_EML_RESULT send(const tav_eml_smtp_settings& settings, const char* from, const char* to,
                     std::istream& file) {
   tav_eml_smtp_send_mail mail;
-  mail.m_nCharSet = TAV_EML_CS_UTF_8;  // on the way; all texts given are UTF-8
+  mail.m_nCharSet = TAV_EML_CS_UTF_8;  // in transit; the texts given here are always UTF-8
   mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
   mail.m_cFrom = from;
   mail.m_cTo = to;
@@ -39,7 +39,8 @@ struct saver : easy::part_sink {  // saves each part as a file
   }
   bool begin(const tav_eml_mlutl_mail_part& part) override {
     const std::string name = easy::to_utf8(part.m_cFIleName, part.m_nCharSet);
-    file.open(prefix + easy::safe_file_name(name, "text.txt"), std::ios::binary);
+    const std::string place = prefix + std::to_string(++parts) + '-';  // no two have one name
+    file.open(place + easy::safe_file_name(name, "text.txt"), std::ios::binary);
     return true;
   }
   bool data(const char* bytes, size_t length) override {
@@ -50,6 +51,7 @@ struct saver : easy::part_sink {  // saves each part as a file
     return !file.fail();
   }
   std::string prefix;
+  int parts = 0;
   std::ofstream file;
 };
 
@@ -57,6 +59,7 @@ TAV_EML_RESULT receive(const tav_eml_pop3_settings& settings) {
   tav_eml_pop3_boundary session(settings);
   const easy::close_guard guard(session);
   int count = 0;
+  bool is_whole = true;
   TAV_EML_RESULT result = session.connect_mail();
   if (result == TAV_EML_OK) result = session.stat(count);
   for (int number = 1; result == TAV_EML_OK && number <= count; ++number) {
@@ -67,9 +70,10 @@ TAV_EML_RESULT receive(const tav_eml_pop3_settings& settings) {
     result = easy::for_each_part(session, mail, sink);
     if (result == TAV_EML_OK) continue;  // all of it is saved: session.delete_mail(mail) may follow
     std::cout << "  not all of it is saved\n";
+    is_whole = false;
     if (result == TAV_EML_ERR_UNKNOWN) result = TAV_EML_OK;  // the next message can be read
   }
-  return result;
+  return is_whole || result != TAV_EML_OK ? result : TAV_EML_ERR_UNKNOWN;
 }
 
 int main(int argc, char** argv) {

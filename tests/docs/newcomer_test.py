@@ -171,8 +171,8 @@ def check_scan(client, host):
     mail = sent_to(host)
     assert mail["to"] == "b@example.com, c@example.com", mail["to"]
     assert next(mail.iter_parts()).get_content() == "ご確認ください。\r\n"
-    assert Path(host.folder, "1-報告書.pdf").read_bytes() == Path(REPORT).read_bytes()
-    assert read(host.folder, "1-text.txt") == "ご確認ください。\n"
+    assert Path(host.folder, "1-2-報告書.pdf").read_bytes() == Path(REPORT).read_bytes()
+    assert read(host.folder, "1-1-text.txt") == "ご確認ください。\n"
     # An authority that nobody knows, and a file that is not there: nothing is sent.
     assert "REFUSED" in client(*scan, REPORT, code=1, SSL_CERT_FILE="/dev/null")
     assert "TAV_EML_ERR_PARAM" in client(*scan, "/missing", code=1)
