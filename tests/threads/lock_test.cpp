@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "server.h"
+#include "text.h"
 #include "values.h"
 
 namespace {
@@ -79,7 +80,7 @@ std::string subject_of(const std::string& mail) {
   const std::string name = mail.substr(at, mail.find('\r', at) - at);
   std::string body = mail.substr(mail.find("\r\n\r\n"));
   for (size_t i; (i = body.find("\r\n")) != std::string::npos;) body.erase(i, 2);
-  EXPECT_EQ(tav_test::from_base64(body), tav_test::repeated(piece_of(name), 5));
+  EXPECT_EQ(mailhost::from_base64(body), tav_test::repeated(piece_of(name), 5));
   return name;
 }
 
