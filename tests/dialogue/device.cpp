@@ -191,6 +191,7 @@ void device::add_values() {
   m_values["connections"] = [this] { return std::to_string(host().connections()); };
   m_values["lock"] = [this] { return memory.any_mutex_held() ? "held" : "free"; };
   m_values["lines"] = [this] { return log.all(); };
+  m_values["live"] = [this] { return std::to_string(memory.live_bytes()); };
   m_values["peak"] = [this] { return std::to_string(memory.peak_bytes()); };
 }
 

@@ -339,6 +339,7 @@ TAV_EML_RESULT pop3_device::run_command(const string& line) {
   }
   EXPECT_TRUE(sock != 0 || result != TAV_EML_OK);
   if (sock != 0 && result != TAV_EML_OK) m_value += " open";
+  EXPECT_NE(m_value, " open") << line;
   if (sock != 0) command::disconnect(m_settings_.get(), sock, tls);
   return result;
 }

@@ -64,6 +64,10 @@ TEST(NullPointers, are_refused_by_functions) {
   const tav_eml_mlutl_mail_address list("x@y");
   const auto utf8 = TAV_EML_CS_UTF_8;
   int before = -1, behind = 4;
+  long minus = -1;
+  TAV_EML_ENCODED_STRING nothing = {utf8, none, 0}, copy = {utf8, room, 8};
+  refuse("InsertBuffer() failed to re", 0, [&] { return mail.InsertBuffer(none, minus, "a", 1); });
+  refuse("", 0, [&] { return type::convert_encoded_string(nothing, copy, count) + count; });
   refuse("pBuffer is null", 0, [&] { return tav_eml_mlutl_stream(9).WriteStream(none, 1, count); });
   refuse("m_cFIleName is null", 1, [&] { return mail.get_file_extension() == nullptr; });
   refuse("", 0, [&] { return tav_eml_mlutl_check_filter("a@b", 2, nullptr, 1); });
@@ -101,6 +105,8 @@ TEST(NullPointers, are_refused_by_commands) {
        [&](smtp&, auto* s, auto* f) { return it.tav_eml_smtp_send_envelope(s, &mail, f); }},
       {"data_open : smtpset", "data_open : send_buffer", &smtp::tav_eml_smtp_send_data_open},
       {"data_close : smtpset", "data_close : send_buffer", &smtp::tav_eml_smtp_send_data_close},
+      {"SendHeloCommand: smtpset", "SendHeloCommand: send_buffer",
+       &smtp::tav_eml_smtp_pnon_auth_ehlo},
   };
   for (const auto& each : commands) {
     const std::string session = each.session + " == 0", buffer = each.buffer + " == 0";

@@ -143,7 +143,8 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
   }
   EXPECT_EQ(log.count("get_buffer() failed to allocate") + log.count("get_buffer() thrown"), 3u);
   memory.never_fail();
-  for (const char* piece : {"0123", "4567", "89", ""}) EXPECT_EQ(next(part, 4), piece);
+  EXPECT_EQ(next(part, 1), "0");
+  for (const char* piece : {"1234", "5678", "9", ""}) EXPECT_EQ(next(part, 4), piece);
 }
 
 TEST(Parts, copy_everything_but_the_fax_value) {
@@ -224,11 +225,12 @@ TEST(MailInfoList, reports_a_hole_and_finds_a_missing_id_first) {
   tav_eml_pop3_mail_info info;
   EXPECT_EQ(list.get_next_id() + list.clear_id() + list.clear_list() + list.set_all_entry_status(2),
             4);
-  for (const int number : {3, 5}) {
-    EXPECT_EQ(list.add_mail_info(new tav_eml_pop3_mail_info(number, "x", 0, 2), 1), 1);
-  }
+  for (const auto& [number, size] : {std::pair(3, 7), {5, 7}, {3, 8}})
+    EXPECT_EQ(list.add_mail_info(new tav_eml_pop3_mail_info(number, "x", size, 2), 1), 1);
   EXPECT_EQ(list.set_all_entry_status(1) + list.is_has_next_mail() + list.get_next_id(), 8);
   EXPECT_EQ(list.search_mail_info(info)->m_nMailNo, 3);
+  tav_eml_pop3_mail_info next;
+  EXPECT_EQ(list.search_next_mail(next) * 10 + next.m_lSize, 17) << "the first of equal ones";
   const log_capture log;
   list.m_MailInfoVector.Add(0, nullptr);
   EXPECT_EQ(list.clear_id() + list.clear_list() + list.remove_mail_info(), 0);
@@ -255,6 +257,7 @@ TEST(Doors, open_to_the_same_rules) {
   mail.set_part(new tav_eml_mlutl_mail_part);
   EXPECT_EQ(receive.AnalyzePartHeader(mail, "Content-X-CIAJWNETFAX: x\r\n", 1), 0);
   EXPECT_STREQ(mail.get_part()->m_cContentCiajwnetfax.GetString(), "x");
+  EXPECT_EQ(receive.AnalyzePartHeader(mail, nullptr, 1), 0);
   UtlString stuffed("..x\r\n"), end(".\r\n");
   EXPECT_EQ(receive.ChkMailEndLine(mail, stuffed, 5, 8), 0);
   EXPECT_EQ(text(stuffed), ".x\r\n");
@@ -265,7 +268,7 @@ TEST(Doors, open_to_the_same_rules) {
   EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4096).c_str()), 0);
   EXPECT_EQ(receive.set_recv_buffer(repeated("x", 4097).c_str()), 1);
   UtlVector lines;
-  receive.RemoveWSP("a\r\n b\r\nc\r\n", 0, &lines);
+  for (const char* header : {"", "a\r\n b\r\nc\r\n"}) receive.RemoveWSP(header, 0, &lines);
   ASSERT_EQ(lines.Count(), 2);
   for (int i = 0; i < 2; ++i) {
     const std::unique_ptr<UtlString> line(static_cast<UtlString*>(lines.ElementAt(i)));
@@ -279,6 +282,20 @@ TEST(Doors, open_to_the_same_rules) {
   EXPECT_EQ(mail.add_buffer(buffer, length, "bc", 2), 1);
   EXPECT_EQ(mail.InsertBuffer(buffer, length, "a", 1), 1);
   EXPECT_EQ(taken(buffer, length + 1), std::string("abc", 4));
+}
+
+TEST(Base64, takes_whole_groups_of_pieces_and_carries_the_rest) {
+  tav_eml_smtp_boundary outbox{tav_eml_smtp_settings{_tav_eml_smtp_setting()}};
+  int32_t carried = 0;
+  uint8_t carry[2];
+  const auto ready = [&](const std::string& piece) {
+    auto* data = static_cast<char*>(block_of(piece));
+    long length = size_of(piece);
+    EXPECT_EQ(outbox.adjust_buff_len_m3(data, length, carried, carry), TAV_EML_OK);
+    return taken(data, length);
+  };
+  for (const auto& [piece, whole] : {std::pair("abcd", "abc"), {"e", ""}, {"f", "def"}, {"", ""}})
+    EXPECT_EQ(ready(piece), whole);
 }
 
 TEST(JisCodes, become_shift_jis_or_0) {
