@@ -85,14 +85,15 @@ foreach(section 1 3 5 7)
   install(FILES ${taveml_pages}
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT documentation)
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/README.md
+# The other documents keep their folders, so that their links work.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+              ${PROJECT_SOURCE_DIR}/CONTRIBUTING.md ${PROJECT_SOURCE_DIR}/SECURITY.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/
+install(FILES ${PROJECT_SOURCE_DIR}/platform/linux/README.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/platform/linux COMPONENT documentation)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png" PATTERN "*.cpp" PATTERN "*.h"
-  PATTERN "man" EXCLUDE)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples
-  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+  PATTERN "man" EXCLUDE PATTERN "Doxyfile" EXCLUDE PATTERN "*.py" EXCLUDE)
 
 # A device brings its own platform libraries, and its build knows where they are: the packages below
 # describe the Linux port.
@@ -129,9 +130,14 @@ install(FILES ${PROJECT_BINARY_DIR}/taveml-config.cmake
               ${PROJECT_BINARY_DIR}/taveml-config-version.cmake
   DESTINATION ${taveml_cmakedir} COMPONENT development)
 
-# pkg-config derives the prefix from the location of its file.
+# pkg-config derives the prefix from the location of its file. A distribution's does not move, and
+# plain paths let pkg-config leave out the folders that the compiler searches anyway.
 file(RELATIVE_PATH taveml_pc_to_prefix
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+set(taveml_pc_prefix "\${pcfiledir}/${taveml_pc_to_prefix}")
+if(CMAKE_SKIP_INSTALL_RPATH)
+  set(taveml_pc_prefix ${CMAKE_INSTALL_PREFIX})
+endif()
 file(RELATIVE_PATH taveml_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
 file(RELATIVE_PATH taveml_pc_includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
 foreach(module taveml taveml-platform)

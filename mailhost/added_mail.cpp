@@ -76,7 +76,11 @@ std::string added_mail(const std::string& argument) {
   const bool is_mail = std::filesystem::exists(argument) || colon == std::string::npos;
   const std::filesystem::path path = is_mail ? argument : argument.substr(colon + 1);
   const auto bytes = std::filesystem::is_regular_file(path) ? read_file(path) : std::nullopt;
-  if (!bytes) throw problem(EX_NOINPUT, "cannot read the file " + path.string());
+  if (!bytes) {
+    throw problem(EX_NOINPUT,
+                  "--add " + argument + ": cannot read the file " + path.string() +
+                      "; give FILE, a message, or TEXT:FILE, a text and a file to attach");
+  }
   return is_mail ? with_crlf(*bytes) : with_attachment(argument.substr(0, colon), path, *bytes);
 }
 

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
-#include <iterator>
 #include <memory>
+#include <sstream>
 #include <system_error>
 
 #include "md5.h"
@@ -31,9 +31,10 @@ std::string uid_of(const std::string& name) {
 
 std::optional<std::string> read_file(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
   if (!file.is_open() || file.bad()) return std::nullopt;
-  return bytes;
+  return bytes.str();
 }
 
 bool write_file(const std::filesystem::path& path, const std::string& bytes, mode_t mode) {

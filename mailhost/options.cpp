@@ -88,7 +88,7 @@ void add_logins(CLI::App& app, options& given) {
 void add_mails(CLI::App& app, options& given) {
   app.add_option("--folder", given.folder, "keeps the mails (Maildir); else they go at the end")
       ->type_name("DIR");
-  app.add_option("--add", given.add, "a mail that is there from the start, or one made of both")
+  app.add_option("--add", given.add, "a message file, or a text and a file to attach to it")
       ->type_name("[TEXT:]FILE")
       ->allow_extra_args(false);
   app.add_option("--size-limit", given.size_limit, "of a message, in bytes")

@@ -50,8 +50,10 @@ TAV_EML_RESULT convert(utl_buffer& text, TAV_EML_CHAR_SET char_set, const char* 
     rest.length -= consumed;
     if (rest.length == 0 && converted.data() == nullptr) {
       room.set_length(piece.length);
-      converted = std::move(room);
-    } else if (!append_text(converted, {room.data(), static_cast<size_t>(piece.length)})) {
+      text = std::move(room);
+      return TAV_EML_OK;
+    }
+    if (!append_text(converted, {room.data(), static_cast<size_t>(piece.length)})) {
       return TAV_EML_ERR_NO_MEMORY;
     }
   }

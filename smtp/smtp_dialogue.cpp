@@ -102,6 +102,7 @@ TAV_EML_RESULT read_whole_reply(connection& link, utl_buffer& area, char* buffer
       return result;
     }
     if (line == 0) {
+      // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a session has its buffers.
       std::memcpy(buffer, area.data(), static_cast<size_t>(line_size));
       std::memset(buffer + line_size, 0, static_cast<size_t>(room - line_size));
       size = line_size;

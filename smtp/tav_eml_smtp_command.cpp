@@ -40,6 +40,7 @@ TAV_EML_RESULT in_session(const tav_eml_smtp_settings* settings, ntssmtp_fileptr
                           const char* no_session = " : smtpset == 0",
                           const char* no_buffer = " : send_buffer == 0") {
   if (!is_usable(settings, session, operation, no_session, no_buffer)) return TAV_EML_ERR_UNKNOWN;
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): is_usable() has looked.
   smtp_dialogue dialogue(*session, *settings);
   return step(dialogue);
 }

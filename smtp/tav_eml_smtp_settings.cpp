@@ -41,7 +41,7 @@ tav_eml_smtp_settings::tav_eml_smtp_settings(const _tav_eml_smtp_setting& settin
 }
 
 tav_eml_smtp_settings::tav_eml_smtp_settings(const tav_eml_smtp_settings& other)
-    : UtlObject(other), pop3_settings(nullptr) {
+    : tav_eml_smtp_settings(_tav_eml_smtp_setting()) {
   *this = other;
 }
 
@@ -51,6 +51,8 @@ tav_eml_smtp_settings& tav_eml_smtp_settings::operator=(const tav_eml_smtp_setti
   server.CopyString(other.server);
   port = other.port;
   timeout = other.timeout;
+  // The object held before is not deleted: the application may have kept its address.
+  pop3_settings = copy_pop3(other.pop3_settings).release();
   user_id = other.user_id;
   replace_text(password, other.password);
   helo_domain = other.helo_domain;
@@ -59,8 +61,6 @@ tav_eml_smtp_settings& tav_eml_smtp_settings::operator=(const tav_eml_smtp_setti
   addr_selector = other.addr_selector;
   tlsmode = other.tlsmode;
   std::memcpy(tls_opt, other.tls_opt, sizeof tls_opt);
-  // The object held before is not deleted: the application may have kept its address.
-  pop3_settings = copy_pop3(other.pop3_settings).release();
   return *this;
 }
 

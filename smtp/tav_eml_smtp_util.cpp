@@ -208,7 +208,7 @@ TAV_EML_RESULT tav_eml_smtp_util::make_signature(const char* text, char** result
     return code;
   }
   code = Automatic64Linefeed(expanded, result);
-  store_length(std::strlen(*result), length);
+  if (code == TAV_EML_OK) store_length(std::strlen(*result), length);
   return code;
 }
 

@@ -38,8 +38,8 @@ std::string expanded(const std::string& path) {
 }
 
 // Whether the option takes the path of a file or folder.
-bool is_path(const CLI::Option& option) {
-  return option.get_type_name() == "FILE" || option.get_type_name() == "DIR";
+bool is_path(const option& given) {
+  return given.value_name() == "FILE" || given.value_name() == "DIR";
 }
 
 // Overwrites what earlier calls left on the stack: short texts are not on the heap.
@@ -51,25 +51,25 @@ bool is_path(const CLI::Option& option) {
 // The file as read, for messages that name its lines.
 class document {
  public:
-  explicit document(const std::string& path) : m_cPath(path) {
+  explicit document(const std::string& path) : m_path(path) {
     input_file file(path, "the configuration");
     const std::string text = file.read_all(kLargestFile);
     if (text.size() > kLargestFile) throw problem(EX_CONFIG, path + " is no configuration file");
     try {
-      m_cTable = toml::parse(text, path);
+      m_table = toml::parse(text, path);
       wipe_stack();
     } catch (const toml::parse_error& error) {
       throw at(error.source().begin.line, std::string(error.description()));
     }
-    if (file.is_open_to_others() && has_secret(m_cTable)) {
+    if (file.is_open_to_others() && has_secret(m_table)) {
       throw problem(EX_CONFIG, "others can read the passwords in " + path + "; chmod 600 it");
     }
   }
 
-  const toml::table& table() const { return m_cTable; }
+  const toml::table& table() const { return m_table; }
 
   problem at(size_t line, const std::string& text) const {
-    return problem(EX_CONFIG, m_cPath + ":" + std::to_string(line) + ": " + text);
+    return problem(EX_CONFIG, m_path + ":" + std::to_string(line) + ": " + text);
   }
   problem at(const toml::node& node, const std::string& text) const {
     return at(node.source().begin.line, text);
@@ -86,8 +86,8 @@ class document {
     return false;
   }
 
-  const std::string m_cPath;
-  toml::table m_cTable;
+  const std::string m_path;
+  toml::table m_table;
 };
 
 std::vector<std::string> keys_of(const toml::table& table) {
@@ -106,6 +106,16 @@ const toml::table& find_account(const document& file, const std::string& wanted,
                                  did_you_mean(wanted, keys_of(file.table())));
   }
   return *node->as_table();
+}
+
+// Several accounts, or one, and nobody has said which. Without any there is nothing to choose.
+void refuse_to_guess(const document& file, const std::string& path) {
+  std::string names;
+  for (const std::string& name : keys_of(file.table())) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  if (names.empty()) return;
+  throw problem(EX_USAGE, path + " names no default account; choose one with --account: " + names);
 }
 
 // A value as the command line would have it; several for an array.
@@ -128,20 +138,19 @@ std::vector<std::string> values_of(const document& file, const std::string& key,
 }
 
 // The options of all commands as keys.
-std::vector<std::string> known_keys(const CLI::App& tool) {
+std::vector<std::string> known_keys(const command_line& tool) {
   std::vector<std::string> keys = {kPassword};
-  for (const CLI::App* command : tool.get_subcommands(nullptr)) {
-    for (const CLI::Option* option : command->get_options()) {
-      for (std::string name : option->get_lnames()) {
-        std::replace(name.begin(), name.end(), '-', '_');
-        if (name != "help" && name != "config" && name != "account") keys.push_back(name);
-      }
+  for (const command_line* command : tool.commands()) {
+    for (const option& each : command->options()) {
+      std::string name = each.name();
+      std::replace(name.begin(), name.end(), '-', '_');
+      if (name != "help" && name != "config" && name != "account") keys.push_back(name);
     }
   }
   return keys;
 }
 
-void set_option(const document& file, CLI::App& command, const CLI::App& tool,
+void set_option(const document& file, const command_line& command, const command_line& tool,
                 const std::string& key, const toml::node& node) {
   std::string name = key;
   std::replace(name.begin(), name.end(), '_', '-');
@@ -149,19 +158,17 @@ void set_option(const document& file, CLI::App& command, const CLI::App& tool,
   if (std::find(keys.begin(), keys.end(), key) == keys.end()) {
     throw file.at(node, "unknown key \"" + key + "\"" + did_you_mean(key, keys));
   }
-  CLI::Option* option = command.get_option_no_throw("--" + name);
+  const option found = command.find(name);
   // It is another command's, or the command line counts more.
-  if (option == nullptr || option->count() > 0) return;
-  const std::vector<std::string> values = values_of(file, key, node);
-  const bool is_flag = option->get_expected_max() == 0;
+  if (!found || found.is_given()) return;
+  std::vector<std::string> values = values_of(file, key, node);
+  const bool is_flag = found.is_flag();
   if (is_flag && !node.is_boolean()) throw file.at(node, key + ": expected true or false");
   if (is_flag && values[0] == "false") return;
   try {
-    for (const std::string& value : values) {
-      option->add_result(is_path(*option) ? expanded(value) : value);
-    }
-    option->run_callback();
-  } catch (const CLI::Error& error) {
+    if (is_path(found)) std::transform(values.begin(), values.end(), values.begin(), expanded);
+    found.give(values);
+  } catch (const usage_error& error) {
     throw file.at(node, error.what());
   }
 }
@@ -174,32 +181,36 @@ std::string account_file::default_path() {
   return home_of("") + "/.config/tavmail/config.toml";
 }
 
-void account_file::add_to(CLI::App& command) {
-  command.add_option("-A,--account", m_cAccount, "account of the configuration file")
-      ->type_name("NAME")
-      ->group("Server");
-  command.add_option("--config", m_cPath, "in place of ~/.config/tavmail/config.toml")
-      ->type_name("FILE")
-      ->group("Server");
+void account_file::add_to(command_line& command) {
+  command.add("-A,--account", m_account, "account of the configuration file")
+      .value_name("NAME")
+      .group("Server");
+  command.add("--config", m_path, "in place of ~/.config/tavmail/config.toml")
+      .value_name("FILE")
+      .group("Server");
 }
 
-bool account_file::apply(CLI::App& command, const CLI::App& tool, const std::string& section,
-                         endpoint_options& endpoint, bool optional) const {
-  const bool names_server = command.get_option("--server")->count() > 0;
-  if (names_server && !m_cAccount.empty()) {
+bool account_file::apply(const command_line& command, const command_line& tool,
+                         const std::string& section, endpoint_options& endpoint,
+                         bool optional) const {
+  const bool names_server = command.find("server").is_given();
+  if (names_server && !m_account.empty()) {
     throw problem(EX_USAGE, "--account and --server exclude each other; an account has its server");
   }
   if (names_server) return false;
-  const std::string path = m_cPath.empty() ? default_path() : m_cPath;
+  const std::string path = m_path.empty() ? default_path() : m_path;
   std::error_code error;
   const bool is_there = std::filesystem::exists(path, error);
   // One that cannot be looked for may be there.
-  if (!is_there && !error && m_cPath.empty() && m_cAccount.empty()) return false;
+  if (!is_there && !error && m_path.empty() && m_account.empty()) return false;
   const document file(path);
-  std::string name = m_cAccount;
+  std::string name = m_account;
   if (name.empty()) {
     const toml::node* chosen = file.table().get("default");
-    if (chosen == nullptr) return false;
+    if (chosen == nullptr) {
+      refuse_to_guess(file, path);
+      return false;
+    }
     if (!chosen->is_string()) throw file.at(*chosen, "default: expected the name of an account");
     name = *chosen->value<std::string>();
   }

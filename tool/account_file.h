@@ -3,9 +3,9 @@
 #ifndef ACCOUNT_FILE_H
 #define ACCOUNT_FILE_H
 
-#include <CLI/CLI.hpp>
 #include <string>
 
+#include "command_line.h"
 #include "endpoint_options.h"
 
 namespace tavmail {
@@ -28,19 +28,19 @@ namespace tavmail {
 // is not used when the command line names a server: its password is not for that one.
 class account_file {
  public:
-  void add_to(CLI::App& command);
+  void add_to(command_line& command);
 
   // Fills the options of `command` from the table `section` ("smtp" or "pop3") of the account.
   // Keys of other commands are passed over. Throws a problem that names file and line. `optional`:
   // an account without the table will do. True when there was one.
-  bool apply(CLI::App& command, const CLI::App& tool, const std::string& section,
+  bool apply(const command_line& command, const command_line& tool, const std::string& section,
              endpoint_options& endpoint, bool optional = false) const;
 
   static std::string default_path();
 
  private:
-  std::string m_cPath;
-  std::string m_cAccount;
+  std::string m_path;
+  std::string m_account;
 };
 
 }  // namespace tavmail

@@ -36,7 +36,7 @@ size_t attachment::read_into(tav_eml_mlutl_mail_part& part) {
                                                          UtlOS::MemFree);
   if (!block) throw problem(EX_OSERR, "out of memory");
   char* bytes = static_cast<char*>(block.get());
-  const size_t count = m_cFile.read(bytes, kPiece);
+  const size_t count = m_file.read(bytes, kPiece);
   if (count == 0) return 0;
   bytes[count] = '\0';
   void* data = block.release();

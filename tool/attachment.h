@@ -14,16 +14,16 @@ namespace tavmail {
 // An open file, read in pieces: memory does not grow with it. All throw a problem.
 class attachment {
  public:
-  explicit attachment(const std::string& path) : m_cFile(path, "attachment") {}
+  explicit attachment(const std::string& path) : m_file(path, "attachment") {}
 
   // 0 when that is not known.
-  uint64_t size() const { return static_cast<uint64_t>(m_cFile.status().st_size); }
+  uint64_t size() const { return static_cast<uint64_t>(m_file.status().st_size); }
 
   // Puts the next piece into `part`. The bytes put; 0 at the end.
   size_t read_into(quorvelmida::tav_eml_mlutl_mail_part& part);
 
  private:
-  input_file m_cFile;
+  input_file m_file;
 };
 
 // The content type of a file by the extension of its name, or by `given` ("" for none).

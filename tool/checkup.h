@@ -34,7 +34,7 @@ struct trial_options : server_options {
   std::string from;  // "" for a guess
   std::string to;    // "" for the same
 
-  void add_to(CLI::App& command);
+  void add_to(command_line& command);
 };
 
 // Resolves the name, tries every address, looks at what the port speaks, then connects and logs in

@@ -33,33 +33,33 @@ std::string key_of(const mailbox_options& mailbox) {
 }  // namespace
 
 collection::collection(const collection_options& options)
-    : m_cOptions(options),
-      m_cView(sink_of(options), dialogue_kind::pop3),
-      m_cTap(m_cView, m_cHeader),
-      m_cKey(key_of(options.mailbox)),
-      m_cSettings(options.mailbox.settings()),
-      m_cSession(m_cSettings) {
-  if (options.saves()) m_cFolder.emplace(options.folder);
+    : m_options(options),
+      m_view(sink_of(options), dialogue_kind::pop3),
+      m_tap(m_view, m_header),
+      m_key(key_of(options.mailbox)),
+      m_settings(options.mailbox.settings()),
+      m_session(m_settings) {
+  if (options.saves()) m_folder.emplace(options.folder);
   if (options.all) return;
   const seen_path place =
-      options.seen.empty() ? default_seen_path(m_cKey, options.mailbox.server, options.mailbox.user)
+      options.seen.empty() ? default_seen_path(m_key, options.mailbox.server, options.mailbox.user)
                            : seen_path{options.seen, ""};
-  m_cSeen.emplace(place.path, place.old);
+  m_seen.emplace(place.path, place.old);
 }
 
 void collection::run() {
   open();
   list();
-  if (m_cSeen) compare_with_seen();
+  if (m_seen) compare_with_seen();
   take_mails();
   delete_mails();
-  m_cSession.quit();
-  if (m_cSeen) m_cSeen->settle({});
+  m_session.quit();
+  if (m_seen) m_seen->settle({});
 }
 
 std::vector<received_mail> collection::mails() const {
-  std::vector<received_mail> all = m_cMails;
-  all.insert(all.end(), m_cGivenUp.begin(), m_cGivenUp.end());
+  std::vector<received_mail> all = m_mails;
+  all.insert(all.end(), m_givenUp.begin(), m_givenUp.end());
   return all;
 }
 
@@ -67,7 +67,7 @@ std::vector<received_mail> collection::mails() const {
 void collection::check_end() const {
   if (!interrupt_guard::was_pressed()) return;
   const auto is_whole = [](const received_mail& mail) { return mail.problem.empty(); };
-  const auto count = std::count_if(m_cMails.begin(), m_cMails.end(), is_whole);
+  const auto count = std::count_if(m_mails.begin(), m_mails.end(), is_whole);
   interrupt_guard::check(count == 0   ? "no mail was received"
                          : count == 1 ? "1 mail was received before"
                                       : std::to_string(count) + " mails were received before");
@@ -76,44 +76,44 @@ void collection::check_end() const {
 void collection::require(TAV_EML_RESULT result) {
   if (result == TAV_EML_OK) return;
   check_end();
-  throw explain_mailbox(result, m_cView, m_cOptions.mailbox);
+  throw explain_mailbox(result, m_view, m_options.mailbox);
 }
 
 void collection::note_trouble(const problem& cause) {
-  if (!m_cTrouble) m_cTrouble = cause;
+  if (!m_trouble) m_trouble = cause;
 }
 
 bool collection::is_done() const {
   check_end();
-  return m_cOptions.most > 0 && m_cMails.size() >= static_cast<size_t>(m_cOptions.most);
+  return m_options.most > 0 && m_mails.size() >= static_cast<size_t>(m_options.most);
 }
 
 void collection::open() {
-  if (m_cSession.is_connected()) return;
-  require(m_cSession.connect());
-  require(m_cSession.count(m_nOnServer));
-  ++m_nConnection;
+  if (m_session.is_connected()) return;
+  require(m_session.connect());
+  require(m_session.count(m_onServer));
+  ++m_connection;
 }
 
 void collection::list() {
-  if (++m_nLists > kMostLists) {
-    throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
+  if (++m_lists > kMostLists) {
+    throw problem(EX_PROTOCOL, m_options.mailbox.place() +
                                    " gives mails another number on every connection; try --all");
   }
   std::vector<listed_mail> listed;
-  m_bHasUids = true;
-  if (m_nOnServer > 0) {
+  m_hasUids = true;
+  if (m_onServer > 0) {
     const TAV_EML_RESULT result =
-        m_cSession.list(m_nOnServer, listed, m_bHasUids, [this] { check_end(); });
+        m_session.list(m_onServer, listed, m_hasUids, [this] { check_end(); });
     if (result == TAV_EML_ERR_REPLY) {
-      throw problem(EX_PROTOCOL, m_cOptions.mailbox.place() +
+      throw problem(EX_PROTOCOL, m_options.mailbox.place() +
                                      " sends a list of mails without end, or with a "
                                      "line of more than 4095 bytes");
     }
     require(result);
   }
-  if (!m_bHasUids && m_cSeen) {
-    throw problem(EX_UNAVAILABLE, m_cOptions.mailbox.place() +
+  if (!m_hasUids && m_seen) {
+    throw problem(EX_UNAVAILABLE, m_options.mailbox.place() +
                                       " gives mails no unique ids (UIDL); fetch them with --all");
   }
   take_listed(std::move(listed));
@@ -122,43 +122,43 @@ void collection::list() {
 // What this run has done with a mail is known by its unique id.
 void collection::take_listed(std::vector<listed_mail> listed) {
   std::map<mail_key, entry> before;
-  for (entry& mail : m_cEntries) before.emplace(mail.key(), std::move(mail));
-  m_cEntries.clear();
-  m_cCopies.clear();
+  for (entry& mail : m_entries) before.emplace(mail.key(), std::move(mail));
+  m_entries.clear();
+  m_copies.clear();
   for (listed_mail& each : listed) {
     entry mail;
     static_cast<listed_mail&>(mail) = std::move(each);
-    mail.copy = ++m_cCopies[mail.uid];
+    mail.copy = ++m_copies[mail.uid];
     const auto known = before.find(mail.key());
     if (known != before.end() && !mail.uid.empty()) {
       mail.connection = known->second.connection;
       mail.mail = known->second.mail;
       mail.is_to_go = known->second.is_to_go;
     }
-    m_cEntries.push_back(std::move(mail));
+    m_entries.push_back(std::move(mail));
   }
-  m_nListed = m_nConnection;
+  m_listed = m_connection;
 }
 
 // Brings the file and what the server has together.
 void collection::compare_with_seen() {
-  const auto nameless = m_cCopies.find("");
-  if (nameless == m_cCopies.end()) {
-    m_cSeen->keep(m_cCopies);
+  const auto nameless = m_copies.find("");
+  if (nameless == m_copies.end()) {
+    m_seen->keep(m_copies);
   } else {
-    note_trouble(problem(EX_UNAVAILABLE, m_cOptions.mailbox.place() + " gives " +
+    note_trouble(problem(EX_UNAVAILABLE, m_options.mailbox.place() + " gives " +
                                              std::to_string(nameless->second) + " of " +
-                                             std::to_string(m_nOnServer) +
+                                             std::to_string(m_onServer) +
                                              " mails no unique id (UIDL); fetch them with --all"));
   }
-  for (entry& mail : m_cEntries) {
-    mail.is_to_go = m_cOptions.is_deleting && m_cSeen->is_to_go(mail.key());
-    if (m_cSeen->is_given_up(mail.key())) note_given_up(mail);
+  for (entry& mail : m_entries) {
+    mail.is_to_go = m_options.is_deleting && m_seen->is_to_go(mail.key());
+    if (m_seen->is_given_up(mail.key())) note_given_up(mail);
   }
 }
 
 void collection::note_given_up(const entry& mail) {
-  if (m_cFolder) m_cFolder->discard_marked(mark_of(mail));
+  if (m_folder) m_folder->discard_marked(mark_of(mail));
   received_mail told;
   told.number = mail.number;
   told.uid = mail.uid;
@@ -168,82 +168,81 @@ void collection::note_given_up(const entry& mail) {
                  amount(static_cast<double>(mail.size)) +
                  ") was given up after 3 tries and stays on the server; fetch it with --all, or "
                  "read or delete it with another program";
-  m_cGivenUp.push_back(std::move(told));
+  m_givenUp.push_back(std::move(told));
 }
 
 bool collection::is_wanted(const entry& mail) const {
   if (mail.connection > 0) return false;
-  if (!m_cSeen) return true;
-  return !mail.uid.empty() && !m_cSeen->is_received(mail.key()) &&
-         !m_cSeen->is_given_up(mail.key());
+  if (!m_seen) return true;
+  return !mail.uid.empty() && !m_seen->is_received(mail.key()) && !m_seen->is_given_up(mail.key());
 }
 
 void collection::take_mails() {
   int refused = 0;
-  for (size_t at = 0; at < m_cEntries.size() && !is_done();) {
-    if (!is_wanted(m_cEntries[at])) {
+  for (size_t at = 0; at < m_entries.size() && !is_done();) {
+    if (!is_wanted(m_entries[at])) {
       ++at;
       continue;
     }
     open();
-    if (!has_its_number(m_cEntries[at])) {
+    if (!has_its_number(m_entries[at])) {
       list();
       at = 0;
       continue;
     }
-    take(m_cEntries[at++]);
+    take(m_entries[at++]);
     // A server may count mails that it does not have, and very many of them.
-    refused = m_cMails.back().problem.empty() ? 0 : refused + 1;
-    if (!m_cSeen && refused >= kMostRefused) throw problem(*m_cTrouble);
+    refused = m_mails.back().problem.empty() ? 0 : refused + 1;
+    if (!m_seen && refused >= kMostRefused) throw problem(*m_trouble);
   }
 }
 
 // Another connection may number the mails in another way. To list them all again for each mail that
 // breaks one would cost the square of their count.
 bool collection::has_its_number(const entry& mail) {
-  if (m_nListed == m_nConnection || mail.uid.empty()) return true;
+  if (m_listed == m_connection || mail.uid.empty()) return true;
   std::string uid;
-  require(m_cSession.uid_of(mail.number, uid));
+  require(m_session.uid_of(mail.number, uid));
   return uid == mail.uid;
 }
 
 // Reads a mail. The connection may be lost afterwards.
 void collection::take(entry& listed) {
-  listed.connection = m_nConnection;
-  listed.mail = m_cMails.size();
-  const bool is_noted = m_cSeen && m_cOptions.saves();
+  listed.connection = m_connection;
+  listed.mail = m_mails.size();
+  const bool is_noted = m_seen && m_options.saves();
   if (is_noted) {
-    if (m_cSeen->tries(listed.key()) > 0) m_cFolder->discard_marked(mark_of(listed));
-    m_cSeen->begin(listed.key());
+    if (m_seen->tries(listed.key()) > 0) m_folder->discard_marked(mark_of(listed));
+    m_seen->begin(listed.key());
   }
   received_mail mail;
   TAV_EML_RESULT result = TAV_EML_OK;
   try {
     result = read(listed, mail);
   } catch (const problem&) {
-    if (is_noted) m_cSeen->cancel(listed.key());  // it was not the mail's fault
+    if (is_noted) m_seen->cancel(listed.key());  // it was not the mail's fault
     throw;
   }
-  const bool is_whole = result == TAV_EML_OK && (!m_cOptions.saves() || !mail.parts.empty());
+  const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || !mail.parts.empty());
   if (!is_whole) note_failure(listed, result, mail);
-  listed.is_to_go = m_cOptions.is_deleting && is_whole && mail.is_safe();
-  m_cMails.push_back(std::move(mail));
-  if (is_whole && is_noted) m_cSeen->finish(listed.key(), listed.is_to_go);
+  listed.is_to_go = m_options.is_deleting && is_whole && mail.is_safe();
+  m_mails.push_back(std::move(mail));
+  if (is_whole && is_noted) m_seen->finish(listed.key(), listed.is_to_go);
 }
 
 void collection::note_failure(const entry& listed, TAV_EML_RESULT result, received_mail& mail) {
   // What is left of it stands between us and the next mail.
   tav_eml_pop3_mail_info info;
   tav_eml_pop3_receive_mail rest(info);
-  const bool is_lost = result != TAV_EML_OK && m_cSession.skip_mail(rest) != TAV_EML_OK;
+  const bool is_lost = result != TAV_EML_OK && m_session.skip_mail(rest) != TAV_EML_OK;
   problem cause = explain_mail(result, listed.number, is_lost);
-  if (m_cSeen && m_cOptions.saves() && m_cSeen->is_given_up(listed.key())) {
+  if (m_seen && m_options.saves() && m_seen->is_given_up(listed.key())) {
     cause = problem(cause.exit_code(),
                     std::string(cause.what()) + (is_line_too_long()
                                                      ? "; it is not tried again"
                                                      : "; after 3 tries only --all fetches it"))
                 .at(cause.stage(), cause.reply(), cause.code());
-    m_cFolder->discard_marked(mark_of(listed));
+    m_folder->discard_marked(mark_of(listed));
     mail.parts.clear();
     mail.folder.clear();
   }
@@ -254,33 +253,33 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
 TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
   tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
   progress_bar bar("Receiving mail " + std::to_string(listed.number),
-                   static_cast<uint64_t>(listed.size), !m_cOptions.quiet && !m_cOptions.verbose);
-  uint64_t shown = m_cView.message_bytes();
-  mail_reader reader(m_cSession, m_cHeader, [&] {
-    bar.advance(m_cView.message_bytes() - shown);
-    shown = m_cView.message_bytes();
+                   static_cast<uint64_t>(listed.size), !m_options.quiet && !m_options.verbose);
+  uint64_t shown = m_view.message_bytes();
+  mail_reader reader(m_session, m_header, [&] {
+    bar.advance(m_view.message_bytes() - shown);
+    shown = m_view.message_bytes();
     check_end();
   });
-  return m_cOptions.saves() ? reader.read(info, *m_cFolder, mark_of(listed), mail)
-                            : reader.read_header(info, mail);
+  return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
+                           : reader.read_header(info, mail);
 }
 
 // The name of what is left of a mail that breaks off: the next try finds it.
 std::string collection::mark_of(const entry& mail) const {
-  if (!m_cSeen) return {};
+  if (!m_seen) return {};
   const std::string copy = std::to_string(mail.copy);
-  return fingerprint(m_cKey + " " + copy + " " + mail.uid).substr(0, 16);
+  return fingerprint(m_key + " " + copy + " " + mail.uid).substr(0, 16);
 }
 
 // Then the library has ended the connection. Its results do not tell it from one that broke; that
 // no more of the line was read does.
-bool collection::is_line_too_long() const { return m_cView.unfinished_line() >= kLongestLine; }
+bool collection::is_line_too_long() const { return m_view.unfinished_line() >= kLongestLine; }
 
 problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
   const std::string which = "mail " + std::to_string(number);
   const problem cause =
       explain_mailbox(result == TAV_EML_ERR_UNKNOWN && is_lost ? TAV_EML_ERR_TRANSFER : result,
-                      m_cView, m_cOptions.mailbox);
+                      m_view, m_options.mailbox);
   const auto told = [&](int exit_code, const std::string& sentence) {
     return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
   };
@@ -306,20 +305,20 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
 // undone.
 void collection::delete_mails() {
   const auto is_to_go = [](const entry& mail) { return mail.is_to_go; };
-  if (std::none_of(m_cEntries.begin(), m_cEntries.end(), is_to_go)) return;
+  if (std::none_of(m_entries.begin(), m_entries.end(), is_to_go)) return;
   open();
-  if (m_nListed != m_nConnection && m_bHasUids) list();
+  if (m_listed != m_connection && m_hasUids) list();
   const std::vector<const entry*> deleted = mark_as_deleted();
-  if (!m_cSession.is_connected()) return;
-  m_cSession.quit();
+  if (!m_session.is_connected()) return;
+  m_session.quit();
   if (was_confirmed()) {
     note_deleted(deleted);
   } else if (!deleted.empty() && interrupt_guard::was_pressed()) {
     note_trouble(interrupt_guard::cause("the server did not confirm what it was to delete"));
   } else if (!deleted.empty()) {
-    note_trouble(problem(EX_TEMPFAIL, m_cOptions.mailbox.place() +
+    note_trouble(problem(EX_TEMPFAIL, m_options.mailbox.place() +
                                           " did not confirm that it deleted what was received")
-                     .at("the goodbye", reply_text(m_cView.decisive()), ""));
+                     .at("the goodbye", reply_text(m_view.decisive()), ""));
   }
 }
 
@@ -327,18 +326,18 @@ void collection::delete_mails() {
 std::vector<const collection::entry*> collection::mark_as_deleted() {
   std::vector<const entry*> marked;
   const std::map<std::string, int> staying = copies_that_stay();
-  for (const entry& mail : m_cEntries) {
-    const bool is_certain = mail.connection == m_nConnection ||
-                            (m_nListed == m_nConnection && staying.count(mail.uid) == 0);
+  for (const entry& mail : m_entries) {
+    const bool is_certain = mail.connection == m_connection ||
+                            (m_listed == m_connection && staying.count(mail.uid) == 0);
     if (!mail.is_to_go || !is_certain) continue;
-    const TAV_EML_RESULT result = m_cSession.remove(mail.number);
+    const TAV_EML_RESULT result = m_session.remove(mail.number);
     if (result == TAV_EML_OK) {
       marked.push_back(&mail);
     } else {
       check_end();
-      note_trouble(explain_mailbox(result, m_cView, m_cOptions.mailbox));
+      note_trouble(explain_mailbox(result, m_view, m_options.mailbox));
     }
-    if (!m_cSession.is_connected()) break;
+    if (!m_session.is_connected()) break;
   }
   return marked;
 }
@@ -347,14 +346,14 @@ std::vector<const collection::entry*> collection::mark_as_deleted() {
 // connection that read them. Mails without unique id count as copies.
 std::map<std::string, int> collection::copies_that_stay() const {
   std::map<std::string, int> staying = {{"", 1}};
-  for (const entry& mail : m_cEntries) {
+  for (const entry& mail : m_entries) {
     if (!mail.is_to_go) ++staying[mail.uid];
   }
   return staying;
 }
 
 bool collection::was_confirmed() const {
-  const exchange* last = m_cView.decisive();
+  const exchange* last = m_view.decisive();
   return last != nullptr && last->verb == "QUIT" && last->is_success();
 }
 
@@ -363,12 +362,12 @@ void collection::note_deleted(const std::vector<const entry*>& deleted) {
   for (const entry* mail : deleted) {
     keys.push_back(mail->key());
     if (mail->connection > 0) {
-      m_cMails[mail->mail].is_deleted = true;
+      m_mails[mail->mail].is_deleted = true;
     } else {
-      m_cDeletedBefore.push_back(*mail);
+      m_deletedBefore.push_back(*mail);
     }
   }
-  if (m_cSeen) m_cSeen->settle(std::move(keys));
+  if (m_seen) m_seen->settle(std::move(keys));
 }
 
 }  // namespace tavmail

@@ -45,19 +45,19 @@ class collection {
 
   // Those of this run, and after them those that are not tried any more.
   std::vector<received_mail> mails() const;
-  size_t received() const { return m_cMails.size(); }
+  size_t received() const { return m_mails.size(); }
   // Mails that an earlier run has saved.
-  const std::vector<listed_mail>& deleted_before() const { return m_cDeletedBefore; }
+  const std::vector<listed_mail>& deleted_before() const { return m_deletedBefore; }
   // The first thing that went wrong with a mail, while the others were received.
-  const std::optional<problem>& trouble() const { return m_cTrouble; }
-  int on_server() const { return m_nOnServer; }
+  const std::optional<problem>& trouble() const { return m_trouble; }
+  int on_server() const { return m_onServer; }
 
  private:
   // A mail of the server, and what this run has done with it.
   struct entry : listed_mail {
     int copy = 1;        // which of those with its unique id
     int connection = 0;  // over which it was read; 0: it was not
-    size_t mail = 0;     // where it is in m_cMails, when it was read
+    size_t mail = 0;     // where it is in m_mails, when it was read
     bool is_to_go = false;
 
     mail_key key() const { return {uid, copy}; }
@@ -87,26 +87,26 @@ class collection {
   bool was_confirmed() const;
   void note_deleted(const std::vector<const entry*>& deleted);
 
-  const collection_options& m_cOptions;
-  dialogue_view m_cView;
-  raw_header m_cHeader;
-  receive_tap m_cTap;
-  const std::string m_cKey;  // of the mailbox
-  quorvelmida::tav_eml_pop3_settings m_cSettings;
-  mailbox_session m_cSession;
-  std::optional<mail_folder> m_cFolder;
-  std::optional<seen_file> m_cSeen;      // not with `all`
-  std::vector<entry> m_cEntries;         // what the server has
-  std::map<std::string, int> m_cCopies;  // of each unique id
-  std::vector<received_mail> m_cMails;   // what was read
-  std::vector<received_mail> m_cGivenUp;
-  std::vector<listed_mail> m_cDeletedBefore;
-  std::optional<problem> m_cTrouble;
-  int m_nConnection = 0;  // counted
-  int m_nListed = 0;      // the one that the numbers of the entries are from
-  int m_nLists = 0;
-  int m_nOnServer = 0;
-  bool m_bHasUids = true;
+  const collection_options& m_options;
+  dialogue_view m_view;
+  raw_header m_header;
+  receive_tap m_tap;
+  const std::string m_key;  // of the mailbox
+  quorvelmida::tav_eml_pop3_settings m_settings;
+  mailbox_session m_session;
+  std::optional<mail_folder> m_folder;
+  std::optional<seen_file> m_seen;      // not with `all`
+  std::vector<entry> m_entries;         // what the server has
+  std::map<std::string, int> m_copies;  // of each unique id
+  std::vector<received_mail> m_mails;   // what was read
+  std::vector<received_mail> m_givenUp;
+  std::vector<listed_mail> m_deletedBefore;
+  std::optional<problem> m_trouble;
+  int m_connection = 0;  // counted
+  int m_listed = 0;      // the one that the numbers of the entries are from
+  int m_lists = 0;
+  int m_onServer = 0;
+  bool m_hasUids = true;
 };
 
 }  // namespace tavmail

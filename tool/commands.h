@@ -4,22 +4,23 @@
 #ifndef COMMANDS_H
 #define COMMANDS_H
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <memory>
+
+#include "command_line.h"
 
 namespace tavmail {
 
 // A subcommand and what runs it. The options live as long as the function.
 struct command {
-  CLI::App* app;
+  const command_line* line;
   std::function<int()> run;
 };
 
-command add_send(CLI::App& tool);
-command add_receive(CLI::App& tool);
-command add_doctor(CLI::App& tool);
-command add_completion(CLI::App& tool);
+command add_send(command_line& tool);
+command add_receive(command_line& tool);
+command add_doctor(command_line& tool);
+command add_completion(command_line& tool);
 
 }  // namespace tavmail
 

@@ -12,10 +12,10 @@ namespace tavmail {
 
 namespace {
 
-std::vector<std::string> options_of(const CLI::App& app) {
+std::vector<std::string> options_of(const command_line& app) {
   std::vector<std::string> words;
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) words.push_back("--" + name);
+  for (const option& each : app.options()) {
+    if (!each.name().empty()) words.push_back("--" + each.name());
   }
   return words;
 }
@@ -26,10 +26,9 @@ std::string joined(const std::vector<std::string>& words) {
   return text;
 }
 
-std::vector<std::string> commands_of(const CLI::App& tool) {
+std::vector<std::string> commands_of(const command_line& tool) {
   std::vector<std::string> names;
-  for (const CLI::App* command : tool.get_subcommands(nullptr))
-    names.push_back(command->get_name());
+  for (const command_line* command : tool.commands()) names.push_back(command->name());
   return names;
 }
 
@@ -38,7 +37,7 @@ constexpr char kFiles[] =
     "--attach|-a|--text-file|--password-file|--pop3-password-file|--ca-file|--config|--seen|"
     "--folder|-d";
 
-std::string bash_script(const CLI::App& tool) {
+std::string bash_script(const command_line& tool) {
   std::string out =
       "# bash completion of tavmail: source this file, or put it into\n"
       "# ~/.local/share/bash-completion/completions/tavmail\n"
@@ -56,16 +55,16 @@ std::string bash_script(const CLI::App& tool) {
       "    completion) COMPREPLY=($(compgen -W 'bash zsh fish' -- \"$word\")); return ;;\n"
       "  esac\n"
       "  case ${COMP_WORDS[1]} in\n";
-  for (const CLI::App* command : tool.get_subcommands(nullptr)) {
-    out += "    " + command->get_name() + ") COMPREPLY=($(compgen -W '" +
-           joined(options_of(*command)) + "' -- \"$word\")) ;;\n";
+  for (const command_line* command : tool.commands()) {
+    out += "    " + command->name() + ") COMPREPLY=($(compgen -W '" + joined(options_of(*command)) +
+           "' -- \"$word\")) ;;\n";
   }
   out += "    *) COMPREPLY=($(compgen -W '" + joined(commands_of(tool)) + " " +
          joined(options_of(tool)) + "' -- \"$word\")) ;;\n";
   return out + "  esac\n}\ncomplete -F _tavmail tavmail\n";
 }
 
-std::string zsh_script(const CLI::App& tool) {
+std::string zsh_script(const command_line& tool) {
   return "#compdef tavmail\n# zsh completion of tavmail: put it into a folder of $fpath as "
          "_tavmail\nautoload -U +X bashcompinit && bashcompinit\n" +
          bash_script(tool);
@@ -78,27 +77,26 @@ std::string quoted(const std::string& text) {
   return result + "'";
 }
 
-std::string fish_script(const CLI::App& tool) {
+std::string fish_script(const command_line& tool) {
   std::string out =
       "# fish completion of tavmail: put it into ~/.config/fish/completions/tavmail.fish\n"
       "complete -c tavmail -f\n";
-  for (const CLI::App* command : tool.get_subcommands(nullptr)) {
-    const std::string name = command->get_name();
+  for (const command_line* command : tool.commands()) {
+    const std::string name = command->name();
     out += "complete -c tavmail -n __fish_use_subcommand -a " + name + " -d " +
-           quoted(command->get_description()) + "\n";
-    for (const CLI::Option* option : command->get_options()) {
-      if (option->get_lnames().empty()) continue;
-      out += "complete -c tavmail -n '__fish_seen_subcommand_from " + name + "' -l " +
-             option->get_lnames()[0];
-      if (!option->get_snames().empty()) out += " -s " + option->get_snames()[0];
-      if (option->get_expected_max() > 0) out += " -r -F";
-      out += " -d " + quoted(option->get_description()) + "\n";
+           quoted(command->description()) + "\n";
+    for (const option& each : command->options()) {
+      if (each.name().empty()) continue;
+      out += "complete -c tavmail -n '__fish_seen_subcommand_from " + name + "' -l " + each.name();
+      if (!each.letter().empty()) out += " -s " + each.letter();
+      if (!each.is_flag()) out += " -r -F";
+      out += " -d " + quoted(each.description()) + "\n";
     }
   }
   return out;
 }
 
-int run_completion(const CLI::App& tool, const std::string& shell) {
+int run_completion(const command_line& tool, const std::string& shell) {
   if (shell == "bash") {
     std::cout << bash_script(tool);
   } else if (shell == "zsh") {
@@ -113,11 +111,11 @@ int run_completion(const CLI::App& tool, const std::string& shell) {
 
 }  // namespace
 
-command add_completion(CLI::App& tool) {
-  CLI::App* app = tool.add_subcommand("completion", "print a completion script for a shell");
+command add_completion(command_line& tool) {
+  command_line& line = tool.add_command("completion", "print a completion script for a shell");
   const auto shell = std::make_shared<std::string>();
-  app->add_option("shell", *shell, "bash, zsh or fish")->type_name("SHELL");
-  return {app, [&tool, shell] { return run_completion(tool, *shell); }};
+  line.add("shell", *shell, "bash, zsh or fish").value_name("SHELL");
+  return {&line, [&tool, shell] { return run_completion(tool, *shell); }};
 }
 
 }  // namespace tavmail

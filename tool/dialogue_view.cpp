@@ -101,102 +101,102 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
 }
 
 void dialogue_view::show(const char* who, std::string_view text) {
-  if (m_cSink) m_cSink(who + presentable(text));
+  if (m_sink) m_sink(who + presentable(text));
 }
 
 bool dialogue_view::is_next_pop3() const {
-  if (m_eKind != dialogue_kind::pop3_before_smtp) return m_eKind == dialogue_kind::pop3;
-  return m_cConnections.empty() || !m_cConnections.back().is_pop3;
+  if (m_kind != dialogue_kind::pop3_before_smtp) return m_kind == dialogue_kind::pop3;
+  return m_connections.empty() || !m_connections.back().is_pop3;
 }
 
 // One address after the other may be tried for one connection.
 void dialogue_view::begin_connecting() {
-  if (!m_bConnecting) m_bPop3 = is_next_pop3();
-  m_bConnecting = true;
+  if (!m_connecting) m_pop3 = is_next_pop3();
+  m_connecting = true;
 }
 
 void dialogue_view::begin_connection() {
   begin_connecting();
-  m_bConnecting = false;
-  m_eMode = mode::commands;
-  m_bUnderTls = false;
-  m_bSecret = false;
-  m_cSecrets.end();
-  m_cFromClient.clear();
-  m_cFromServer.clear();
-  m_chFromServer = '\0';
-  m_uUnfinished = 0;
-  if (m_cConnections.size() >= kMostConnections) m_cConnections.pop_front();
-  m_cConnections.push_back({m_bPop3, {}, {}, {}, {}});
+  m_connecting = false;
+  m_mode = mode::commands;
+  m_underTls = false;
+  m_secret = false;
+  m_secrets.end();
+  m_fromClient.clear();
+  m_fromServer.clear();
+  m_latestByte = '\0';
+  m_unfinished = 0;
+  if (m_connections.size() >= kMostConnections) m_connections.pop_front();
+  m_connections.push_back({m_pop3, {}, {}, {}, {}});
   begin_exchange("");
 }
 
 void dialogue_view::begin_tls(std::string_view description) {
-  m_bUnderTls = true;
+  m_underTls = true;
   const bool is_before_greeting =
-      !m_cExchanges.empty() && m_cExchanges.back().verb.empty() && m_cExchanges.back().lines == 0;
-  if (is_before_greeting) m_cExchanges.back().under_tls = true;
+      !m_exchanges.empty() && m_exchanges.back().verb.empty() && m_exchanges.back().lines == 0;
+  if (is_before_greeting) m_exchanges.back().under_tls = true;
   current_connection().tls = presentable(description);
   show("* ", "TLS: " + latest().tls);
 }
 
 connection& dialogue_view::current_connection() {
-  if (m_cConnections.empty()) m_cConnections.emplace_back();
-  return m_cConnections.back();
+  if (m_connections.empty()) m_connections.emplace_back();
+  return m_connections.back();
 }
 
 const connection& dialogue_view::latest() const {
   static const connection kNone;
-  return m_cConnections.empty() ? kNone : m_cConnections.back();
+  return m_connections.empty() ? kNone : m_connections.back();
 }
 
 bool dialogue_view::is_pop3() const {
-  if (m_bConnecting) return m_bPop3;
-  if (m_cConnections.empty()) return is_next_pop3();
+  if (m_connecting) return m_pop3;
+  if (m_connections.empty()) return is_next_pop3();
   // A login that is over was good: the connection to send over is next.
-  const bool is_over = !m_cExchanges.empty() && m_cExchanges.back().verb == "QUIT";
-  return m_bPop3 && !(is_over && m_eKind == dialogue_kind::pop3_before_smtp);
+  const bool is_over = !m_exchanges.empty() && m_exchanges.back().verb == "QUIT";
+  return m_pop3 && !(is_over && m_kind == dialogue_kind::pop3_before_smtp);
 }
 
 void dialogue_view::begin_exchange(std::string verb) {
-  if (m_cExchanges.size() >= kMostExchanges) m_cExchanges.pop_front();
+  if (m_exchanges.size() >= kMostExchanges) m_exchanges.pop_front();
   exchange entry;
   entry.verb = std::move(verb);
-  entry.under_tls = m_bUnderTls;
-  entry.is_pop3 = m_bPop3;
-  m_cExchanges.push_back(std::move(entry));
+  entry.under_tls = m_underTls;
+  entry.is_pop3 = m_pop3;
+  m_exchanges.push_back(std::move(entry));
 }
 
 const exchange* dialogue_view::decisive() const {
-  for (const exchange& entry : m_cExchanges) {
+  for (const exchange& entry : m_exchanges) {
     if (entry.verb == kEndOfDataVerb) return &entry;
   }
-  const auto refused = std::find_if(m_cExchanges.begin(), m_cExchanges.end(), stops_mail);
-  if (refused != m_cExchanges.end()) return &*refused;
-  return m_bConnecting || m_cExchanges.empty() ? nullptr : &m_cExchanges.back();
+  const auto refused = std::find_if(m_exchanges.begin(), m_exchanges.end(), stops_mail);
+  if (refused != m_exchanges.end()) return &*refused;
+  return m_connecting || m_exchanges.empty() ? nullptr : &m_exchanges.back();
 }
 
 const exchange* dialogue_view::refused_login() const {
-  return m_cRefusedLogin.verb.empty() ? nullptr : &m_cRefusedLogin;
+  return m_refusedLogin.verb.empty() ? nullptr : &m_refusedLogin;
 }
 
 void dialogue_view::sent(std::string_view bytes) {
-  if (m_eMode == mode::message) {
+  if (m_mode == mode::message) {
     // Whoever gives the next command has read the message to its end.
-    if (!m_bMessageEnded) {
-      show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
+    if (!m_messageEnded) {
+      show("S: ", "[" + std::to_string(m_messageBytes - m_dataBytes) + " bytes of mail]");
     }
-    m_eMode = mode::commands;
-    m_cFromServer.clear();
+    m_mode = mode::commands;
+    m_fromServer.clear();
   }
   while (!bytes.empty()) {
-    if (m_eMode == mode::commands && m_cFromClient.empty() && !m_cExchanges.empty() &&
-        m_cExchanges.back().verb == "DATA" && m_cExchanges.back().judged == verdict::goes_on) {
-      m_eMode = mode::data;
-      m_uEndMatched = 2;  // a mail begins at the start of a line
-      m_uDataBytes = 0;
+    if (m_mode == mode::commands && m_fromClient.empty() && !m_exchanges.empty() &&
+        m_exchanges.back().verb == "DATA" && m_exchanges.back().judged == verdict::goes_on) {
+      m_mode = mode::data;
+      m_endMatched = 2;  // a mail begins at the start of a line
+      m_dataBytes = 0;
     }
-    if (m_eMode == mode::data) {
+    if (m_mode == mode::data) {
       bytes.remove_prefix(take_data(bytes));
       continue;
     }
@@ -208,20 +208,20 @@ void dialogue_view::sent(std::string_view bytes) {
 // Counts mail data up to its end. Returns how many bytes were data or its end.
 size_t dialogue_view::take_data(std::string_view bytes) {
   size_t taken = 0;
-  while (taken < bytes.size() && m_uEndMatched < kEndOfData.size()) {
-    if (m_uEndMatched == 0) {
+  while (taken < bytes.size() && m_endMatched < kEndOfData.size()) {
+    if (m_endMatched == 0) {
       taken = std::min(bytes.find('\r', taken), bytes.size());
       if (taken == bytes.size()) break;
     }
     const char ch = bytes[taken++];
-    m_uEndMatched = ch == kEndOfData[m_uEndMatched] ? m_uEndMatched + 1 : ch == '\r' ? 1 : 0;
+    m_endMatched = ch == kEndOfData[m_endMatched] ? m_endMatched + 1 : ch == '\r' ? 1 : 0;
   }
-  m_uDataBytes += taken;
-  if (m_uEndMatched == kEndOfData.size()) {
-    show("C: ", "[" + std::to_string(m_uDataBytes - 3) + " bytes of mail]");
+  m_dataBytes += taken;
+  if (m_endMatched == kEndOfData.size()) {
+    show("C: ", "[" + std::to_string(m_dataBytes - 3) + " bytes of mail]");
     show("C: ", kEndOfDataVerb);
-    m_bEndSent = true;
-    m_eMode = mode::commands;
+    m_endSent = true;
+    m_mode = mode::commands;
     begin_exchange(kEndOfDataVerb);
   }
   return taken;
@@ -230,20 +230,20 @@ size_t dialogue_view::take_data(std::string_view bytes) {
 // No copy is made of a secret.
 void dialogue_view::client_byte(char ch) {
   if (ch == '\n') return client_line();
-  if (m_bSecret || m_eMode == mode::login) {
-    if (ch != '\r') m_cSecrets.add(ch);
+  if (m_secret || m_mode == mode::login) {
+    if (ch != '\r') m_secrets.add(ch);
     return;
   }
-  if (m_cFromClient.size() < kLongestLine) m_cFromClient += ch;
-  if (ch == ' ') m_bSecret = begins_secret(m_cFromClient);
+  if (m_fromClient.size() < kLongestLine) m_fromClient += ch;
+  if (ch == ' ') m_secret = begins_secret(m_fromClient);
 }
 
 void dialogue_view::client_line() {
   cut_server_line();
-  m_cSecrets.end();
-  const bool is_secret = std::exchange(m_bSecret, false);
-  const std::string text = presentable(std::exchange(m_cFromClient, {}));
-  if (m_eMode == mode::login) {
+  m_secrets.end();
+  const bool is_secret = std::exchange(m_secret, false);
+  const std::string text = presentable(std::exchange(m_fromClient, {}));
+  if (m_mode == mode::login) {
     show("C: ", kMask);
     begin_exchange("AUTH");
     return;
@@ -255,49 +255,49 @@ void dialogue_view::client_line() {
     return;
   }
   show("C: ", is_secret ? text + " " + kMask : text);
-  if (verb == "AUTH") m_eMode = mode::login;
+  if (verb == "AUTH") m_mode = mode::login;
   begin_exchange(verb);
-  if (verb == "MAIL" || verb == "RCPT") m_cExchanges.back().address = address_of(text);
+  if (verb == "MAIL" || verb == "RCPT") m_exchanges.back().address = address_of(text);
 }
 
 void dialogue_view::received(std::string_view bytes) {
   while (!bytes.empty()) {
-    if (m_eMode == mode::message) {
+    if (m_mode == mode::message) {
       bytes.remove_prefix(take_message(bytes));
       continue;
     }
     const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
     const std::string_view piece = bytes.substr(0, count);
     bytes.remove_prefix(count);
-    m_cFromServer.append(
-        piece.substr(0, kLongestLine - std::min(m_cFromServer.size(), kLongestLine)));
+    m_fromServer.append(
+        piece.substr(0, kLongestLine - std::min(m_fromServer.size(), kLongestLine)));
     const bool is_end = is_line_end(piece);
-    m_chFromServer = piece.back();
-    if (is_end) server_line(std::exchange(m_cFromServer, {}), false);
+    m_latestByte = piece.back();
+    if (is_end) server_line(std::exchange(m_fromServer, {}), false);
   }
 }
 
 // A line feed alone ends no line, but for the one in front of a message.
 bool dialogue_view::is_line_end(std::string_view piece) const {
   if (piece.back() != '\n') return false;
-  const char before = piece.size() > 1 ? piece[piece.size() - 2] : m_chFromServer;
+  const char before = piece.size() > 1 ? piece[piece.size() - 2] : m_latestByte;
   if (before == '\r') return true;
-  if (m_cExchanges.empty() || !m_bPop3 || m_cExchanges.back().lines > 0) return false;
-  const std::string& verb = m_cExchanges.back().verb;
+  if (m_exchanges.empty() || !m_pop3 || m_exchanges.back().lines > 0) return false;
+  const std::string& verb = m_exchanges.back().verb;
   return verb == "RETR" || verb == "TOP";
 }
 
 // Takes a line of a message, or a piece of one, and what comes after its last line, which is no
 // reply. Returns how many bytes it was.
 size_t dialogue_view::take_message(std::string_view bytes) {
-  if (m_bMessageEnded) return bytes.size();
+  if (m_messageEnded) return bytes.size();
   const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
   const std::string_view piece = bytes.substr(0, count);
-  m_uMessageBytes += count;
-  m_uUnfinished = piece.back() == '\n' ? 0 : m_uUnfinished + count;
+  m_messageBytes += count;
+  m_unfinished = piece.back() == '\n' ? 0 : m_unfinished + count;
   if (is_end_of_message(piece)) {
-    m_bMessageEnded = true;
-    show("S: ", "[" + std::to_string(m_uMessageBytes - m_uDataBytes) + " bytes of mail]");
+    m_messageEnded = true;
+    show("S: ", "[" + std::to_string(m_messageBytes - m_dataBytes) + " bytes of mail]");
     show("S: ", ".");
   }
   return count;
@@ -305,30 +305,30 @@ size_t dialogue_view::take_message(std::string_view bytes) {
 
 // No copy is made of lines that come whole.
 bool dialogue_view::is_end_of_message(std::string_view piece) {
-  if (m_cFromServer.empty() && piece.back() == '\n') return piece == kEndOfMessage;
-  if (m_cFromServer.size() <= kEndOfMessage.size()) {
-    m_cFromServer.append(piece.substr(0, kEndOfMessage.size() + 1));
+  if (m_fromServer.empty() && piece.back() == '\n') return piece == kEndOfMessage;
+  if (m_fromServer.size() <= kEndOfMessage.size()) {
+    m_fromServer.append(piece.substr(0, kEndOfMessage.size() + 1));
   }
   if (piece.back() != '\n') return false;
-  return std::exchange(m_cFromServer, {}) == kEndOfMessage;
+  return std::exchange(m_fromServer, {}) == kEndOfMessage;
 }
 
 void dialogue_view::cut_server_line() {
-  if (m_cFromServer.empty() || m_eMode == mode::message) return;
-  server_line(std::exchange(m_cFromServer, {}), true);
+  if (m_fromServer.empty() || m_mode == mode::message) return;
+  server_line(std::exchange(m_fromServer, {}), true);
 }
 
 void dialogue_view::server_line(std::string_view line, bool is_cut) {
   line = without_end(line);
-  if (m_cExchanges.empty()) begin_exchange("");
-  exchange& current = m_cExchanges.back();
+  if (m_exchanges.empty()) begin_exchange("");
+  exchange& current = m_exchanges.back();
   if (is_cut) {
     current.judge_cut_line(line);
   } else {
     current.judge(line);
   }
-  std::string text = presentable(m_cSecrets.masked(line));
-  if (m_eMode == mode::login && current.judged == verdict::goes_on) {
+  std::string text = presentable(m_secrets.masked(line));
+  if (m_mode == mode::login && current.judged == verdict::goes_on) {
     text = text.substr(0, 4) + kMask;
   }
   show("S: ", text);
@@ -337,18 +337,18 @@ void dialogue_view::server_line(std::string_view line, bool is_cut) {
 }
 
 void dialogue_view::take_verdict(const exchange& current) {
-  if (m_eMode == mode::login && current.judged != verdict::goes_on) {
-    m_eMode = mode::commands;
+  if (m_mode == mode::login && current.judged != verdict::goes_on) {
+    m_mode = mode::commands;
     const bool is_refused =
         current.judged == verdict::refused || current.judged == verdict::nonsense;
-    if (is_refused) m_cRefusedLogin = current;
-    if (current.is_success()) m_cRefusedLogin = exchange();
+    if (is_refused) m_refusedLogin = current;
+    if (current.is_success()) m_refusedLogin = exchange();
   }
-  if (current.verb == kEndOfDataVerb) m_bAccepted = current.is_success();
-  if (m_bPop3 && current.is_success() && (current.verb == "RETR" || current.verb == "TOP")) {
-    m_eMode = mode::message;
-    m_bMessageEnded = false;
-    m_uDataBytes = m_uMessageBytes;
+  if (current.verb == kEndOfDataVerb) m_accepted = current.is_success();
+  if (m_pop3 && current.is_success() && (current.verb == "RETR" || current.verb == "TOP")) {
+    m_mode = mode::message;
+    m_messageEnded = false;
+    m_dataBytes = m_messageBytes;
   }
 }
 

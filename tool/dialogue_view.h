@@ -39,12 +39,12 @@ class dialogue_view {
 
   // `sink` gets each line; none when it is empty.
   explicit dialogue_view(line_sink sink, dialogue_kind kind = dialogue_kind::smtp)
-      : m_cSink(std::move(sink)), m_eKind(kind), m_bPop3(kind != dialogue_kind::smtp) {}
+      : m_sink(std::move(sink)), m_kind(kind), m_pop3(kind != dialogue_kind::smtp) {}
 
   void take(TAV_WIRETAP_EVENT event, std::string_view bytes);
 
-  const std::deque<exchange>& exchanges() const { return m_cExchanges; }
-  const std::deque<connection>& connections() const { return m_cConnections; }
+  const std::deque<exchange>& exchanges() const { return m_exchanges; }
+  const std::deque<connection>& connections() const { return m_connections; }
   // The exchange that a failure is about: the one that ended the mail, else the first that refused
   // the mail, else the latest. Null when nothing was said yet.
   const exchange* decisive() const;
@@ -55,12 +55,12 @@ class dialogue_view {
   // Of the latest connection.
   const connection& latest() const;
   // What became of the mail: its end was sent; the server took it.
-  bool end_was_sent() const { return m_bEndSent; }
-  bool was_accepted() const { return m_bAccepted; }
+  bool end_was_sent() const { return m_endSent; }
+  bool was_accepted() const { return m_accepted; }
   // Bytes of the messages that were received.
-  uint64_t message_bytes() const { return m_uMessageBytes; }
+  uint64_t message_bytes() const { return m_messageBytes; }
   // Bytes of the line of a message whose end has not been received.
-  size_t unfinished_line() const { return m_eMode == mode::message ? m_uUnfinished : 0; }
+  size_t unfinished_line() const { return m_mode == mode::message ? m_unfinished : 0; }
 
  private:
   // What the client's, respectively the server's, bytes are.
@@ -85,27 +85,27 @@ class dialogue_view {
   void show(const char* who, std::string_view text);
   void begin_exchange(std::string verb);
 
-  line_sink m_cSink;
-  dialogue_kind m_eKind;
-  bool m_bPop3;
-  mode m_eMode = mode::commands;
-  std::string m_cFromClient;  // an unfinished line, without what is secret in it
-  std::string m_cFromServer;
-  secret_echo m_cSecrets;
-  bool m_bSecret = false;        // the rest of the client's line is
-  char m_chFromServer = '\0';    // its latest byte
-  size_t m_uUnfinished = 0;      // bytes of the server's unfinished line
-  size_t m_uEndMatched = 0;      // bytes of the end of the mail seen so far
-  bool m_bMessageEnded = false;  // nothing more is expected before the next command
-  uint64_t m_uDataBytes = 0;
-  uint64_t m_uMessageBytes = 0;
-  bool m_bConnecting = false;
-  bool m_bUnderTls = false;
-  bool m_bEndSent = false;
-  bool m_bAccepted = false;
-  std::deque<connection> m_cConnections;
-  std::deque<exchange> m_cExchanges;
-  exchange m_cRefusedLogin;
+  line_sink m_sink;
+  dialogue_kind m_kind;
+  bool m_pop3;
+  mode m_mode = mode::commands;
+  std::string m_fromClient;  // an unfinished line, without what is secret in it
+  std::string m_fromServer;
+  secret_echo m_secrets;
+  bool m_secret = false;        // the rest of the client's line is
+  char m_latestByte = '\0';     // its latest byte
+  size_t m_unfinished = 0;      // bytes of the server's unfinished line
+  size_t m_endMatched = 0;      // bytes of the end of the mail seen so far
+  bool m_messageEnded = false;  // nothing more is expected before the next command
+  uint64_t m_dataBytes = 0;
+  uint64_t m_messageBytes = 0;
+  bool m_connecting = false;
+  bool m_underTls = false;
+  bool m_endSent = false;
+  bool m_accepted = false;
+  std::deque<connection> m_connections;
+  std::deque<exchange> m_exchanges;
+  exchange m_refusedLogin;
 };
 
 // Connects the view to the process's connections while it lives.

@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "account_file.h"
@@ -25,19 +26,18 @@ struct doctor_options {
 };
 
 // Hands what was given on the command line over to the options of one protocol.
-void carry(const CLI::App& from, CLI::App& to) {
-  for (const CLI::Option* given : from.get_options()) {
-    if (given->count() == 0 || given->get_lnames().empty()) continue;
-    CLI::Option* option = to.get_option_no_throw("--" + given->get_lnames()[0]);
-    if (option == nullptr) continue;
-    for (const std::string& value : given->results()) option->add_result(value);
-    option->run_callback();
+void carry(const command_line& from, command_line& to) {
+  for (const option& given : from.options()) {
+    if (!given.is_given()) continue;
+    const option same = to.find(given.name());
+    if (same) same.give(given.values());
   }
 }
 
-bool wants(const CLI::App& command, const doctor_options& options, const std::string& protocol) {
+bool wants(const command_line& command, const doctor_options& options,
+           const std::string& protocol) {
   if (!options.protocol.empty()) return options.protocol == protocol;
-  if (command.get_option("--server")->count() == 0) return true;
+  if (!command.find("server").is_given()) return true;
   // A server without more words: its port tells.
   mailbox_options endpoint = {};
   endpoint.server = options.asked.server;
@@ -51,13 +51,13 @@ bool wants(const CLI::App& command, const doctor_options& options, const std::st
 
 // Runs `check` with the options of one protocol. False when the account does not have it.
 template <typename Options, typename Check>
-bool examine(const CLI::App& command, const doctor_options& options, const char* protocol,
+bool examine(const command_line& command, const doctor_options& options, const char* protocol,
              Check check, std::vector<checkup>& results) {
   Options endpoint;
-  CLI::App own;
+  command_line own;
   endpoint.add_to(own);
   carry(command, own);
-  const bool is_known = options.account.apply(own, *command.get_parent(), protocol, endpoint, true);
+  const bool is_known = options.account.apply(own, *command.parent(), protocol, endpoint, true);
   if (!is_known && endpoint.server.empty()) return false;
   endpoint.complete();
   results.push_back(check(endpoint, options.verbose));
@@ -65,7 +65,7 @@ bool examine(const CLI::App& command, const doctor_options& options, const char*
   return true;
 }
 
-void examine_all(const CLI::App& command, const doctor_options& options,
+void examine_all(const command_line& command, const doctor_options& options,
                  std::vector<checkup>& results) {
   if (wants(command, options, "smtp")) {
     examine<trial_options>(command, options, "smtp", check_smtp, results);
@@ -78,7 +78,26 @@ void examine_all(const CLI::App& command, const doctor_options& options,
   }
 }
 
-int run_doctor(CLI::App& command, const doctor_options& options) {
+constexpr char kNoMark[] = "        ";
+
+std::string label_of(const char* mark, const std::string& name) {
+  std::string label = mark + name;
+  label.resize(26, ' ');
+  return label;
+}
+
+// The last line of an examination that failed.
+std::string verdict_of(const checkup& result) {
+  const bool is_smtp = result.protocol == "smtp";
+  std::string failed;
+  for (const checkup_stage& stage : result.stages) {
+    if (!stage.is_good) failed = stage.name;  // an address may be dead and the next one not
+  }
+  return "not ready to " + std::string(is_smtp ? "send" : "receive") + ": \"" + failed +
+         "\" failed" + (is_smtp ? "; no mail was sent" : "");
+}
+
+int run_doctor(command_line& command, const doctor_options& options) {
   std::vector<checkup> results;
   std::optional<problem> end;
   try {
@@ -98,29 +117,27 @@ int run_doctor(CLI::App& command, const doctor_options& options) {
 
 }  // namespace
 
-void trial_options::add_to(CLI::App& command) {
+void trial_options::add_to(command_line& command) {
   server_options::add_to(command);
-  command.add_option("-f,--from", from, "sender to try; guessed by default")
-      ->type_name("ADDRESS")
-      ->group("Mail");
-  command.add_option("-t,--to", to, "recipient to try; the sender by default")
-      ->take_first()
-      ->type_name("ADDRESS")
-      ->group("Mail");
+  command.add("-f,--from", from, "sender to try; guessed by default")
+      .value_name("ADDRESS")
+      .group("Mail");
+  command.add("-t,--to", to, "recipient to try; the sender by default")
+      .first_counts()
+      .value_name("ADDRESS")
+      .group("Mail");
 }
 
 std::string checkup_lines(const checkup& result) {
   std::string out = (result.protocol == "smtp" ? "Sending" : "Receiving") + std::string(": ") +
                     result.server + " port " + std::to_string(result.port) + "\n";
   for (const checkup_stage& stage : result.stages) {
-    std::string label = stage.is_good ? "  ok    " : "  FAIL  ";
-    label += stage.name;
-    label.resize(26, ' ');
-    out += wrapped(label, stage.text);
+    out += wrapped(label_of(stage.is_good ? "  ok    " : "  FAIL  ", stage.name), stage.text);
     if (!stage.remedy.empty()) {
-      out += wrapped("        what to do        ", stage.remedy);
+      out += wrapped(label_of(kNoMark, "what to do"), stage.remedy);
     }
   }
+  if (!result.is_good()) out += wrapped(label_of(kNoMark, "result"), verdict_of(result));
   return out + "\n";
 }
 
@@ -146,20 +163,20 @@ std::string checkups_json(const std::vector<checkup>& results, const problem* ca
   return json_text(document);
 }
 
-command add_doctor(CLI::App& tool) {
-  CLI::App* app = tool.add_subcommand("doctor", "examine the way to a server, stage by stage");
+command add_doctor(command_line& tool) {
+  command_line& line = tool.add_command("doctor", "examine the way to a server, stage by stage");
   const auto options = std::make_shared<doctor_options>();
-  options->account.add_to(*app);
-  options->asked.add_to(*app);
-  app->add_flag("--apop", options->apop, "log in to POP3 with APOP")->group("Server");
-  app->add_option("--protocol", options->protocol, "smtp or pop3; both of an account by default")
-      ->check(CLI::IsMember({"smtp", "pop3"}).description(""))
-      ->type_name("NAME")
-      ->group("Server");
-  app->add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")
-      ->group("Output");
-  app->add_flag("--json", options->is_json, "tell what was found as JSON")->group("Output");
-  return {app, [app, options] { return run_doctor(*app, *options); }};
+  options->account.add_to(line);
+  options->asked.add_to(line);
+  line.add_flag("--apop", options->apop, "log in to POP3 with APOP").group("Server");
+  line.add("--protocol", options->protocol, "smtp or pop3; both of an account by default")
+      .one_of({"smtp", "pop3"})
+      .value_name("NAME")
+      .group("Server");
+  line.add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")
+      .group("Output");
+  line.add_flag("--json", options->is_json, "tell what was found as JSON").group("Output");
+  return {&line, [&line, options] { return run_doctor(line, *options); }};
 }
 
 }  // namespace tavmail

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <sstream>
 #include <utility>
 
@@ -68,7 +69,7 @@ void split_port(std::string& server, int& port) {
 
 }  // namespace
 
-void endpoint_options::add_address(CLI::App& command, const endpoint_protocol& protocol) {
+void endpoint_options::add_address(command_line& command, const endpoint_protocol& protocol) {
   static const std::map<std::string, tls_mode> kModes = {{"none", tls_mode::none},
                                                          {"starttls", tls_mode::starttls},
                                                          {"stls", tls_mode::starttls},
@@ -79,53 +80,48 @@ void endpoint_options::add_address(CLI::App& command, const endpoint_protocol& p
   const auto name = [&](const char* letter, const std::string& word) {
     return (is_main && *letter != '\0' ? std::string(letter) + "," : "") + "--" + prefix + word;
   };
-  command.add_option(name("-s", "server"), server, "HOST, HOST:PORT or [ADDRESS]:PORT")
-      ->type_name("HOST")
-      ->group(group);
-  command.add_option(name("-p", "port"), port, protocol.port_help)
-      ->check(CLI::Range(1, 65535).description(""))
-      ->type_name("N")
-      ->group(group);
-  command.add_option(name("", "tls"), tls, "starttls, implicit (for the TLS port) or none")
-      ->transform(one_of(kModes))
-      ->type_name("MODE")
-      ->group(group);
-  command.add_option(name("-u", "user"), user, "user to log in as")
-      ->type_name("NAME")
-      ->group(group);
-  auto* file = command
-                   .add_option(name("", "password-file"), password_file,
-                               "file with it; asked for by default")
-                   ->type_name("FILE")
-                   ->group(group);
-  command.add_option(name("", "password-command"), password_command, "command that prints it")
-      ->type_name("CMD")
-      ->excludes(file)
-      ->group(group);
+  command.add(name("-s", "server"), server, "HOST, HOST:PORT or [ADDRESS]:PORT")
+      .value_name("HOST")
+      .group(group);
+  command.add(name("-p", "port"), port, protocol.port_help)
+      .range(1, 65535)
+      .value_name("N")
+      .group(group);
+  command.add(name("", "tls"), tls, kModes, "starttls, implicit (for the TLS port) or none")
+      .value_name("MODE")
+      .group(group);
+  command.add(name("-u", "user"), user, "user to log in as").value_name("NAME").group(group);
+  const option file =
+      command.add(name("", "password-file"), password_file, "file with it; asked for by default")
+          .value_name("FILE")
+          .group(group);
+  command.add(name("", "password-command"), password_command, "command that prints it")
+      .value_name("CMD")
+      .excludes(file)
+      .group(group);
 }
 
-void endpoint_options::add_connection(CLI::App& command) {
+void endpoint_options::add_connection(command_line& command) {
   command.add_flag("--tls-no-check", no_check, "do not check the server's certificate")
-      ->group(kGroup);
-  command.add_option("--ca-file", ca_file, "certificates to trust; the system's by default")
-      ->type_name("FILE")
-      ->group(kGroup);
-  command.add_option("--tls-min", oldest_tls, "oldest TLS version: 1.2 (default) or 1.3")
-      ->check(CLI::IsMember({"1.2", "1.3"}).description(""))
-      ->type_name("VERSION")
-      ->group(kGroup);
-  command.add_option("--timeout", timeout, "seconds to wait for the server at each step")
-      ->check(CLI::Range(1, 3600).description(""))
-      ->capture_default_str()
-      ->type_name("N")
-      ->group(kGroup);
+      .group(kGroup);
+  command.add("--ca-file", ca_file, "certificates to trust; the system's by default")
+      .value_name("FILE")
+      .group(kGroup);
+  command.add("--tls-min", oldest_tls, "oldest TLS version: 1.2 (default) or 1.3")
+      .one_of({"1.2", "1.3"})
+      .value_name("VERSION")
+      .group(kGroup);
+  command.add("--timeout", timeout, "seconds to wait for the server at each step")
+      .range(1, 3600)
+      .shows_default()
+      .value_name("N")
+      .group(kGroup);
   command
-      .add_option_function("--max-time",
-                           std::function<void(const int&)>(interrupt_guard::end_after),
-                           "seconds for all of the run; no limit by default")
-      ->check(CLI::Range(1, 1000000).description(""))
-      ->type_name("N")
-      ->group(kGroup);
+      .add("--max-time", std::function<void(int)>(interrupt_guard::end_after),
+           "seconds for all of the run; no limit by default")
+      .range(1, 1000000)
+      .value_name("N")
+      .group(kGroup);
 }
 
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {
@@ -175,8 +171,8 @@ void endpoint_options::library_tls_options(uint8_t (&options)[5]) const {
 }
 
 std::shared_ptr<const secret_text> endpoint_options::take_password() const {
-  if (m_cPassword && password_file.empty() && password_command.empty()) {
-    return std::exchange(m_cPassword, nullptr);
+  if (m_password && password_file.empty() && password_command.empty()) {
+    return std::exchange(m_password, nullptr);
   }
   return std::make_shared<const secret_text>(
       read_password(password_file, password_command, user, server));
@@ -186,7 +182,7 @@ void endpoint_options::share_account(const endpoint_options& other) {
   user = other.user;
   password_file = other.password_file;
   password_command = other.password_command;
-  m_cPassword = other.m_cPassword;
+  m_password = other.m_password;
 }
 
 void wipe_record_text(UtlString& text) {

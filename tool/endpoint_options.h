@@ -3,12 +3,11 @@
 #ifndef ENDPOINT_OPTIONS_H
 #define ENDPOINT_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
+#include "command_line.h"
 #include "secret.h"
 #include "utl_string.h"
 
@@ -41,8 +40,8 @@ struct endpoint_options {
   std::string password_command;
 
   // Where it is and the account there; then what holds for every connection of a command.
-  void add_address(CLI::App& command, const endpoint_protocol& protocol);
-  void add_connection(CLI::App& command);
+  void add_address(command_line& command, const endpoint_protocol& protocol);
+  void add_connection(command_line& command);
 
   // Fill in what was left open and check what was given. Throw a problem.
   void complete_address(const endpoint_protocol& protocol);
@@ -52,7 +51,7 @@ struct endpoint_options {
 
   // A password that the configuration file holds.
   void set_password(secret_text text) {
-    m_cPassword = std::make_shared<secret_text>(std::move(text));
+    m_password = std::make_shared<secret_text>(std::move(text));
   }
   // Takes the account of `other`, however its password is told.
   void share_account(const endpoint_options& other);
@@ -64,27 +63,8 @@ struct endpoint_options {
   std::shared_ptr<const secret_text> take_password() const;
 
  private:
-  mutable std::shared_ptr<const secret_text> m_cPassword;
+  mutable std::shared_ptr<const secret_text> m_password;
 };
-
-// Takes one of the words, in any case, for its value; and a value that was taken before, when an
-// option is handed over to another one.
-template <typename Enum>
-CLI::Validator one_of(const std::map<std::string, Enum>& words) {
-  const auto take = [words](std::string& value) {
-    std::string known;
-    for (const auto& [word, meaning] : words) {
-      const std::string number = std::to_string(static_cast<int>(meaning));
-      if (CLI::detail::to_lower(value) == word || value == number) {
-        value = number;
-        return std::string();
-      }
-      known += (known.empty() ? "" : ", ") + word;
-    }
-    return value + " is not one of " + known;
-  };
-  return CLI::Validator(take, "");
-}
 
 // Wipes a text of a library record.
 void wipe_record_text(UtlString& text);

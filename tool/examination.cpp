@@ -41,19 +41,19 @@ std::string quoted(const std::string& greeting) {
 }  // namespace
 
 examination::examination(const char* protocol, const endpoint_options& options) {
-  m_cResult.protocol = protocol;
-  m_cResult.server = options.server;
-  m_cResult.port = options.port;
+  m_result.protocol = protocol;
+  m_result.server = options.server;
+  m_result.port = options.port;
 }
 
 void examination::good(const std::string& name, const std::string& text,
                        const std::string& remark) {
-  m_cResult.stages.push_back({name, true, text, remark});
+  m_result.stages.push_back({name, true, text, remark});
 }
 
 void examination::fail(const std::string& name, const finding& found) {
-  m_cResult.stages.push_back({name, false, found.cause, found.remedy});
-  m_cResult.exit_code = found.exit_code;
+  m_result.stages.push_back({name, false, found.cause, found.remedy});
+  m_result.exit_code = found.exit_code;
 }
 
 bool examination::is_over(const std::string& stage) {
@@ -95,7 +95,7 @@ bool examination::check_way(const endpoint_options& options, bool is_pop3,
   }
   if (is_over(prefix + "greeting")) return false;
   if (is_any) return check_look(options, is_pop3, prefix, look);
-  m_cResult.exit_code = latest == TAV_EML_ERR_CONNECT_TIMEOUT ? EX_TEMPFAIL : EX_UNAVAILABLE;
+  m_result.exit_code = latest == TAV_EML_ERR_CONNECT_TIMEOUT ? EX_TEMPFAIL : EX_UNAVAILABLE;
   return false;
 }
 
@@ -108,7 +108,7 @@ bool examination::check_address(const endpoint_options& options, const std::stri
     return true;
   }
   const bool is_timeout = probe.result() == TAV_EML_ERR_CONNECT_TIMEOUT;
-  m_cResult.stages.push_back(
+  m_result.stages.push_back(
       {prefix + "address", false,
        where + (is_timeout ? " does not answer" : " refuses the connection or cannot be reached"),
        is_timeout ? "is the address right? a firewall on the way may drop what is sent to this "

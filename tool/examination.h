@@ -16,7 +16,7 @@ class examination {
  public:
   examination(const char* protocol, const endpoint_options& options);
 
-  checkup take() { return std::move(m_cResult); }
+  checkup take() { return std::move(m_result); }
 
   // Goes to the port of an endpoint: its name, every address, what it speaks. `prefix` stands in
   // front of the stages' names. False when it makes no sense to go on.
@@ -35,7 +35,7 @@ class examination {
   // The stage that a failed session ended at, unless another one has told it.
   void fail(const problem& cause, const std::string& prefix);
 
-  bool is_good() const { return m_cResult.exit_code == 0; }
+  bool is_good() const { return m_result.exit_code == 0; }
 
  private:
   // What ends the run has ended the stage too, if true.
@@ -47,7 +47,7 @@ class examination {
   void report_certificate(const connection& line, const endpoint_options& options,
                           const std::string& prefix);
 
-  checkup m_cResult;
+  checkup m_result;
 };
 
 // The lines of a dialogue on the standard error output, when they are wanted.

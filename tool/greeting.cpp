@@ -42,7 +42,7 @@ std::string right_port(bool is_pop3) {
 }
 
 std::string remedy_for(speaker who, bool is_pop3) {
-  if (who == speaker::pop3) return "it hands mail out: " + right_port(false);
+  if (who == speaker::pop3) return "POP3 only receives: " + right_port(false);
   if (who == speaker::smtp) return "it takes mail: " + right_port(true);
   if (who == speaker::imap && is_pop3) return "IMAP is not spoken here; " + right_port(true);
   return "check server and port; " + right_port(is_pop3);

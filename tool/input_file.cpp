@@ -16,25 +16,25 @@ namespace tavmail {
 input_file::input_file(const std::string& path, const std::string& what)
     : input_file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), what + " " + path) {}
 
-input_file::input_file(int fd, const std::string& what) : m_cWhat(what), m_nFd(fd) {
+input_file::input_file(int fd, const std::string& what) : m_what(what), m_fd(fd) {
   if (fd < 0) fail(errno);
-  const int error = fstat(fd, &m_cStatus) != 0 ? errno : S_ISDIR(m_cStatus.st_mode) ? EISDIR : 0;
+  const int error = fstat(fd, &m_status) != 0 ? errno : S_ISDIR(m_status.st_mode) ? EISDIR : 0;
   if (error == 0) return;
   close(fd);
   fail(error);
 }
 
-input_file::~input_file() { close(m_nFd); }
+input_file::~input_file() { close(m_fd); }
 
 void input_file::fail(int error) const {
   throw problem(EX_NOINPUT,
-                "cannot read " + m_cWhat + ": " + std::strerror(error) + "; check path and rights");
+                "cannot read " + m_what + ": " + std::strerror(error) + "; check path and rights");
 }
 
 size_t input_file::read_some(char* bytes, size_t size) {
   for (;;) {
-    interrupt_guard::await_input(m_nFd);
-    const ssize_t count = ::read(m_nFd, bytes, size);
+    interrupt_guard::await_input(m_fd);
+    const ssize_t count = ::read(m_fd, bytes, size);
     if (count >= 0) return static_cast<size_t>(count);
     if (errno != EINTR && errno != EAGAIN) fail(errno);
   }

@@ -21,10 +21,10 @@ class input_file {
   input_file(const input_file&) = delete;
   input_file& operator=(const input_file&) = delete;
 
-  const struct stat& status() const { return m_cStatus; }
+  const struct stat& status() const { return m_status; }
   // True for a file of its own that others may read, or write.
   bool is_open_to_others() const {
-    return S_ISREG(m_cStatus.st_mode) && (m_cStatus.st_mode & 077) != 0;
+    return S_ISREG(m_status.st_mode) && (m_status.st_mode & 077) != 0;
   }
 
   // Up to `size` bytes as they come; 0 at the end. Throws a problem.
@@ -37,9 +37,9 @@ class input_file {
  private:
   [[noreturn]] void fail(int error) const;
 
-  const std::string m_cWhat;
-  const int m_nFd;
-  struct stat m_cStatus {};
+  const std::string m_what;
+  const int m_fd;
+  struct stat m_status {};
 };
 
 }  // namespace tavmail

@@ -45,42 +45,42 @@ void require_synced(const std::string& path) {
 
 }  // namespace
 
-saved_file::saved_file(const std::string& folder, const std::string& name) : m_cFolder(folder) {
-  for (int count = 1; m_nFd < 0 && count <= kMostAlike; ++count) {
-    m_cName = numbered(name, count);
-    m_nFd = open((folder + "/" + m_cName).c_str(),
-                 O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (m_nFd < 0 && errno != EEXIST) break;
+saved_file::saved_file(const std::string& folder, const std::string& name) : m_folder(folder) {
+  for (int count = 1; m_fd < 0 && count <= kMostAlike; ++count) {
+    m_name = numbered(name, count);
+    m_fd = open((folder + "/" + m_name).c_str(),
+                O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m_fd < 0 && errno != EEXIST) break;
   }
-  if (m_nFd < 0) throw cannot("create", folder + "/" + m_cName);
+  if (m_fd < 0) throw cannot("create", folder + "/" + m_name);
 }
 
 saved_file::~saved_file() {
-  if (m_nFd < 0) return;
-  close(m_nFd);
-  unlink((m_cFolder + "/" + m_cName).c_str());
+  if (m_fd < 0) return;
+  close(m_fd);
+  unlink((m_folder + "/" + m_name).c_str());
 }
 
 void saved_file::write(const char* bytes, size_t length) {
-  m_uSize += length;
+  m_size += length;
   while (length > 0) {
-    const ssize_t count = ::write(m_nFd, bytes, length);
+    const ssize_t count = ::write(m_fd, bytes, length);
     if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) throw cannot("write", m_cFolder + "/" + m_cName);
+    if (count <= 0) throw cannot("write", m_folder + "/" + m_name);
     bytes += count;
     length -= static_cast<size_t>(count);
   }
 }
 
 void saved_file::keep() {
-  const int fd = m_nFd;
-  m_nFd = -1;
+  const int fd = m_fd;
+  m_fd = -1;
   // A mail may be deleted from the server after this: it must be on the disk.
   const bool is_safe = fsync(fd) == 0;
-  if (close(fd) != 0 || !is_safe) throw cannot("write", m_cFolder + "/" + m_cName);
+  if (close(fd) != 0 || !is_safe) throw cannot("write", m_folder + "/" + m_name);
 }
 
-mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
+mail_folder::mail_folder(const std::string& path) : m_path(path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error || !std::filesystem::is_directory(path, error)) {
@@ -90,7 +90,7 @@ mail_folder::mail_folder(const std::string& path) : m_cPath(path) {
     const std::string name = entry.path().stem().string();
     if (name.size() >= 4 && name.size() < 9 &&
         std::all_of(name.begin(), name.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
-      m_nNext = std::max(m_nNext, std::atoi(name.c_str()) + 1);
+      m_next = std::max(m_next, std::atoi(name.c_str()) + 1);
     }
   }
 }
@@ -101,14 +101,14 @@ std::string mail_folder::mark_path(const std::string& name, const std::string& m
 }
 
 std::string mail_folder::begin_mail(const std::string& mark) {
-  for (;; ++m_nNext) {
+  for (;; ++m_next) {
     char number[16];
-    std::snprintf(number, sizeof number, "%04d", m_nNext);
+    std::snprintf(number, sizeof number, "%04d", m_next);
     struct stat status;
     if (lstat(path_of(number).c_str(), &status) == 0) continue;
     const std::string name = std::string(number) + kUnfinished;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
-      ++m_nNext;
+      ++m_next;
       if (mark.empty() || make_empty(mark_path(name, mark))) return name;
       const problem trouble = cannot("write", path_of(name));
       discard(name);
@@ -125,14 +125,14 @@ std::string mail_folder::finish_mail(const std::string& name, const std::string&
   if (std::rename(path_of(name).c_str(), path_of(finished).c_str()) != 0) {
     throw cannot("make", path_of(finished));
   }
-  require_synced(m_cPath);
+  require_synced(m_path);
   return finished;
 }
 
 void mail_folder::discard_marked(const std::string& mark) const {
   std::vector<std::string> names;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(m_cPath, error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(m_path, error)) {
     const std::string name = entry.path().filename().string();
     struct stat status;
     if (entry.path().extension() == kUnfinished && !entry.is_symlink(error) &&

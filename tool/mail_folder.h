@@ -20,14 +20,14 @@ class saved_file {
   void write(const char* bytes, size_t length);  // throws a problem when the disk is full
   void keep();
 
-  const std::string& name() const { return m_cName; }
-  uint64_t size() const { return m_uSize; }
+  const std::string& name() const { return m_name; }
+  uint64_t size() const { return m_size; }
 
  private:
-  const std::string m_cFolder;
-  std::string m_cName;
-  int m_nFd = -1;
-  uint64_t m_uSize = 0;
+  const std::string m_folder;
+  std::string m_name;
+  int m_fd = -1;
+  uint64_t m_size = 0;
 };
 
 // A folder with a sub-folder "0001", "0002" ... for each mail; while the mail is not complete it is
@@ -41,7 +41,7 @@ class mail_folder {
   // `mark` ("" for none) tells whose it is while it is not finished.
   std::string begin_mail(const std::string& mark = {});
   std::string finish_mail(const std::string& name, const std::string& mark = {}) const;
-  std::string path_of(const std::string& name) const { return m_cPath + "/" + name; }
+  std::string path_of(const std::string& name) const { return m_path + "/" + name; }
   // Removes a sub-folder and what is in it.
   void discard(const std::string& name) const;
   // Removes the unfinished sub-folders with a mark.
@@ -50,8 +50,8 @@ class mail_folder {
  private:
   std::string mark_path(const std::string& name, const std::string& mark) const;
 
-  const std::string m_cPath;
-  int m_nNext = 1;
+  const std::string m_path;
+  int m_next = 1;
 };
 
 }  // namespace tavmail

@@ -4,18 +4,18 @@
 
 namespace tavmail {
 
-void mailbox_options::add_to(CLI::App& command) {
+void mailbox_options::add_to(command_line& command) {
   add_address(command, kPop3);
   add_connection(command);
   add_login(command, kPop3);
 }
 
-void mailbox_options::add_login(CLI::App& command, const endpoint_protocol& protocol) {
+void mailbox_options::add_login(command_line& command, const endpoint_protocol& protocol) {
   const bool is_main = *protocol.prefix == '\0';
   command
       .add_flag(std::string("--") + protocol.prefix + "apop", apop,
                 "log in with APOP, not the password in clear")
-      ->group(is_main ? "Server" : "POP3 login before sending");
+      .group(is_main ? "Server" : "POP3 login before sending");
 }
 
 void mailbox_options::complete() {

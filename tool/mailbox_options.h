@@ -3,8 +3,6 @@
 #ifndef MAILBOX_OPTIONS_H
 #define MAILBOX_OPTIONS_H
 
-#include <CLI/CLI.hpp>
-
 #include "endpoint_options.h"
 #include "quorvelmida/tav_eml_pop3_settings.h"
 
@@ -13,8 +11,8 @@ namespace tavmail {
 struct mailbox_options : endpoint_options {
   bool apop = false;
 
-  void add_to(CLI::App& command);
-  void add_login(CLI::App& command, const endpoint_protocol& protocol);
+  void add_to(command_line& command);
+  void add_login(command_line& command, const endpoint_protocol& protocol);
 
   // Fills in what was left open and checks what was given. Throws a problem.
   void complete();

@@ -41,26 +41,26 @@ int number_of(const std::string& word) {
 
 }  // namespace
 
-mailbox_session::mailbox_session(const tav_eml_pop3_settings& settings) : m_cSettings(settings) {}
+mailbox_session::mailbox_session(const tav_eml_pop3_settings& settings) : m_settings(settings) {}
 
 mailbox_session::~mailbox_session() { quit(); }
 
 unsigned int mailbox_session::timeout() const {
-  return static_cast<unsigned int>(std::max<int32_t>(m_cSettings.m_nTimeout, 0));
+  return static_cast<unsigned int>(std::max<int32_t>(m_settings.m_nTimeout, 0));
 }
 
 TAV_EML_RESULT mailbox_session::connect() {
   if (is_connected()) return TAV_EML_OK;
-  return tav_eml_pop3_command::connect_start(&m_cSettings, m_nSock, m_cTls);
+  return tav_eml_pop3_command::connect_start(&m_settings, m_sock, m_tls);
 }
 
 void mailbox_session::quit() {
-  if (is_connected()) tav_eml_pop3_command::disconnect(&m_cSettings, m_nSock, m_cTls);
+  if (is_connected()) tav_eml_pop3_command::disconnect(&m_settings, m_sock, m_tls);
 }
 
 TAV_EML_RESULT mailbox_session::count(int& mails) {
   int octets = 0;
-  return tav_eml_pop3_command::get_stat(&m_cSettings, m_nSock, m_cTls, octets, mails);
+  return tav_eml_pop3_command::get_stat(&m_settings, m_sock, m_tls, octets, mails);
 }
 
 // Sends a command and reads its status line.
@@ -68,11 +68,11 @@ TAV_EML_RESULT mailbox_session::ask(const std::string& command, std::string& rep
   const long wait = static_cast<long>(timeout()) * 1000;
   std::string line = command + "\r\n";
   TAV_EML_RESULT result = tav_eml_pop3_command::WriteUntil(
-      m_nSock, line.data(), static_cast<long>(line.size()), wait, m_cTls);
+      m_sock, line.data(), static_cast<long>(line.size()), wait, m_tls);
   if (result != TAV_EML_OK) return result;
   char buffer[kReplyRoom];
   long length = kReplyRoom;
-  result = tav_eml_pop3_command::ReadResponse(m_nSock, buffer, length, wait, m_cTls);
+  result = tav_eml_pop3_command::ReadResponse(m_sock, buffer, length, wait, m_tls);
   // The transport has one code for a reply that is missing and one that is a refusal.
   if (result == TAV_EML_ERR_REPLY) return TAV_EML_ERR_TRANSFER;
   if (result == TAV_EML_OK) reply.assign(buffer, static_cast<size_t>(length));
@@ -81,12 +81,11 @@ TAV_EML_RESULT mailbox_session::ask(const std::string& command, std::string& rep
 
 // Reads lines "NUMBER WORD" up to the line with a dot. Others count, and are passed over.
 TAV_EML_RESULT mailbox_session::read_list(const take_line& take) {
-  m_cParser.flush_buffer();
+  m_parser.flush_buffer();
   for (int lines = 0; lines <= kMostLines;) {
     UtlString received;
     long length = 0;
-    const TAV_EML_UTL_RETCODE code =
-        m_cParser.ReadLine(timeout(), m_nSock, received, length, m_cTls);
+    const TAV_EML_UTL_RETCODE code = m_parser.ReadLine(timeout(), m_sock, received, length, m_tls);
     if (code != TAV_EML_UTL_OK) {
       return code == TAV_EML_UTL_RECV_ERROR ? TAV_EML_ERR_TRANSFER : result_of(code);
     }
@@ -96,7 +95,7 @@ TAV_EML_RESULT mailbox_session::read_list(const take_line& take) {
     const int number = number_of(take_word(line));
     take(number, take_word(line));
   }
-  tav_eml_pop3_command::disconnect(&m_cSettings, m_nSock, m_cTls);
+  tav_eml_pop3_command::disconnect(&m_settings, m_sock, m_tls);
   return TAV_EML_ERR_REPLY;
 }
 
@@ -145,38 +144,38 @@ TAV_EML_RESULT mailbox_session::remove(int number) {
 }
 
 TAV_EML_RESULT mailbox_session::receive_header_only(tav_eml_pop3_receive_mail& mail) {
-  m_cParser.flush_buffer();
+  m_parser.flush_buffer();
   const TAV_EML_RESULT result =
-      tav_eml_pop3_command::GetTop(&m_cSettings, m_nSock, m_cTls, mail.m_MailInfo.m_nMailNo);
+      tav_eml_pop3_command::GetTop(&m_settings, m_sock, m_tls, mail.m_MailInfo.m_nMailNo);
   if (result != TAV_EML_OK) return result;
-  return result_of(m_cParser.receive_header_only(mail, m_nSock, timeout(), m_cTls));
+  return result_of(m_parser.receive_header_only(mail, m_sock, timeout(), m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::receive_header(tav_eml_pop3_receive_mail& mail) {
-  m_cParser.flush_buffer();
+  m_parser.flush_buffer();
   UtlString rest;
-  const TAV_EML_RESULT result = tav_eml_pop3_command::read_open(&m_cSettings, m_nSock, m_cTls,
-                                                                mail.m_MailInfo.m_nMailNo, rest);
+  const TAV_EML_RESULT result =
+      tav_eml_pop3_command::read_open(&m_settings, m_sock, m_tls, mail.m_MailInfo.m_nMailNo, rest);
   if (result != TAV_EML_OK) return result;
-  if (!rest.IsEmpty()) m_cParser.set_recv_buffer(rest.GetString());
+  if (!rest.IsEmpty()) m_parser.set_recv_buffer(rest.GetString());
   const auto limit = static_cast<unsigned long>(std::max<long>(mail.m_MailInfo.m_lSize, 0));
-  return result_of(m_cParser.receive_header(mail, m_nSock, timeout(), limit, m_cTls));
+  return result_of(m_parser.receive_header(mail, m_sock, timeout(), limit, m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::receive_body(tav_eml_pop3_receive_mail& mail) {
-  return result_of(m_cParser.receive_body(mail, m_nSock, timeout(), m_cTls));
+  return result_of(m_parser.receive_body(mail, m_sock, timeout(), m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::receive_part_header(tav_eml_pop3_receive_mail& mail) {
-  return result_of(m_cParser.receive_part_header(mail, m_nSock, timeout(), m_cTls));
+  return result_of(m_parser.receive_part_header(mail, m_sock, timeout(), m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::receive_part_body(tav_eml_pop3_receive_mail& mail) {
-  return result_of(m_cParser.receive_part_body(mail, m_nSock, timeout(), m_cTls));
+  return result_of(m_parser.receive_part_body(mail, m_sock, timeout(), m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::skip_mail(tav_eml_pop3_receive_mail& mail) {
-  return result_of(m_cParser.skip_mail(mail, timeout(), m_nSock, m_cTls));
+  return result_of(m_parser.skip_mail(mail, timeout(), m_sock, m_tls));
 }
 
 }  // namespace tavmail

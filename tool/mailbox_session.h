@@ -34,7 +34,7 @@ class mailbox_session {
   ~mailbox_session();
 
   quorvelmida::TAV_EML_RESULT connect();  // and logs in
-  bool is_connected() const { return m_nSock > 0; }
+  bool is_connected() const { return m_sock > 0; }
   // The server deletes now what was marked.
   void quit();
 
@@ -68,10 +68,10 @@ class mailbox_session {
   quorvelmida::TAV_EML_RESULT read_list(const take_line& take);
   unsigned int timeout() const;
 
-  const quorvelmida::tav_eml_pop3_settings& m_cSettings;
-  int m_nSock = 0;
-  quorvelmida::TAV_EML_TLS_INFO m_cTls{};
-  quorvelmida::tav_eml_mlutl_receive m_cParser;
+  const quorvelmida::tav_eml_pop3_settings& m_settings;
+  int m_sock = 0;
+  quorvelmida::TAV_EML_TLS_INFO m_tls{};
+  quorvelmida::tav_eml_mlutl_receive m_parser;
 };
 
 }  // namespace tavmail

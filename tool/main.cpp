@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <clocale>
 #include <csignal>
@@ -34,40 +33,36 @@ int report(const tavmail::problem& cause) {
 // What ended the tool without a word of the command's. A script that asked for a document gets one.
 int report_alone(const tavmail::problem& cause, int argc, char** argv) {
   if (std::find(argv, argv + argc, std::string("--json")) != argv + argc) {
-    nlohmann::ordered_json document;
-    tavmail::add_problem(document, cause);
-    std::cout << tavmail::json_text(document);
+    std::cout << tavmail::problem_document(cause);
   }
   return report(cause);
 }
 
-// What can stand on the command line of `app`.
-std::vector<std::string> known_words(const CLI::App& app) {
+// What can stand there.
+std::vector<std::string> known_words(const tavmail::command_line& line) {
   std::vector<std::string> words;
-  for (const CLI::App* command : app.get_subcommands(nullptr)) words.push_back(command->get_name());
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) words.push_back("--" + name);
+  for (const tavmail::command_line* command : line.commands()) words.push_back(command->name());
+  for (const tavmail::option& option : line.options()) {
+    if (!option.name().empty()) words.push_back("--" + option.name());
   }
   return words;
 }
 
-void refuse_unknown(const CLI::App& app) {
-  for (const std::string& word : app.remaining()) {
-    const bool is_option = word[0] == '-' || app.get_parent() != nullptr;
+void refuse_unknown(const tavmail::command_line& line) {
+  for (const std::string& word : line.unknown_words()) {
+    const bool is_option = word[0] == '-' || line.parent() != nullptr;
     throw tavmail::problem(
         EX_USAGE, (is_option ? "unknown option " : "unknown command ") + word +
-                      tavmail::did_you_mean(word.substr(0, word.find('=')), known_words(app)));
+                      tavmail::did_you_mean(word.substr(0, word.find('=')), known_words(line)));
   }
 }
 
-// The command that was chosen.
-const tavmail::command& parse(CLI::App& tool, const std::vector<tavmail::command>& commands,
-                              int argc, char** argv) {
-  tool.parse(argc, argv);
+const tavmail::command& chosen_command(const tavmail::command_line& tool,
+                                       const std::vector<tavmail::command>& commands) {
   refuse_unknown(tool);
   for (const tavmail::command& command : commands) {
-    if (!command.app->parsed()) continue;
-    refuse_unknown(*command.app);
+    if (!command.line->is_chosen()) continue;
+    refuse_unknown(*command.line);
     return command;
   }
   throw tavmail::problem(EX_USAGE, "no command given; see tavmail --help");
@@ -81,22 +76,17 @@ int run(const tavmail::command& command) {
 }
 
 int run_tool(int argc, char** argv) {
-  CLI::App tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
-  tool.set_version_flag("--version", kVersion);
-  tool.require_subcommand(0, 1);
-  tool.allow_extras();
-  tool.get_formatter()->column_width(32);
+  tavmail::command_line tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
+  tool.set_version(kVersion);
   const std::vector<tavmail::command> commands = {
       tavmail::add_send(tool), tavmail::add_receive(tool), tavmail::add_doctor(tool),
       tavmail::add_completion(tool)};
-  for (const tavmail::command& command : commands) command.app->allow_extras();
   const tavmail::command* chosen = nullptr;
   try {
-    chosen = &parse(tool, commands, argc, argv);
+    if (!tool.parse(argc, argv)) return EX_OK;
+    chosen = &chosen_command(tool, commands);
     return run(*chosen);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return tool.exit(error);
-    // Usage errors end with EX_USAGE, whatever CLI11 calls them.
+  } catch (const tavmail::usage_error& error) {
     const std::string sentence = std::string(error.what()) + "; see tavmail --help";
     return report_alone(tavmail::problem(EX_USAGE, sentence), argc, argv);
   } catch (const tavmail::problem& cause) {

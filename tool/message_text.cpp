@@ -1,7 +1,5 @@
 #include "message_text.h"
 
-#include <sys/random.h>
-
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -160,22 +158,6 @@ int count_addresses(const std::string& list) {
   return count;
 }
 
-std::string quotable_file_name(const std::string& name) {
-  const bool needs_words = !is_ascii(name);
-  std::string quotable;
-  for (const char ch : name) {
-    if (ch != '"' && ch != '\\') {
-      quotable += ch;
-    } else if (needs_words) {
-      // Inside an encoded word a backslash would be part of the name.
-      quotable += ch == '"' ? '\'' : '_';
-    } else {
-      quotable += std::string("\\") + ch;
-    }
-  }
-  return quotable;
-}
-
 std::string canonical_lines(const std::string& text) {
   std::string lines;
   lines.reserve(text.size() + text.size() / 16);
@@ -188,27 +170,6 @@ std::string canonical_lines(const std::string& text) {
     }
   }
   return lines;
-}
-
-std::string date_now() {
-  char date[64] = "";
-  tav_eml_smtp_util::get_date(1, sizeof date, date);
-  return date;
-}
-
-std::string new_boundary() {
-  static constexpr char kDigits[] = "0123456789abcdef";
-  unsigned char bytes[16];
-  if (getrandom(bytes, sizeof bytes, 0) != static_cast<ssize_t>(sizeof bytes)) {
-    throw problem(EX_OSERR, "no random numbers to be had from the system");
-  }
-  // "=_" never stands in base64 or quoted-printable text.
-  std::string boundary = "=_tav_";
-  for (const unsigned char byte : bytes) {
-    boundary += kDigits[byte >> 4];
-    boundary += kDigits[byte & 15];
-  }
-  return boundary;
 }
 
 }  // namespace tavmail

@@ -23,14 +23,8 @@ std::string encoded_addresses(const std::string& what, const std::string& list,
                               quorvelmida::TAV_EML_CHAR_SET char_set);
 int count_addresses(const std::string& list);
 
-// A file name for the library, which writes it between quotes as it is.
-std::string quotable_file_name(const std::string& name);
-
 // Text with every line end CR LF (RFC 2046 4.1.1).
 std::string canonical_lines(const std::string& text);
-
-std::string date_now();
-std::string new_boundary();
 
 }  // namespace tavmail
 

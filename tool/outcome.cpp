@@ -6,6 +6,7 @@
 #include "findings.h"
 #include "greeting.h"
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
+#include "quorvelmida/taveml_easy_text.h"
 #include "tls_advice.h"
 
 namespace tavmail {
@@ -65,7 +66,7 @@ problem told(const finding& found, TAV_EML_RESULT result, const dialogue_view& v
   const bool is_quoted = found.is_said_by_server && !quote.empty();
   problem cause(found.exit_code, found.cause + (found.remedy.empty() ? "" : "; " + found.remedy) +
                                      (is_quoted ? "; the server said: " + quote : ""));
-  cause.at(is_login ? "the login" : step_of(view), reply, result_name(result));
+  cause.at(is_login ? "the login" : step_of(view), reply, easy::result_name(result));
   cause.in_parts(found.cause + (is_quoted ? ": " + quote : ""), found.remedy);
   if (last != nullptr && last->verb == "RCPT" && last->is_no()) cause.about(last->address);
   return cause;
@@ -155,37 +156,6 @@ finding explain_connection(TAV_EML_RESULT result, const dialogue_view& view,
     default:
       return {EX_SOFTWARE, "it failed (set TAV_DBGLOG=stderr to see the log)", "", false};
   }
-}
-
-const char* result_name(TAV_EML_RESULT result) {
-  switch (result) {
-#define NAME(code) \
-  case code:       \
-    return #code
-    NAME(TAV_EML_OK);
-    NAME(TAV_EML_ERR_PARAM);
-    NAME(TAV_EML_ERR_AUTH);
-    NAME(TAV_EML_ERR_NO_RCPT);
-    NAME(TAV_EML_ERR_NO_FROM);
-    NAME(TAV_EML_ERR_CONNECT);
-    NAME(TAV_EML_ERR_CONNECT_TIMEOUT);
-    NAME(TAV_EML_ERR_TRANSFER);
-    NAME(TAV_EML_ERR_TRANSFER_TIMEOUT);
-    NAME(TAV_EML_ERR_SIZE_LIMIT);
-    NAME(TAV_EML_ERR_REPLY);
-    NAME(TAV_EML_ERR_REPLY_TEMPORARY);
-    NAME(TAV_EML_ERR_AUTH_METHOD);
-    NAME(TAV_EML_ERR_TLS_INIT);
-    NAME(TAV_EML_ERR_TLS_INIT_RESOURCE);
-    NAME(TAV_EML_ERR_TLS_CONNECT);
-    NAME(TAV_EML_ERR_TLS_CONNECT_REFUSED);
-    NAME(TAV_EML_ERR_NOT_CONNECTED);
-    NAME(TAV_EML_ERR_NO_MEMORY);
-    NAME(TAV_EML_ERR_SOCKET);
-    NAME(TAV_EML_ERR_UNKNOWN);
-#undef NAME
-  }
-  return "";
 }
 
 const char* outcome_of(const dialogue_view& view) {

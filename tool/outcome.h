@@ -11,9 +11,6 @@
 
 namespace tavmail {
 
-// The name of a result, "TAV_EML_ERR_AUTH".
-const char* result_name(quorvelmida::TAV_EML_RESULT result);
-
 // What became of a mail: "delivered"; "refused" by the server; "unknown" when the connection broke
 // after all of it was sent; "not sent".
 const char* outcome_of(const dialogue_view& view);

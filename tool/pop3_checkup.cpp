@@ -17,30 +17,28 @@ namespace {
 // A logged-in session, with POP3 commands that the library's boundary does not have by themselves.
 class trial_session {
  public:
-  explicit trial_session(const tav_eml_pop3_settings& settings) : m_cSettings(settings) {}
+  explicit trial_session(const tav_eml_pop3_settings& settings) : m_settings(settings) {}
   trial_session(const trial_session&) = delete;
   trial_session& operator=(const trial_session&) = delete;
   ~trial_session() {
-    if (m_nSock > 0) tav_eml_pop3_command::disconnect(&m_cSettings, m_nSock, m_cTls);
+    if (m_sock > 0) tav_eml_pop3_command::disconnect(&m_settings, m_sock, m_tls);
   }
 
-  TAV_EML_RESULT open() {
-    return tav_eml_pop3_command::connect_start(&m_cSettings, m_nSock, m_cTls);
-  }
+  TAV_EML_RESULT open() { return tav_eml_pop3_command::connect_start(&m_settings, m_sock, m_tls); }
   TAV_EML_RESULT count(int& mails) {
     int octets = 0;
-    return tav_eml_pop3_command::get_stat(&m_cSettings, m_nSock, m_cTls, octets, mails);
+    return tav_eml_pop3_command::get_stat(&m_settings, m_sock, m_tls, octets, mails);
   }
   // The unique id of the first mail, as a mailbox without any has none to ask for.
   TAV_EML_RESULT ask_unique_id() {
     UtlString id;
-    return tav_eml_pop3_command::get_uniq_id(&m_cSettings, m_nSock, m_cTls, 1, id);
+    return tav_eml_pop3_command::get_uniq_id(&m_settings, m_sock, m_tls, 1, id);
   }
 
  private:
-  const tav_eml_pop3_settings& m_cSettings;
-  int m_nSock = 0;
-  TAV_EML_TLS_INFO m_cTls;
+  const tav_eml_pop3_settings& m_settings;
+  int m_sock = 0;
+  TAV_EML_TLS_INFO m_tls;
 };
 
 // "+OK\r\nUIDL\r\n.\r\n" as "UIDL".

@@ -22,7 +22,7 @@ class failure_watch {
     const auto observe = [](void* context, TAV_WIRETAP_EVENT event, const char* bytes,
                             size_t length) {
       if (event != TAV_WIRETAP_TLS_FAILED) return;
-      static_cast<failure_watch*>(context)->m_cFailure.assign(bytes, length);
+      static_cast<failure_watch*>(context)->m_failure.assign(bytes, length);
     };
     tav_wiretap_set(observe, this);
   }
@@ -30,10 +30,10 @@ class failure_watch {
   failure_watch& operator=(const failure_watch&) = delete;
   ~failure_watch() { tav_wiretap_set(nullptr, nullptr); }
 
-  const std::string& failure() const { return m_cFailure; }
+  const std::string& failure() const { return m_failure; }
 
  private:
-  std::string m_cFailure;
+  std::string m_failure;
 };
 
 long patience(const endpoint_options& options) {
@@ -86,24 +86,24 @@ void look_for_text(port_probe& first, const std::string& address, const endpoint
 
 port_probe::port_probe(const std::string& host, int port, long timeout) {
   const auto start = std::chrono::steady_clock::now();
-  m_nResult = m_cNet.connect_mail(&m_nSock, host.c_str(), static_cast<uint16_t>(port), timeout, 0);
-  m_cWaited = std::chrono::duration_cast<std::chrono::milliseconds>(
+  m_result = m_net.connect_mail(&m_sock, host.c_str(), static_cast<uint16_t>(port), timeout, 0);
+  m_waited = std::chrono::duration_cast<std::chrono::milliseconds>(
       std::chrono::steady_clock::now() - start);
 }
 
 port_probe::~port_probe() {
-  m_cNet.end_tls(m_cTls);
-  if (m_nSock > 0) m_cNet.close_socket(m_nSock);
+  m_net.end_tls(m_tls);
+  if (m_sock > 0) m_net.close_socket(m_sock);
 }
 
 port_probe::handshake port_probe::start_tls(long timeout) {
   const failure_watch watch;
-  if (m_cNet.start_tls(m_nSock, static_cast<unsigned int>(timeout), m_cTls) == TAV_EML_OK) {
+  if (m_net.start_tls(m_sock, static_cast<unsigned int>(timeout), m_tls) == TAV_EML_OK) {
     return handshake::done;
   }
-  m_bOver = watch.failure() == TAV_TLS_FAILED_CUT;
+  m_over = watch.failure() == TAV_TLS_FAILED_CUT;
   if (watch.failure() == TAV_TLS_FAILED_TIMEOUT) return handshake::silence;
-  const bool is_other = m_bOver || watch.failure().empty() ||
+  const bool is_other = m_over || watch.failure().empty() ||
                         watch.failure() == TAV_TLS_FAILED_CLEAR ||
                         watch.failure() == TAV_TLS_FAILED_NOT_TLS;
   return is_other ? handshake::no_tls : handshake::refused;
@@ -113,17 +113,17 @@ std::string port_probe::read(const std::function<bool(const std::string&)>& is_e
                              long timeout) {
   const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
   std::string text;
-  while (m_nResult == TAV_EML_OK && text.size() < kMostBytes && !is_enough(text)) {
+  while (m_result == TAV_EML_OK && text.size() < kMostBytes && !is_enough(text)) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         until - std::chrono::steady_clock::now());
     if (left.count() <= 0) break;
     char bytes[512];
     long length = sizeof bytes;
     const TAV_EML_RESULT result =
-        m_cNet.recv_data(m_nSock, bytes, length, 0, static_cast<long>(left.count()), m_cTls);
+        m_net.recv_data(m_sock, bytes, length, 0, static_cast<long>(left.count()), m_tls);
     if (result == TAV_EML_ERR_TRANSFER_TIMEOUT) break;
-    m_bOver = result != TAV_EML_OK || length < 1;
-    if (m_bOver) break;
+    m_over = result != TAV_EML_OK || length < 1;
+    if (m_over) break;
     text.append(bytes, static_cast<size_t>(length));
   }
   return text;
@@ -131,7 +131,7 @@ std::string port_probe::read(const std::function<bool(const std::string&)>& is_e
 
 void port_probe::send(const std::string& text) {
   long length = static_cast<long>(text.size());
-  m_cNet.send_data(m_nSock, text.data(), length, 0, kPatience, m_cTls);
+  m_net.send_data(m_sock, text.data(), length, 0, kPatience, m_tls);
 }
 
 port_look look_at(port_probe& first, const std::string& address, const endpoint_options& options,

@@ -21,8 +21,8 @@ class port_probe {
   port_probe& operator=(const port_probe&) = delete;
   ~port_probe();
 
-  quorvelmida::TAV_EML_RESULT result() const { return m_nResult; }
-  std::chrono::milliseconds waited() const { return m_cWaited; }
+  quorvelmida::TAV_EML_RESULT result() const { return m_result; }
+  std::chrono::milliseconds waited() const { return m_waited; }
 
   enum class handshake { done, refused, no_tls, silence };
   // `refused`: the server speaks TLS, although it came to no session.
@@ -32,15 +32,15 @@ class port_probe {
   std::string read(const std::function<bool(const std::string&)>& is_enough, long timeout);
   void send(const std::string& text);
   // True when the server ended the connection.
-  bool is_over() const { return m_bOver; }
+  bool is_over() const { return m_over; }
 
  private:
-  quorvelmida::tav_eml_mlutl_mail_net m_cNet;
-  int m_nSock = 0;
-  quorvelmida::TAV_EML_TLS_INFO m_cTls;
-  quorvelmida::TAV_EML_RESULT m_nResult;
-  std::chrono::milliseconds m_cWaited{0};
-  bool m_bOver = false;
+  quorvelmida::tav_eml_mlutl_mail_net m_net;
+  int m_sock = 0;
+  quorvelmida::TAV_EML_TLS_INFO m_tls;
+  quorvelmida::TAV_EML_RESULT m_result;
+  std::chrono::milliseconds m_waited{0};
+  bool m_over = false;
 };
 
 // What a port speaks.

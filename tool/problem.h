@@ -24,44 +24,44 @@ struct finding {
 class problem : public std::runtime_error {
  public:
   problem(int exit_code, const std::string& sentence)
-      : std::runtime_error(sentence), m_nExitCode(exit_code), m_cCause(sentence) {}
+      : std::runtime_error(sentence), m_exitCode(exit_code), m_cause(sentence) {}
 
-  int exit_code() const { return m_nExitCode; }
+  int exit_code() const { return m_exitCode; }
 
   problem& at(const std::string& stage, const std::string& reply, const std::string& code) {
-    m_cStage = stage;
-    m_cReply = reply;
-    m_cCode = code;
+    m_stage = stage;
+    m_reply = reply;
+    m_code = code;
     return *this;
   }
-  const std::string& stage() const { return m_cStage; }
-  const std::string& reply() const { return m_cReply; }
-  const std::string& code() const { return m_cCode; }
+  const std::string& stage() const { return m_stage; }
+  const std::string& reply() const { return m_reply; }
+  const std::string& code() const { return m_code; }
 
   // The sentence in its parts.
   problem& in_parts(const std::string& cause, const std::string& remedy) {
-    m_cCause = cause;
-    m_cRemedy = remedy;
+    m_cause = cause;
+    m_remedy = remedy;
     return *this;
   }
-  const std::string& cause() const { return m_cCause; }
-  const std::string& remedy() const { return m_cRemedy; }
+  const std::string& cause() const { return m_cause; }
+  const std::string& remedy() const { return m_remedy; }
 
   // The recipient that the server refused, "" for none.
   problem& about(const std::string& recipient) {
-    m_cRecipient = recipient;
+    m_recipient = recipient;
     return *this;
   }
-  const std::string& recipient() const { return m_cRecipient; }
+  const std::string& recipient() const { return m_recipient; }
 
  private:
-  int m_nExitCode;
-  std::string m_cStage;
-  std::string m_cReply;
-  std::string m_cCode;
-  std::string m_cCause;
-  std::string m_cRemedy;
-  std::string m_cRecipient;
+  int m_exitCode;
+  std::string m_stage;
+  std::string m_reply;
+  std::string m_code;
+  std::string m_cause;
+  std::string m_remedy;
+  std::string m_recipient;
 };
 
 }  // namespace tavmail

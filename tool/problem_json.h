@@ -3,7 +3,7 @@
 #ifndef PROBLEM_JSON_H
 #define PROBLEM_JSON_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "problem.h"
@@ -11,19 +11,13 @@
 namespace tavmail {
 
 // Adds what ended the command to its document.
-inline void add_problem(nlohmann::ordered_json& document, const problem& cause) {
-  document["stage"] = cause.stage();
-  document["reply"] = cause.reply();
-  document["code"] = cause.code();
-  if (!cause.recipient().empty()) document["recipient"] = cause.recipient();
-  document["exit_code"] = cause.exit_code();
-  document["problem"] = cause.what();
-}
+void add_problem(nlohmann::ordered_json& document, const problem& cause);
+
+// A document that says nothing else.
+std::string problem_document(const problem& cause);
 
 // Texts are UTF-8 already; whatever slipped through must not end the command.
-inline std::string json_text(const nlohmann::ordered_json& document) {
-  return document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
+std::string json_text(const nlohmann::ordered_json& document);
 
 }  // namespace tavmail
 

@@ -32,36 +32,36 @@ std::string amount(double bytes) {
 }
 
 progress_bar::progress_bar(std::string label, uint64_t total, bool wanted)
-    : m_cLabel(std::move(label)), m_uTotal(total), m_bShown(wanted && isatty(STDERR_FILENO) == 1) {}
+    : m_label(std::move(label)), m_total(total), m_shown(wanted && isatty(STDERR_FILENO) == 1) {}
 
 progress_bar::~progress_bar() {
-  if (m_bShown && m_cDrawn != clock::time_point{}) std::fputs("\r\033[K", stderr);
+  if (m_shown && m_drawn != clock::time_point{}) std::fputs("\r\033[K", stderr);
 }
 
 void progress_bar::advance(uint64_t bytes) {
-  m_uDone += bytes;
+  m_done += bytes;
   const auto now = clock::now();
-  if (!m_bShown || now - m_cDrawn < kRedraw) return;
-  m_cDrawn = now;
+  if (!m_shown || now - m_drawn < kRedraw) return;
+  m_drawn = now;
   draw();
 }
 
 void progress_bar::draw() const {
-  const double seconds = std::chrono::duration<double>(clock::now() - m_cStart).count();
-  const double done = static_cast<double>(m_uDone);
+  const double seconds = std::chrono::duration<double>(clock::now() - m_start).count();
+  const double done = static_cast<double>(m_done);
   const std::string numbers =
       "  " + amount(done) + "  " + amount(done / std::max(seconds, 0.001)) + "/s";
-  const std::string line = m_cLabel + (m_uTotal > 0 ? bar(numbers.size()) : "") + numbers;
+  const std::string line = m_label + (m_total > 0 ? bar(numbers.size()) : "") + numbers;
   std::fprintf(stderr, "\r\033[K%s", line.substr(0, static_cast<size_t>(line_width())).c_str());
   std::fflush(stderr);
 }
 
 // " [###.....]  37 %", if the line has room for it in front of what follows.
 std::string progress_bar::bar(size_t rest) const {
-  const double share = std::min(1.0, static_cast<double>(m_uDone) / static_cast<double>(m_uTotal));
+  const double share = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
   char percent[16];
   std::snprintf(percent, sizeof percent, " %3d %%", static_cast<int>(share * 100));
-  const int room = line_width() - static_cast<int>(m_cLabel.size() + rest) - 9;
+  const int room = line_width() - static_cast<int>(m_label.size() + rest) - 9;
   if (room < kNarrowestBar) return percent;
   const auto filled = static_cast<size_t>(share * room);
   return " [" + std::string(filled, '#') + std::string(static_cast<size_t>(room) - filled, '.') +

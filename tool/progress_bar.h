@@ -27,12 +27,12 @@ class progress_bar {
   void draw() const;
   std::string bar(size_t rest) const;
 
-  const std::string m_cLabel;
-  const uint64_t m_uTotal;
-  const bool m_bShown;
-  uint64_t m_uDone = 0;
-  const clock::time_point m_cStart = clock::now();
-  clock::time_point m_cDrawn{};
+  const std::string m_label;
+  const uint64_t m_total;
+  const bool m_shown;
+  uint64_t m_done = 0;
+  const clock::time_point m_start = clock::now();
+  clock::time_point m_drawn{};
 };
 
 // "1.5 MB".

@@ -34,46 +34,46 @@ bool has_name(std::string_view line, std::string_view name) {
 }  // namespace
 
 void raw_header::begin() {
-  m_eState = state::status;
-  m_cLine.clear();
-  m_cText.clear();
+  m_state = state::status;
+  m_line.clear();
+  m_text.clear();
 }
 
 void raw_header::take(std::string_view received) {
-  while (m_eState != state::elsewhere && !received.empty()) {
+  while (m_state != state::elsewhere && !received.empty()) {
     const size_t count = std::min(received.find('\n'), received.size() - 1) + 1;
-    m_cLine.append(received.substr(0, count));
+    m_line.append(received.substr(0, count));
     received.remove_prefix(count);
-    if (m_cLine.back() == '\n') {
-      take_line(m_cLine);
-      m_cLine.clear();
-    } else if (m_cLine.size() > kMostBytes) {
-      m_eState = state::elsewhere;
+    if (m_line.back() == '\n') {
+      take_line(m_line);
+      m_line.clear();
+    } else if (m_line.size() > kMostBytes) {
+      m_state = state::elsewhere;
     }
   }
 }
 
 void raw_header::take_line(std::string_view line) {
-  if (m_eState == state::status) {
-    m_eState = line.substr(0, 3) == "+OK" ? state::header : state::elsewhere;
+  if (m_state == state::status) {
+    m_state = line.substr(0, 3) == "+OK" ? state::header : state::elsewhere;
     return;
   }
   const std::string_view text = without_end(line);
-  const bool is_end = text == "." || (text.empty() && !m_cText.empty());
-  if (is_end || m_cText.size() + line.size() > kMostBytes) {
-    m_eState = state::elsewhere;
+  const bool is_end = text == "." || (text.empty() && !m_text.empty());
+  if (is_end || m_text.size() + line.size() > kMostBytes) {
+    m_state = state::elsewhere;
     return;
   }
   // The dot that the transfer has put in front.
-  m_cText.append(text.substr(text.substr(0, 1) == "." ? 1 : 0)).append("\n");
+  m_text.append(text.substr(text.substr(0, 1) == "." ? 1 : 0)).append("\n");
 }
 
 std::optional<std::string> raw_header::value(std::string_view name) const {
   std::optional<std::string> found;
   bool is_wanted = false;
-  for (size_t at = 0; at < m_cText.size();) {
-    const size_t end = m_cText.find('\n', at);
-    const std::string_view line(m_cText.data() + at, end - at);
+  for (size_t at = 0; at < m_text.size();) {
+    const size_t end = m_text.find('\n', at);
+    const std::string_view line(m_text.data() + at, end - at);
     at = end + 1;
     if (!line.empty() && is_blank(line.front())) {
       if (is_wanted) found->append(line);
@@ -87,13 +87,12 @@ std::optional<std::string> raw_header::value(std::string_view name) const {
   return found;
 }
 
-receive_tap::receive_tap(dialogue_view& view, raw_header& header)
-    : m_cView(view), m_cHeader(header) {
+receive_tap::receive_tap(dialogue_view& view, raw_header& header) : m_view(view), m_header(header) {
   const auto observe = [](void* context, TAV_WIRETAP_EVENT event, const char* bytes,
                           size_t length) {
     const auto* tap = static_cast<const receive_tap*>(context);
-    tap->m_cView.take(event, {bytes, length});
-    if (event == TAV_WIRETAP_RECEIVED) tap->m_cHeader.take({bytes, length});
+    tap->m_view.take(event, {bytes, length});
+    if (event == TAV_WIRETAP_RECEIVED) tap->m_header.take({bytes, length});
   };
   tav_wiretap_set(observe, this);
 }

@@ -27,9 +27,9 @@ class raw_header {
 
   void take_line(std::string_view line);
 
-  state m_eState = state::elsewhere;
-  std::string m_cLine;  // one that has not ended
-  std::string m_cText;
+  state m_state = state::elsewhere;
+  std::string m_line;  // one that has not ended
+  std::string m_text;
 };
 
 // Shows the view what moves over the process's connections while it lives, and the header what is
@@ -42,8 +42,8 @@ class receive_tap {
   receive_tap& operator=(const receive_tap&) = delete;
 
  private:
-  dialogue_view& m_cView;
-  raw_header& m_cHeader;
+  dialogue_view& m_view;
+  raw_header& m_header;
 };
 
 }  // namespace tavmail

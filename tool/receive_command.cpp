@@ -31,18 +31,21 @@ void print(const receive_options& options, const collection& run) {
   if (before > 0) std::cout << counted(before, "earlier ") << " deleted on the server\n";
   std::cout << counted(run.received(), options.all ? "" : "new ") << "; " << run.on_server()
             << " on the server\n";
+  if (!options.saves() && !options.all && run.received() > 0) {
+    std::cout << "nothing was saved, so they stay new; --folder DIR saves them\n";
+  }
 }
 
 // Fills in what was left open and checks what was given.
-void complete(CLI::App& command, receive_options& options) {
-  options.account.apply(command, *command.get_parent(), "pop3", options.mailbox);
+void complete(command_line& command, receive_options& options) {
+  options.account.apply(command, *command.parent(), "pop3", options.mailbox);
   options.mailbox.complete();
   if (options.is_deleting && !options.saves()) {
     throw problem(EX_USAGE, "--delete deletes what was saved; add --folder DIR");
   }
 }
 
-int run_receive(CLI::App& command, receive_options& options) {
+int run_receive(command_line& command, receive_options& options) {
   std::optional<collection> run;
   std::optional<problem> end;
   try {
@@ -79,35 +82,33 @@ Examples:
 
 }  // namespace
 
-command add_receive(CLI::App& tool) {
-  CLI::App* app = tool.add_subcommand("receive", "list, fetch and delete mail");
+command add_receive(command_line& tool) {
+  command_line& line = tool.add_command("receive", "list, fetch and delete mail");
   const auto options = std::make_shared<receive_options>();
-  options->account.add_to(*app);
-  options->mailbox.add_to(*app);
-  app->add_option("-d,--folder", options->folder, "save new mails there")
-      ->type_name("DIR")
-      ->group("Mail");
-  app->add_flag("--delete", options->is_deleting, "delete what was saved on the server")
-      ->group("Mail");
-  app->add_option("-n,--max", options->most, "most mails to fetch")
-      ->check(CLI::Range(1, 1000000).description(""))
-      ->type_name("N")
-      ->group("Mail");
-  auto* all =
-      app->add_flag("--all", options->all, "all mails, whether seen before or not")->group("Mail");
-  app->add_option("--seen", options->seen, "list of seen mails; by default of the account")
-      ->type_name("FILE")
-      ->excludes(all)
-      ->group("Mail");
-  app->add_flag("--json", options->is_json, "tell what was received as JSON")->group("Output");
-  auto* verbose =
-      app->add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")
-          ->group("Output");
-  app->add_flag("-q,--quiet", options->quiet, "say nothing on success")
-      ->excludes(verbose)
-      ->group("Output");
-  app->footer(kExamples);
-  return {app, [app, options] { return run_receive(*app, *options); }};
+  options->account.add_to(line);
+  options->mailbox.add_to(line);
+  line.add("-d,--folder", options->folder, "save new mails there").value_name("DIR").group("Mail");
+  line.add_flag("--delete", options->is_deleting, "delete what was saved on the server")
+      .group("Mail");
+  line.add("-n,--max", options->most, "most mails to fetch")
+      .range(1, 1000000)
+      .value_name("N")
+      .group("Mail");
+  const option all =
+      line.add_flag("--all", options->all, "all mails, whether seen before or not").group("Mail");
+  line.add("--seen", options->seen, "list of seen mails; by default of the account")
+      .value_name("FILE")
+      .excludes(all)
+      .group("Mail");
+  line.add_flag("--json", options->is_json, "tell what was received as JSON").group("Output");
+  const option verbose =
+      line.add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")
+          .group("Output");
+  line.add_flag("-q,--quiet", options->quiet, "say nothing on success")
+      .excludes(verbose)
+      .group("Output");
+  line.set_footer(kExamples);
+  return {&line, [&line, options] { return run_receive(line, *options); }};
 }
 
 }  // namespace tavmail

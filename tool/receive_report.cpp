@@ -1,5 +1,7 @@
 #include "receive_report.h"
 
+#include <nlohmann/json.hpp>
+
 #include "problem_json.h"
 #include "progress_bar.h"
 #include "received_text.h"

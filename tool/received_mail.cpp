@@ -7,8 +7,8 @@
 #include "dialogue_view.h"
 #include "header_value.h"
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
-#include "utl_os.h"
 
 namespace tavmail {
 
@@ -119,43 +119,32 @@ class part_writer {
  public:
   part_writer(const std::string& folder, const std::string& name, bool holds_line_end,
               bool is_base64)
-      : m_cFile(folder, name), m_bHoldsLineEnd(holds_line_end), m_bBase64(is_base64) {}
+      : m_file(folder, name), m_holdsLineEnd(holds_line_end), m_base64(is_base64) {}
 
   void write(const char* bytes, size_t length) {
     // A base64 part of nothing but its last line end is an empty one: the library hands a block of
     // only a line end over as it is.
-    if (m_bBase64 && m_cFile.size() == 0 && length == 2 && std::memcmp(bytes, "\r\n", 2) == 0) {
+    if (m_base64 && m_file.size() == 0 && length == 2 && std::memcmp(bytes, "\r\n", 2) == 0) {
       return;
     }
-    if (!m_cHeld.empty()) {
-      m_cFile.write(m_cHeld.data(), m_cHeld.size());
-      m_cHeld.clear();
+    if (!m_held.empty()) {
+      m_file.write(m_held.data(), m_held.size());
+      m_held.clear();
     }
-    if (m_bHoldsLineEnd && length >= 2 && std::memcmp(bytes + length - 2, "\r\n", 2) == 0) {
-      m_cHeld = "\r\n";
+    if (m_holdsLineEnd && length >= 2 && std::memcmp(bytes + length - 2, "\r\n", 2) == 0) {
+      m_held = "\r\n";
       length -= 2;
     }
-    m_cFile.write(bytes, length);
+    m_file.write(bytes, length);
   }
 
-  saved_file& file() { return m_cFile; }
+  saved_file& file() { return m_file; }
 
  private:
-  saved_file m_cFile;
-  const bool m_bHoldsLineEnd;
-  const bool m_bBase64;
-  std::string m_cHeld;
-};
-
-// A block that was handed out by the library.
-struct block {
-  explicit block(tav_eml_mlutl_mail_part& part) { part.get_buffer(data, length); }
-  block(const block&) = delete;
-  block& operator=(const block&) = delete;
-  ~block() { UtlOS::MemFree(data); }
-
-  void* data = nullptr;
-  long length = 0;
+  saved_file m_file;
+  const bool m_holdsLineEnd;
+  const bool m_base64;
+  std::string m_held;
 };
 
 }  // namespace
@@ -167,25 +156,25 @@ bool received_mail::is_safe() const {
 
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
-  m_cHeader.begin();
-  const TAV_EML_RESULT result = m_cSession.receive_header_only(mail);
-  if (result != TAV_EML_OK) m_cProgress();  // throws when the run is to end
-  describe(mail, m_cHeader, out);
+  m_header.begin();
+  const TAV_EML_RESULT result = m_session.receive_header_only(mail);
+  if (result != TAV_EML_OK) m_progress();  // throws when the run is to end
+  describe(mail, m_header, out);
   return result;
 }
 
 TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& folder,
                                  const std::string& mark, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
-  m_cHeader.begin();
-  TAV_EML_RESULT result = m_cSession.receive_header(mail);
-  if (result != TAV_EML_OK) m_cProgress();
-  describe(mail, m_cHeader, out);
+  m_header.begin();
+  TAV_EML_RESULT result = m_session.receive_header(mail);
+  if (result != TAV_EML_OK) m_progress();
+  describe(mail, m_header, out);
   if (result != TAV_EML_OK) return result;
   const std::string unfinished = folder.begin_mail(mark);
   try {
     result = read_content(mail, folder.path_of(unfinished), out);
-    if (result != TAV_EML_OK) m_cProgress();
+    if (result != TAV_EML_OK) m_progress();
     if (!out.parts.empty()) {
       out.folder = result == TAV_EML_OK ? folder.finish_mail(unfinished, mark) : unfinished;
     }
@@ -205,11 +194,11 @@ TAV_EML_RESULT mail_reader::read_content(tav_eml_pop3_receive_mail& mail, const 
 TAV_EML_RESULT mail_reader::read_parts(tav_eml_pop3_receive_mail& mail, const std::string& folder,
                                        received_mail& out) {
   while (mail.m_nReceiving != 0) {
-    m_cProgress();
+    m_progress();
     if (out.parts.size() >= kMostParts) return TAV_EML_ERR_UNKNOWN;
     mail.set_part(new tav_eml_pop3_receive_mail_part);
     tav_eml_mlutl_mail_part& part = *mail.get_part();
-    TAV_EML_RESULT result = m_cSession.receive_part_header(mail);
+    TAV_EML_RESULT result = m_session.receive_part_header(mail);
     if (result != TAV_EML_OK) return result;
     // The trace of a multipart that came last, or a part cut off within its header.
     if (part.m_nComplete != 0) continue;
@@ -227,19 +216,20 @@ TAV_EML_RESULT mail_reader::read_body(tav_eml_pop3_receive_mail& mail,
                           part.m_nTransferEncoding == TAV_EML_TE_QUOTED_PRINTABLE;
   const bool is_base64 = part.m_nTransferEncoding == TAV_EML_TE_BASE64;
   received_part entry = describe(part);
-  part_writer writer(folder, safe_file_name(entry.name, default_name(part, entry.content_type)),
+  part_writer writer(folder,
+                     easy::safe_file_name(entry.name, default_name(part, entry.content_type)),
                      is_part && !is_base64, is_base64);
   while (part.m_nComplete == 0) {
     const TAV_EML_RESULT result =
-        is_part ? m_cSession.receive_part_body(mail) : m_cSession.receive_body(mail);
-    const block received(part);
+        is_part ? m_session.receive_part_body(mail) : m_session.receive_body(mail);
+    const easy::taken_block received(part);
     // A block that decoded to nothing; or one that could not be decoded, which cannot be told from
     // it.
-    const bool is_empty = result == TAV_EML_ERR_UNKNOWN && is_encoded && received.length == 0;
+    const bool is_empty = result == TAV_EML_ERR_UNKNOWN && is_encoded && received.size() == 0;
     if (is_empty) entry.is_certain = false;
     if (result != TAV_EML_OK && !is_empty) return result;
-    writer.write(static_cast<const char*>(received.data), static_cast<size_t>(received.length));
-    m_cProgress();
+    writer.write(received.data(), received.size());
+    m_progress();
   }
   writer.file().keep();
   entry.bytes = writer.file().size();

@@ -49,7 +49,7 @@ class mail_reader {
   // `header` takes what the session receives. `on_progress` is called now and then; throwing out of
   // it ends the reading.
   mail_reader(mailbox_session& session, raw_header& header, progress on_progress)
-      : m_cSession(session), m_cHeader(header), m_cProgress(std::move(on_progress)) {}
+      : m_session(session), m_header(header), m_progress(std::move(on_progress)) {}
 
   // The header alone.
   quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
@@ -70,9 +70,9 @@ class mail_reader {
                                         quorvelmida::tav_eml_mlutl_mail_part& part,
                                         const std::string& folder, received_mail& out);
 
-  mailbox_session& m_cSession;
-  raw_header& m_cHeader;
-  progress m_cProgress;
+  mailbox_session& m_session;
+  raw_header& m_header;
+  progress m_progress;
 };
 
 }  // namespace tavmail

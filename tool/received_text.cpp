@@ -18,15 +18,13 @@ using namespace quorvelmida;
 
 namespace {
 
-constexpr size_t kLongestName = 200;  // bytes; file systems take 255
-
 class converter {
  public:
-  explicit converter(const std::string& from) : m_pHandle(iconv_open("UTF-8", from.c_str())) {}
+  explicit converter(const std::string& from) : m_handle(iconv_open("UTF-8", from.c_str())) {}
   converter(const converter&) = delete;
   converter& operator=(const converter&) = delete;
   ~converter() {
-    if (is_open()) iconv_close(m_pHandle);
+    if (is_open()) iconv_close(m_handle);
   }
 
   // False for bytes that are not of the character set.
@@ -37,15 +35,15 @@ class converter {
     char* to = out.data();
     size_t left = bytes.size();
     size_t room = out.size();
-    if (iconv(m_pHandle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
+    if (iconv(m_handle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
     text.assign(out.data(), static_cast<size_t>(to - out.data()));
     return true;
   }
 
  private:
-  bool is_open() const { return m_pHandle != reinterpret_cast<iconv_t>(-1); }
+  bool is_open() const { return m_handle != reinterpret_cast<iconv_t>(-1); }
 
-  iconv_t m_pHandle;
+  iconv_t m_handle;
 };
 
 // The library's own conversion, which knows the vendor characters of Japanese mail.
@@ -104,32 +102,6 @@ size_t take_character(const std::string& text, size_t at, char32_t& character) {
   return std::min(length, text.size() - at);
 }
 
-// Characters that steer the direction or show nothing: a name may hide its extension with them.
-bool is_deceptive(char32_t character) {
-  return (character >= 0x200B && character <= 0x200F) ||
-         (character >= 0x202A && character <= 0x202E) ||
-         (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
-}
-
-// Names that are devices where the folder may be looked at from, whatever their extension.
-bool is_device(const std::string& name) {
-  const std::string stem = lower_case(name.substr(0, name.find_first_of(". ")));
-  if (stem == "con" || stem == "prn" || stem == "aux" || stem == "nul") return true;
-  return stem.size() == 4 && (stem.compare(0, 3, "com") == 0 || stem.compare(0, 3, "lpt") == 0) &&
-         stem[3] >= '0' && stem[3] <= '9';
-}
-
-// Cuts a name to its limit in front of its extension, at a character.
-std::string shortened(const std::string& name) {
-  if (name.size() <= kLongestName) return name;
-  const size_t dot = name.rfind('.');
-  const bool has_extension = dot != std::string::npos && name.size() - dot <= 16;
-  const std::string extension = has_extension ? name.substr(dot) : "";
-  size_t end = kLongestName - extension.size();
-  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
-  return name.substr(0, end) + extension;
-}
-
 }  // namespace
 
 std::string lower_case(std::string text) {
@@ -166,26 +138,6 @@ std::string named_char_set(const std::string& line) {
     if (end != std::string::npos) return line.substr(extended + 2, end - extended - 2);
   }
   return {};
-}
-
-std::string safe_file_name(const std::string& name, const std::string& otherwise) {
-  const std::string base = name.substr(name.find_last_of("/\\") + 1);
-  std::string safe;
-  for (size_t at = 0; at < base.size();) {
-    char32_t character = 0;
-    const size_t length = take_character(base, at, character);
-    const bool is_control = character < 0x20 || (character >= 0x7F && character < 0xA0);
-    if (character < 0x80 && std::string("<>:\"|?*").find(base[at]) != std::string::npos) {
-      safe += '_';
-    } else if (!is_control && !is_deceptive(character)) {
-      safe.append(base, at, length);
-    }
-    at += length;
-  }
-  safe.erase(0, safe.find_first_not_of(" ."));
-  safe.erase(safe.find_last_not_of(" .") + 1);
-  if (!safe.empty() && (safe[0] == '-' || is_device(safe))) safe.insert(0, "_");
-  return safe.empty() ? otherwise : shortened(safe);
 }
 
 size_t display_width(const std::string& text) {

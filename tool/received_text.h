@@ -20,11 +20,6 @@ std::string text_in(const std::string& char_set, const std::string& bytes);
 // (RFC 2231), names; "" when there is none.
 std::string named_char_set(const std::string& header_line);
 
-// A file name that is safe to create: one path component, UTF-8, without control characters and
-// without what hides an extension, and none that is an option or a device to some program; never
-// empty.
-std::string safe_file_name(const std::string& name, const std::string& otherwise);
-
 // Columns that the text takes on a terminal, and as much of it as fits into `columns`.
 size_t display_width(const std::string& text);
 std::string fit(const std::string& text, size_t columns);

@@ -76,12 +76,12 @@ class shell_command {
   explicit shell_command(const std::string& command) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) fail();
-    m_cOutput = std::make_unique<input_file>(ends[0], "the output of --password-command");
+    m_output = std::make_unique<input_file>(ends[0], "the output of --password-command");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
-    const int error = posix_spawn(&m_nPid, _PATH_BSHELL, &actions, nullptr,
+    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, nullptr,
                                   const_cast<char* const*>(line), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
@@ -91,14 +91,14 @@ class shell_command {
   shell_command& operator=(const shell_command&) = delete;
   ~shell_command() {
     constexpr int kPatience = 100;
-    if (is_running()) kill(m_nPid, SIGTERM);
+    if (is_running()) kill(m_pid, SIGTERM);
     for (int i = 0; is_running(); ++i) {
-      if (i == kPatience) kill(m_nPid, SIGKILL);
+      if (i == kPatience) kill(m_pid, SIGKILL);
       pause();
     }
   }
 
-  input_file& output() { return *m_cOutput; }
+  input_file& output() { return *m_output; }
 
   // Waits for its end. True when it succeeded.
   bool is_successful() {
@@ -106,7 +106,7 @@ class shell_command {
       interrupt_guard::check();
       pause();
     }
-    return m_nStatus == 0;
+    return m_status == 0;
   }
 
  private:
@@ -114,13 +114,13 @@ class shell_command {
   static void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
 
   bool is_running() {
-    if (m_nPid > 0 && waitpid(m_nPid, &m_nStatus, WNOHANG) != 0) m_nPid = 0;
-    return m_nPid > 0;
+    if (m_pid > 0 && waitpid(m_pid, &m_status, WNOHANG) != 0) m_pid = 0;
+    return m_pid > 0;
   }
 
-  pid_t m_nPid = 0;
-  int m_nStatus = -1;
-  std::unique_ptr<input_file> m_cOutput;
+  pid_t m_pid = 0;
+  int m_status = -1;
+  std::unique_ptr<input_file> m_output;
 };
 
 secret_text from_command(const std::string& line) {
@@ -145,52 +145,54 @@ class held_signals {
     sigset_t held;
     sigemptyset(&held);
     for (const int signal : {SIGQUIT, SIGTSTP}) sigaddset(&held, signal);
-    sigprocmask(SIG_BLOCK, &held, &m_cBefore);
-    m_nFd = signalfd(-1, &held, SFD_CLOEXEC);
+    sigprocmask(SIG_BLOCK, &held, &m_before);
+    m_fd = signalfd(-1, &held, SFD_CLOEXEC);
   }
   held_signals(const held_signals&) = delete;
   held_signals& operator=(const held_signals&) = delete;
   ~held_signals() {
-    close(m_nFd);
-    sigprocmask(SIG_SETMASK, &m_cBefore, nullptr);
+    close(m_fd);
+    sigprocmask(SIG_SETMASK, &m_before, nullptr);
   }
 
   // Has bytes when one was held back.
-  int fd() const { return m_nFd; }
+  int fd() const { return m_fd; }
 
  private:
-  sigset_t m_cBefore;
-  int m_nFd;
+  sigset_t m_before;
+  int m_fd;
 };
 
 // A question on a terminal whose echo is off while it lives.
 class silent_question {
  public:
-  silent_question(int fd, const std::string& question) : m_nFd(fd) {
-    m_bSet = tcgetattr(fd, &m_cBefore) == 0;
-    termios silent = m_cBefore;
+  silent_question(int fd, const std::string& question) : m_fd(fd) {
+    m_set = tcgetattr(fd, &m_before) == 0;
+    termios silent = m_before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    if (m_bSet) tcsetattr(fd, TCSAFLUSH, &silent);
+    if (m_set) tcsetattr(fd, TCSAFLUSH, &silent);
     dprintf(fd, "%s", question.c_str());
   }
   silent_question(const silent_question&) = delete;
   silent_question& operator=(const silent_question&) = delete;
   // What was typed and not read is dropped.
   ~silent_question() {
-    if (m_bSet) tcsetattr(m_nFd, TCSAFLUSH, &m_cBefore);
-    dprintf(m_nFd, "\n");  // the line end that was typed did not show
+    if (m_set) tcsetattr(m_fd, TCSAFLUSH, &m_before);
+    dprintf(m_fd, "\n");  // the line end that was typed did not show
   }
 
  private:
-  int m_nFd;
-  bool m_bSet;
-  termios m_cBefore{};
+  int m_fd;
+  bool m_set;
+  termios m_before{};
 };
 
 secret_text from_terminal(const std::string& user, const std::string& server) {
   const int fd = open("/dev/tty", O_RDWR | O_CLOEXEC);
   if (fd < 0) {
-    throw problem(EX_USAGE, "no terminal to ask for the password; use --password-file or -command");
+    throw problem(EX_USAGE,
+                  "no terminal to ask for the password; use --password-file or "
+                  "--password-command");
   }
   input_file terminal(fd, "the terminal");
   secret_text text;

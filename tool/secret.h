@@ -16,19 +16,19 @@ class secret_text {
   static constexpr size_t kLongest = 1024;
   static constexpr size_t kRoom = kLongest + 2;  // one byte more shows that it is too long; a NUL
 
-  secret_text() : m_cText(new char[kRoom]()) {}
+  secret_text() : m_text(new char[kRoom]()) {}
   // Throws a problem, which begins with `source`, when it is too long or holds a NUL.
   secret_text(std::string_view text, const std::string& source);
 
-  const char* text() const { return m_cText.get(); }
+  const char* text() const { return m_text.get(); }
   // All of its kRoom bytes, to be filled.
-  char* room() { return m_cText.get(); }
+  char* room() { return m_text.get(); }
 
  private:
   struct wiper {
     void operator()(char* text) const;
   };
-  std::unique_ptr<char[], wiper> m_cText;
+  std::unique_ptr<char[], wiper> m_text;
 };
 
 // The first line of the file, or of what the command prints; without either the terminal is asked.

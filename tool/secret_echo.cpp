@@ -18,54 +18,54 @@ uint64_t value_of(char ch) { return static_cast<unsigned char>(ch) + uint64_t{1}
 
 // Odd, so that no byte's weight is lost.
 secret_echo::secret_echo()
-    : m_uBase(((uint64_t{std::random_device()()} << 32) | std::random_device()()) | 1) {}
+    : m_base(((uint64_t{std::random_device()()} << 32) | std::random_device()()) | 1) {}
 
 void secret_echo::extend(mark& secret, char ch) const {
-  secret.hash = secret.hash * m_uBase + value_of(ch);
+  secret.hash = secret.hash * m_base + value_of(ch);
   ++secret.length;
 }
 
 void secret_echo::decode(char ch) {
   const size_t value = kAlphabet.find(ch);
   if (value == kAlphabet.npos) {
-    m_bIsBase64 = m_bIsBase64 && ch == '=';
+    m_isBase64 = m_isBase64 && ch == '=';
     return;
   }
-  m_uBits = (m_uBits << 6 | static_cast<unsigned int>(value)) & 0xFFFF;
-  m_nBits += 6;
-  if (m_nBits < 8) return;
-  m_nBits -= 8;
-  const char byte = static_cast<char>(m_uBits >> m_nBits & 0xFF);
+  m_group = (m_group << 6 | static_cast<unsigned int>(value)) & 0xFFFF;
+  m_bitCount += 6;
+  if (m_bitCount < 8) return;
+  m_bitCount -= 8;
+  const char byte = static_cast<char>(m_group >> m_bitCount & 0xFF);
   if (byte == '\0') {
-    m_cDecoded = {0, 0};
+    m_decoded = {0, 0};
   } else {
-    extend(m_cDecoded, byte);
+    extend(m_decoded, byte);
   }
 }
 
 void secret_echo::add(char ch) {
-  extend(m_cCurrent, ch);
+  extend(m_current, ch);
   decode(ch);
 }
 
 void secret_echo::end() {
-  keep(m_cCurrent);
-  if (m_bIsBase64) keep(m_cDecoded);
-  m_cCurrent = {0, 0};
-  m_cDecoded = {0, 0};
-  m_bIsBase64 = true;
-  m_uBits = 0;
-  m_nBits = 0;
+  keep(m_current);
+  if (m_isBase64) keep(m_decoded);
+  m_current = {0, 0};
+  m_decoded = {0, 0};
+  m_isBase64 = true;
+  m_group = 0;
+  m_bitCount = 0;
 }
 
 void secret_echo::keep(const mark& secret) {
-  const bool is_known = std::any_of(m_cSecrets.begin(), m_cSecrets.end(), [&](const mark& m) {
+  const bool is_known = std::any_of(m_secrets.begin(), m_secrets.end(), [&](const mark& m) {
     return m.length == secret.length && m.hash == secret.hash;
   });
-  if (secret.length == 0 || is_known || m_cSecrets.size() >= kMostSecrets) return;
-  m_cSecrets.push_back(secret);
+  if (secret.length == 0 || is_known || m_secrets.size() >= kMostSecrets) return;
+  m_secrets.push_back(secret);
   // The longest first: it may hold another one.
-  std::stable_sort(m_cSecrets.begin(), m_cSecrets.end(),
+  std::stable_sort(m_secrets.begin(), m_secrets.end(),
                    [](const mark& a, const mark& b) { return a.length > b.length; });
 }
 
@@ -73,10 +73,10 @@ size_t secret_echo::find(std::string_view text, const mark& secret, size_t from)
   uint64_t weight = 1;  // of the byte that leaves the window
   uint64_t hash = 0;
   for (size_t i = from; i < text.size(); ++i) {
-    hash = hash * m_uBase + value_of(text[i]);
+    hash = hash * m_base + value_of(text[i]);
     const size_t length = i - from + 1;
     if (length < secret.length) {
-      weight *= m_uBase;
+      weight *= m_base;
       continue;
     }
     if (hash == secret.hash) return i + 1 - secret.length;
@@ -87,7 +87,7 @@ size_t secret_echo::find(std::string_view text, const mark& secret, size_t from)
 
 std::string secret_echo::masked(std::string_view text) const {
   std::string result(text);
-  for (const mark& secret : m_cSecrets) {
+  for (const mark& secret : m_secrets) {
     for (size_t at = 0; (at = find(result, secret, at)) != std::string::npos;) {
       result.replace(at, secret.length, kMask);
       at += sizeof kMask - 1;

@@ -40,13 +40,13 @@ class secret_echo {
   // Where `secret` begins in the text from `from` on.
   size_t find(std::string_view text, const mark& secret, size_t from) const;
 
-  uint64_t m_uBase;
-  mark m_cCurrent = {0, 0};
-  mark m_cDecoded = {0, 0};  // of PLAIN the last text, which is the password
-  bool m_bIsBase64 = true;
-  unsigned int m_uBits = 0;  // of the group that is being decoded
-  int m_nBits = 0;
-  std::vector<mark> m_cSecrets;
+  uint64_t m_base;
+  mark m_current = {0, 0};
+  mark m_decoded = {0, 0};  // of PLAIN the last text, which is the password
+  bool m_isBase64 = true;
+  unsigned int m_group = 0;  // of the group that is being decoded
+  int m_bitCount = 0;
+  std::vector<mark> m_secrets;
 };
 
 }  // namespace tavmail

@@ -84,52 +84,52 @@ problem cannot_write(const std::string& path) {
 
 }  // namespace
 
-seen_file::seen_file(const std::string& path, const std::string& old) : m_cPath(path) {
-  m_nLock = open((path + ".lock").c_str(), O_CREAT | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600);
-  if (m_nLock < 0) throw cannot_write(path + ".lock");
-  if (flock(m_nLock, LOCK_EX | LOCK_NB) != 0) {
-    close(m_nLock);
+seen_file::seen_file(const std::string& path, const std::string& old) : m_path(path) {
+  m_lock = open((path + ".lock").c_str(), O_CREAT | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (m_lock < 0) throw cannot_write(path + ".lock");
+  if (flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
+    close(m_lock);
     throw problem(EX_TEMPFAIL, "another tavmail is receiving with " + path + "; wait for it");
   }
   try {
     if (!old.empty()) take_over(old);
     read();
   } catch (...) {
-    close(m_nLock);
+    close(m_lock);
     throw;
   }
 }
 
 seen_file::~seen_file() {
-  if (m_nFile >= 0) close(m_nFile);
-  close(m_nLock);
+  if (m_file >= 0) close(m_file);
+  close(m_lock);
 }
 
 void seen_file::take_over(const std::string& old) const {
   std::error_code error;
-  if (std::filesystem::exists(m_cPath, error) || !std::filesystem::exists(old, error)) return;
-  if (std::rename(old.c_str(), m_cPath.c_str()) != 0) throw cannot_write(m_cPath);
+  if (std::filesystem::exists(m_path, error) || !std::filesystem::exists(old, error)) return;
+  if (std::rename(old.c_str(), m_path.c_str()) != 0) throw cannot_write(m_path);
   unlink((old + ".lock").c_str());
 }
 
 void seen_file::read() {
-  std::ifstream file(m_cPath);
+  std::ifstream file(m_path);
   if (!file) {
     std::error_code error;
-    if (std::filesystem::exists(m_cPath, error)) {
-      throw problem(EX_NOINPUT, "cannot read --seen " + m_cPath + "; check its rights");
+    if (std::filesystem::exists(m_path, error)) {
+      throw problem(EX_NOINPUT, "cannot read --seen " + m_path + "; check its rights");
     }
     return;
   }
   std::string line;
   for (int number = 1; std::getline(file, line); ++number) {
     if (file.eof()) {  // without its end
-      m_bTidy = false;
+      m_tidy = false;
       break;
     }
     if (line.empty() || line[0] == '#') continue;
     if (!read_line(line)) {
-      throw problem(EX_CONFIG, m_cPath + ":" + std::to_string(number) +
+      throw problem(EX_CONFIG, m_path + ":" + std::to_string(number) +
                                    ": expected \"STATE UID\"; is this a file of seen mails?");
     }
   }
@@ -152,7 +152,7 @@ bool seen_file::read_line(const std::string& line) {
     return false;
   }
   int& known = state_of({decoded(uid), copy});
-  m_bTidy = m_bTidy && known == kNew;
+  m_tidy = m_tidy && known == kNew;
   known = state;
   return true;
 }
@@ -160,52 +160,52 @@ bool seen_file::read_line(const std::string& line) {
 // Writes the whole file anew. It stays open for the lines that follow.
 void seen_file::write() {
   std::string text = std::string(kTitle) + "\n";
-  for (const auto& [uid, states] : m_cStates) {
+  for (const auto& [uid, states] : m_states) {
     if (states.size() == 1 && states[0] == kNew) continue;
     for (size_t i = 0; i < states.size(); ++i) {
       text += line_of(uid, static_cast<int>(i) + 1, states[i]);
     }
   }
-  std::string fresh = m_cPath + ".XXXXXX";
+  std::string fresh = m_path + ".XXXXXX";
   const int fd = mkostemp(fresh.data(), O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) throw cannot_write(m_cPath);
+  if (fd < 0) throw cannot_write(m_path);
   const bool is_written =
-      write_at(fd, text, 0) && fsync(fd) == 0 && std::rename(fresh.c_str(), m_cPath.c_str()) == 0;
+      write_at(fd, text, 0) && fsync(fd) == 0 && std::rename(fresh.c_str(), m_path.c_str()) == 0;
   if (!is_written) {
-    const problem trouble = cannot_write(m_cPath);
+    const problem trouble = cannot_write(m_path);
     close(fd);
     unlink(fresh.c_str());
     throw trouble;
   }
-  if (m_nFile >= 0) close(m_nFile);
-  m_nFile = fd;
-  m_nEnd = static_cast<off_t>(text.size());
-  m_bTidy = true;
-  if (!sync_folder_of(m_cPath)) throw cannot_write(m_cPath);
+  if (m_file >= 0) close(m_file);
+  m_file = fd;
+  m_end = static_cast<off_t>(text.size());
+  m_tidy = true;
+  if (!sync_folder_of(m_path)) throw cannot_write(m_path);
 }
 
 // Puts the state of a mail at the end of the file.
 void seen_file::append(const mail_key& mail) {
-  if (m_nFile < 0) return write();
+  if (m_file < 0) return write();
   const std::string line = line_of(mail.first, mail.second, state(mail));
-  if (!write_at(m_nFile, line, m_nEnd)) {
-    const problem trouble = cannot_write(m_cPath);
+  if (!write_at(m_file, line, m_end)) {
+    const problem trouble = cannot_write(m_path);
     // A line that is cut off would not count anyway.
-    if (ftruncate(m_nFile, m_nEnd) != 0) m_bTidy = false;
+    if (ftruncate(m_file, m_end) != 0) m_tidy = false;
     throw trouble;
   }
-  m_nEnd += static_cast<off_t>(line.size());
-  m_bTidy = false;
+  m_end += static_cast<off_t>(line.size());
+  m_tidy = false;
 }
 
 int seen_file::state(const mail_key& mail) const {
-  const auto found = m_cStates.find(mail.first);
+  const auto found = m_states.find(mail.first);
   const auto index = static_cast<size_t>(mail.second) - 1;
-  return found != m_cStates.end() && index < found->second.size() ? found->second[index] : kNew;
+  return found != m_states.end() && index < found->second.size() ? found->second[index] : kNew;
 }
 
 int& seen_file::state_of(const mail_key& mail) {
-  std::vector<int>& states = m_cStates[mail.first];
+  std::vector<int>& states = m_states[mail.first];
   const auto index = static_cast<size_t>(mail.second) - 1;
   if (index >= states.size()) states.resize(index + 1, kNew);
   return states[index];
@@ -227,7 +227,7 @@ void seen_file::begin(const mail_key& mail) {
 void seen_file::finish(const mail_key& mail, bool is_to_go) {
   state_of(mail) = is_to_go ? kToGo : kReceived;
   append(mail);
-  if (fdatasync(m_nFile) != 0) throw cannot_write(m_cPath);
+  if (fdatasync(m_file) != 0) throw cannot_write(m_path);
 }
 
 void seen_file::cancel(const mail_key& mail) {
@@ -238,7 +238,7 @@ void seen_file::cancel(const mail_key& mail) {
 
 void seen_file::keep(const std::map<std::string, int>& copies) {
   bool is_changed = false;
-  for (auto entry = m_cStates.begin(); entry != m_cStates.end();) {
+  for (auto entry = m_states.begin(); entry != m_states.end();) {
     std::vector<int>& states = entry->second;
     const auto there = copies.find(entry->first);
     const size_t most = there != copies.end() ? static_cast<size_t>(there->second) : 0;
@@ -249,31 +249,31 @@ void seen_file::keep(const std::map<std::string, int>& copies) {
       });
       states.erase(gone != states.end() ? gone : states.begin());
     }
-    entry = states.empty() ? m_cStates.erase(entry) : std::next(entry);
+    entry = states.empty() ? m_states.erase(entry) : std::next(entry);
   }
   // How many copies there are is noted before one is read: it tells later that one is gone.
   for (const auto& [uid, count] : copies) {
     if (count < 2 || state({uid, count}) != kNew) continue;
-    std::vector<int>& states = m_cStates[uid];
+    std::vector<int>& states = m_states[uid];
     is_changed = is_changed || states.size() < static_cast<size_t>(count);
     states.resize(static_cast<size_t>(count), kNew);
   }
-  if (is_changed || !m_bTidy) write();
+  if (is_changed || !m_tidy) write();
 }
 
 void seen_file::settle(std::vector<mail_key> deleted) {
   // The last copies first: those after one that goes move up.
   std::sort(deleted.rbegin(), deleted.rend());
   for (const mail_key& mail : deleted) {
-    const auto entry = m_cStates.find(mail.first);
-    if (entry == m_cStates.end()) continue;
+    const auto entry = m_states.find(mail.first);
+    if (entry == m_states.end()) continue;
     const auto index = mail.second - 1;
     if (static_cast<size_t>(index) < entry->second.size()) {
       entry->second.erase(entry->second.begin() + index);
     }
-    if (entry->second.empty()) m_cStates.erase(entry);
+    if (entry->second.empty()) m_states.erase(entry);
   }
-  if (!deleted.empty() || !m_bTidy) write();
+  if (!deleted.empty() || !m_tidy) write();
 }
 
 }  // namespace tavmail

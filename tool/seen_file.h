@@ -65,12 +65,12 @@ class seen_file {
   int state(const mail_key& mail) const;
   int& state_of(const mail_key& mail);
 
-  const std::string m_cPath;
-  int m_nLock = -1;
-  int m_nFile = -1;     // the file that this run has written; -1 before it is needed
-  off_t m_nEnd = 0;     // where its next line goes
-  bool m_bTidy = true;  // every line of the file counts, and is still right
-  std::map<std::string, std::vector<int>> m_cStates;  // of the copies, by unique id
+  const std::string m_path;
+  int m_lock = -1;
+  int m_file = -1;     // the file that this run has written; -1 before it is needed
+  off_t m_end = 0;     // where its next line goes
+  bool m_tidy = true;  // every line of the file counts, and is still right
+  std::map<std::string, std::vector<int>> m_states;  // of the copies, by unique id
 };
 
 }  // namespace tavmail

@@ -6,6 +6,7 @@
 
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
+#include "quorvelmida/taveml_easy_text.h"
 #include "received_text.h"
 
 namespace tavmail {
@@ -71,7 +72,7 @@ seen_path default_seen_path(const std::string& key, const std::string& server,
       key.size() > kLongestName ? key.substr(0, kKept) + "~" + fingerprint(key) : key;
   // The older name was cut at a slash, and other characters were replaced.
   const std::string old = user + "@" + server;
-  const bool is_own = safe_file_name(old, "") == old;
+  const bool is_own = quorvelmida::easy::safe_file_name(old, "") == old;
   return {folder + name + ".seen", is_own ? folder + old + ".seen" : ""};
 }
 

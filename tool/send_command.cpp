@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "dialogue_view.h"
@@ -12,9 +13,9 @@
 #include "problem_json.h"
 #include "progress_bar.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
+#include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
 #include "send_options.h"
-#include "utl_os.h"
 
 namespace tavmail {
 
@@ -34,55 +35,47 @@ size_t piece_end(const std::string& text, size_t at) {
   return end;
 }
 
-void give(tav_eml_mlutl_mail_part& part, const std::string& bytes) {
-  void* block = UtlOS::MemAllocate(bytes.size() + 1);
-  if (block == nullptr) throw problem(EX_OSERR, "out of memory");
-  std::memcpy(block, bytes.c_str(), bytes.size() + 1);
-  long length = static_cast<long>(bytes.size());
-  part.set_buffer(block, length);
-}
-
 // One transaction. A mail that was begun and not completed is aborted, so that the server discards
 // it.
 class transaction {
  public:
   transaction(const send_options& options, outgoing& out)
-      : m_cOptions(options),
-        m_cOut(out),
-        m_cView(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
-                                : dialogue_view::line_sink(),
-                options.server.kind_of_dialogue()),
-        m_cTap(m_cView),
-        m_cSettings(options.server.settings(options.size_limit)),
-        m_cBoundary(m_cSettings) {}
+      : m_options(options),
+        m_out(out),
+        m_view(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
+                               : dialogue_view::line_sink(),
+               options.server.kind_of_dialogue()),
+        m_tap(m_view),
+        m_settings(options.server.settings(options.size_limit)),
+        m_boundary(m_settings) {}
 
   void run() {
-    require(m_cBoundary.connect_mail());
-    require(m_cBoundary.send_header(m_cOut.mail));
+    require(m_boundary.connect_mail());
+    require(m_boundary.send_header(m_out.mail));
     send_body();
-    if (m_cOut.file) send_attachment();
-    const TAV_EML_RESULT closed = m_cBoundary.close_mail(m_cOut.mail);
+    if (m_out.file) send_attachment();
+    const TAV_EML_RESULT closed = m_boundary.close_mail(m_out.mail);
     // A goodbye that failed does not undo an accepted mail.
-    if (!m_cView.was_accepted()) require(closed);
+    if (!m_view.was_accepted()) require(closed);
   }
 
-  std::string reply() const { return reply_text(m_cView.decisive()); }
-  const char* outcome() const { return outcome_of(m_cView); }
+  std::string reply() const { return reply_text(m_view.decisive()); }
+  const char* outcome() const { return outcome_of(m_view); }
 
  private:
   // Ends the transaction when a step failed, or the run is to end.
   void require(TAV_EML_RESULT result) {
-    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_cView.end_was_sent())) return;
+    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_view.end_was_sent())) return;
     const problem cause = ending(result);
-    m_cBoundary.abort_mail();
+    m_boundary.abort_mail();
     throw cause;
   }
 
   problem ending(TAV_EML_RESULT result) const {
-    const problem known = explain(result, m_cView, m_cOptions.server);
+    const problem known = explain(result, m_view, m_options.server);
     const bool is_verdict = result == TAV_EML_ERR_REPLY || result == TAV_EML_ERR_REPLY_TEMPORARY;
     if (!interrupt_guard::was_pressed() || is_verdict) return known;
-    return interrupt_guard::cause(m_cView.end_was_sent()
+    return interrupt_guard::cause(m_view.end_was_sent()
                                       ? "the whole mail was sent and may have been delivered; ask "
                                         "the recipient before sending it again"
                                       : "nothing was delivered")
@@ -90,35 +83,35 @@ class transaction {
   }
 
   void send_body() {
-    const std::string& body = m_cOut.body;
+    const std::string& body = m_out.body;
     for (size_t at = 0; at < body.size();) {
       const size_t end = piece_end(body, at);
-      give(m_cOut.mail, body.substr(at, end - at));
-      require(m_cBoundary.send_body(m_cOut.mail));
+      require(easy::give(m_out.mail, body.data() + at, end - at));
+      require(m_boundary.send_body(m_out.mail));
       at = end;
     }
   }
 
   void send_attachment() {
-    require(m_cBoundary.send_part_header(m_cOut.mail));
-    progress_bar bar("Sending", m_cOut.file->size(), !m_cOptions.quiet && !m_cOptions.verbose);
+    require(m_boundary.send_part_header(m_out.mail));
+    progress_bar bar("Sending", m_out.file->size(), !m_options.quiet && !m_options.verbose);
     try {
-      while (const size_t count = m_cOut.file->read_into(*m_cOut.mail.m_pPart)) {
-        require(m_cBoundary.send_part_body(m_cOut.mail));
+      while (const size_t count = m_out.file->read_into(*m_out.mail.m_pPart)) {
+        require(m_boundary.send_part_body(m_out.mail));
         bar.advance(count);
       }
     } catch (const problem& cause) {
-      m_cBoundary.abort_mail();  // without effect when it was the server that failed
+      m_boundary.abort_mail();  // without effect when it was the server that failed
       throw;
     }
   }
 
-  const send_options& m_cOptions;
-  outgoing& m_cOut;
-  dialogue_view m_cView;
-  dialogue_tap m_cTap;
-  tav_eml_smtp_settings m_cSettings;
-  tav_eml_smtp_boundary m_cBoundary;
+  const send_options& m_options;
+  outgoing& m_out;
+  dialogue_view m_view;
+  dialogue_tap m_tap;
+  tav_eml_smtp_settings m_settings;
+  tav_eml_smtp_boundary m_boundary;
 };
 
 std::string outcome_json(const std::string& outcome, const std::string& reply, const outgoing& out,
@@ -130,11 +123,11 @@ std::string outcome_json(const std::string& outcome, const std::string& reply, c
   return json_text(document);
 }
 
-int run_send(CLI::App& command, send_options& options) {
+int run_send(command_line& command, send_options& options) {
   outgoing out;
   std::string outcome = "not sent";
   try {
-    options.account.apply(command, *command.get_parent(), "smtp", options.server);
+    options.account.apply(command, *command.parent(), "smtp", options.server);
     options.server.complete();
     prepare(options, out);
     transaction sending(options, out);
@@ -170,12 +163,12 @@ Examples:
 
 }  // namespace
 
-command add_send(CLI::App& tool) {
-  CLI::App* app = tool.add_subcommand("send", "send a mail");
+command add_send(command_line& tool) {
+  command_line& line = tool.add_command("send", "send a mail");
   const auto options = std::make_shared<send_options>();
-  options->add_to(*app);
-  app->footer(kExamples);
-  return {app, [app, options] { return run_send(*app, *options); }};
+  options->add_to(line);
+  line.set_footer(kExamples);
+  return {&line, [&line, options] { return run_send(line, *options); }};
 }
 
 }  // namespace tavmail

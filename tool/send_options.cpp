@@ -9,6 +9,7 @@
 #include "message_text.h"
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_domain_filter.h"
+#include "quorvelmida/taveml_easy_text.h"
 
 namespace tavmail {
 
@@ -25,7 +26,7 @@ std::string join(const std::vector<std::string>& lists) {
 }
 
 std::string read_body(const send_options& options) {
-  if (options.text_option->count() > 0) return options.text;
+  if (options.text_option.is_given()) return options.text;
   const bool is_standard = options.text_file.empty() || options.text_file == "-";
   if (options.text_file.empty() && isatty(STDIN_FILENO) == 1) {
     throw problem(EX_USAGE, "no text: give --text TEXT, --text-file FILE or standard input");
@@ -136,8 +137,9 @@ void fill_attachment(const send_options& options, outgoing& out) {
     }
     return;
   }
-  const TAV_EML_CONTENT_TYPE type = content_type_of(options.attach, options.content_type);
+  // First: of a file that is not there the type does not matter.
   out.file = std::make_unique<attachment>(options.attach);
+  const TAV_EML_CONTENT_TYPE type = content_type_of(options.attach, options.content_type);
   const std::string name = !options.attach_name.empty()
                                ? options.attach_name
                                : options.attach.substr(options.attach.rfind('/') + 1);
@@ -147,33 +149,32 @@ void fill_attachment(const send_options& options, outgoing& out) {
   part->m_nContentType = type;
   part->m_nTransferEncoding = TAV_EML_TE_BASE64;
   part->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
-  part->m_cFIleName = quotable_file_name(name).c_str();
+  part->m_cFIleName = easy::quotable_file_name(name).c_str();
   part->set_content_ciajwnetfax(options.internet_fax ? 1 : 0);
   out.mail.set_part(part.release());
   out.mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
-  out.mail.m_cBoundaryString = new_boundary().c_str();
+  out.mail.m_cBoundaryString = easy::new_boundary().c_str();
 }
 
 }  // namespace
 
-void send_options::add_to(CLI::App& command) {
+void send_options::add_to(command_line& command) {
   account.add_to(command);
   server.add_to(command);
   const std::string mail = "Mail";
   const auto add = [&](const char* names, auto& value, const char* help, const char* type) {
-    return command.add_option(names, value, help)->type_name(type)->group(mail);
+    return command.add(names, value, help).value_name(type).group(mail);
   };
   add("-f,--from", from, "author", "ADDRESS");
-  add("-t,--to", to, "recipients: one or a list; may be repeated", "ADDRESS")
-      ->allow_extra_args(false);
-  add("--cc", cc, "copies", "ADDRESS")->allow_extra_args(false);
-  add("--bcc", bcc, "blind copies", "ADDRESS")->allow_extra_args(false);
-  add("--reply-to", reply_to, "where answers go", "ADDRESS")->allow_extra_args(false);
+  add("-t,--to", to, "recipients: one or a list; may be repeated", "ADDRESS").repeatable();
+  add("--cc", cc, "copies", "ADDRESS").repeatable();
+  add("--bcc", bcc, "blind copies", "ADDRESS").repeatable();
+  add("--reply-to", reply_to, "where answers go", "ADDRESS").repeatable();
   add("--sender", sender, "who sends for the author", "ADDRESS");
   add("-S,--subject", subject, "subject", "TEXT");
   text_option = add("--text", text, "text of the mail", "TEXT");
   add("--text-file", text_file, "file with the text; \"-\" is standard input", "FILE")
-      ->excludes(text_option);
+      .excludes(text_option);
   add("--charset", char_set_name, "utf-8 (default), iso-2022-jp or shift_jis", "NAME");
   add("-a,--attach", attach, "file to attach", "FILE");
   add("--attach-name", attach_name, "its name in the mail", "NAME");
@@ -183,17 +184,17 @@ void send_options::add_to(CLI::App& command) {
   add("--references", references, "ids of the thread", "IDS");
   add("--mdn", mdn, "ask for a notice that the mail was displayed", "ADDRESS");
   add("--size-limit", size_limit, "most bytes of the mail", "BYTES");
-  auto* only = add("--permit", permit, "domain or address mail may go to; repeatable", "NAME")
-                   ->allow_extra_args(false);
+  const option only =
+      add("--permit", permit, "domain or address mail may go to; repeatable", "NAME").repeatable();
   add("--deny", deny, "domain or address that mail may not go to", "NAME")
-      ->allow_extra_args(false)
-      ->excludes(only);
+      .repeatable()
+      .excludes(only);
   command.add_flag("--internet-fax", internet_fax, "mark the attachment as internet fax")
-      ->group(mail);
-  auto* loud = command.add_flag("-v,--verbose", verbose, "show the dialogue, secrets masked")
-                   ->group("Output");
-  command.add_flag("--json", is_json, "tell the outcome as JSON")->group("Output");
-  command.add_flag("-q,--quiet", quiet, "say nothing on success")->excludes(loud)->group("Output");
+      .group(mail);
+  const option loud = command.add_flag("-v,--verbose", verbose, "show the dialogue, secrets masked")
+                          .group("Output");
+  command.add_flag("--json", is_json, "tell the outcome as JSON").group("Output");
+  command.add_flag("-q,--quiet", quiet, "say nothing on success").excludes(loud).group("Output");
 }
 
 void prepare(const send_options& options, outgoing& out) {
@@ -204,7 +205,7 @@ void prepare(const send_options& options, outgoing& out) {
   fill_addresses(options, out.mail);
   check_header_text("--subject", options.subject, out.mail.m_nCharSet);
   out.mail.m_cSubject = options.subject.c_str();
-  out.mail.m_cDate = date_now().c_str();
+  out.mail.m_cDate = easy::date_now().c_str();
   fill_threading(options, out.mail);
   fill_attachment(options, out);
   out.body = canonical_lines(read_body(options));

@@ -42,9 +42,9 @@ struct send_options {
   bool quiet = false;
   bool is_json = false;
 
-  CLI::Option* text_option = nullptr;
+  option text_option;
 
-  void add_to(CLI::App& command);
+  void add_to(command_line& command);
 };
 
 // A mail that is ready to be sent, apart from the data of its attachment.

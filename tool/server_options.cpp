@@ -33,26 +33,25 @@ int32_t library_login(login_kind login) {
 
 }  // namespace
 
-void server_options::add_to(CLI::App& command) {
+void server_options::add_to(command_line& command) {
   static const std::map<std::string, login_kind> kLogins = {{"none", login_kind::none},
                                                             {"smtp", login_kind::smtp},
                                                             {"pop", login_kind::pop},
                                                             {"pop+smtp", login_kind::pop_and_smtp}};
   add_address(command, kSmtp);
   add_connection(command);
-  command.add_option("--helo", helo, "name to greet with; this machine's by default")
-      ->type_name("NAME")
-      ->group("Server");
-  command.add_option("--auth", login, "smtp (default with --user), none, pop, pop+smtp")
-      ->transform(one_of(kLogins))
-      ->type_name("KIND")
-      ->group("Server");
+  command.add("--helo", helo, "name to greet with; this machine's by default")
+      .value_name("NAME")
+      .group("Server");
+  command.add("--auth", login, kLogins, "smtp (default with --user), none, pop, pop+smtp")
+      .value_name("KIND")
+      .group("Server");
   mailbox.add_address(command, kPop3BeforeSmtp);
   mailbox.add_login(command, kPop3BeforeSmtp);
-  command.add_option("--pop-wait", pop_wait, "seconds to wait after it; 0.3 by default")
-      ->check(CLI::Range(0, 600).description(""))
-      ->type_name("N")
-      ->group("POP3 login before sending");
+  command.add("--pop-wait", pop_wait, "seconds to wait after it; 0.3 by default")
+      .range(0, 600)
+      .value_name("N")
+      .group("POP3 login before sending");
 }
 
 void server_options::complete() {

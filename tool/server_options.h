@@ -3,7 +3,6 @@
 #ifndef SERVER_OPTIONS_H
 #define SERVER_OPTIONS_H
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "dialogue_view.h"
@@ -21,7 +20,7 @@ struct server_options : endpoint_options {
   mailbox_options mailbox;                   // of the POP3 login before sending
   int pop_wait = 0;                          // seconds
 
-  void add_to(CLI::App& command);
+  void add_to(command_line& command);
 
   // Fills in what was left open and checks what was given. Throws a problem.
   void complete();

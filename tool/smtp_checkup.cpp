@@ -53,46 +53,46 @@ std::string guessed_address(const server_options& options) {
 // A session of the command layer that is given up before the data of a mail.
 class trial_session {
  public:
-  explicit trial_session(const tav_eml_smtp_settings& settings) : m_cSettings(settings) {}
+  explicit trial_session(const tav_eml_smtp_settings& settings) : m_settings(settings) {}
   trial_session(const trial_session&) = delete;
   trial_session& operator=(const trial_session&) = delete;
   ~trial_session() {
-    if (m_pSession == nullptr) return;
+    if (m_session == nullptr) return;
     tav_eml_mlutl_mail_net net;
-    net.end_tls(m_pSession->tls_info);
-    if (m_pSession->sock > 0) net.close_socket(m_pSession->sock);
-    UtlOS::MemFree(m_pSession->send_buffer);
-    UtlOS::MemFree(m_pSession->recv_buffer);
-    UtlOS::MemFree(m_pSession);
+    net.end_tls(m_session->tls_info);
+    if (m_session->sock > 0) net.close_socket(m_session->sock);
+    UtlOS::MemFree(m_session->send_buffer);
+    UtlOS::MemFree(m_session->recv_buffer);
+    UtlOS::MemFree(m_session);
   }
 
-  TAV_EML_RESULT open() { return m_cCommand.tav_eml_smtp_connect_start(&m_cSettings, &m_pSession); }
+  TAV_EML_RESULT open() { return m_command.tav_eml_smtp_connect_start(&m_settings, &m_session); }
 
   // MAIL and RCPT.
   TAV_EML_RESULT name(const std::string& from, const std::string& to) {
     tav_eml_smtp_send_mail mail;
     mail.m_cFrom = tav_eml_mlutl_mail_address(from.c_str());
     mail.m_cTo = tav_eml_mlutl_mail_address(to.c_str());
-    return m_cCommand.tav_eml_smtp_send_envelope(&m_cSettings, &mail, m_pSession);
+    return m_command.tav_eml_smtp_send_envelope(&m_settings, &mail, m_session);
   }
 
   void close() {
     constexpr char kReset[] = "RSET\r\n";
-    const long timeout = static_cast<long>(m_cSettings.timeout) * 1000;
+    const long timeout = static_cast<long>(m_settings.timeout) * 1000;
     long length = sizeof kReset - 1;
     long room = SMTP_BUFFER_SIZE;
     const bool is_reset =
-        m_cCommand.SendData(m_pSession->sock, kReset, length, 0, timeout, m_pSession->tls_info) ==
+        m_command.SendData(m_session->sock, kReset, length, 0, timeout, m_session->tls_info) ==
             TAV_EML_OK &&
-        m_cCommand.RecvOneLineinFullRcv(m_pSession->sock, m_pSession->recv_buffer, room, 0, timeout,
-                                        m_pSession->tls_info) == TAV_EML_OK;
-    if (is_reset) m_cCommand.tav_eml_smtp_disconnect(&m_cSettings, m_pSession);
+        m_command.RecvOneLineinFullRcv(m_session->sock, m_session->recv_buffer, room, 0, timeout,
+                                       m_session->tls_info) == TAV_EML_OK;
+    if (is_reset) m_command.tav_eml_smtp_disconnect(&m_settings, m_session);
   }
 
  private:
-  const tav_eml_smtp_settings& m_cSettings;
-  tav_eml_smtp_command m_cCommand;
-  ntssmtp_fileptr* m_pSession = nullptr;
+  const tav_eml_smtp_settings& m_settings;
+  tav_eml_smtp_command m_command;
+  ntssmtp_fileptr* m_session = nullptr;
 };
 
 // What the server announces, and how large a mail may be.
@@ -158,6 +158,14 @@ void report_opening(TAV_EML_RESULT result, const dialogue_view& view, const tria
   }
 }
 
+// The way to the mailbox comes first, as the login there does; both ways are tried before it.
+checkup in_order(checkup result) {
+  std::stable_partition(result.stages.begin(), result.stages.end(), [](const checkup_stage& stage) {
+    return stage.name.rfind(kBeforeSmtp, 0) == 0;
+  });
+  return result;
+}
+
 }  // namespace
 
 checkup check_smtp(const trial_options& options, bool verbose) {
@@ -171,19 +179,19 @@ checkup check_smtp(const trial_options& options, bool verbose) {
   const bool has_way =
       (!options.wants_pop_login() || test.check_way(options.mailbox, true, kBeforeSmtp, look)) &&
       test.check_way(options, false, "", look);
-  if (!has_way) return test.take();
+  if (!has_way) return in_order(test.take());
 
   dialogue_view view(line_sink(verbose), options.kind_of_dialogue());
   const dialogue_tap tap(view);
   trial_session session(settings);
   TAV_EML_RESULT result = session.open();
   report_opening(result, view, options, test);
-  if (result != TAV_EML_OK) return test.take();
+  if (result != TAV_EML_OK) return in_order(test.take());
   result = session.name(from, to);
   report_envelope(result, view, options, test);
   if (has_replied(result)) session.close();
   if (test.is_good()) test.good("result", "ready to send; no mail was sent");
-  return test.take();
+  return in_order(test.take());
 }
 
 }  // namespace tavmail

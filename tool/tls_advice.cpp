@@ -18,7 +18,7 @@ struct failure_texts {
 constexpr failure_texts kFailures[] = {
     {TAV_TLS_FAILED_CLEAR, "it begins in clear text", "check the port, or try --tls starttls",
      "perhaps somebody on the way put it there; try --tls implicit with its port"},
-    {TAV_TLS_FAILED_NOT_TLS, "what it answers is no TLS", "check the port, or try --tls starttls",
+    {TAV_TLS_FAILED_NOT_TLS, "its answer is not TLS", "check the port, or try --tls starttls",
      "try --tls implicit with its port"},
     {TAV_TLS_FAILED_TIMEOUT, "it fell silent in the handshake",
      "check the port, or try --tls starttls", "try again later"},

@@ -2,19 +2,49 @@
 //
 //   NEW_MAIL_PASSWORD=... new_mail HOST PORT USER SEEN_FILE
 
+// [mailbox]
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
 
-#include "blocks.h"
-#include "quorvelmida/taveml.h"
+#include "quorvelmida/taveml_easy.h"
 
 using namespace quorvelmida;
 
+// [/mailbox]
 namespace {
 
-// [seen]
+struct lister : easy::part_sink {
+  bool header(tav_eml_pop3_receive_mail& mail) override {
+    std::cout << easy::one_line(easy::to_utf8(mail.m_cSubject, mail.m_nCharSet)) << '\n';
+    return true;
+  }
+  bool begin(const tav_eml_mlutl_mail_part& part) override {
+    const std::string name = easy::to_utf8(part.m_cFIleName, part.m_nCharSet);
+    std::cout << "  " << easy::one_line(easy::text_of(part.m_cMediaType)) << " \""
+              << easy::one_line(name) << "\" ";
+    is_text = part.m_nContentType == TAV_EML_CT_TEXT_PLAIN;
+    set = part.m_nCharSet;
+    bytes.clear();
+    return true;
+  }
+  bool data(const char* block, size_t length) override {
+    bytes.append(block, length);  // a program for large parts would not collect them
+    return true;
+  }
+  bool end(bool is_certain) override {
+    std::cout << bytes.size() << " bytes" << (is_certain ? "\n" : " or more\n");
+    if (is_text) std::cout << "  " << easy::one_line(easy::to_utf8(bytes, set)) << '\n';
+    return true;
+  }
+  bool is_text = false;
+  TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
+  std::string bytes;
+};
+
+// [mailbox]
 // One entry per line: status, blank, unique id. Unique ids have no blanks and no line ends.
 void load(tav_eml_pop3_mail_info_list& seen, const char* path) {
   std::ifstream file(path);
@@ -39,73 +69,16 @@ bool save(const tav_eml_pop3_mail_info_list& seen, const std::string& path) {
   file.close();
   return !file.fail() && std::rename(fresh.c_str(), path.c_str()) == 0;
 }
-// [/seen]
 
-// [body]
-// Reads the mail (`part` is the mail itself) or its current part to the end. `is_certain` becomes
-// false if a block gave no data: it may have been unusable.
-TAV_EML_RESULT read_data(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail,
-                         tav_eml_mlutl_mail_part& part, std::string& data, bool& is_certain) {
-  while (part.m_nComplete == 0) {
-    const TAV_EML_RESULT result =
-        &part == &mail ? session.receive_body(mail) : session.receive_part_body(mail);
-    data += take(part);  // a program that writes a file would do so here, block by block
-    if (result == TAV_EML_ERR_UNKNOWN) {
-      is_certain = false;  // if the connection was lost, the next call fails
-    } else if (result != TAV_EML_OK) {
-      return result;
-    }
-  }
-  return TAV_EML_OK;
-}
-// [/body]
-
-void show(const tav_eml_mlutl_mail_part& part, const std::string& data) {
-  std::cout << "  " << text_of(part.m_cMediaType) << " \"" << text_of(part.m_cFIleName) << "\" "
-            << data.size() << " bytes\n";
-}
-
-// [mail]
-bool is_multipart(const tav_eml_mlutl_mail_part& part) {
-  return part.m_nContentType == TAV_EML_CT_MULTIPART ||
-         part.m_nContentType == TAV_EML_CT_MULTIPART_MIXED ||
-         part.m_nContentType == TAV_EML_CT_MULTIPART_REPORT;
-}
-
-TAV_EML_RESULT read_mail(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail,
-                         bool& is_certain) {
-  TAV_EML_RESULT result = session.receive_header(mail, 0);
-  if (result != TAV_EML_OK) return result;
-  std::cout << text_of(mail.m_cSubject) << '\n';
-
-  if (!is_multipart(mail)) {
-    std::string data;
-    result = read_data(session, mail, mail, data, is_certain);
-    if (result == TAV_EML_OK) show(mail, data);
-    return result;
-  }
-  while (mail.m_nReceiving != 0) {
-    mail.set_part(new tav_eml_pop3_receive_mail_part);  // deletes the previous part
-    result = session.receive_part_header(mail, 0);
-    if (result != TAV_EML_OK) return result;
-    tav_eml_mlutl_mail_part& part = *mail.get_part();
-    if (part.m_nComplete != 0) continue;  // from a closing delimiter: it holds nothing
-    std::string data;
-    result = read_data(session, mail, part, data, is_certain);
-    if (result != TAV_EML_OK) return result;
-    show(part, data);
-  }
-  return TAV_EML_OK;
-}
-// [/mail]
-
-// [mailbox]
-TAV_EML_RESULT read_new(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_list& seen,
-                        const char* seen_path) {
-  TAV_EML_RESULT result = session.connect_mail();
-  if (result != TAV_EML_OK) return result;
+TAV_EML_RESULT read_new(const tav_eml_pop3_settings& settings, const char* seen_path,
+                        easy::part_sink& sink) {
+  tav_eml_pop3_mail_info_list seen(10000);  // more than the mailbox can hold
+  load(seen, seen_path);
+  tav_eml_pop3_boundary session(settings);
+  const easy::close_guard guard(session);
   int count = 0;
-  result = session.stat(count);
+  TAV_EML_RESULT result = session.connect_mail();
+  if (result == TAV_EML_OK) result = session.stat(count);
   if (result != TAV_EML_OK || count == 0) return result;  // do not list an empty mailbox
   result = session.list(seen, 0);
 
@@ -116,16 +89,12 @@ TAV_EML_RESULT read_new(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_l
     result = session.list_next(seen, info);
     if (result != TAV_EML_OK) return result;
     if (!save(seen, seen_path)) return TAV_EML_ERR_UNKNOWN;
-
     tav_eml_pop3_receive_mail mail(info);
-    bool is_certain = true;
-    result = read_mail(session, mail, is_certain);
+    result = easy::for_each_part(session, mail, sink);
     if (result == TAV_EML_ERR_UNKNOWN) {
-      // The rest must be read before the next command.
-      result = session.skip_mail(mail) == TAV_EML_UTL_OK ? TAV_EML_OK : TAV_EML_ERR_NOT_CONNECTED;
-      is_certain = false;
+      std::cout << "  something may be missing\n";  // so it stays on the server
+      result = TAV_EML_OK;                          // the next message can be read
     }
-    if (!is_certain) std::cout << "  something of it may be missing\n";
   }
   return result;
 }
@@ -136,22 +105,9 @@ TAV_EML_RESULT read_new(tav_eml_pop3_boundary& session, tav_eml_pop3_mail_info_l
 int main(int argc, char** argv) {
   const char* const password = std::getenv("NEW_MAIL_PASSWORD");
   if (argc != 5 || password == nullptr) return 64;
-  // [settings]
-  _tav_eml_pop3_setting record;
-  record.strServer = argv[1];
-  record.nPort = std::atoi(argv[2]);
-  record.strUserID = argv[3];
-  record.strPassword = password;
-  record.nTimeout = 30;
-  record.ucTLSMode = 2;       // STLS
-  record.ucTLSOption[0] = 1;  // check the server's certificate
-  const tav_eml_pop3_settings settings(record);
-
-  tav_eml_pop3_mail_info_list seen(10000);  // more than the mailbox can hold
-  load(seen, argv[4]);
-  tav_eml_pop3_boundary session(settings);
-  const TAV_EML_RESULT result = read_new(session, seen, argv[4]);
-  session.close_mail();
-  // [/settings]
-  return tell("receiving", result);
+  lister sink;
+  const TAV_EML_RESULT result =
+      read_new(easy::pop3_account(argv[1], std::atoi(argv[2]), argv[3], password), argv[4], sink);
+  std::cerr << easy::result_advice(result) << '\n';
+  return result == TAV_EML_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -8,8 +8,7 @@
 #include <iostream>
 #include <string>
 
-#include "blocks.h"
-#include "quorvelmida/taveml.h"
+#include "quorvelmida/taveml_easy.h"
 
 using namespace quorvelmida;
 
@@ -29,9 +28,7 @@ std::string shown(const std::string& data) {
 
 std::string state(TAV_EML_RESULT result, const tav_eml_pop3_receive_mail& mail,
                   const tav_eml_mlutl_mail_part& part) {
-  char code[16];
-  std::snprintf(code, sizeof code, "0x%08x", static_cast<unsigned>(result));
-  return std::string(result == TAV_EML_OK ? "TAV_EML_OK" : code) + "; m_nComplete " +
+  return std::string(easy::result_name(result)) + "; m_nComplete " +
          std::to_string(part.m_nComplete) + ", m_nReceiving " + std::to_string(mail.m_nReceiving);
 }
 
@@ -43,13 +40,14 @@ void read_data(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail,
         is_mail ? session.receive_body(mail) : session.receive_part_body(mail);
     line(is_mail ? "receive_body" : "receive_part_body", state(result, mail, part));
     if (result != TAV_EML_OK && result != TAV_EML_ERR_UNKNOWN) return;
-    line("get_buffer", shown(take(part)));
+    line("get_buffer", shown(easy::take(part)));
   }
 }
 
 bool read_mail(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail) {
   TAV_EML_RESULT result = session.receive_header(mail, 0);
-  line("receive_header", state(result, mail, mail) + ", \"" + text_of(mail.m_cMediaType) + '"');
+  line("receive_header",
+       state(result, mail, mail) + ", \"" + easy::text_of(mail.m_cMediaType) + '"');
   if (result != TAV_EML_OK) return false;
   if (mail.m_nContentType == TAV_EML_CT_TEXT_PLAIN) read_data(session, mail, mail);
   while (mail.m_nReceiving != 0) {
@@ -58,7 +56,7 @@ bool read_mail(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail) 
     result = session.receive_part_header(mail, 0);
     tav_eml_mlutl_mail_part& part = *mail.get_part();
     line("receive_part_header",
-         state(result, mail, part) + ", \"" + text_of(part.m_cMediaType) + '"');
+         state(result, mail, part) + ", \"" + easy::text_of(part.m_cMediaType) + '"');
     if (result != TAV_EML_OK) return false;
     read_data(session, mail, part);
   }
@@ -70,16 +68,8 @@ bool read_mail(tav_eml_pop3_boundary& session, tav_eml_pop3_receive_mail& mail) 
 int main(int argc, char** argv) {
   const char* const password = std::getenv("SEQUENCE_PASSWORD");
   if (argc != 4 || password == nullptr) return 64;
-  _tav_eml_pop3_setting record;
-  record.strServer = argv[1];
-  record.nPort = std::atoi(argv[2]);
-  record.strUserID = argv[3];
-  record.strPassword = password;
-  record.nTimeout = 30;
-  record.ucTLSMode = 2;
-  record.ucTLSOption[0] = 1;
-  const tav_eml_pop3_settings settings(record);
-
+  const tav_eml_pop3_settings settings(
+      easy::pop3_account(argv[1], std::atoi(argv[2]), argv[3], password));
   tav_eml_pop3_boundary session(settings);
   int count = 0;
   TAV_EML_RESULT result = session.connect_mail();
@@ -91,5 +81,5 @@ int main(int argc, char** argv) {
     if (!read_mail(session, mail)) break;
   }
   session.close_mail();
-  return tell("receiving", result);
+  return result == TAV_EML_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -79,14 +79,14 @@ void choose_base64_kernel(const base64_kernel* kernel) {
 }
 
 const base64_kernel& chosen_base64_kernel() {
-  const base64_kernel* kernel = g_chosen.load(std::memory_order_relaxed);
-  if (kernel == nullptr) {
-    for (const base64_kernel* candidate : base64_kernels()) {
-      if (kernel == nullptr) kernel = candidate;
-    }
-    choose_base64_kernel(kernel);
+  const base64_kernel* const chosen = g_chosen.load(std::memory_order_relaxed);
+  if (chosen != nullptr) return *chosen;
+  for (const base64_kernel* const candidate : base64_kernels()) {
+    if (candidate == nullptr) continue;
+    choose_base64_kernel(candidate);
+    return *candidate;
   }
-  return *kernel;
+  return kPortableBase64Kernel;
 }
 
 }  // namespace quorvelmida

@@ -79,7 +79,7 @@ bool encode_header(const utl_buffer& header, TAV_EML_CHAR_SET char_set, utl_buff
   for (;;) {
     const char* byte = std::find_if(from, end, needs_encoding);
     if (byte == end) return append(out, from, end, 769);
-    encoded_run run;
+    encoded_run run = {};
     if (!find_run(from, end, byte, run) || !append(out, from, run.start, 729) ||
         !append_run(out, run, char_set)) {
       return false;

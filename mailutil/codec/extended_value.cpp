@@ -50,8 +50,8 @@ void tav_eml_mlutl_mime_utility::escape_string_decode(const char* src, int len, 
       continue;
     }
     if (src[i + 1] == '\0' || src[i + 2] == '\0') return;  // the text ends inside an escape
-    const int high = escape_decode(to_upper(src[i + 1]));
-    const int low = escape_decode(to_upper(src[i + 2]));
+    const char high = escape_decode(to_upper(src[i + 1]));
+    const char low = escape_decode(to_upper(src[i + 2]));
     *dst++ = static_cast<char>(high * 16 + low);
     i += 3;
   }

@@ -1,5 +1,6 @@
 #include "quorvelmida/tav_eml_mlutl_mail_part.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -76,16 +77,17 @@ int tav_eml_mlutl_mail_part::CopyPart(const tav_eml_mlutl_mail_part& other) {
     m_cHeader1.CopyString(other.m_cHeader1);
     m_cHeader2.CopyString(other.m_cHeader2);
     m_nComplete = other.m_nComplete;
-    m_nDataLength = other.m_nDataLength;
-    if (m_nDataLength < 1) return true;
+    const int32_t data_length = other.m_nDataLength;
+    m_nDataLength = std::min(data_length, 0);  // until there is data
+    if (data_length < 1) return true;
 
     utl_buffer data;
-    if (!data.assign(other.m_pData, other.m_nDataLength)) {
-      m_nDataLength = 0;
+    if (!data.assign(other.m_pData, data_length)) {
       return part_failure("CopyPart", " failed to allocate memory");
     }
     long length = 0;
     data.release(m_pData, length);
+    m_nDataLength = data_length;
     return true;
   });
 }

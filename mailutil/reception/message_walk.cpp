@@ -158,14 +158,12 @@ TAV_EML_UTL_RETCODE message_walk::read_part_header() {
   return TAV_EML_UTL_OK;
 }
 
-TAV_EML_UTL_RETCODE message_walk::read_body() { return read_block(m_cMail); }
+TAV_EML_UTL_RETCODE message_walk::read_body() { return read_block(m_cMail, false); }
 
-TAV_EML_UTL_RETCODE message_walk::read_part_body() { return read_block(*m_cMail.get_part()); }
+TAV_EML_UTL_RETCODE message_walk::read_part_body() { return read_block(*m_cMail.get_part(), true); }
 
-// Reads lines until there is a block or their part ends, and delivers the block to the part. The
-// mail is its own part if it has no other.
-TAV_EML_UTL_RETCODE message_walk::read_block(tav_eml_mlutl_mail_part& part) {
-  const bool has_delimiters = &part != &m_cMail;
+// Reads lines until there is a block or their part ends, and delivers the block to the part.
+TAV_EML_UTL_RETCODE message_walk::read_block(tav_eml_mlutl_mail_part& part, bool has_delimiters) {
   // Each call reads on: only a line that is added now makes a block full.
   bool is_done = false;
   while (m_cMail.m_nReceiving != 0 && !is_done) {

@@ -40,7 +40,7 @@ class message_walk {
   TAV_EML_UTL_RETCODE add(std::string_view lines);
   TAV_EML_UTL_RETCODE collect(std::string_view line);
   TAV_EML_UTL_RETCODE collect_part_header();
-  TAV_EML_UTL_RETCODE read_block(tav_eml_mlutl_mail_part& part);
+  TAV_EML_UTL_RETCODE read_block(tav_eml_mlutl_mail_part& part, bool has_delimiters);
   std::optional<header_lines> decode_header(TAV_EML_CHAR_SET& char_set) const;
 
   const receive_operation& m_cOperation;

@@ -54,6 +54,7 @@ struct CHC_CONVERT_REQUEST {
   int32_t consumed;  // out: source bytes converted
   int32_t produced;  // out: bytes written
 };
+static_assert(sizeof(void*) != 4 || sizeof(CHC_CONVERT_REQUEST) == 24, "layout of the converter");
 
 // Not noexcept: a device's converter may throw what the library catches around its calls.
 extern "C" UTL_API int32_t chc_convert_encode(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to,

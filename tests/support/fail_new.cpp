@@ -20,7 +20,7 @@ bool fails_now() {
 // What is freed may have been allocated before anybody counted.
 void measure(void* block, bool is_new) {
   detail::new_failure_state& state = detail::new_failure;
-  if (!state.metered || state.pauses > 0 || block == nullptr) return;
+  if (!state.armed || state.pauses > 0 || block == nullptr) return;
   const size_t size = malloc_usable_size(block);
   state.live_bytes =
       is_new ? state.live_bytes + size : state.live_bytes - std::min(size, state.live_bytes);
@@ -47,19 +47,11 @@ void* allocate_or_throw(size_t size) {
 
 }  // namespace
 
-failing_new::failing_new(size_t nth, extent how) {
-  detail::new_failure.pauses = 0;
-  detail::new_failure.calls = 0;
-  detail::new_failure.all_from = how == all_from;
+failing_new::failing_new(size_t nth, bool all_from) {
+  detail::new_failure = {};
+  detail::new_failure.all_from = all_from;
   detail::new_failure.failing = nth;
   detail::new_failure.armed = true;
-}
-
-bool failing_new::works() {
-  failing_new failure(1);
-  void* const block = ::operator new(1, std::nothrow);
-  ::operator delete(block);
-  return block == nullptr;
 }
 
 failing_new::~failing_new() { detail::new_failure.armed = false; }

@@ -20,7 +20,6 @@ struct new_failure_state {
   bool all_from = false;
   size_t failing = 0;
   size_t calls = 0;
-  bool metered = false;
   size_t live_bytes = 0;
   size_t peak_bytes = 0;
 };
@@ -35,35 +34,29 @@ class new_failure_pause {
   new_failure_pause& operator=(const new_failure_pause&) = delete;
 };
 
+// The opposite: the code under test, called by a test's own part.
+class new_failure_resumed {
+ public:
+  new_failure_resumed() : m_pauses(detail::new_failure.pauses) { detail::new_failure.pauses = 0; }
+  ~new_failure_resumed() { detail::new_failure.pauses = m_pauses; }
+  new_failure_resumed(const new_failure_resumed&) = delete;
+  new_failure_resumed& operator=(const new_failure_resumed&) = delete;
+
+ private:
+  int m_pauses;
+};
+
 class failing_new {
  public:
-  enum extent { once, all_from };
-
   // `nth` counts from 1; 0 fails none and only counts.
-  explicit failing_new(size_t nth, extent how = once);
+  explicit failing_new(size_t nth, bool all_from = false);
   ~failing_new();
   failing_new(const failing_new&) = delete;
   failing_new& operator=(const failing_new&) = delete;
 
-  // False where the program's operator new could not be replaced (clang's sanitizers): skip then.
-  static bool works();
-
+  // 0 where the program's operator new could not be replaced (clang's sanitizers).
   size_t calls() const { return detail::new_failure.calls; }
-};
-
-// How much operator new has given away at most since the construction, in this thread and not
-// counting the test's own parts. 0 where operator new could not be replaced.
-class new_meter {
- public:
-  new_meter() {
-    detail::new_failure.live_bytes = 0;
-    detail::new_failure.peak_bytes = 0;
-    detail::new_failure.metered = true;
-  }
-  ~new_meter() { detail::new_failure.metered = false; }
-  new_meter(const new_meter&) = delete;
-  new_meter& operator=(const new_meter&) = delete;
-
+  // How much was given away at most since the construction.
   size_t peak_bytes() const { return detail::new_failure.peak_bytes; }
 };
 

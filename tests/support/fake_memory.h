@@ -26,14 +26,16 @@ class fake_memory {
   fake_memory(const fake_memory&) = delete;
   fake_memory& operator=(const fake_memory&) = delete;
 
-  // Allocations fail: the nth from this call on (from 1), that and all later ones, or none.
-  void fail(size_t nth);
-  void fail_from(size_t nth);
+  // Allocations fail: the nth from this call on (from 1), or that and all later ones. Those of the
+  // test's own parts (new_failure_pause) never do and are not counted.
+  void fail(size_t nth, bool all_from = false);
+  void fail_from(size_t nth) { fail(nth, true); }
   void never_fail();
-  // What fails throws instead of giving null, until the object goes. `thrower` throws it.
+  // What fails throws instead of giving null, until never_fail(). `thrower` throws it.
   void fail_by(std::function<void()> thrower);
   // True when a failure that was asked for has happened.
   bool failed() const;
+  size_t calls() const;  // allocations since the latest of fail and never_fail
 
   // Bytes allocated and not yet freed, and the most that they were since the construction.
   size_t live_bytes() const;
@@ -41,12 +43,10 @@ class fake_memory {
 
   bool any_mutex_held() const;
 
-  // One line for each leak, overrun, free of something that is not a live block, and misuse of a
-  // mutex; "" when all is well.
-  std::string problems() const;
-  // The faults among them, leaks left out, since the latest object was made or the program began.
+  // One line for each overrun, free of something that is not a live block, and misuse of a mutex
+  // since the latest object was made or the program began; "" when all is well.
   static std::string faults();
-  // problems() is "". Writes them to the error output otherwise.
+  // None of them, and no leaks. Writes them to the error output otherwise.
   bool clean() const;
 };
 

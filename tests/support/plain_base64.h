@@ -9,22 +9,18 @@
 
 namespace tav_test {
 
-// The data, and the byte behind it: NUL, or the bits of a single leftover character.
+// The data and a NUL. What is no character of base64 is passed over.
 inline std::string plain_decode(const std::string& in) {
-  std::string out(in.size() + 1, '\0');
-  size_t characters = 0;
+  std::string out;
+  unsigned int bits = 0, characters = 0;
   for (const char c : in) {
     const int value = quorvelmida::tav_eml_mlutl_mime_utility::Base64Seed2Index(c);
     if (value == 255) continue;
-    for (size_t bit = 0, at = 6 * characters; bit < 6; ++bit, ++at) {
-      const int one = value >> (5 - bit) & 1;
-      out[at / 8] = static_cast<char>(out[at / 8] | one << (7 - at % 8));
-    }
-    ++characters;
+    bits = bits << 6 | (static_cast<unsigned int>(value) & 63);
+    const unsigned int position = characters++ % 4;
+    if (position != 0) out += static_cast<char>(bits >> (6 - 2 * position));
   }
-  const size_t bytes = 6 * characters / 8;
-  if (characters % 4 != 1) out[bytes] = '\0';
-  return out.substr(0, bytes + 1);
+  return out + '\0';
 }
 
 inline std::string plain_encode(const std::string& in, size_t line = 0) {

@@ -1,5 +1,5 @@
 // values.h - the values of the library as strings of the tests, and back: memory blocks, texts,
-// base64, character sets.
+// character sets.
 
 #ifndef TESTS_SUPPORT_VALUES_H
 #define TESTS_SUPPORT_VALUES_H
@@ -48,19 +48,6 @@ std::string result_of(Call&& call) {
   long length = 77;
   if (call(out, length) != 0) return taken(out, length);
   return out == nullptr && length == 0 ? "(failed)" : "(failed, and left something)";
-}
-
-inline std::string from_base64(const std::string& in) {
-  return result_of<void*>([&](void*& out, long& length) {
-    return quorvelmida::tav_eml_mlutl_mime_utility::from_b64(in.data(), size_of(in), out, length);
-  });
-}
-
-inline std::string to_base64(const std::string& in, int line = 0) {
-  return result_of([&](char*& out, long& length) {
-    return quorvelmida::tav_eml_mlutl_mime_utility::to_b64(in.data(), size_of(in), out, length,
-                                                           line);
-  });
 }
 
 // The text in UTF-8; nothing when it is not valid from end to end.

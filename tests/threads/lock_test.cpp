@@ -1,183 +1,135 @@
 // Many threads at once, over the Linux port and real sockets of the loopback interface.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/eventfd.h>
 
-#include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "loopback_server.h"
-#include "smtp_host.h"
-#include "test_certificates.h"
+#include "server.h"
+#include "text.h"
 #include "values.h"
 
 namespace {
 
 using namespace quorvelmida;
-using tav_test::loopback_server;
-using tav_test::smtp_host;
 
-constexpr size_t kThreads = 8;
-constexpr size_t kRounds = 15;
+constexpr int kRounds = 15;
 
-void run_at_once(size_t threads, const std::function<void(size_t)>& work) {
-  std::atomic<size_t> missing{threads};
+void run_at_once(const std::function<void(int)>& work) {
   std::vector<std::thread> all;
-  for (size_t i = 0; i < threads; ++i) {
-    all.emplace_back([&, i] {
-      for (--missing; missing != 0;) std::this_thread::yield();
-      work(i);
-    });
-  }
+  for (int i = 0; i < 8; ++i) all.emplace_back(work, i);
   for (std::thread& each : all) each.join();
 }
 
-_tav_eml_smtp_setting setting_for(uint16_t port) {
-  _tav_eml_smtp_setting record;
-  record.server = "127.0.0.1";
-  record.port = port;
-  record.timeout = 30;
-  return record;
-}
+// The practice mail server in a thread of its own, and the settings to reach it.
+struct served_host {
+  explicit served_host(bool is_tls)
+      : port(doors.listen("127.0.0.1", 0, mailhost::protocol::smtp, is_tls)),
+        thread([this] { doors.run(stop.get(), mailhost::connection::clock::time_point::max()); }) {}
+  void end() {
+    eventfd_write(stop.get(), 1);
+    thread.join();
+  }
+  tav_eml_smtp_settings settings(const char* name, bool is_tls) const {
+    _tav_eml_smtp_setting record;
+    record.server = name;
+    record.port = port;
+    record.timeout = 30;
+    record.tlsmode = record.tls_opt[0] = is_tls ? 1 : 0;
+    return tav_eml_smtp_settings(record);
+  }
 
-void fill(tav_eml_smtp_send_mail& mail, const std::string& subject) {
+  const mailhost::identity own =
+      mailhost::make_identity({"localhost"}, mailhost::certificate_fault::none);
+  const mailhost::tls_context tls{own};
+  mailhost::mail_host host;
+  mailhost::server doors{host, tls, {}};
+  const mailhost::file_descriptor stop{eventfd(0, EFD_CLOEXEC)};
+  const uint16_t port;
+  std::thread thread;
+};
+
+// Pieces that leave base64 groups open.
+std::string piece_of(const std::string& name) { return "日本 " + name + "語 "; }
+
+void send_mail(tav_eml_smtp_boundary& boundary, const std::string& name, bool is_given_up) {
+  tav_eml_smtp_send_mail mail;
   mail.m_nContentType = TAV_EML_CT_TEXT_PLAIN;
   mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
-  mail.m_nCharSet = TAV_EML_CS_ISO_2022_JP;
-  mail.m_cFrom = tav_eml_mlutl_mail_address("a@b.example");
-  mail.m_cTo = tav_eml_mlutl_mail_address("c@d.example");
-  mail.m_cSubject = subject.c_str();
+  mail.m_nCharSet = TAV_EML_CS_UTF_8;
+  mail.m_cFrom = mail.m_cTo = tav_eml_mlutl_mail_address("a@b.example");
+  mail.m_cSubject = name.c_str();
   mail.m_cDate = "Sat, 21 Nov 2026 10:00:00 +0900";
   mail.set_message_id("1@b");
-}
-
-// The body of a mail: its name again and again, with Japanese around it, in pieces that leave
-// base64 groups open.
-constexpr size_t kPieces = 5;
-std::string piece_of(const std::string& name) { return "\u65e5\u672c " + name + "\u8a9e "; }
-
-// Sends a mail on an open session and ends that; with fewer pieces than a whole mail it aborts.
-TAV_EML_RESULT send_mail(tav_eml_smtp_boundary& boundary, const std::string& name,
-                         size_t pieces = kPieces) {
-  tav_eml_smtp_send_mail mail;
-  fill(mail, name);
-  TAV_EML_RESULT result = boundary.send_header(mail);
-  for (size_t i = 0; result == TAV_EML_OK && i < pieces; ++i) {
+  EXPECT_EQ(boundary.send_header(mail), TAV_EML_OK);
+  for (int i = 0; i < 5; ++i) {
+    if (is_given_up && i == 2) return void(boundary.abort_mail());
     tav_test::give(mail, piece_of(name));
-    result = boundary.send_body(mail);
+    EXPECT_EQ(boundary.send_body(mail), TAV_EML_OK);
   }
-  if (result != TAV_EML_OK || pieces < kPieces) {
-    boundary.abort_mail();
-    return result;
-  }
-  return boundary.close_mail(mail);
+  EXPECT_EQ(boundary.close_mail(mail), TAV_EML_OK);
 }
 
-std::string name_of(size_t thread, size_t round) {
-  return "mail-" + std::to_string(thread) + "-" + std::to_string(round);
+// The subject of a mail whose body is whole.
+std::string subject_of(const std::string& mail) {
+  const size_t at = mail.find("Subject: ") + 9;
+  const std::string name = mail.substr(at, mail.find('\r', at) - at);
+  std::string body = mail.substr(mail.find("\r\n\r\n"));
+  for (size_t i; (i = body.find("\r\n")) != std::string::npos;) body.erase(i, 2);
+  EXPECT_EQ(mailhost::from_base64(body), tav_test::repeated(piece_of(name), 5));
+  return name;
 }
 
-// The mails that arrived, by subject. Each must be exactly what one thread alone sends.
-std::set<std::string> whole_mails(const smtp_host& host) {
-  smtp_host quiet;
-  loopback_server server;
-  const tav_eml_smtp_settings settings(setting_for(server.listen(quiet)));
-  server.start();
-  std::set<std::string> names;
-  for (const tav_test::smtp_message& message : host.messages()) {
-    const size_t at = message.data.find("Subject: ") + std::strlen("Subject: ");
-    const std::string name = message.data.substr(at, message.data.find('\r', at) - at);
-    EXPECT_TRUE(names.insert(name).second) << name << " came twice";
-    tav_eml_smtp_boundary alone(settings);
-    EXPECT_EQ(alone.connect_mail(), TAV_EML_OK);
-    EXPECT_EQ(send_mail(alone, name), TAV_EML_OK);
-  }
-  server.stop();
-  EXPECT_EQ(quiet.messages().size(), host.messages().size());
-  for (size_t i = 0; i < quiet.messages().size() && i < host.messages().size(); ++i)
-    EXPECT_EQ(host.messages()[i].data, quiet.messages()[i].data);
-  return names;
-}
-
-TEST(Lock, threads_that_share_an_object_send_one_mail_after_the_other) {
-  smtp_host host;
-  loopback_server server;
-  const tav_eml_smtp_settings settings(setting_for(server.listen(host)));
-  server.start();
-  tav_eml_smtp_boundary shared(settings);
-  int inside = 0;  // nothing protects it but the lock of the object
-  std::atomic<size_t> sent{0};
-  run_at_once(kThreads, [&](size_t thread) {
-    for (size_t round = 0; round < kRounds; ++round) {
-      if (round % 5 == 3) {
-        EXPECT_EQ(shared.test(), TAV_EML_OK);
-        continue;
+// Sends, gives up and tests in turn: with one object for all threads, or one for each.
+TEST(Threads, send_one_mail_after_the_other_or_do_not_disturb_each_other) {
+  for (const bool is_shared : {true, false}) {
+    served_host crowded(false);
+    const tav_eml_smtp_settings settings = crowded.settings("127.0.0.1", false);
+    tav_eml_smtp_boundary shared(settings);
+    int inside = 0;  // nothing protects it but the lock of the shared object
+    run_at_once([&](int thread) {
+      tav_eml_smtp_boundary own(settings);
+      tav_eml_smtp_boundary& boundary = is_shared ? shared : own;
+      for (int round = 0; round < kRounds; ++round) {
+        if (round % 5 == 3) {
+          EXPECT_EQ(boundary.test(), TAV_EML_OK);
+          continue;
+        }
+        EXPECT_EQ(boundary.connect_mail(), TAV_EML_OK);
+        EXPECT_EQ(is_shared ? ++inside : 1, 1);
+        std::this_thread::yield();
+        if (is_shared) --inside;
+        send_mail(boundary, std::to_string(thread * kRounds + round), round % 5 == 4);
       }
-      EXPECT_EQ(shared.connect_mail(), TAV_EML_OK);
-      EXPECT_EQ(++inside, 1);
-      std::this_thread::yield();
-      --inside;
-      const bool is_aborted = round % 5 == 4;
-      EXPECT_EQ(send_mail(shared, name_of(thread, round), is_aborted ? 2 : kPieces), TAV_EML_OK);
-      if (!is_aborted) ++sent;
-    }
-  });
-  server.stop();
-  EXPECT_EQ(inside, 0);
-  EXPECT_EQ(host.connections(), kThreads * kRounds);
-  EXPECT_EQ(whole_mails(host).size(), sent);
-}
-
-TEST(Threads, objects_of_their_own_do_not_disturb_each_other) {
-  smtp_host host;
-  loopback_server server;
-  const uint16_t port = server.listen(host);
-  server.start();
-  run_at_once(kThreads, [port](size_t thread) {
-    const tav_eml_smtp_settings settings(setting_for(port));
-    tav_eml_smtp_boundary own(settings);
-    for (size_t round = 0; round < kRounds; ++round) {
-      EXPECT_EQ(own.connect_mail(), TAV_EML_OK);
-      EXPECT_EQ(send_mail(own, name_of(thread, round)), TAV_EML_OK);
-    }
-  });
-  server.stop();
-  EXPECT_EQ(whole_mails(host).size(), kThreads * kRounds);
+    });
+    crowded.end();
+    std::set<std::string> subjects;
+    for (const mailhost::mail& each : crowded.host.memory.mails())
+      EXPECT_TRUE(subjects.insert(subject_of(each.data)).second) << "came twice";
+    EXPECT_EQ(subjects.size(), 8u * kRounds * 3 / 5);
+    EXPECT_EQ(crowded.host.connections(), 8u * kRounds);
+  }
 }
 
 // The port remembers which name a thread resolved, and TLS checks the certificate for it.
 TEST(Threads, resolve_names_at_the_same_time_and_each_checks_its_own) {
-  const std::filesystem::path folder =
-      std::filesystem::temp_directory_path() / ("lock_test-" + std::to_string(getpid()));
-  std::filesystem::create_directories(folder);
-  const auto files = tav_test::make_certificates(folder, {"localhost"});
-  setenv("SSL_CERT_FILE", files.ca.c_str(), 1);
-  setenv("SSL_CERT_DIR", "/dev/null", 1);
-  smtp_host host;
-  loopback_server server(files);
-  const uint16_t port = server.listen(host, tav_test::tls_mode::implicit);
-  server.start();
-  run_at_once(kThreads, [port](size_t thread) {
+  served_host host(true);
+  const std::string authority = testing::TempDir() + "lock_test.pem";
+  std::ofstream(authority) << mailhost::to_pem(host.own.authority.get());
+  setenv("SSL_CERT_FILE", authority.c_str(), 1);
+  run_at_once([&host](int thread) {
     const bool is_good = thread % 2 == 0;
-    _tav_eml_smtp_setting record = setting_for(port);
-    record.server = is_good ? "localhost" : "127.0.0.1";
-    record.tlsmode = 1;
-    record.tls_opt[0] = 1;
-    const tav_eml_smtp_settings settings(record);
-    for (size_t round = 0; round < kRounds; ++round) {
-      const TAV_EML_RESULT result = tav_eml_smtp_boundary(settings).test();
-      EXPECT_EQ(result, is_good ? TAV_EML_OK : TAV_EML_ERR_TLS_CONNECT_REFUSED);
+    const auto settings = host.settings(is_good ? "localhost" : "127.0.0.1", true);
+    for (int round = 0; round < kRounds; ++round) {
+      EXPECT_EQ(tav_eml_smtp_boundary(settings).test(),
+                is_good ? TAV_EML_OK : TAV_EML_ERR_TLS_CONNECT_REFUSED);
     }
   });
-  server.stop();
-  std::filesystem::remove_all(folder);
+  host.end();
 }
 
 }  // namespace

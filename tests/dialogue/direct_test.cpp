@@ -1,0 +1,149 @@
+// What the facades do not show: the transport and the parser called directly, and what stays in
+// memory.
+
+#include <climits>
+
+#include "device.h"
+
+namespace dialogue {
+namespace {
+
+struct Direct : testing::Test {
+  Direct() { net.resolve(kServer, {kAddress}); }
+  ~Direct() override { EXPECT_TRUE(net.clean()); }
+
+  // A connection to a server that says this.
+  TAV_EML_RESULT connect(const std::string& said = "") {
+    host.script.add("greeting " + device::exact(said) + "\n");
+    net.serve(kAddress, 25, door);
+    return transport.connect_mail(&sock, kServer, 25, 1000, 0);
+  }
+
+  mailhost::mail_host host;
+  host_door door{host, mailhost::protocol::pop3};
+  fake_platform net;
+  log_capture log;
+  tav_eml_mlutl_mail_net transport;
+  TAV_EML_TLS_INFO tls = {};
+  int sock = 0;
+};
+
+TEST_F(Direct, reads_one_line_and_nothing_after_it) {
+  const struct {
+    const char* sent;
+    long size;
+    TAV_EML_RESULT result;
+    const char* line;
+    long size_out;
+  } cases[] = {
+      {"abcdefghijkl^", 10, TAV_EML_OK, "abcdefghi", 10},
+      {"ab\\ncd^next", 100, TAV_EML_OK, "ab\\ncd^", 8},
+      {"^", 100, TAV_EML_OK, "^", 3},
+      {"a\\r^", 100, TAV_EML_OK, "a\\r^", 5},
+      {"x", 2, TAV_EML_OK, "x", 2},
+      {"abc", 10, TAV_EML_ERR_TRANSFER_TIMEOUT, nullptr, 10},
+      {"abc", 1, TAV_EML_ERR_UNKNOWN, nullptr, 1},
+  };
+  for (const auto& test : cases) {
+    ASSERT_EQ(connect(test.sent), TAV_EML_OK);
+    char buffer[100];
+    long size = test.size;
+    EXPECT_EQ(transport.recv_one_line(sock, buffer, size, 0, 1000, tls), test.result);
+    if (test.line != nullptr) {
+      EXPECT_EQ(buffer, expand(test.line));
+      EXPECT_EQ(size, test.size_out);
+    }
+    transport.close_socket(sock);
+  }
+}
+
+TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
+  ASSERT_EQ(connect(), TAV_EML_OK);
+  net.fail(net_call::shutdown, 1, -1);
+  EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_SOCKET);
+  ASSERT_EQ(connect(), TAV_EML_OK);
+  net.fail(net_call::shutdown, 2, 3);
+  EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_UNKNOWN);
+  EXPECT_EQ(transport.close_socket(sock), TAV_EML_OK);  // it was still open
+}
+
+TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
+  net.refuse(kAddress, 25, -1);
+  EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_CONNECT);
+  EXPECT_EQ(sock, 0);
+  net.fail(net_call::socket, 2, -5);
+  EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_SOCKET);
+  EXPECT_EQ(sock, -5);
+}
+
+TEST_F(Direct, secrets_are_wiped_from_the_session) {
+  mailhost::settings offers;
+  offers.users = {{"u", kSecret}};
+  offers.methods = {"PLAIN"};
+  mailhost::mail_host server(offers);
+  host_door smtp(server, mailhost::protocol::smtp);
+  net.serve(kAddress, 25, smtp);
+  _tav_eml_smtp_setting record;
+  record.server = kServer;
+  record.port = 25;
+  record.auth_kind = 1;
+  record.user_id = "u";
+  record.password = kSecret;
+  const tav_eml_smtp_settings settings(record);
+  tav_eml_smtp_command command;
+  ntssmtp_fileptr* session = nullptr;
+  ASSERT_EQ(command.tav_eml_smtp_connect_start(&settings, &session), TAV_EML_OK);
+  for (const char* buffer : {session->send_buffer, session->recv_buffer}) {
+    const std::string held(buffer, SMTP_BUFFER_SIZE);
+    EXPECT_EQ(held.find(kSecret), std::string::npos);
+    EXPECT_EQ(held.find("dGFuc3RhYW"), std::string::npos);
+  }
+  EXPECT_STREQ(session->recv_buffer, "235 2.7.0 logged in\r\n");
+  EXPECT_EQ(command.tav_eml_smtp_disconnect(&settings, session), TAV_EML_OK);
+  EXPECT_EQ(session->sock, 0);
+  UtlOS::MemFree(session->send_buffer);
+  UtlOS::MemFree(session->recv_buffer);
+  UtlOS::MemFree(session);
+}
+
+// Without moving so much: the operation that counts a line's bytes is told of a long one.
+TEST_F(Direct, a_message_ends_at_two_gibibytes) {
+  using parser = tav_eml_mlutl_receive;
+  using mail = tav_eml_mlutl_mail;
+  const std::function<TAV_EML_UTL_RETCODE(parser&, mail&)> steps[] = {
+      [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); },
+      [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); },
+      [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); },
+      [&](parser& r, mail& m) {
+        auto code = TAV_EML_UTL_OK;
+        while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
+        return code;
+      },
+  };
+  for (const auto& read_on : steps) {
+    ASSERT_EQ(connect("Content-Type: multipart/mixed; boundary=b^^{preamble^*100000}"), TAV_EML_OK);
+    parser receiver;
+    mail endless;
+    endless.set_part(new tav_eml_mlutl_mail_part);
+    ASSERT_EQ(receiver.receive_header(endless, sock, 7, 0, tls), TAV_EML_UTL_OK);
+    UtlString counted("x\r\n");
+    receiver.ChkMailEndLine(endless, counted, INT_MAX - 10000, 0);
+    EXPECT_EQ(read_on(receiver, endless), TAV_EML_UTL_BAD_REPLY);
+    EXPECT_TRUE(log.contains("message without end"));
+    EXPECT_EQ(sock, 0);
+    log.clear();
+  }
+}
+
+TEST_F(Direct, codes_of_the_parser_are_those_of_the_facade) {
+  const TAV_EML_RESULT codes[] = {
+      TAV_EML_OK,         TAV_EML_ERR_UNKNOWN,   TAV_EML_ERR_NOT_CONNECTED,
+      TAV_EML_ERR_REPLY,  TAV_EML_ERR_NO_MEMORY, TAV_EML_ERR_UNKNOWN,
+      TAV_EML_ERR_UNKNOWN};
+  for (int32_t i = 0; i < 7; ++i)
+    EXPECT_EQ(tav_eml_pop3_boundary::convert_utl_retcode(static_cast<TAV_EML_UTL_RETCODE>(i)),
+              codes[i]);
+}
+
+}  // namespace
+}  // namespace dialogue

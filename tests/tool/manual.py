@@ -1,0 +1,57 @@
+"""The manual against the programs: manual.py TAVMAIL TAVMAIL_HOST ROOT
+
+Every long option that a command's --help shows stands in its page, and no page names one that is
+not there. The exit codes listed are those of the code.
+"""
+
+import glob
+import os
+import re
+import shutil
+import subprocess
+import sys
+
+TAVMAIL, HOST, ROOT = sys.argv[1:4]
+PAGES = {"tavmail": [TAVMAIL], "tavmail-send": [TAVMAIL, "send"], "tavmail-host": [HOST],
+         "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"]}
+os.chdir(os.path.join(ROOT, "docs", "man"))  # where pages find each other
+problems, everywhere = [], set()
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+for name, command in PAGES.items():
+    shown = subprocess.run([*command, "--help"], capture_output=True, check=True).stdout.decode()
+    # Where an option is defined: at the start of its line, perhaps behind a letter.
+    known = set(re.findall(r"^ +(?:-\w, ?)?--([a-z0-9-]+)", shown, re.M))
+    assert "help" in known, known
+    everywhere |= known
+    problems += [f"{name}: only one of --help and the page has --{option}"
+                 for option in known ^ set(re.findall(r"\bFl -([a-z0-9-]+)", read(name + ".1")))]
+keys = " ".join(re.findall(r"^\.It Cm (.*)", read("tavmail.toml.5"), re.M))
+problems += [f"tavmail.toml names the key {key}" for key in re.findall(r"[a-z_]+", keys)
+             if key != "password" and key.replace("_", "-") not in everywhere]
+
+values = dict(re.findall(r"#define (EX_\w+)\s+(\d+)", read("/usr/include/sysexits.h")))
+sources = "".join(map(read, glob.glob(os.path.join(ROOT, "tool", "*.[ch]*"))))
+used = {values[name] for name in re.findall(r"\bEX_[A-Z]+\b", sources)} | {"130"}
+section = read("tavmail.1").split(".Sh EXIT STATUS")[1].split(".Sh ")[0]
+problems += [f"only one of the page and the code has the exit code {code}"
+             for code in used ^ set(re.findall(r"^\.It (\d+)", section, re.M))]
+# The texts that the page explains are those of the tool; "…" is where a name goes.
+ported = map(read, glob.glob(os.path.join(ROOT, "platform", "linux", "*.cpp")))
+said = re.sub(r'"\s*\n\s*"', "", sources + "".join(ported)).replace('\\"', '"')
+rows = re.findall(r"^\| ((?:[^|`]|`[^`]*`)*) \| (?:\d|\d\d `\w|\d\d \|)",
+                  read(os.path.join(ROOT, "docs", "troubleshooting.md")), re.M)
+assert len(rows) > 30, rows
+problems += [f"troubleshooting.md explains \"{piece}\", which tavmail does not say"
+             for row in rows for text in re.findall("`([^`]*)`", row)
+             for piece in text.split("…") if len(piece) > 1 and piece not in said]
+if shutil.which("mandoc"):
+    problems += subprocess.run(["mandoc", "-T", "lint", *sorted(os.listdir())],
+                               capture_output=True).stdout.decode().splitlines()
+print("\n".join(problems) or "the manual is as the tool is")
+sys.exit(1 if problems else 0)
