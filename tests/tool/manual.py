@@ -25,7 +25,7 @@ def read(path):
 
 for name, command in PAGES.items():
     shown = subprocess.run([*command, "--help"], capture_output=True, check=True).stdout.decode()
-    # Where an option is defined: at the start of its line, perhaps behind a letter.
+    # Where an option is defined: at the start of its line, perhaps after a letter.
     known = set(re.findall(r"^ +(?:-\w, ?)?--([a-z0-9-]+)", shown, re.M))
     assert "help" in known, known
     everywhere |= known
