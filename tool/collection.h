@@ -3,6 +3,7 @@
 #ifndef COLLECTION_H
 #define COLLECTION_H
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -12,6 +13,7 @@
 #include "mail_folder.h"
 #include "mailbox_options.h"
 #include "mailbox_session.h"
+#include "picking.h"
 #include "problem.h"
 #include "raw_header.h"
 #include "received_mail.h"
@@ -19,13 +21,21 @@
 
 namespace tavmail {
 
+// What a mail becomes: a file for each part, or the mail as it came.
+enum class mail_format { parts, eml, maildir, mbox };
+
 // What is wanted of a run.
 struct collection_options {
   mailbox_options mailbox;
+  picking picks;
   std::string folder;  // "": only the headers
-  std::string seen;    // "": that of the mailbox
-  int most = 0;        // mails; 0: all of them
-  bool all = false;    // those that were seen before too
+  mail_format format = mail_format::parts;
+  std::string pipe;      // a command that each mail is handed to; "" for none
+  uint64_t largest = 0;  // bytes; 0: any size
+  bool keeps_char_set = false;
+  std::string seen;  // "": that of the mailbox
+  int most = 0;      // mails; 0: all of them
+  bool all = false;  // those that were seen before too
   bool is_deleting = false;
   bool verbose = false;
   bool quiet = false;

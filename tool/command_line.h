@@ -70,6 +70,9 @@ class command_line {
   option add(const std::string& names, std::string& value, const std::string& help);
   option add(const std::string& names, std::vector<std::string>& values, const std::string& help);
   option add(const std::string& names, int& value, const std::string& help);
+  option add(const std::string& names, std::vector<int>& values, const std::string& help);
+  // In bytes: "300000", "500K", "5M".
+  option add_size(const std::string& names, uint64_t& bytes, const std::string& help);
   option add(const std::string& names, uint32_t& value, const std::string& help);
   option add(const std::string& names, std::function<void(int)> take, const std::string& help);
   option add_flag(const std::string& names, bool& value, const std::string& help);
