@@ -49,6 +49,10 @@ option option::repeatable() const { return option(m_option->allow_extra_args(fal
 
 option option::first_counts() const { return option(m_option->take_first()); }
 
+option option::as_size() const {
+  return option(m_option->transform(CLI::AsSizeValue(false).description("")));
+}
+
 bool option::is_given() const { return m_option->count() > 0; }
 
 std::vector<std::string> option::values() const { return m_option->results(); }
@@ -104,12 +108,11 @@ option command_line::add(const std::string& names, std::vector<int>& values,
   return option(m_app->add_option(names, values, help));
 }
 
-option command_line::add_size(const std::string& names, uint64_t& bytes, const std::string& help) {
-  CLI::Option* const added = m_app->add_option(names, bytes, help);
-  return option(added->transform(CLI::AsSizeValue(false).description("")));
+option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
+  return option(m_app->add_option(names, value, help));
 }
 
-option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
+option command_line::add(const std::string& names, uint64_t& value, const std::string& help) {
   return option(m_app->add_option(names, value, help));
 }
 

@@ -1,6 +1,7 @@
 #include "picking.h"
 
 #include <algorithm>
+#include <set>
 
 #include "problem.h"
 
@@ -37,23 +38,15 @@ bool picking::has(const listed_mail& mail) const {
   return contains(numbers, mail.number) || (!mail.uid.empty() && contains(uids, mail.uid));
 }
 
-void picking::require_all(const std::vector<const listed_mail*>& mails) const {
-  std::vector<int> known_numbers;
-  std::vector<std::string> known_uids;
-  for (const listed_mail* mail : mails) {
-    known_numbers.push_back(mail->number);
-    known_uids.push_back(mail->uid);
-  }
-  std::sort(known_uids.begin(), known_uids.end());
+void picking::require_all(const std::vector<listed_mail>& mails) const {
+  std::set<std::string> known;
+  for (const listed_mail& mail : mails) known.insert(mail.uid);
+  known.erase("");
   for (const int number : numbers) {
-    if (!std::binary_search(known_numbers.begin(), known_numbers.end(), number)) {
-      refuse("number " + std::to_string(number));
-    }
+    if (static_cast<size_t>(number) > mails.size()) refuse("number " + std::to_string(number));
   }
   for (const std::string& uid : uids) {
-    if (uid.empty() || !std::binary_search(known_uids.begin(), known_uids.end(), uid)) {
-      refuse("unique id " + uid);
-    }
+    if (known.count(uid) == 0) refuse("unique id " + uid);
   }
 }
 

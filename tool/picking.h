@@ -21,7 +21,7 @@ struct picking {
   bool is_empty() const { return numbers.empty() && uids.empty(); }
   bool has(const listed_mail& mail) const;
   // Throws a problem when the mailbox lacks one of them.
-  void require_all(const std::vector<const listed_mail*>& mails) const;
+  void require_all(const std::vector<listed_mail>& mails) const;
 };
 
 }  // namespace tavmail

@@ -105,7 +105,8 @@ command add_receive(command_line& tool) {
   line.add_flag("--delete", options->is_deleting, "delete what was saved on the server")
       .group("Mail");
   options->picks.add_to(line, "fetch");
-  line.add_size("--max-size", options->largest, "leave larger mails: 300000, 500K, 5M")
+  line.add("--max-size", options->largest, "leave larger mails: 300000, 500K, 5M")
+      .as_size()
       .value_name("SIZE")
       .group("Mail");
   line.add_flag("--original-charset", options->keeps_char_set,
