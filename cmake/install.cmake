@@ -102,22 +102,11 @@ if(NOT TAVEML_LINUX_PORT)
 endif()
 
 taveml_search_path(tavplatform "$ORIGIN")
-install(TARGETS taveml_platform utlbase tavdbglog EXPORT taveml
+taveml_install_headers(taveml_posix_headers platform/posix/include ${taveml_platform_includedir})
+set_target_properties(taveml_posix_headers PROPERTIES EXPORT_NAME posix_headers)
+install(TARGETS taveml_platform utlbase tavdbglog tavplatform EXPORT taveml
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
     NAMELINK_COMPONENT development)
-if(CMAKE_VERSION VERSION_LESS 3.23)
-  install(TARGETS tavplatform EXPORT taveml
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
-      NAMELINK_COMPONENT development)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/linux/include/
-    DESTINATION ${taveml_platform_includedir} COMPONENT development)
-else()
-  install(TARGETS tavplatform EXPORT taveml
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
-      NAMELINK_COMPONENT development
-    FILE_SET HEADERS DESTINATION ${taveml_platform_includedir} COMPONENT development)
-endif()
-
 set(taveml_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/taveml)
 install(EXPORT taveml NAMESPACE taveml:: FILE taveml-targets.cmake
   DESTINATION ${taveml_cmakedir} COMPONENT development)
