@@ -80,7 +80,7 @@ int run_tool(int argc, char** argv) {
   tool.set_version(kVersion);
   const std::vector<tavmail::command> commands = {
       tavmail::add_send(tool), tavmail::add_receive(tool), tavmail::add_doctor(tool),
-      tavmail::add_completion(tool)};
+      tavmail::add_authorize(tool), tavmail::add_completion(tool)};
   const tavmail::command* chosen = nullptr;
   try {
     if (!tool.parse(argc, argv)) return EX_OK;

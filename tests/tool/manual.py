@@ -13,7 +13,8 @@ import sys
 
 TAVMAIL, HOST, ROOT = sys.argv[1:4]
 PAGES = {"tavmail": [TAVMAIL], "tavmail-send": [TAVMAIL, "send"], "tavmail-host": [HOST],
-         "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"]}
+         "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"],
+         "tavmail-authorize": [TAVMAIL, "authorize"]}
 os.chdir(os.path.join(ROOT, "docs", "man"))  # where pages find each other
 problems, everywhere = [], set()
 
