@@ -27,7 +27,7 @@ EMBEDDING = """
 foreach(name mailutil smtp pop3 platform tests fuzz reference)
   add_library(${{name}} INTERFACE)
 endforeach()
-foreach(package CLI11 nlohmann_json tomlplusplus GTest Python3)
+foreach(package CLI11 nlohmann_json tomlplusplus smartcols lockfile GTest Python3)
   set(CMAKE_DISABLE_FIND_PACKAGE_${{package}} ON)
 endforeach()
 add_subdirectory("{root}" taveml)
