@@ -85,7 +85,8 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
     case TAV_WIRETAP_TLS_REFUSED: {
       const size_t end = std::min(bytes.find('\n'), bytes.size());
       current_connection().tls_refused = std::string(bytes.substr(0, end));
-      current_connection().tls_refusal = presentable(bytes.substr(std::min(end + 1, bytes.size())));
+      bytes.remove_prefix(std::min(end + 1, bytes.size()));
+      current_connection().tls_refusal = presentable(bytes.empty() ? latest().tls_refused : bytes);
       show("* ", "certificate refused: " + latest().tls_refusal);
       break;
     }
