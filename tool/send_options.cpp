@@ -183,7 +183,12 @@ void send_options::add_to(command_line& command) {
   add("--in-reply-to", in_reply_to, "ids of the mail answered", "IDS");
   add("--references", references, "ids of the thread", "IDS");
   add("--mdn", mdn, "ask for a notice that the mail was displayed", "ADDRESS");
-  add("--size-limit", size_limit, "most bytes of the mail", "BYTES");
+  add("--size-limit", size_limit, "most bytes of the mail; 500K, 5M", "SIZE").as_size();
+  add("--header", headers, "a field of your own, \"NAME: VALUE\"; repeatable", "FIELD").repeatable();
+  const option html_option = add("--html", html, "the text as HTML, beside --text", "TEXT");
+  add("--html-file", html_file, "file with it", "FILE").excludes(html_option);
+  add("--envelope-from", envelope_from, "where bounces go; the author by default", "ADDRESS");
+  add("--raw", raw, "file with a mail that is ready; \"-\" is standard input", "FILE");
   const option only =
       add("--permit", permit, "domain or address mail may go to; repeatable", "NAME").repeatable();
   add("--deny", deny, "domain or address that mail may not go to", "NAME")

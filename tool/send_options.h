@@ -36,6 +36,11 @@ struct send_options {
   std::string in_reply_to;
   std::string references;
   std::string mdn;
+  std::vector<std::string> headers;
+  std::string html;
+  std::string html_file;
+  std::string envelope_from;
+  std::string raw;
   uint32_t size_limit = 0;
   bool internet_fax = false;
   bool verbose = false;
