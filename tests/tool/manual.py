@@ -13,6 +13,7 @@ import sys
 
 TAVMAIL, HOST, ROOT = sys.argv[1:4]
 PAGES = {"tavmail": [TAVMAIL], "tavmail-send": [TAVMAIL, "send"], "tavmail-host": [HOST],
+         "tavmail-sendmail": [TAVMAIL, "sendmail"],
          "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"]}
 os.chdir(os.path.join(ROOT, "docs", "man"))  # where pages find each other
 problems, everywhere = [], set()
