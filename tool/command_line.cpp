@@ -111,6 +111,11 @@ option command_line::add(const std::string& names, int& value, const std::string
   return option(m_app->add_option(names, value, help));
 }
 
+option command_line::add(const std::string& names, std::vector<int>& values,
+                         const std::string& help) {
+  return option(m_app->add_option(names, values, help));
+}
+
 option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
   return option(m_app->add_option(names, value, help));
 }

@@ -72,6 +72,7 @@ class command_line {
   option add(const std::string& names, std::string& value, const std::string& help);
   option add(const std::string& names, std::vector<std::string>& values, const std::string& help);
   option add(const std::string& names, int& value, const std::string& help);
+  option add(const std::string& names, std::vector<int>& values, const std::string& help);
   option add(const std::string& names, uint32_t& value, const std::string& help);
   option add(const std::string& names, uint64_t& value, const std::string& help);
   option add(const std::string& names, std::function<void(int)> take, const std::string& help);
