@@ -7,6 +7,7 @@
 #include "outcome.h"
 #include "progress_bar.h"
 #include "seen_path.h"
+#include "state_file.h"
 
 namespace tavmail {
 
