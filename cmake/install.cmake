@@ -34,7 +34,7 @@ set_target_properties(taveml_platform_headers PROPERTIES EXPORT_NAME platform_he
 # In the build folder they lie to each other as they do in the prefix. Else CMake would leave room
 # in the search path for the one to come, with empty entries: the folder that a program is started in.
 set(taveml_libraries taveml utlbase tavdbglog)
-if(TAVEML_LINUX_PORT)
+if(TARGET tavplatform)
   list(APPEND taveml_libraries tavplatform)
 endif()
 set(taveml_build_libdir ${PROJECT_BINARY_DIR}/lib)
@@ -95,9 +95,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
   PATTERN "man" EXCLUDE PATTERN "Doxyfile" EXCLUDE PATTERN "*.py" EXCLUDE)
 
-# A device brings its own platform libraries, and its build knows where they are: the packages below
-# describe the Linux port.
-if(NOT TAVEML_LINUX_PORT)
+# A device that brings its own platform libraries has a build that knows where they are: the packages
+# below describe the port that is built here.
+if(NOT TARGET tavplatform)
   return()
 endif()
 

@@ -5,6 +5,8 @@
 // said all); TLS mode; kind of login. Then a line: "s" sends a mail, "t" tests the login, capital
 // letters are the steps of receiving. The rest is what the server says; a 0x1E waits for the
 // client.
+//
+// This device has no tokens: nothing calls fake_platform::bear(), so tav_bearer_get is missing.
 
 #include <algorithm>
 #include <cstring>

@@ -15,12 +15,11 @@ constexpr size_t kKept = 80;  // of a longer one
 
 }  // namespace
 
-std::string mailbox_key(bool is_implicit_tls, const std::string& server, int port,
-                        const std::string& user) {
-  std::string host = lower_case(server);
+std::string mailbox_key(const mailbox_options& mailbox) {
+  std::string host = lower_case(mailbox.server);
   if (host.size() > 1 && host.back() == '.') host.pop_back();
-  return std::string(is_implicit_tls ? "pop3s," : "pop3,") + encoded_name(host) + "," +
-         std::to_string(port) + "," + encoded_name(user);
+  return std::string(mailbox.tls == tls_mode::implicit ? "pop3s," : "pop3,") + encoded_name(host) +
+         "," + std::to_string(mailbox.port) + "," + encoded_name(mailbox.user);
 }
 
 std::string fingerprint(const std::string& text) {
@@ -29,13 +28,14 @@ std::string fingerprint(const std::string& text) {
   return digits;
 }
 
-seen_path default_seen_path(const std::string& key, const std::string& server,
-                            const std::string& user) {
+seen_path place_of_list(const mailbox_options& mailbox, const std::string& wanted) {
+  if (!wanted.empty()) return {wanted, ""};
+  const std::string key = mailbox_key(mailbox);
   const std::string folder = state_folder("add --seen FILE") + "/";
   const std::string name =
       key.size() > kLongestName ? key.substr(0, kKept) + "~" + fingerprint(key) : key;
   // The older name was cut at a slash, and other characters were replaced.
-  const std::string old = user + "@" + server;
+  const std::string old = mailbox.user + "@" + mailbox.server;
   const bool is_own = quorvelmida::easy::safe_file_name(old, "") == old;
   return {folder + name + ".seen", is_own ? folder + old + ".seen" : ""};
 }

@@ -19,11 +19,14 @@ std::string state_folder(const std::string& advice) {
   } else {
     throw problem(EX_USAGE, "no home directory to keep files of tavmail in; " + advice);
   }
-  folder += "/tavmail";
+  return folder + "/tavmail";
+}
+
+void make_folder_of(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder + ": " + error.message());
-  return folder;
+  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder.string() + ": " + error.message());
 }
 
 std::string encoded_name(const std::string& text) {

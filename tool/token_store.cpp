@@ -83,6 +83,7 @@ token_store::token_store(const token_provider& provider)
 token_store::lock::lock(const token_store& store, std::chrono::milliseconds patience) {
   const std::string path = store.m_path + ".lock";
   const auto end = std::chrono::steady_clock::now() + patience;
+  make_folder_of(path);
   m_fd = open(path.c_str(), O_CREAT | O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (m_fd < 0) throw cannot_keep(path, errno);
   try {
