@@ -231,7 +231,7 @@ RULE(create_message_id) {
 using expansion = decltype(device::make_subject);
 std::string expanded(const columns& in, expansion* make) {
   fake_platform net;
-  CFG_EVENT_MAIL values = {};
+  CFG_EVENT_MAIL& values = net.device_settings;
   std::strcpy(values.printer_name, "MFP1");
   std::strcpy(values.serial_number, "SN9");
   std::strcpy(values.host_name, "host");
@@ -241,7 +241,7 @@ std::string expanded(const columns& in, expansion* make) {
   std::memcpy(values.mac_address2, bytes + 6, 6);
   if (in[0] != "second") std::memcpy(values.ip_address1, bytes + 12, 4);
   if (in[0] != "first") std::memcpy(values.ip_address2, bytes + (in[0] == "both" ? 0 : 12), 4);
-  net.device_settings(values, in[0] == "fails" ? 5 : in[0] == "both" ? CFG_OK : CFG_OK_PARTIAL);
+  net.device_result = in[0] == "fails" ? 5 : in[0] == "both" ? CFG_OK : CFG_OK_PARTIAL;
   char garbage = 0, *result = &garbage;
   int length = 77;
   if (make(in.c_str(1), &result, &length) == TAV_EML_OK) return taken(result, length);
