@@ -60,7 +60,6 @@
 #include "fake_memory.h"
 #include "fake_platform.h"
 #include "log_capture.h"
-#include "quorvelmida/taveml_easy.h"
 #include "values.h"
 
 namespace dialogue {
@@ -90,6 +89,8 @@ class device {
   // then the application gives up.
   void set_up(const case_row& row);
   TAV_EML_RESULT run(const case_row& row);
+  TAV_EML_RESULT call(const statement& one);
+  void leave();
   // What must hold after a run, however it ended.
   void check_order(TAV_EML_RESULT result);
   bool has_logged_errors() const;
@@ -133,7 +134,9 @@ class device {
     const new_failure_resumed resumed;
     return function();
   }
-  static void assign(UtlString& field, const std::string& v) { field = v == "(null)" ? nullptr : v.c_str(); }
+  static void assign(UtlString& field, const std::string& v) {
+    field = v == "(null)" ? nullptr : v.c_str();
+  }
   template <typename Number>
   static void assign(Number& field, const std::string& v) {
     field = static_cast<Number>(std::stoi(v));
@@ -153,7 +156,6 @@ class device {
   }
   // The objects, made of the settings when they are first wanted.
   objects& made();
-  void leave();
 
   // Words of both protocols, and of one.
   void add_setups();

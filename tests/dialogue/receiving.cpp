@@ -24,6 +24,21 @@ namespace dialogue {
 using std::string;
 using command = tav_eml_pop3_command;
 
+namespace {
+
+// "number:id/status" of each entry.
+string shown(const tav_eml_pop3_mail_info_list& list) {
+  string all;
+  for (int i = 0; i < list.m_MailInfoVector.Count(); ++i) {
+    const auto& info = *static_cast<tav_eml_pop3_mail_info*>(list.m_MailInfoVector.ElementAt(i));
+    all += (i > 0 ? " " : "") + std::to_string(info.m_nMailNo) + ":" + text_of(info.m_strUID) +
+           "/" + std::to_string(info.m_nEntryStatus);
+  }
+  return all;
+}
+
+}  // namespace
+
 tav_eml_pop3_receive_mail& device::mail(bool is_new) {
   if (is_new || !m_received) m_received = std::make_unique<tav_eml_pop3_receive_mail>(m_info);
   return *m_received;
@@ -32,9 +47,9 @@ tav_eml_pop3_receive_mail& device::mail(bool is_new) {
 void device::add_receiving() {
   add_receiving_calls();
   add_lists();
-  m_values["subject"] = [this] { return text(m_received->m_cSubject); };
-  m_values["from"] = [this] { return text(m_received->m_cFrom.m_cAddress); };
-  m_values["to"] = [this] { return text(m_received->m_cTo.m_cAddress); };
+  m_values["subject"] = [this] { return text_of(m_received->m_cSubject); };
+  m_values["from"] = [this] { return text_of(m_received->m_cFrom.m_cAddress); };
+  m_values["to"] = [this] { return text_of(m_received->m_cTo.m_cAddress); };
   m_values["unusable"] = [this] { return std::to_string(m_unusable); };
   m_values["longest"] = [this] { return std::to_string(m_longest); };
   m_values["mailbox"] = [this] {
@@ -79,7 +94,7 @@ void device::add_receiving_calls() {
   add_beginning("header-only", begin_mail, [this](auto& inbox, auto& mail) {
     const TAV_EML_RESULT result = inbox.receive_header_only(mail, 0);
     const new_failure_pause pause;
-    if (result == TAV_EML_OK) parts_received += text(mail.m_cTo.m_cAddress);
+    if (result == TAV_EML_OK) parts_received += text_of(mail.m_cTo.m_cAddress);
     return result;
   });
   m_calls["read"] = [this](const string&) { return read(); };
@@ -143,8 +158,8 @@ bool device::read_part() {
   if (!goes_on(result)) return false;
   if (result != TAV_EML_OK) return true;  // a further one may be better
   tav_eml_mlutl_mail_part& part = *m_received->get_part();
-  now.type = text(part.m_cMediaType);
-  now.name = text(part.m_cFIleName);
+  now.type = text_of(part.m_cMediaType);
+  now.name = text_of(part.m_cFIleName);
   now.is_trace = part.m_nComplete != 0;
   while (part.m_nComplete == 0) {
     if (!goes_on(m_calls["part-body"](""))) return false;
@@ -163,8 +178,8 @@ void device::read_parts() {
   }
   received_part& only = m_parts.emplace_back();
   only.is_trace = false;
-  only.type = text(m_received->m_cMediaType);
-  only.name = text(m_received->m_cFIleName);
+  only.type = text_of(m_received->m_cMediaType);
+  only.name = text_of(m_received->m_cFIleName);
   while (m_received->m_nReceiving != 0 && goes_on(m_calls["body"](""))) take(*m_received, only);
 }
 
@@ -176,7 +191,7 @@ TAV_EML_RESULT device::read() {
   m_parts.clear();
   if (goes_on(m_calls["header"]("")) && m_unusable == 0) {
     read_parts();
-    parts_received += text(m_received->m_cTo.m_cAddress) + ": " + parts_shown(false);
+    parts_received += text_of(m_received->m_cTo.m_cAddress) + ": " + parts_shown(false);
   }
   m_value = parts_shown(true);
   if (m_received->m_nReceiving != 0) {
@@ -191,8 +206,8 @@ string device::parts_shown(bool named) const {
   string all;
   for (const received_part& part : m_parts) {
     const string name = named && !part.name.empty() ? "(" + part.name + ")" : "";
-    all += (all.empty() ? "" : " ") +
-           (part.is_trace ? "-" : part.type + name + "[" + part.data + "]");
+    all +=
+        (all.empty() ? "" : " ") + (part.is_trace ? "-" : part.type + name + "[" + part.data + "]");
   }
   return all;
 }
@@ -216,7 +231,7 @@ TAV_EML_RESULT device::run_command(const string& line) {
     m_value = std::to_string(first);
   } else if (verb == "UIDL" || verb == "RETR") {
     result = run(verb == "UIDL" ? command::get_uniq_id : command::read_open, number, word);
-    m_value = text(word);
+    m_value = text_of(word);
   } else if (verb == "NOOP") {
     result = run(command::noop);
   } else {

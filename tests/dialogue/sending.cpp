@@ -138,8 +138,7 @@ TAV_EML_RESULT device::send(const string& body) {
   if (result == TAV_EML_OK && m_mail.m_pPart != nullptr) {
     result = m_calls["part-header"]("");
     if (result == TAV_EML_OK)
-      result =
-          send_pieces(*m_mail.m_pPart, m_attachment, &tav_eml_smtp_boundary::send_part_body);
+      result = send_pieces(*m_mail.m_pPart, m_attachment, &tav_eml_smtp_boundary::send_part_body);
   }
   if (result == TAV_EML_OK) return m_calls["end"]("");
   m_calls["abort"]("");

@@ -142,8 +142,7 @@ class storm : public testing::TestWithParam<const dialogue_case*> {
   void lie(const ordinary_run& whole, size_t nth, const string& reply, bool ends_there) {
     const auto prepare = [&](device& d) {
       d.net.attack.active = true;
-      d.net.attack.replaced = nth;
-      d.net.attack.replacement = expand(reply);
+      d.net.attack.replaced = {{nth, expand(reply)}};
       d.net.attack.ends_there = ends_there;
     };
     survive(whole, {harm::lies, "reply " + std::to_string(nth) + " is " + reply, prepare});

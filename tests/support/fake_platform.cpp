@@ -190,15 +190,16 @@ void fake_platform::arrive(fake_socket& sock, const std::string& said) {
     return;
   }
   attack.bytes += said.size();
-  if (++attack.said == attack.replaced) {
-    sock.inbound += attack.replacement;
-    sock.is_cut_off = attack.ends_there;
-    return;
+  const auto replaced = attack.replaced.find(++attack.said);
+  if (replaced != attack.replaced.end()) {
+    sock.inbound += replaced->second;
+    sock.is_cut_off = attack.ends_there && attack.said == attack.replaced.rbegin()->first;
+  } else {
+    const size_t allowed = std::min(said.size(), attack.cut);
+    sock.inbound.append(said, 0, allowed);
+    if (attack.cut != tampering::never) attack.cut -= allowed;
+    sock.is_cut_off = attack.cut == 0;
   }
-  const size_t allowed = std::min(said.size(), attack.cut);
-  sock.inbound.append(said, 0, allowed);
-  if (attack.cut != tampering::never) attack.cut -= allowed;
-  sock.is_cut_off = attack.cut == 0;
   if (sock.is_cut_off && attack.cut_closes) sock.peer_leaves();
 }
 

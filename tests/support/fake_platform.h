@@ -60,11 +60,10 @@ const char* name_of(net_call kind);
 struct tampering {
   static constexpr size_t never = SIZE_MAX;
 
-  size_t cut = never;       // only so many bytes pass; then silence
-  bool cut_closes = false;  // or the connection is closed instead
-  size_t replaced = never;  // of the things that are said, from 1, this one is replaced
-  std::string replacement;
-  bool ends_there = false;  // nothing is said after it
+  size_t cut = never;                      // only so many bytes pass; then silence
+  bool cut_closes = false;                 // or the connection is closed instead
+  std::map<size_t, std::string> replaced;  // of the things that are said, from 1
+  bool ends_there = false;                 // nothing is said after the last of them
   bool active = false;
 
   size_t said = 0;   // things said by the host; a greeting or a reply, of however many lines
@@ -197,7 +196,7 @@ class fake_platform {
   bool m_isAnyLate = false;
   std::map<net_call, size_t> m_counts;
   std::vector<std::pair<std::optional<net_call>, std::string>> m_records;  // sleeps have no kind
-  std::string m_faults;     // one a line
+  std::string m_faults;                                                    // one a line
   size_t m_idleCalls = 0;   // transfers in a row that moved nothing
   int64_t m_timeLimit = 0;  // ms that the present call may take
 };
