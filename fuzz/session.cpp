@@ -2,7 +2,7 @@
 //
 // Control bytes: failing allocation, and whether all later ones fail; bytes per call of the network
 // (0: all); the network call that fails (0: none); flags (1 all later calls fail too, 2 with a
-// time-out, 4 the server closes when it has said all); TLS mode; kind of login. Then a line: what
+// time-out, 4 the server closes when it has said all); TLS mode; kind of login, from 5 on with tokens. Then a line: what
 // the application does, one letter for each step. The rest is what the server says; a 0x1E waits
 // until it has something to say again.
 
@@ -35,6 +35,7 @@ void set_up(dialogue::device& player, bool receives, fuzz::input& in) {
   add("offers", "tls PLAIN LOGIN CRAM-MD5 DIGEST-MD5");
   add("serves", tls == 1 ? "implicit-tls" : "plain");
   add("set", "tls " + std::to_string(tls));
+  if (login > 4) add("token", "toktoktok1 toktoktok2");
   add("set", receives ? "apop " + std::to_string(login % 2) : "auth " + std::to_string(login % 5));
   if (!receives) {
     add("attach", "data");

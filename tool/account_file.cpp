@@ -181,8 +181,14 @@ std::string account_file::default_path() {
   return home_of("") + "/.config/tavmail/config.toml";
 }
 
-void account_file::add_to(command_line& command) {
-  command.add("-A,--account", m_account, "account of the configuration file")
+void account_file::add_to(command_line& command) { add_named(command, "-A,--account"); }
+
+void account_file::add_positional_to(command_line& command) {
+  add_named(command, "-A,--account,account");
+}
+
+void account_file::add_named(command_line& command, const char* names) {
+  command.add(names, m_account, "account of the configuration file")
       .value_name("NAME")
       .group("Server");
   command.add("--config", m_path, "in place of ~/.config/tavmail/config.toml")

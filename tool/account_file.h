@@ -29,6 +29,8 @@ namespace tavmail {
 class account_file {
  public:
   void add_to(command_line& command);
+  // The account may be an argument, too.
+  void add_positional_to(command_line& command);
 
   // Fills the options of `command` from the table `section` ("smtp" or "pop3") of the account.
   // Keys of other commands are passed over. Throws a problem that names file and line. `optional`:
@@ -39,6 +41,8 @@ class account_file {
   static std::string default_path();
 
  private:
+  void add_named(command_line& command, const char* names);
+
   std::string m_path;
   std::string m_account;
 };

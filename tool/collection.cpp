@@ -1,7 +1,6 @@
 #include "collection.h"
 
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 #include "interrupt.h"
@@ -21,39 +20,26 @@ constexpr int kMostLists = 20;     // of one run
 // The bytes of a received line for which the library has room, its end counted.
 constexpr size_t kLongestLine = 4095;
 
-dialogue_view::line_sink sink_of(const collection_options& options) {
-  if (!options.verbose) return {};
-  return [](const std::string& line) { std::cerr << line << '\n'; };
-}
-
-std::string key_of(const mailbox_options& mailbox) {
-  return mailbox_key(mailbox.tls == tls_mode::implicit, mailbox.server, mailbox.port, mailbox.user);
-}
-
 }  // namespace
 
 collection::collection(const collection_options& options)
     : m_options(options),
-      m_view(sink_of(options), dialogue_kind::pop3),
-      m_tap(m_view, m_header),
-      m_key(key_of(options.mailbox)),
-      m_settings(options.mailbox.settings()),
-      m_session(m_settings) {
+      m_key(mailbox_key(options.mailbox)),
+      m_visit(options.mailbox, options.verbose, [this] { check_end(); }) {
   if (options.saves()) m_folder.emplace(options.folder);
   if (options.all) return;
-  const seen_path place =
-      options.seen.empty() ? default_seen_path(m_key, options.mailbox.server, options.mailbox.user)
-                           : seen_path{options.seen, ""};
+  const seen_path place = place_of_list(options.mailbox, options.seen);
+  if (options.seen.empty()) make_folder_of(place.path);
   m_seen.emplace(place.path, place.old);
 }
 
 void collection::run() {
-  open();
+  m_visit.open();
   list();
   if (m_seen) compare_with_seen();
   take_mails();
   delete_mails();
-  m_session.quit();
+  m_visit.session().quit();
   if (m_seen) m_seen->settle({});
 }
 
@@ -73,12 +59,6 @@ void collection::check_end() const {
                                       : std::to_string(count) + " mails were received before");
 }
 
-void collection::require(TAV_EML_RESULT result) {
-  if (result == TAV_EML_OK) return;
-  check_end();
-  throw explain_mailbox(result, m_view, m_options.mailbox);
-}
-
 void collection::note_trouble(const problem& cause) {
   if (!m_trouble) m_trouble = cause;
 }
@@ -88,30 +68,12 @@ bool collection::is_done() const {
   return m_options.most > 0 && m_mails.size() >= static_cast<size_t>(m_options.most);
 }
 
-void collection::open() {
-  if (m_session.is_connected()) return;
-  require(m_session.connect());
-  require(m_session.count(m_onServer));
-  ++m_connection;
-}
-
 void collection::list() {
   if (++m_lists > kMostLists) {
     throw problem(EX_PROTOCOL, m_options.mailbox.place() +
                                    " gives mails another number on every connection; try --all");
   }
-  std::vector<listed_mail> listed;
-  m_hasUids = true;
-  if (m_onServer > 0) {
-    const TAV_EML_RESULT result =
-        m_session.list(m_onServer, listed, m_hasUids, [this] { check_end(); });
-    if (result == TAV_EML_ERR_REPLY) {
-      throw problem(EX_PROTOCOL, m_options.mailbox.place() +
-                                     " sends a list of mails without end, or with a "
-                                     "line of more than 4095 bytes");
-    }
-    require(result);
-  }
+  std::vector<listed_mail> listed = m_visit.list(m_hasUids);
   if (!m_hasUids && m_seen) {
     throw problem(EX_UNAVAILABLE, m_options.mailbox.place() +
                                       " gives mails no unique ids (UIDL); fetch them with --all");
@@ -137,7 +99,7 @@ void collection::take_listed(std::vector<listed_mail> listed) {
     }
     m_entries.push_back(std::move(mail));
   }
-  m_listed = m_connection;
+  m_listed = m_visit.connection();
 }
 
 // Brings the file and what the server has together.
@@ -148,7 +110,7 @@ void collection::compare_with_seen() {
   } else {
     note_trouble(problem(EX_UNAVAILABLE, m_options.mailbox.place() + " gives " +
                                              std::to_string(nameless->second) + " of " +
-                                             std::to_string(m_onServer) +
+                                             std::to_string(m_visit.on_server()) +
                                              " mails no unique id (UIDL); fetch them with --all"));
   }
   for (entry& mail : m_entries) {
@@ -184,7 +146,7 @@ void collection::take_mails() {
       ++at;
       continue;
     }
-    open();
+    m_visit.open();
     if (!has_its_number(m_entries[at])) {
       list();
       at = 0;
@@ -200,15 +162,15 @@ void collection::take_mails() {
 // Another connection may number the mails in another way. To list them all again for each mail that
 // breaks one would cost the square of their count.
 bool collection::has_its_number(const entry& mail) {
-  if (m_listed == m_connection || mail.uid.empty()) return true;
+  if (m_listed == m_visit.connection() || mail.uid.empty()) return true;
   std::string uid;
-  require(m_session.uid_of(mail.number, uid));
+  m_visit.require(m_visit.session().uid_of(mail.number, uid));
   return uid == mail.uid;
 }
 
 // Reads a mail. The connection may be lost afterwards.
 void collection::take(entry& listed) {
-  listed.connection = m_connection;
+  listed.connection = m_visit.connection();
   listed.mail = m_mails.size();
   const bool is_noted = m_seen && m_options.saves();
   if (is_noted) {
@@ -234,7 +196,7 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
   // What is left of it stands between us and the next mail.
   tav_eml_pop3_mail_info info;
   tav_eml_pop3_receive_mail rest(info);
-  const bool is_lost = result != TAV_EML_OK && m_session.skip_mail(rest) != TAV_EML_OK;
+  const bool is_lost = result != TAV_EML_OK && m_visit.session().skip_mail(rest) != TAV_EML_OK;
   problem cause = explain_mail(result, listed.number, is_lost);
   if (m_seen && m_options.saves() && m_seen->is_given_up(listed.key())) {
     cause = problem(cause.exit_code(),
@@ -254,10 +216,10 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
   tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
   progress_bar bar("Receiving mail " + std::to_string(listed.number),
                    static_cast<uint64_t>(listed.size), !m_options.quiet && !m_options.verbose);
-  uint64_t shown = m_view.message_bytes();
-  mail_reader reader(m_session, m_header, [&] {
-    bar.advance(m_view.message_bytes() - shown);
-    shown = m_view.message_bytes();
+  uint64_t shown = m_visit.view().message_bytes();
+  mail_reader reader(m_visit.session(), m_visit.header(), [&] {
+    bar.advance(m_visit.view().message_bytes() - shown);
+    shown = m_visit.view().message_bytes();
     check_end();
   });
   return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
@@ -273,13 +235,15 @@ std::string collection::mark_of(const entry& mail) const {
 
 // Then the library has ended the connection. Its results do not tell it from one that broke; that
 // no more of the line was read does.
-bool collection::is_line_too_long() const { return m_view.unfinished_line() >= kLongestLine; }
+bool collection::is_line_too_long() const {
+  return m_visit.view().unfinished_line() >= kLongestLine;
+}
 
 problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
   const std::string which = "mail " + std::to_string(number);
   const problem cause =
       explain_mailbox(result == TAV_EML_ERR_UNKNOWN && is_lost ? TAV_EML_ERR_TRANSFER : result,
-                      m_view, m_options.mailbox);
+                      m_visit.view(), m_options.mailbox);
   const auto told = [&](int exit_code, const std::string& sentence) {
     return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
   };
@@ -306,19 +270,18 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
 void collection::delete_mails() {
   const auto is_to_go = [](const entry& mail) { return mail.is_to_go; };
   if (std::none_of(m_entries.begin(), m_entries.end(), is_to_go)) return;
-  open();
-  if (m_listed != m_connection && m_hasUids) list();
+  m_visit.open();
+  if (m_listed != m_visit.connection() && m_hasUids) list();
   const std::vector<const entry*> deleted = mark_as_deleted();
-  if (!m_session.is_connected()) return;
-  m_session.quit();
-  if (was_confirmed()) {
+  if (!m_visit.session().is_connected()) return;
+  if (m_visit.quit_is_confirmed()) {
     note_deleted(deleted);
   } else if (!deleted.empty() && interrupt_guard::was_pressed()) {
     note_trouble(interrupt_guard::cause("the server did not confirm what it was to delete"));
   } else if (!deleted.empty()) {
     note_trouble(problem(EX_TEMPFAIL, m_options.mailbox.place() +
                                           " did not confirm that it deleted what was received")
-                     .at("the goodbye", reply_text(m_view.decisive()), ""));
+                     .at("the goodbye", reply_text(m_visit.view().decisive()), ""));
   }
 }
 
@@ -327,17 +290,17 @@ std::vector<const collection::entry*> collection::mark_as_deleted() {
   std::vector<const entry*> marked;
   const std::map<std::string, int> staying = copies_that_stay();
   for (const entry& mail : m_entries) {
-    const bool is_certain = mail.connection == m_connection ||
-                            (m_listed == m_connection && staying.count(mail.uid) == 0);
+    const bool is_certain = mail.connection == m_visit.connection() ||
+                            (m_listed == m_visit.connection() && staying.count(mail.uid) == 0);
     if (!mail.is_to_go || !is_certain) continue;
-    const TAV_EML_RESULT result = m_session.remove(mail.number);
+    const TAV_EML_RESULT result = m_visit.session().remove(mail.number);
     if (result == TAV_EML_OK) {
       marked.push_back(&mail);
     } else {
       check_end();
-      note_trouble(explain_mailbox(result, m_view, m_options.mailbox));
+      note_trouble(explain_mailbox(result, m_visit.view(), m_options.mailbox));
     }
-    if (!m_session.is_connected()) break;
+    if (!m_visit.session().is_connected()) break;
   }
   return marked;
 }
@@ -350,11 +313,6 @@ std::map<std::string, int> collection::copies_that_stay() const {
     if (!mail.is_to_go) ++staying[mail.uid];
   }
   return staying;
-}
-
-bool collection::was_confirmed() const {
-  const exchange* last = m_view.decisive();
-  return last != nullptr && last->verb == "QUIT" && last->is_success();
 }
 
 void collection::note_deleted(const std::vector<const entry*>& deleted) {

@@ -3,29 +3,37 @@
 #ifndef COLLECTION_H
 #define COLLECTION_H
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "dialogue_view.h"
 #include "mail_folder.h"
 #include "mailbox_options.h"
-#include "mailbox_session.h"
+#include "mailbox_visit.h"
+#include "picking.h"
 #include "problem.h"
-#include "raw_header.h"
 #include "received_mail.h"
 #include "seen_file.h"
 
 namespace tavmail {
 
+// What a mail becomes: a file for each part, or the mail as it came.
+enum class mail_format { parts, eml, maildir, mbox };
+
 // What is wanted of a run.
 struct collection_options {
   mailbox_options mailbox;
+  picking picks;
   std::string folder;  // "": only the headers
-  std::string seen;    // "": that of the mailbox
-  int most = 0;        // mails; 0: all of them
-  bool all = false;    // those that were seen before too
+  mail_format format = mail_format::parts;
+  std::string pipe;      // a command that each mail is handed to; "" for none
+  uint64_t largest = 0;  // bytes; 0: any size
+  bool keeps_char_set = false;
+  std::string seen;  // "": that of the mailbox
+  int most = 0;      // mails; 0: all of them
+  bool all = false;  // those that were seen before too
   bool is_deleting = false;
   bool verbose = false;
   bool quiet = false;
@@ -50,7 +58,7 @@ class collection {
   const std::vector<listed_mail>& deleted_before() const { return m_deletedBefore; }
   // The first thing that went wrong with a mail, while the others were received.
   const std::optional<problem>& trouble() const { return m_trouble; }
-  int on_server() const { return m_onServer; }
+  int on_server() const { return m_visit.on_server(); }
 
  private:
   // A mail of the server, and what this run has done with it.
@@ -64,10 +72,8 @@ class collection {
   };
 
   void check_end() const;
-  void require(quorvelmida::TAV_EML_RESULT result);
   void note_trouble(const problem& cause);
   bool is_done() const;
-  void open();
   void list();
   void take_listed(std::vector<listed_mail> listed);
   void compare_with_seen();
@@ -84,16 +90,11 @@ class collection {
   void delete_mails();
   std::vector<const entry*> mark_as_deleted();
   std::map<std::string, int> copies_that_stay() const;
-  bool was_confirmed() const;
   void note_deleted(const std::vector<const entry*>& deleted);
 
   const collection_options& m_options;
-  dialogue_view m_view;
-  raw_header m_header;
-  receive_tap m_tap;
   const std::string m_key;  // of the mailbox
-  quorvelmida::tav_eml_pop3_settings m_settings;
-  mailbox_session m_session;
+  mailbox_visit m_visit;
   std::optional<mail_folder> m_folder;
   std::optional<seen_file> m_seen;      // not with `all`
   std::vector<entry> m_entries;         // what the server has
@@ -102,10 +103,8 @@ class collection {
   std::vector<received_mail> m_givenUp;
   std::vector<listed_mail> m_deletedBefore;
   std::optional<problem> m_trouble;
-  int m_connection = 0;  // counted
-  int m_listed = 0;      // the one that the numbers of the entries are from
+  int m_listed = 0;  // the connection that the numbers of the entries are from
   int m_lists = 0;
-  int m_onServer = 0;
   bool m_hasUids = true;
 };
 

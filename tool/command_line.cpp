@@ -49,6 +49,10 @@ option option::repeatable() const { return option(m_option->allow_extra_args(fal
 
 option option::first_counts() const { return option(m_option->take_first()); }
 
+option option::as_size() const {
+  return option(m_option->transform(CLI::AsSizeValue(false).description("")));
+}
+
 bool option::is_given() const { return m_option->count() > 0; }
 
 std::vector<std::string> option::values() const { return m_option->results(); }
@@ -99,7 +103,16 @@ option command_line::add(const std::string& names, int& value, const std::string
   return option(m_app->add_option(names, value, help));
 }
 
+option command_line::add(const std::string& names, std::vector<int>& values,
+                         const std::string& help) {
+  return option(m_app->add_option(names, values, help));
+}
+
 option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
+  return option(m_app->add_option(names, value, help));
+}
+
+option command_line::add(const std::string& names, uint64_t& value, const std::string& help) {
   return option(m_app->add_option(names, value, help));
 }
 

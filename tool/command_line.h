@@ -42,6 +42,7 @@ class option {
   option excludes(const option& other) const;
   option repeatable() const;    // with one value each time
   option first_counts() const;  // when it is given more than once
+  option as_size() const;       // a number of bytes: 500000, 500K, 5M, 1G; K is 1024
 
   bool is_given() const;
   std::vector<std::string> values() const;
@@ -70,7 +71,9 @@ class command_line {
   option add(const std::string& names, std::string& value, const std::string& help);
   option add(const std::string& names, std::vector<std::string>& values, const std::string& help);
   option add(const std::string& names, int& value, const std::string& help);
+  option add(const std::string& names, std::vector<int>& values, const std::string& help);
   option add(const std::string& names, uint32_t& value, const std::string& help);
+  option add(const std::string& names, uint64_t& value, const std::string& help);
   option add(const std::string& names, std::function<void(int)> take, const std::string& help);
   option add_flag(const std::string& names, bool& value, const std::string& help);
   // One of the words, in any case.

@@ -19,6 +19,9 @@ struct command {
 
 command add_send(command_line& tool);
 command add_receive(command_line& tool);
+command add_authorize(command_line& tool);
+command add_list(command_line& tool);
+command add_delete(command_line& tool);
 command add_doctor(command_line& tool);
 command add_completion(command_line& tool);
 

@@ -99,6 +99,9 @@ void endpoint_options::add_address(command_line& command, const endpoint_protoco
       .value_name("CMD")
       .excludes(file)
       .group(group);
+  command.add(name("", "token-command"), token_command, "command that prints an access token")
+      .value_name("CMD")
+      .group(group);
 }
 
 void endpoint_options::add_connection(command_line& command) {

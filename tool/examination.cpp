@@ -153,9 +153,9 @@ void examination::report_certificate(const connection& line, const endpoint_opti
   std::getline(lines, issuer);
   const std::string text =
       presentable("for " + names + "; " + first + " to " + last + "; issued by " + issuer);
-  if (!line.tls_refusal.empty()) {
+  if (!line.tls_refused.empty()) {
     fail(prefix + "certificate", {EX_PROTOCOL, text + "; refused: " + line.tls_refusal,
-                                  certificate_advice(line.tls_refusal)});
+                                  certificate_advice(line.tls_refused)});
   } else {
     good(prefix + "certificate", text + (options.no_check ? "; not checked (--tls-no-check)" : ""));
   }

@@ -79,7 +79,8 @@ int run_tool(int argc, char** argv) {
   tavmail::command_line tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
   tool.set_version(kVersion);
   const std::vector<tavmail::command> commands = {
-      tavmail::add_send(tool), tavmail::add_receive(tool), tavmail::add_doctor(tool),
+      tavmail::add_send(tool),      tavmail::add_receive(tool), tavmail::add_list(tool),
+      tavmail::add_delete(tool),    tavmail::add_doctor(tool),  tavmail::add_authorize(tool),
       tavmail::add_completion(tool)};
   const tavmail::command* chosen = nullptr;
   try {

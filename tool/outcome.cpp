@@ -87,7 +87,7 @@ std::string step_of(const dialogue_view& view) {
                 {"DELE", "a deletion"}};
   const exchange* last = view.decisive();
   if (last == nullptr) return "the connection";
-  if (!view.latest().tls_failure.empty() || !view.latest().tls_refusal.empty()) {
+  if (!view.latest().tls_failure.empty() || !view.latest().tls_refused.empty()) {
     return "the TLS handshake";
   }
   for (const auto& entry : kSteps) {

@@ -87,8 +87,30 @@ command add_receive(command_line& tool) {
   const auto options = std::make_shared<receive_options>();
   options->account.add_to(line);
   options->mailbox.add_to(line);
-  line.add("-d,--folder", options->folder, "save new mails there").value_name("DIR").group("Mail");
+  const option folder = line.add("-d,--folder", options->folder, "save new mails there")
+                            .value_name("DIR")
+                            .group("Mail");
+  line.add("--format", options->format,
+           {{"parts", mail_format::parts},
+            {"eml", mail_format::eml},
+            {"maildir", mail_format::maildir},
+            {"mbox", mail_format::mbox}},
+           "save parts (the default) or the whole mail")
+      .value_name("parts|eml|maildir|mbox")
+      .group("Mail");
+  line.add("--pipe", options->pipe, "hand each new mail to a command")
+      .value_name("CMD")
+      .excludes(folder)
+      .group("Mail");
   line.add_flag("--delete", options->is_deleting, "delete what was saved on the server")
+      .group("Mail");
+  options->picks.add_to(line, "fetch");
+  line.add("--max-size", options->largest, "leave larger mails: 300000, 500K, 5M")
+      .as_size()
+      .value_name("SIZE")
+      .group("Mail");
+  line.add_flag("--original-charset", options->keeps_char_set,
+                "save texts as they came, not as UTF-8")
       .group("Mail");
   line.add("-n,--max", options->most, "most mails to fetch")
       .range(1, 1000000)

@@ -28,11 +28,7 @@ std::string folder_of_lists() {
   } else {
     throw problem(EX_USAGE, "no home directory to keep the list of seen mails in; add --seen FILE");
   }
-  folder += "/tavmail";
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder + ": " + error.message());
-  return folder;
+  return folder + "/tavmail";
 }
 
 // Without "/", "," and "~", which mean something in a name.
@@ -51,12 +47,11 @@ std::string encoded(const std::string& text) {
 
 }  // namespace
 
-std::string mailbox_key(bool is_implicit_tls, const std::string& server, int port,
-                        const std::string& user) {
-  std::string host = lower_case(server);
+std::string mailbox_key(const mailbox_options& mailbox) {
+  std::string host = lower_case(mailbox.server);
   if (host.size() > 1 && host.back() == '.') host.pop_back();
-  return std::string(is_implicit_tls ? "pop3s," : "pop3,") + encoded(host) + "," +
-         std::to_string(port) + "," + encoded(user);
+  return std::string(mailbox.tls == tls_mode::implicit ? "pop3s," : "pop3,") + encoded(host) + "," +
+         std::to_string(mailbox.port) + "," + encoded(mailbox.user);
 }
 
 std::string fingerprint(const std::string& text) {
@@ -65,15 +60,23 @@ std::string fingerprint(const std::string& text) {
   return digits;
 }
 
-seen_path default_seen_path(const std::string& key, const std::string& server,
-                            const std::string& user) {
+seen_path place_of_list(const mailbox_options& mailbox, const std::string& wanted) {
+  if (!wanted.empty()) return {wanted, ""};
+  const std::string key = mailbox_key(mailbox);
   const std::string folder = folder_of_lists() + "/";
   const std::string name =
       key.size() > kLongestName ? key.substr(0, kKept) + "~" + fingerprint(key) : key;
   // The older name was cut at a slash, and other characters were replaced.
-  const std::string old = user + "@" + server;
+  const std::string old = mailbox.user + "@" + mailbox.server;
   const bool is_own = quorvelmida::easy::safe_file_name(old, "") == old;
   return {folder + name + ".seen", is_own ? folder + old + ".seen" : ""};
+}
+
+void make_folder_of(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder.string() + ": " + error.message());
 }
 
 }  // namespace tavmail

@@ -6,17 +6,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "certificate_text.h"
+#include "handle_table.h"
 #include "immortal.h"
 #include "port_time.h"
-#include "socket_record.h"
 #include "tav_dbglog.h"
+#include "tav_netsock_tls.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
 #include "wake.h"
@@ -31,11 +32,6 @@ constexpr size_t kReadBuffer = 64 * 1024;
 constexpr int kRecord = SSL3_RT_MAX_PLAIN_LENGTH;
 constexpr int kGatheredRecords = 4;
 
-struct context_deleter {
-  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-};
-using context_ptr = std::unique_ptr<SSL_CTX, context_deleter>;
-
 struct ssl_deleter {
   void operator()(SSL* ssl) const { SSL_free(ssl); }
 };
@@ -43,7 +39,6 @@ struct ssl_deleter {
 struct session {
   std::unique_ptr<SSL, ssl_deleter> ssl;
   int fd = 0;
-  uint32_t context = 0;
   bool is_broken = false;           // OpenSSL allows no further call
   const deadline* until = nullptr;  // of the call that is going on
   int renegotiations = 0;           // that the peer has asked for
@@ -54,30 +49,9 @@ struct session {
 };
 using session_ptr = std::shared_ptr<session>;
 
-// Contexts and sessions by handle.
-struct handle_table {
-  std::mutex guard;
-  uint32_t last = 0;
-  std::map<uint32_t, std::shared_ptr<SSL_CTX>> contexts;
-  std::map<uint32_t, session_ptr> sessions;
-
-  uint32_t next() {
-    do {
-      ++last;
-    } while (last == 0 || contexts.count(last) != 0 || sessions.count(last) != 0);
-    return last;
-  }
-};
-
-handle_table& table() {
-  static immortal<handle_table> instance;
+handle_table<SSL_CTX, session>& table() {
+  static immortal<handle_table<SSL_CTX, session>> instance;
   return *instance;
-}
-
-session_ptr find_session(uint32_t handle) {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  const auto found = table().sessions.find(handle);
-  return found != table().sessions.end() ? found->second : nullptr;
 }
 
 // The system's own socket BIO writes with write(), which raises SIGPIPE, and both its directions
@@ -185,18 +159,6 @@ bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
   return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
 }
 
-bool is_socket(int fd) {
-  int type = 0;
-  socklen_t length = sizeof type;
-  return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0;
-}
-
-// What is on the socket before we have said hello was said in clear.
-bool has_waiting_bytes(int fd) {
-  char byte;
-  return recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
-}
-
 enum class io_result { done, closed, timeout, failed };
 
 // Runs one OpenSSL operation to its end within the deadline.
@@ -289,6 +251,12 @@ const char* failure_reason(unsigned long code) {
     case SSL_R_WRONG_VERSION_NUMBER:  // of the record: what came is none
     case SSL_R_HTTP_REQUEST:
       return TAV_TLS_FAILED_NOT_TLS;
+    case SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE:
+    case SSL_R_SSLV3_ALERT_NO_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_BAD_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_CERTIFICATE_UNKNOWN:
+    case SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED:
+      return TAV_TLS_FAILED_DECLINED;
     default: {
       const char* text = ERR_reason_error_string(code);
       return text != nullptr ? text : "unknown error";
@@ -296,91 +264,78 @@ const char* failure_reason(unsigned long code) {
   }
 }
 
-int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
-  const int32_t limit = timeout_ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(timeout_ms);
-  const deadline until(limit);
-  switch (run(s, until, [&] { return SSL_connect(s.ssl.get()); })) {
-    case io_result::done:
-      s.is_established = true;
-      s.renegotiations = 0;
-      TLS_LOG(4, "tlsw: %s with %s\n", SSL_get_version(s.ssl.get()),
-              SSL_get_cipher_name(s.ssl.get()));
-      if (has_wiretap()) {
-        wiretap(TAV_WIRETAP_TLS_STARTED,
-                std::string(SSL_get_version(s.ssl.get())) + " " + SSL_get_cipher_name(s.ssl.get()));
-      }
-      return TLSW_OK;
-    case io_result::timeout:
-      TLS_LOG(0, "tlsw: handshake timed out\n");
-      wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_TIMEOUT);
-      return TLSW_ERR_TIMEOUT;
-    default:
-      break;
+// Every handshake that does not begin or end well is told to the log and to the observer.
+int32_t fail(int32_t result, const char* reason) {
+  TLS_LOG(0, "tlsw: handshake failed: %s\n", reason);
+  wiretap(TAV_WIRETAP_TLS_FAILED, reason);
+  return result;
+}
+
+int32_t refuse(const char* name, const std::string& sentence) {
+  TLS_LOG(0, "tlsw: certificate refused: %s\n", sentence.c_str());
+  wiretap(TAV_WIRETAP_TLS_REFUSED, name + ("\n" + sentence));
+  return TLSW_ERR_CERTIFICATE;
+}
+
+int32_t handshake(session& s, uint32_t timeout_ms) {
+  const deadline until(static_cast<int32_t>(std::min<uint32_t>(timeout_ms, INT32_MAX)));
+  const io_result result = run(s, until, [&] { return SSL_connect(s.ssl.get()); });
+  if (result == io_result::timeout) return fail(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
+  if (result != io_result::done) {
+    if (s.refusal.is_check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
+      return refuse(s.refusal.name, s.refusal.reason);
+    }
+    return fail(TLSW_ERR_CONNECT, failure_reason(ERR_peek_last_error()));
   }
-  if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
-    const std::string& reason = s.refusal.reason;
-    TLS_LOG(0, "tlsw: certificate refused: %s\n", reason.c_str());
-    wiretap(TAV_WIRETAP_TLS_REFUSED, reason);
-    return TLSW_ERR_CERTIFICATE;
-  }
-  wiretap(TAV_WIRETAP_TLS_FAILED, failure_reason(ERR_peek_last_error()));
-  log_openssl_error("handshake");
-  return TLSW_ERR_CONNECT;
+  s.is_established = true;
+  s.renegotiations = 0;
+  const char* const version = SSL_get_version(s.ssl.get());
+  const char* const cipher = SSL_get_cipher_name(s.ssl.get());
+  TLS_LOG(4, "tlsw: %s with %s\n", version, cipher);
+  if (has_wiretap()) wiretap(TAV_WIRETAP_TLS_STARTED, version + (" " + std::string(cipher)));
+  return TLSW_OK;
 }
 
 // A session that is ready for its handshake.
-int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::string& name,
-                session& s) {
-  if (!are_options_valid(param)) return TLSW_ERR_PARAM;
-  const bool check = param.option[0] == 1;
-  if (check && SSL_CTX_set_default_verify_paths(context) != 1) return TLSW_ERR_NO_RESOURCE;
+int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, session& s) {
+  constexpr char kNoMemory[] = "no memory";
   s.ssl.reset(SSL_new(context));
-  if (!s.ssl) return TLSW_ERR_NO_MEMORY;
-  if (!set_versions(s.ssl.get(), param)) return TLSW_ERR_PARAM;
-  if (!set_server_name(s.ssl.get(), name, check, s.refusal)) {
-    TLS_LOG(0, "tlsw: certificate refused: no host name to check it for\n");
-    return TLSW_ERR_CERTIFICATE;
+  if (!s.ssl) return fail(TLSW_ERR_NO_MEMORY, kNoMemory);
+  if (!are_options_valid(param) || !set_versions(s.ssl.get(), param)) {
+    return fail(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
+  }
+  s.refusal.is_check = param.option[0] == 1;
+  s.refusal.server = bare_name(tav_netsock_get_name(param.sock));
+  if (s.refusal.is_check && s.refusal.server.empty()) {
+    return refuse(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
+  }
+  if (s.refusal.is_check && !has_trust_store(context)) {
+    return fail(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
   }
   BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
-  if (bio == nullptr) return TLSW_ERR_NO_MEMORY;
+  if (bio == nullptr) return fail(TLSW_ERR_NO_MEMORY, kNoMemory);
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
   BIO_set_app_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
   SSL_set_msg_callback(s.ssl.get(), note_message);
   SSL_set_msg_callback_arg(s.ssl.get(), &s);
   s.fd = param.sock;
+  // A name that is too long to be sent.
+  if (!set_server_name(s.ssl.get(), s.refusal)) return fail(TLSW_ERR_CONNECT, "no server name");
   return TLSW_OK;
 }
 
 int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint32_t* handle) {
-  std::shared_ptr<SSL_CTX> owner;
-  {
-    const std::lock_guard<std::mutex> lock(table().guard);
-    const auto found = table().contexts.find(context);
-    if (found == table().contexts.end()) return TLSW_ERR_PARAM;
-    owner = found->second;
-  }
-  if (!is_socket(param.sock)) return TLSW_ERR_PARAM;
-  const socket_record* const record = find_record(param.sock);  // null when others have made it
-  const bool is_clear = record == nullptr || record->ahead.is_empty();
-  if (!is_clear || has_waiting_bytes(param.sock)) {
-    TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
-    wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_CLEAR);
-    return TLSW_ERR_CONNECT;
-  }
+  const std::shared_ptr<SSL_CTX> owner = table().context(context);
+  const int32_t has_bytes = tav_netsock_has_bytes(param.sock);
+  if (!owner || has_bytes < 0) return TLSW_ERR_PARAM;
+  if (has_bytes > 0) return fail(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
   const auto made = std::make_shared<session>();
-  made->context = context;
-  const std::string name = record != nullptr ? record->name : std::string();
-  int32_t result = prepare(owner.get(), param, name, *made);
-  if (result == TLSW_OK) {
-    result = handshake(*made, param.option[0] == 1, param.timeout_ms);
-  }
+  int32_t result = prepare(owner.get(), param, *made);
+  if (result == TLSW_OK) result = handshake(*made, param.timeout_ms);
   if (result != TLSW_OK) return result;
-  const std::lock_guard<std::mutex> lock(table().guard);
-  const uint32_t next = table().next();
-  table().sessions[next] = made;
-  *handle = next;
-  return TLSW_OK;
+  *handle = table().add_session(context, made);
+  return *handle != 0 ? TLSW_OK : TLSW_ERR_PARAM;
 }
 
 int32_t transfer_result(session& s, io_result result, const char* operation, int32_t failure) {
@@ -402,7 +357,7 @@ int32_t transfer_result(session& s, io_result result, const char* operation, int
 int32_t tlsw_init(uint32_t* context) noexcept {
   if (context == nullptr) return TLSW_ERR_PARAM;
   try {
-    std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), context_deleter());
+    std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     if (!made) return TLSW_ERR_NO_MEMORY;
     SSL_CTX_set_mode(made.get(),
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
@@ -410,10 +365,7 @@ int32_t tlsw_init(uint32_t* context) noexcept {
     SSL_CTX_set_read_ahead(made.get(), 1);
     SSL_CTX_set_default_read_buffer_len(made.get(), kReadBuffer);
     SSL_CTX_set_options(made.get(), SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION);
-    const std::lock_guard<std::mutex> lock(table().guard);
-    const uint32_t next = table().next();
-    table().contexts[next] = made;
-    *context = next;
+    *context = table().add_context(std::move(made));
     return TLSW_OK;
   } catch (const std::bad_alloc&) {
     return TLSW_ERR_NO_MEMORY;
@@ -434,7 +386,7 @@ int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeou
                         int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
   int moved = 0;
@@ -451,7 +403,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
                          int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
   if (is_woken()) return TLSW_ERR_TIMEOUT;
@@ -470,7 +422,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
 }
 
 int32_t tlsw_shutdown(uint32_t handle) noexcept {
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (s->is_broken) return TLSW_OK;  // there is nobody to say goodbye to
   ERR_clear_error();
@@ -482,11 +434,5 @@ int32_t tlsw_shutdown(uint32_t handle) noexcept {
 }
 
 int32_t tlsw_term(uint32_t context) noexcept {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  if (table().contexts.erase(context) == 0) return TLSW_ERR_PARAM;
-  auto& sessions = table().sessions;
-  for (auto entry = sessions.begin(); entry != sessions.end();) {
-    entry = entry->second->context == context ? sessions.erase(entry) : std::next(entry);
-  }
-  return TLSW_OK;
+  return table().remove_context(context) ? TLSW_OK : TLSW_ERR_PARAM;
 }

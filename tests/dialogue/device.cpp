@@ -8,7 +8,9 @@ namespace {
 
 using std::string;
 
-constexpr const char* kSecrets[] = {kSecret, "dGFuc3RhYW"};  // and in base64
+// Passwords and tokens, and how they look in base64.
+constexpr const char* kSecrets[] = {kSecret,    "dGFuc3RhYW", "toktok",
+                                    "dG9rdG9r", "b2t0b2t0",   "a3Rva3Rv"};
 
 // As the tables have it: without "TAV_EML_" and "ERR_".
 string name_of_result(TAV_EML_RESULT result) {
@@ -19,7 +21,7 @@ string name_of_result(TAV_EML_RESULT result) {
 int32_t number(const string& text) { return static_cast<int32_t>(std::stoul(text, nullptr, 0)); }
 
 net_call kind_named(const string& name) {
-  for (int kind = 0; kind <= static_cast<int>(net_call::tls_term); ++kind)
+  for (int kind = 0; kind <= static_cast<int>(net_call::bearer); ++kind)
     if (name == name_of(static_cast<net_call>(kind))) return static_cast<net_call>(kind);
   throw std::runtime_error("there is no call " + name);
 }
@@ -65,6 +67,7 @@ device::device(bool receives) : m_receives(receives) {
   m_hostSettings.name = kServer;
   m_hostSettings.methods.clear();
   m_hostSettings.users = {{"u", kSecret}};
+  memory.watch_for({std::begin(kSecrets) + 2, std::end(kSecrets)});
   add_setups();
   add_settings();
   add_calls();
@@ -121,6 +124,14 @@ void device::add_setups() {
   m_setups["account"] = [this](string rest) {
     const string user = expand(word_of(rest));
     m_hostSettings.users[user] = expand(rest);
+  };
+  m_setups["bears"] = [this](string rest) {
+    const string user = expand(word_of(rest));
+    m_hostSettings.tokens[user] = expand(rest);
+  };
+  m_setups["token"] = [this](string rest) {
+    const string first = expand(word_of(rest));
+    net.bear(first, expand(rest));
   };
   m_setups["message"] = [this](string rest) {
     const string uid = word_of(rest);
@@ -215,6 +226,12 @@ void device::add_values() {
     return all.substr(all.rfind(", ") + 2);
   };
   m_values["connections"] = [this] { return std::to_string(host().connections()); };
+  m_values["asked"] = [this] {
+    string all;
+    for (const string& one : net.calls({net_call::bearer}))
+      if (one.substr(0, 6) == "bearer") all += (all.empty() ? "" : ", ") + one.substr(7);
+    return all;
+  };
   m_values["lock"] = [this] { return memory.any_mutex_held() ? "held" : "free"; };
   m_values["lines"] = [this] { return log.all(); };
   m_values["live"] = [this] { return std::to_string(memory.state().live_bytes); };

@@ -69,6 +69,11 @@ TEST(ConverterContract,
 }
 
 TEST(ConverterContract, every_capacity_gives_whole_characters_that_join) {
+  for (size_t room = 1; room <= 3; ++room) {  // for what comes before the run that does not fit
+    const conversion cut = convert(CHC_ISO_2022_JP, CHC_UTF_8, "b\033$B0!\033(B", room);
+    EXPECT_EQ(cut.text, "b") << room;
+    EXPECT_EQ(cut.consumed, 1U) << room;
+  }
   for (const auto to : {CHC_ISO_2022_JP, CHC_X_JIS, CHC_SHIFT_JIS, CHC_MS_KANJI, CHC_UTF_8}) {
     for (const std::string text : {"日a本bc語", "ｶﾞｱﾊﾟ①x", "abc", "あいうえお", ""}) {
       const std::string whole = convert(CHC_UTF_8, to, text).text;

@@ -23,6 +23,8 @@ constexpr size_t largest_block = size_t{1} << 30;
 allocations device;
 std::function<void()> device_thrower;
 int mutexes_held = 0;
+std::vector<std::string> secrets;
+size_t secrets_left = 0;  // in blocks that were freed
 
 void* allocate(size_t size) {
   if (!device.fails_now()) return device.give(size);
@@ -48,9 +50,10 @@ bool allocations::fails_now() {
 void* allocations::give(size_t size) {
   void* const block = size <= largest_block ? std::malloc(std::max<size_t>(size, 1)) : nullptr;
   if (block == nullptr) return nullptr;
-  std::memset(block, 0xA5, size);
+  const size_t usable = malloc_usable_size(block);
+  std::memset(block, 0xA5, usable);
   ++blocks;
-  live_bytes += malloc_usable_size(block);
+  live_bytes += usable;
   peak_bytes = std::max(peak_bytes, live_bytes);
   return block;
 }
@@ -66,7 +69,12 @@ void allocations::take_back(void* block) {
 fake_memory::fake_memory() {
   device = {};
   mutexes_held = 0;
+  secrets_left = 0;
+}
+
+fake_memory::~fake_memory() {
   never_fail();
+  secrets.clear();
 }
 
 void fake_memory::fail(size_t nth, bool all_from) {
@@ -85,9 +93,12 @@ void fake_memory::fail_by(std::function<void()> thrower) { device_thrower = std:
 const allocations& fake_memory::state() const { return device; }
 bool fake_memory::any_mutex_held() const { return mutexes_held != 0; }
 
+void fake_memory::watch_for(std::vector<std::string> texts) { secrets = std::move(texts); }
+
 bool fake_memory::clean() const {
   if (device.blocks != 0) std::cerr << device.blocks << " blocks or mutexes were not freed\n";
-  return device.blocks == 0;
+  if (secrets_left != 0) std::cerr << secrets_left << " blocks were freed with a secret in them\n";
+  return device.blocks == 0 && secrets_left == 0;
 }
 
 }  // namespace tav_test
@@ -102,7 +113,14 @@ void* UtlOS::MemReallocate(void* block, size_t size) {
   return moved;
 }
 
-void UtlOS::MemFree(void* block) noexcept { tav_test::device.take_back(block); }
+void UtlOS::MemFree(void* block) noexcept {
+  using namespace tav_test;
+  if (block == nullptr) return;
+  const std::string_view text(static_cast<char*>(block), malloc_usable_size(block));
+  for (const std::string& secret : secrets)
+    if (text.find(secret) != text.npos) ++secrets_left;
+  device.take_back(block);
+}
 
 UtlMutex* UtlOS::CreateMutex() noexcept {
   if (tav_test::device.fails_now()) return nullptr;

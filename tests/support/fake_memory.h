@@ -18,6 +18,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace tav_test {
 
@@ -63,7 +65,7 @@ struct allocations {
 class fake_memory {
  public:
   fake_memory();
-  ~fake_memory() { never_fail(); }
+  ~fake_memory();
   fake_memory(const fake_memory&) = delete;
   fake_memory& operator=(const fake_memory&) = delete;
 
@@ -75,7 +77,9 @@ class fake_memory {
   // What happened since the latest of fail and never_fail; bytes and blocks since the construction.
   const allocations& state() const;
   bool any_mutex_held() const;
-  // No leaks. Tells of them on the error output otherwise.
+  // From here on a block that holds one of these texts when it is freed is a fault.
+  void watch_for(std::vector<std::string> secrets);
+  // No leaks and no faults. Tells of them on the error output otherwise.
   bool clean() const;
 };
 

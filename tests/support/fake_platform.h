@@ -51,6 +51,7 @@ enum class net_call {
   tls_write,
   tls_shutdown,
   tls_term,
+  bearer,  // only counted where bear() is linked
 };
 
 const char* name_of(net_call kind);
@@ -116,6 +117,12 @@ class fake_platform {
   // Milliseconds that a receive takes which brings bytes; less than the time-outs.
   int32_t drip = 0;
   tampering attack;
+
+  // The access tokens of tav_bearer.h: the first, and the one after its refusal; "" for none. A
+  // program that does not call this lacks the function, as a device without tokens does.
+  void bear(const std::string& token, const std::string& refreshed);
+  std::string tokens[2];
+
   CFG_EVENT_MAIL device_settings = {};
   int32_t device_result = CFG_OK;
 

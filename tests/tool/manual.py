@@ -12,9 +12,9 @@ import subprocess
 import sys
 
 TAVMAIL, HOST, ROOT = sys.argv[1:4]
-PAGES = {"tavmail": [TAVMAIL], "tavmail-send": [TAVMAIL, "send"], "tavmail-host": [HOST],
-         "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"]}
 os.chdir(os.path.join(ROOT, "docs", "man"))  # where pages find each other
+PAGES = {page[:-2]: [TAVMAIL, *page[:-2].split("-")[1:]] for page in glob.glob("tavmail*.1")}
+PAGES["tavmail-host"] = [HOST]
 problems, everywhere = [], set()
 
 

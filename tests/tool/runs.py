@@ -1,6 +1,6 @@
 """Runs of the programs against the practice mail server. The form of the table: see runs.txt.
 
-    runs.py TAVMAIL TAVMAIL_HOST TABLE [WORD]      WORD: only the rows that have it
+    runs.py TAVMAIL TAVMAIL_HOST TABLE [WORD]      WORD: only the rows that have it; !WORD: have not
 """
 
 import base64
@@ -362,7 +362,8 @@ class Job:
 
 def main():
     jobs = [job for job in read_table(sys.argv[3])
-            if all(word in job[0].where + job[0].command for word in sys.argv[4:])]
+            if all((word.strip("!") in job[0].where + job[0].command) == (word[0] != "!")
+                   for word in sys.argv[4:])]
     texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2],
              "closed": port(full=False), "full": port(full=True)}
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
