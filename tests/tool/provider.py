@@ -13,10 +13,10 @@ from urllib.parse import parse_qs
 
 ACCESS, REFRESH, DEVICE = "zugangswort", "auffrischwort", "geraetewort"  # a number follows
 CHANGES = {
-    "2": {"access_token": ACCESS + "2"}, "short": {"expires_in": 2}, "same": {"refresh_token": None}, "narrow": {"scope": "smtp"},
+    "2": {"access_token": ACCESS + "2"}, "short": {"expires_in": 4}, "same": {"refresh_token": None}, "narrow": {"scope": "smtp"},
     "mac": {"token_type": "mac"}, "blank": {"access_token": "a b"}, "plain": {"user_code": "\x1b[2J"},
     "file": {"verification_uri": "file:///etc/passwd"}, 
-    "huge": {"x": "y" * 100000}, "bare": {"access_token": None}}
+    "huge": {"x": "y" * 100000}, "bare": {"access_token": None, "device_code": None}}
 
 
 class Provider(ThreadingHTTPServer):

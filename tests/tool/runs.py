@@ -250,7 +250,8 @@ class Job:
         if "provider" in texts:
             self.provider = self.provider or Provider(self.folder)
             self.provider.words = texts["provider"].split()
-            self.texts["provider"] = "127.0.0.1:%d" % self.provider.server_port
+            self.texts["provider_port"] = str(self.provider.server_port)
+            self.texts["provider"] = "127.0.0.1:" + self.texts["provider_port"]
         for kind, rest in items:
             assert kind != "sh" or self.shell(rest), rest
         if self.host is None and re.search(r"\$(smtp|pop3)", row.command + texts.get("config", "")):
@@ -292,7 +293,8 @@ class Job:
         text = " ".join((output + "\n".join(shown)).split())
         faults += [f"no {word}" for word in row.words if not self.has(self.fill(word), text, most)]
         if self.provider:
-            faults += self.provider.faults + self.provider.words
+            faults += self.provider.faults + self.provider.words * (":" not in row.code)
+            self.provider.faults = []
         self.most = most
         heard = self.host.heard() if self.host else []
         return faults + [f"said was {output}{error}", f"heard was {heard}"] if faults else []
