@@ -133,8 +133,9 @@ class part_writer {
 }  // namespace
 
 bool received_mail::is_safe() const {
-  return !parts.empty() && std::all_of(parts.begin(), parts.end(),
-                                       [](const received_part& part) { return part.is_certain; });
+  return is_kept ||
+         (!parts.empty() && std::all_of(parts.begin(), parts.end(),
+                                        [](const received_part& part) { return part.is_certain; }));
 }
 
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
