@@ -65,9 +65,9 @@ CERTIFICATES = [
     (2201, {**TRUSTED, "--ca-file": "elsewhere.pem"}, 76, REFUSED + "for elsewhere.example, not"),
     (2201, {**TRUSTED, "--tls-no-check": ""}, 0, ""),
     (2202, {**TRUSTED, "--ca-file": "expired.pem"}, 76, "has expired"),
-    (2211, TRUSTED, 76, "older than TLS 1.2"),
+    (2211, TRUSTED, 76, "no TLS version in common"),
     (2212, TRUSTED, 0, ""),
-    (2212, {**TRUSTED, "--tls-min": "1.3"}, 76, "older than TLS 1.3"),
+    (2212, {**TRUSTED, "--tls-min": "1.3"}, 76, "no TLS version in common"),
     (2213, {**TRUSTED, "--tls-min": "1.3"}, 0, "")]
 RECEIVING = [(2110, {**tls, **RIGHT, **apop}, 0, "") for tls in (NO_TLS, {}) for apop in ({}, APOP)]
 RECEIVING += [
