@@ -15,9 +15,6 @@ namespace {
 
 constexpr char kName[] = "tav_eml_smtp_auth";
 
-// A token that the server refuses may have run out; a second one has not.
-constexpr int kMaxTokens = 2;
-
 struct login_method {
   const char* announced;  // in the reply to EHLO
   int32_t smtp_ehlo_option::*flag;
@@ -42,6 +39,12 @@ const login_method* first_method(const smtp_ehlo_option& option) {
   return nullptr;
 }
 
+TAV_EML_RESULT method_failure(const char* operation, TAV_EML_RESULT result) {
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: %s return 0x%x[Error]\n", kName, operation,
+                    log_code(result));
+  return result;
+}
+
 // A method that fails is not tried again.
 TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& settings,
                    ntssmtp_fileptr& session, smtp_ehlo_option& untried) {
@@ -51,10 +54,8 @@ TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& sett
     return method.log_in(account, dialogue);
   });
   if (result == TAV_EML_OK) return result;
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: %s return 0x%x[Error]\n", kName, method.operation,
-                    log_code(result));
   untried.*method.flag = 0;
-  return result;
+  return method_failure(method.operation, result);
 }
 
 TAV_EML_RESULT log_in_with_password(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
@@ -73,23 +74,27 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   const bearer_login login = {TAV_BEARER_SMTP, text_of(settings.server), settings.port,
                               text_of(settings.user_id)};
   bearer_token token;
-  const bool has_token = dialogue.is_under_tls() && token.ask(login, progress.refused_tokens > 0,
-                                                              to_milliseconds(settings.timeout));
-  if (progress.refused_tokens > 0 && !has_token) {
-    progress.refused_tokens = kMaxTokens;
-    return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
+  TAV_EML_RESULT result = TAV_EML_OK;
+  if (dialogue.is_under_tls()) {
+    result = token.ask(login, progress.refused_tokens > 0, to_milliseconds(settings.timeout));
+    if (result != TAV_EML_OK) return called_failure(kName, "tav_bearer_get", result);
   }
   // Always the reply to this EHLO: what was announced before TLS does not count.
   smtp_ehlo_option announced = {};
   const bearer_method* bearer = nullptr;
-  TAV_EML_RESULT result = send_ehlo(&settings, &session, announced, bearer);
+  result = send_ehlo(&settings, &session, announced, bearer);
   if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
-  if (has_token && bearer != nullptr) {
+  if (token.is_given() && bearer != nullptr) {
     result = log_in_with_bearer(login, *bearer, token, dialogue);
     if (result == TAV_EML_ERR_AUTH) ++progress.refused_tokens;
-    return result;
+    return result == TAV_EML_OK ? result : method_failure("tav_eml_smtp_auth_bearer", result);
   }
-  if (has_token && settings.password.IsEmpty()) {
+  if (progress.refused_tokens > 0) {
+    // A password is not for a server that has just refused a token.
+    progress.refused_tokens = kMaxTokens;
+    return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
+  }
+  if (token.is_given() && settings.password.IsEmpty()) {
     return command_failure(kName, ": no method for a token", TAV_EML_ERR_AUTH_METHOD);
   }
   return log_in_with_password(settings, session, announced, progress.untried);
