@@ -1,5 +1,7 @@
 #include "ready_sending.h"
 
+#include <algorithm>
+
 #include "envelope.h"
 #include "message_text.h"
 #include "problem.h"
@@ -36,7 +38,10 @@ envelope envelope_of(const header_block& header, const ready_options& options) {
 std::string author_with(const std::string& name, const std::string& address) {
   std::string quoted;
   for (const char ch : name) quoted += (ch == '"' || ch == '\\' ? "\\" : "") + std::string(1, ch);
-  return encoded_addresses("-F", "\"" + quoted + "\" <" + address + ">", TAV_EML_CS_UTF_8);
+  std::string value =
+      encoded_addresses("-F", "\"" + quoted + "\" <" + address + ">", TAV_EML_CS_UTF_8);
+  value.erase(std::remove(value.begin(), value.end(), '\r'), value.end());  // of its folds
+  return value;
 }
 
 void complete(header_block& header, const envelope& known, const ready_options& options) {
