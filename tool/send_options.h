@@ -51,8 +51,8 @@ struct send_options {
 
   void add_to(command_line& command);
 
-  // Throws a problem for what the command line has beside --raw and does not go with it. To be called
-  // before an account adds its own.
+  // Throws a problem for what the command line has beside --raw and does not go with it. To be
+  // called before an account adds its own.
   void check_raw() const;
   // The files, each with the name and type that the command line has between it and the next one.
   // What stands in front of the first is for the first. Throws a problem.

@@ -58,6 +58,23 @@ SUBJECTS = [
 ]
 
 
+# The type of a text, its bytes, and what is saved as UTF-8.
+JAPANESE = "日本語の文①\n" * 20000 + "終"
+TEXTS = [
+    ("text/plain; charset=Shift_JIS", JAPANESE.encode("cp932"), JAPANESE),
+    ("text/plain; charset=iso-2022-jp", JAPANESE.replace("①", "一").encode("iso-2022-jp"),
+     JAPANESE.replace("①", "一")),
+    ("text/plain", "本\n".encode("iso-2022-jp"), "本\n"), ("text/plain", "é\n".encode(), "é\n"),
+    ("text/plain; charset=utf-16", ("é" * 50000).encode("utf-16"), "é" * 50000),
+    ("text/plain; charset=GB2312", ("武a" * 50000).encode("gb2312"), "武a" * 50000),
+    ("text/plain; charset=shift_jis", ("本a" * 50000).encode("cp932"), "本a" * 50000),
+    ("text/html; charset=windows-1252", "<p>€</p>".encode("cp1252"), "\ufeff<p>€</p>"),
+    # As they came: what cannot be read, what names its set itself, and files.
+    ("text/plain; charset=shift_jis", b"a" * 70000 + b"\x93", b"a" * 70000 + b"\x93"),
+    ("text/plain; charset=nobody", b"\xe9", b"\xe9"), ("text/plain; charset=gbk", b"", b""),
+    ("text/xml; charset=koi8-r", b"\xcf", b"\xcf"),
+    ("text/plain; charset=koi8-r; name=a.txt", b"\xcf", b"\xcf"),
+]
 # Mails that formats and readers could spoil.
 WHOLE = [
     b"", b"\r\n", b"Subject: a\r\n\r\n.\r\n..\r\n.x\r\n\r\n", b"A: \0\xff\r\n\r\n" + b"x" * 99999,
@@ -111,6 +128,22 @@ def check_subjects(folder):
     wrong = [(*row, text) for row, text in zip(SUBJECTS, shown) if row[2] != text]
     assert not wrong and len(shown) == len(SUBJECTS), wrong
     assert all(columns(line) <= 80 for line in receive(host).splitlines())
+    return host
+
+
+def check_texts(folder):
+    """Texts are saved as UTF-8, in bounded memory, and the set that they came in is told."""
+    host = host_with(folder, *[
+        f"Content-Type: {kind}\r\nContent-Transfer-Encoding: base64\r\n\r\n".encode() +
+        base64.encodebytes(text) for kind, text, _ in TEXTS])
+    for box, option, wanted in (
+            ("utf8", [], [text.encode() if isinstance(text, str) else text for *_, text in TEXTS]),
+            ("kept", ["--original-charset"], [text for _, text, _ in TEXTS])):
+        told = json.loads(receive(host, "-d", box, "--json", *option))["messages"]
+        saved = [Path(folder, box, mail["parts"][0]["file"]).read_bytes() for mail in told]
+        assert saved == wanted, [(kind, text[:50]) for (kind, *_), text in zip(TEXTS, saved)]
+        assert told[0]["parts"][0]["charset"] == "Shift_JIS", told[0]
+        assert [mail["parts"][0]["bytes"] for mail in told] == list(map(len, wanted))
     return host
 
 
@@ -237,7 +270,7 @@ def check_greedy_clients(folder):
     return host
 
 
-for check in (check_names, check_subjects, check_whole_mails, check_terminal,
+for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
               check_terminal_of_host, check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
