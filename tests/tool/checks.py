@@ -36,6 +36,8 @@ NAMES = [
     ("x" * 300 + ".pdf", "x" * 196 + ".pdf"), ("日" * 100 + ".tiff", "日" * 65 + ".tiff"),
     ("filename*=EUC-JP'ja'%C6%FC%CB%DC", "日本"), ("filename*=gb2312''%CE%E4", "武"),
     ("filename=\"=?KOI8-R?B?z8s=?= =?utf-8?Q?_?=\"", "ок"),
+    ("filename*0*=UTF-8''%E6%97;\r\n filename*1*=%A5%zz; filename*2=\"%41.p\"", "日%zz%41.p"),
+    ("filename*0=a; filename*1*=''b; filename*3=c", "a''b"),
 ]
 # A subject, the character set that its mail names, and what is shown.
 SUBJECTS = [
