@@ -286,7 +286,7 @@ int run_list(command_line& command, list_options& options) {
   } else if (!end) {
     std::cout << "the mailbox is empty\n";
   }
-  if (end) throw *end;
+  if (end) throw problem(*end);
   return EX_OK;
 }
 

@@ -27,6 +27,8 @@ std::string text_of(const UtlString& text) {
 // The file name as UTF-8. The library decodes it and leaves its character set, which the header
 // lines as received tell.
 std::string name_of(const tav_eml_mlutl_mail_part& part) {
+  const std::string pieces = parameter_in_pieces(text_of(part.m_cHeader2), "filename");
+  if (!pieces.empty()) return presentable(pieces);
   std::string set = named_char_set(text_of(part.m_cHeader2));
   if (set.empty()) set = named_char_set(text_of(part.m_cHeader1));
   const std::string known = text_of(part.m_cFIleName);

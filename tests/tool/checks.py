@@ -21,6 +21,7 @@ import termios
 import time
 from pathlib import Path
 
+from provider import Provider
 from runs import HOST, TAVMAIL, Host, columns, environment, faults_of, talk
 
 # The name of a file in a mail, and that of the file that is saved.
@@ -35,6 +36,8 @@ NAMES = [
     ("x" * 300 + ".pdf", "x" * 196 + ".pdf"), ("日" * 100 + ".tiff", "日" * 65 + ".tiff"),
     ("filename*=EUC-JP'ja'%C6%FC%CB%DC", "日本"), ("filename*=gb2312''%CE%E4", "武"),
     ("filename=\"=?KOI8-R?B?z8s=?= =?utf-8?Q?_?=\"", "ок"),
+    ("filename*0*=UTF-8''%E6%97;\r\n filename*1*=%A5%zz; filename*2=\"%41.p\"", "日%zz%41.p"),
+    ("filename*0=a; filename*1*=''b; filename*3=c", "a''b"),
 ]
 # A subject, the character set that its mail names, and what is shown.
 SUBJECTS = [
@@ -232,6 +235,19 @@ def check_terminal(folder):
     return host
 
 
+def check_consent_on_terminal(folder):
+    """A square to scan, and how long the code holds."""
+    provider = Provider(folder)
+    provider.words = ["device", "authorization_pending", "ok"]
+    place = f"http://127.0.0.1:{provider.server_port}"
+    Path(folder, "own").write_text(f"[a.oauth]\ndevice_endpoint = '{place}/device'\n"
+                                   f"token_endpoint = '{place}/token'\nclient_id = 'tool'\n")
+    shown, code, _ = on_terminal(folder, [TAVMAIL, "authorize", "a", "--config", "own"])
+    square = re.findall("\x1b\\[30;107m([ ▀▄█]+)\x1b", shown)
+    assert code == 0 and "the code holds for 0:5" in shown, shown
+    assert len(square) == (len(square[0]) + 1) // 2 > 10 and len(set(map(len, square))) == 1, shown
+
+
 def check_terminal_of_host(folder):
     """Colours on a terminal; Ctrl-C ends it and takes the private folder along."""
     def quit_at_once(shown):
@@ -271,7 +287,7 @@ def check_greedy_clients(folder):
 
 
 for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
-              check_terminal_of_host, check_greedy_clients):
+              check_consent_on_terminal, check_terminal_of_host, check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
         used = check(own)
