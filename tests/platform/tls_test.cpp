@@ -189,7 +189,7 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
       const int32_t result = test.told != nullptr ? test.result : TLSW_OK;
       EXPECT_EQ(line.result, result);
       EXPECT_TRUE(result != kLate || line.took >= 400);
-      EXPECT_LT(line.took, 900);
+      EXPECT_LT(line.took, 1500);
       told.expect(result, test.told != nullptr ? test.told : "");
       if (test.told != nullptr || SSL_version(line.peer.get()) != TLS1_VERSION + newest - 1)
         continue;
@@ -201,7 +201,7 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
         const bool is_attack = test.only == 4 && read == TLSW_ERR_READ;
         EXPECT_TRUE(read == test.result || is_attack) << read;
         EXPECT_EQ(text, "");
-        EXPECT_LT(watch.elapsed(), 900);
+        EXPECT_LT(watch.elapsed(), 1500);
       }
       EXPECT_TRUE(test.result != TLSW_ERR_READ || line.write("x") == TLSW_ERR_WRITE);
     }
@@ -276,12 +276,12 @@ TEST(TlsContract, bytes_go_both_ways_and_a_write_to_a_slow_peer_has_one_deadline
     line.result = line.write(sent.substr(0, 65536), 400);
   }
   EXPECT_EQ(line.result, TLSW_ERR_TIMEOUT);
-  EXPECT_LT(watch.elapsed(), 600);
+  EXPECT_LT(watch.elapsed(), 1000);
   watch = stopwatch();  // half a record may be out
   EXPECT_EQ(line.write("x"), TLSW_ERR_WRITE);
   EXPECT_EQ(line.read(text), TLSW_ERR_READ);
   EXPECT_EQ(tlsw_shutdown(line.session), TLSW_OK);
-  EXPECT_LT(watch.elapsed(), 100);
+  EXPECT_LT(watch.elapsed(), 300);
   shutdown(line.ends.theirs, SHUT_RDWR);
 }
 
@@ -291,7 +291,7 @@ TEST(TlsContract, a_shutdown_says_goodbye_and_waits_for_nothing) {
     if (is_full) fill(line.ends.ours, 400);
     const stopwatch watch;
     const int32_t result = tlsw_shutdown(line.session);
-    EXPECT_LT(watch.elapsed(), 100);
+    EXPECT_LT(watch.elapsed(), 300);
     std::string text;
     EXPECT_EQ(line.read(text), TLSW_ERR_READ);
     EXPECT_EQ(line.write("x"), TLSW_ERR_WRITE);
