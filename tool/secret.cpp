@@ -22,20 +22,20 @@ namespace {
 constexpr std::string_view kByteOrderMarks[] = {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"};
 
 struct secret_kind {
-  std::string name;
+  const char* name;
   size_t longest;
 };
-const secret_kind kPassword = {"password", secret_text::kLongest};
-const secret_kind kToken = {"token", secret_text::kLongestToken};
+constexpr secret_kind kPassword = {"password", secret_text::kLongest};
+constexpr secret_kind kToken = {"token", secret_text::kLongestToken};
 
 // Throws when that is none.
 void check_secret(std::string_view text, const std::string& source, const secret_kind& kind) {
   const auto refuse = [&](const std::string& reason) { throw problem(EX_CONFIG, source + reason); };
-  if (text.empty()) refuse(" holds no " + kind.name);
-  if (text.size() > kind.longest) refuse(": " + kind.name + " too long");
+  if (text.empty()) refuse(std::string(" holds no ") + kind.name);
+  if (text.size() > kind.longest) refuse(std::string(": ") + kind.name + " too long");
   for (const std::string_view mark : kByteOrderMarks) {
     if (text.substr(0, mark.size()) != mark) continue;
-    refuse(" begins with a byte order mark, which is no part of a " + kind.name +
+    refuse(std::string(" begins with a byte order mark, which is no part of a ") + kind.name +
            "; save it as UTF-8 without one");
   }
   if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
