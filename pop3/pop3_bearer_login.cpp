@@ -72,11 +72,12 @@ TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, boo
   TAV_EML_RESULT result = token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
   const bearer_method* method = nullptr;
   if (result == TAV_EML_OK && token.is_given()) result = ask_for_method(link, method);
-  if (result != TAV_EML_OK) return result;
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "CAPA", result);
   if (method == nullptr) return go_without(account, token.is_given(), refused_tokens);
 
   result = token.log_in(login, *method, kRules, link, is_done);
-  if (result != TAV_EML_OK || is_done) return result;
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "AUTH", result);
+  if (is_done) return result;
   ++refused_tokens;
   return pop3_failure(kName, " AUTH error.", TAV_EML_ERR_AUTH);
 }

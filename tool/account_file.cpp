@@ -173,6 +173,31 @@ void set_option(const document& file, const command_line& command, const command
   }
 }
 
+// The account that was asked for, else the one of the file; "" when that has none.
+std::string chosen_account(const document& file, const std::string& path,
+                           const std::string& wanted) {
+  if (!wanted.empty()) return wanted;
+  const toml::node* chosen = file.table().get("default");
+  if (chosen == nullptr) {
+    refuse_to_guess(file, path);
+    return "";
+  }
+  if (!chosen->is_string()) throw file.at(*chosen, "default: expected the name of an account");
+  return *chosen->value<std::string>();
+}
+
+// Fills the options of `command` from the account's table about its provider. False when there is
+// none.
+bool read_provider(const document& file, const toml::table& account, const command_line& command,
+                   const command_line& tool) {
+  const toml::table* const table = account["oauth"].as_table();
+  if (table == nullptr) return false;
+  for (const auto& [key, node] : *table) {
+    set_option(file, command, tool, std::string(key.str()), node);
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string account_file::default_path() {
@@ -210,16 +235,8 @@ bool account_file::apply(const command_line& command, const command_line& tool,
   // One that cannot be looked for may be there.
   if (!is_there && !error && m_path.empty() && m_account.empty()) return false;
   const document file(path);
-  std::string name = m_account;
-  if (name.empty()) {
-    const toml::node* chosen = file.table().get("default");
-    if (chosen == nullptr) {
-      refuse_to_guess(file, path);
-      return false;
-    }
-    if (!chosen->is_string()) throw file.at(*chosen, "default: expected the name of an account");
-    name = *chosen->value<std::string>();
-  }
+  const std::string name = chosen_account(file, path, m_account);
+  if (name.empty()) return false;
   const toml::table& account = find_account(file, name, path);
   const toml::node* table = account.get(section);
   if (table == nullptr && optional) return false;
@@ -234,7 +251,25 @@ bool account_file::apply(const command_line& command, const command_line& tool,
       set_option(file, command, tool, std::string(key.str()), node);
     }
   }
+  token_provider provider;
+  command_line own;
+  provider.add_to(own);
+  provider.account = name;
+  if (read_provider(file, account, own, tool)) endpoint.set_provider(provider);
   return true;
+}
+
+void account_file::apply_provider(const command_line& command, const command_line& tool,
+                                  token_provider& provider) const {
+  const std::string path = m_path.empty() ? default_path() : m_path;
+  const document file(path);
+  provider.account = chosen_account(file, path, m_account);
+  if (provider.account.empty()) throw problem(EX_USAGE, "which account? give its name");
+  const toml::table& account = find_account(file, provider.account, path);
+  if (!read_provider(file, account, command, tool)) {
+    throw file.at(account, "account \"" + provider.account + "\" has no table [" +
+                               provider.account + ".oauth], which says who gives its tokens");
+  }
 }
 
 }  // namespace tavmail

@@ -23,6 +23,9 @@ namespace tavmail {
 //   [office.pop3]                 # for tavmail receive
 //   server = "mail.example.com:995"
 //
+//   [office.oauth]                # who gives tokens for both, if not passwords log in
+//   token_endpoint = "https://login.example.com/token"
+//
 // Every long option of the command may stand there, with "_" for "-"; "password" too, if nobody
 // else can read the file. What the command line says counts more. An account that was not asked for
 // is not used when the command line names a server: its password is not for that one.
@@ -37,6 +40,11 @@ class account_file {
   // an account without the table will do. True when there was one.
   bool apply(const command_line& command, const command_line& tool, const std::string& section,
              endpoint_options& endpoint, bool optional = false) const;
+
+  // Fills the options of `command` from the table "oauth" of the account, which says who gives its
+  // tokens. Throws a problem.
+  void apply_provider(const command_line& command, const command_line& tool,
+                      token_provider& provider) const;
 
   static std::string default_path();
 

@@ -7,6 +7,8 @@
 #include "outcome.h"
 #include "progress_bar.h"
 #include "seen_path.h"
+#include "state_file.h"
+#include "whole_mail.h"
 
 namespace tavmail {
 
@@ -26,7 +28,13 @@ collection::collection(const collection_options& options)
     : m_options(options),
       m_key(mailbox_key(options.mailbox)),
       m_visit(options.mailbox, options.verbose, [this] { check_end(); }) {
-  if (options.saves()) m_folder.emplace(options.folder);
+  if (!options.pipe.empty()) {
+    m_store = make_mail_pipe(options.pipe, options.is_output_data);
+  } else if (options.saves_whole()) {
+    m_store = make_mail_store(options.format, options.folder);
+  } else if (options.saves()) {
+    m_folder.emplace(options.folder);
+  }
   if (options.all) return;
   const seen_path place = place_of_list(options.mailbox, options.seen);
   if (options.seen.empty()) make_folder_of(place.path);
@@ -36,7 +44,9 @@ collection::collection(const collection_options& options)
 void collection::run() {
   m_visit.open();
   list();
+  pick();
   if (m_seen) compare_with_seen();
+  leave_large_ones();
   take_mails();
   delete_mails();
   m_visit.session().quit();
@@ -74,7 +84,7 @@ void collection::list() {
                                    " gives mails another number on every connection; try --all");
   }
   std::vector<listed_mail> listed = m_visit.list(m_hasUids);
-  if (!m_hasUids && m_seen) {
+  if (!m_hasUids && m_seen && m_options.picks.is_empty()) {
     throw problem(EX_UNAVAILABLE, m_options.mailbox.place() +
                                       " gives mails no unique ids (UIDL); fetch them with --all");
   }
@@ -96,6 +106,7 @@ void collection::take_listed(std::vector<listed_mail> listed) {
       mail.connection = known->second.connection;
       mail.mail = known->second.mail;
       mail.is_to_go = known->second.is_to_go;
+      mail.is_picked = known->second.is_picked;
     }
     m_entries.push_back(std::move(mail));
   }
@@ -107,7 +118,7 @@ void collection::compare_with_seen() {
   const auto nameless = m_copies.find("");
   if (nameless == m_copies.end()) {
     m_seen->keep(m_copies);
-  } else {
+  } else if (m_options.picks.is_empty()) {
     note_trouble(problem(EX_UNAVAILABLE, m_options.mailbox.place() + " gives " +
                                              std::to_string(nameless->second) + " of " +
                                              std::to_string(m_visit.on_server()) +
@@ -115,12 +126,25 @@ void collection::compare_with_seen() {
   }
   for (entry& mail : m_entries) {
     mail.is_to_go = m_options.is_deleting && m_seen->is_to_go(mail.key());
-    if (m_seen->is_given_up(mail.key())) note_given_up(mail);
+    if (m_seen->is_given_up(mail.key()) && m_options.picks.is_empty()) note_given_up(mail);
+  }
+}
+
+// By its number or unique id as the server lists it now. What is picked and not there ends the run.
+void collection::pick() {
+  const picking& picks = m_options.picks;
+  picks.require_all({m_entries.begin(), m_entries.end()});
+  for (entry& mail : m_entries) mail.is_picked = picks.has(mail);
+}
+
+void collection::leave_large_ones() {
+  for (const entry& mail : m_entries) {
+    if (is_wanted(mail) && is_too_large(mail)) m_tooLarge.push_back(mail);
   }
 }
 
 void collection::note_given_up(const entry& mail) {
-  if (m_folder) m_folder->discard_marked(mark_of(mail));
+  discard_left(mail);
   received_mail told;
   told.number = mail.number;
   told.uid = mail.uid;
@@ -128,13 +152,18 @@ void collection::note_given_up(const entry& mail) {
   told.is_given_up = true;
   told.problem = "mail " + std::to_string(mail.number) + " (" +
                  amount(static_cast<double>(mail.size)) +
-                 ") was given up after 3 tries and stays on the server; fetch it with --all, or "
-                 "read or delete it with another program";
+                 ") was given up after 3 tries and stays on the server; fetch it with --uid or "
+                 "--all, or delete it with tavmail delete";
   m_givenUp.push_back(std::move(told));
+}
+
+bool collection::is_too_large(const entry& mail) const {
+  return m_options.largest > 0 && static_cast<uint64_t>(mail.size) > m_options.largest;
 }
 
 bool collection::is_wanted(const entry& mail) const {
   if (mail.connection > 0) return false;
+  if (!m_options.picks.is_empty()) return mail.is_picked;
   if (!m_seen) return true;
   return !mail.uid.empty() && !m_seen->is_received(mail.key()) && !m_seen->is_given_up(mail.key());
 }
@@ -142,7 +171,7 @@ bool collection::is_wanted(const entry& mail) const {
 void collection::take_mails() {
   int refused = 0;
   for (size_t at = 0; at < m_entries.size() && !is_done();) {
-    if (!is_wanted(m_entries[at])) {
+    if (!is_wanted(m_entries[at]) || is_too_large(m_entries[at])) {
       ++at;
       continue;
     }
@@ -155,7 +184,8 @@ void collection::take_mails() {
     take(m_entries[at++]);
     // A server may count mails that it does not have, and very many of them.
     refused = m_mails.back().problem.empty() ? 0 : refused + 1;
-    if (!m_seen && refused >= kMostRefused) throw problem(*m_trouble);
+    const bool is_endless = !m_seen || !m_options.pipe.empty();
+    if (is_endless && refused >= kMostRefused) throw problem(*m_trouble);
   }
 }
 
@@ -168,28 +198,39 @@ bool collection::has_its_number(const entry& mail) {
   return uid == mail.uid;
 }
 
+bool collection::is_noted(const entry& mail) const {
+  return m_seen && m_options.saves() && !mail.uid.empty();
+}
+
 // Reads a mail. The connection may be lost afterwards.
 void collection::take(entry& listed) {
   listed.connection = m_visit.connection();
   listed.mail = m_mails.size();
-  const bool is_noted = m_seen && m_options.saves();
-  if (is_noted) {
-    if (m_seen->tries(listed.key()) > 0) m_folder->discard_marked(mark_of(listed));
+  if (is_noted(listed)) {
+    if (m_seen->tries(listed.key()) > 0) discard_left(listed);
     m_seen->begin(listed.key());
   }
   received_mail mail;
   TAV_EML_RESULT result = TAV_EML_OK;
   try {
     result = read(listed, mail);
+  } catch (const not_taken& cause) {
+    if (is_noted(listed)) m_seen->cancel(listed.key());
+    mail.problem =
+        "mail " + std::to_string(listed.number) + " stays on the server; " + cause.what();
+    note_trouble(problem(cause.exit_code(), mail.problem));
+    m_mails.push_back(std::move(mail));
+    return;
   } catch (const problem&) {
-    if (is_noted) m_seen->cancel(listed.key());  // it was not the mail's fault
+    if (is_noted(listed)) m_seen->cancel(listed.key());  // it was not the mail's fault
     throw;
   }
-  const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || !mail.parts.empty());
+  const bool has_content = !mail.parts.empty() || mail.is_kept;
+  const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || has_content);
   if (!is_whole) note_failure(listed, result, mail);
   listed.is_to_go = m_options.is_deleting && is_whole && mail.is_safe();
   m_mails.push_back(std::move(mail));
-  if (is_whole && is_noted) m_seen->finish(listed.key(), listed.is_to_go);
+  if (is_whole && is_noted(listed)) m_seen->finish(listed.key(), listed.is_to_go);
 }
 
 void collection::note_failure(const entry& listed, TAV_EML_RESULT result, received_mail& mail) {
@@ -198,13 +239,13 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
   tav_eml_pop3_receive_mail rest(info);
   const bool is_lost = result != TAV_EML_OK && m_visit.session().skip_mail(rest) != TAV_EML_OK;
   problem cause = explain_mail(result, listed.number, is_lost);
-  if (m_seen && m_options.saves() && m_seen->is_given_up(listed.key())) {
+  if (is_noted(listed) && m_seen->is_given_up(listed.key())) {
     cause = problem(cause.exit_code(),
-                    std::string(cause.what()) + (is_line_too_long()
-                                                     ? "; it is not tried again"
-                                                     : "; after 3 tries only --all fetches it"))
+                    std::string(cause.what()) +
+                        (is_line_too_long() ? "; it is not tried again"
+                                            : "; after 3 tries only --uid or --all fetches it"))
                 .at(cause.stage(), cause.reply(), cause.code());
-    m_folder->discard_marked(mark_of(listed));
+    discard_left(listed);
     mail.parts.clear();
     mail.folder.clear();
   }
@@ -217,13 +258,36 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
   progress_bar bar("Receiving mail " + std::to_string(listed.number),
                    static_cast<uint64_t>(listed.size), !m_options.quiet && !m_options.verbose);
   uint64_t shown = m_visit.view().message_bytes();
-  mail_reader reader(m_visit.session(), m_visit.header(), [&] {
+  const auto progress = [&] {
     bar.advance(m_visit.view().message_bytes() - shown);
     shown = m_visit.view().message_bytes();
     check_end();
-  });
+  };
+  if (m_options.saves_whole()) return read_whole(listed, mail, progress);
+  mail_reader reader(m_visit.session(), m_visit.header(), m_options.keeps_char_set, progress);
   return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
                            : reader.read_header(info, mail);
+}
+
+TAV_EML_RESULT collection::read_whole(const entry& listed, received_mail& mail,
+                                      const std::function<void()>& progress) {
+  m_store->begin(mark_of(listed));
+  wire_text text(m_store->line_end(), [this](std::string_view piece) { m_store->write(piece); });
+  whole_mail_reader reader(m_visit.session(), m_visit.header(), progress);
+  const TAV_EML_RESULT result = reader.read(listed, text, mail);
+  if (result != TAV_EML_OK) {
+    m_store->abandon();
+    progress();  // throws when the run is to end
+    return result;
+  }
+  mail.file = m_store->finish(m_visit.header());
+  mail.is_kept = true;
+  return result;
+}
+
+void collection::discard_left(const entry& mail) const {
+  if (m_folder) m_folder->discard_marked(mark_of(mail));
+  if (m_store) m_store->discard_marked(mark_of(mail));
 }
 
 // The name of what is left of a mail that breaks off: the next try finds it.
@@ -250,8 +314,8 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
   if (is_line_too_long()) {
     return told(EX_DATAERR, " has a line that is longer than the library takes (" +
                                 std::to_string(kLongestLine) +
-                                " bytes), so it cannot be received; it stays on the server, read "
-                                "or delete it there with another program");
+                                " bytes), so its parts cannot be saved; it stays on the server, "
+                                "fetch all of it with --format eml or delete it");
   }
   if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+OK", 0) == 0) {
     return told(EX_DATAERR, " is larger than the library takes (2 GiB), or without end");

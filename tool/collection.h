@@ -4,12 +4,15 @@
 #define COLLECTION_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "mail_folder.h"
+#include "mail_store.h"
 #include "mailbox_options.h"
 #include "mailbox_visit.h"
 #include "picking.h"
@@ -18,9 +21,6 @@
 #include "seen_file.h"
 
 namespace tavmail {
-
-// What a mail becomes: a file for each part, or the mail as it came.
-enum class mail_format { parts, eml, maildir, mbox };
 
 // What is wanted of a run.
 struct collection_options {
@@ -37,8 +37,11 @@ struct collection_options {
   bool is_deleting = false;
   bool verbose = false;
   bool quiet = false;
+  bool is_output_data = false;  // the standard output is for a document
 
-  bool saves() const { return !folder.empty(); }
+  // Mails are read as a whole.
+  bool saves_whole() const { return !pipe.empty() || format != mail_format::parts; }
+  bool saves() const { return !folder.empty() || !pipe.empty(); }
 };
 
 // Lists a mailbox, reads what is wanted, and deletes it when it is to go, with what an earlier run
@@ -58,6 +61,8 @@ class collection {
   const std::vector<listed_mail>& deleted_before() const { return m_deletedBefore; }
   // The first thing that went wrong with a mail, while the others were received.
   const std::optional<problem>& trouble() const { return m_trouble; }
+  // Those that are larger than what is wanted.
+  const std::vector<listed_mail>& too_large() const { return m_tooLarge; }
   int on_server() const { return m_visit.on_server(); }
 
  private:
@@ -67,6 +72,7 @@ class collection {
     int connection = 0;  // over which it was read; 0: it was not
     size_t mail = 0;     // where it is in m_mails, when it was read
     bool is_to_go = false;
+    bool is_picked = false;
 
     mail_key key() const { return {uid, copy}; }
   };
@@ -78,12 +84,19 @@ class collection {
   void take_listed(std::vector<listed_mail> listed);
   void compare_with_seen();
   void note_given_up(const entry& mail);
+  void pick();
+  void leave_large_ones();
   bool is_wanted(const entry& mail) const;
+  bool is_too_large(const entry& mail) const;
   void take_mails();
   bool has_its_number(const entry& mail);
   void take(entry& listed);
   void note_failure(const entry& listed, quorvelmida::TAV_EML_RESULT result, received_mail& mail);
+  bool is_noted(const entry& mail) const;
   quorvelmida::TAV_EML_RESULT read(const entry& listed, received_mail& mail);
+  quorvelmida::TAV_EML_RESULT read_whole(const entry& listed, received_mail& mail,
+                                         const std::function<void()>& progress);
+  void discard_left(const entry& mail) const;
   std::string mark_of(const entry& mail) const;
   bool is_line_too_long() const;
   problem explain_mail(quorvelmida::TAV_EML_RESULT result, int number, bool is_lost) const;
@@ -95,13 +108,15 @@ class collection {
   const collection_options& m_options;
   const std::string m_key;  // of the mailbox
   mailbox_visit m_visit;
-  std::optional<mail_folder> m_folder;
+  std::optional<mail_folder> m_folder;  // of mails in parts
+  std::unique_ptr<mail_store> m_store;  // of whole ones
   std::optional<seen_file> m_seen;      // not with `all`
   std::vector<entry> m_entries;         // what the server has
   std::map<std::string, int> m_copies;  // of each unique id
   std::vector<received_mail> m_mails;   // what was read
   std::vector<received_mail> m_givenUp;
   std::vector<listed_mail> m_deletedBefore;
+  std::vector<listed_mail> m_tooLarge;
   std::optional<problem> m_trouble;
   int m_listed = 0;  // the connection that the numbers of the entries are from
   int m_lists = 0;

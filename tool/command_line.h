@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -99,6 +100,10 @@ class command_line {
   const command_line* parent() const { return m_parent; }
   std::vector<const command_line*> commands() const;
   std::vector<option> options() const;
+  // What was given of the options with these long names, as name and value: in the order of the
+  // command line, then what came from elsewhere.
+  std::vector<std::pair<std::string, std::string>> in_order(
+      const std::vector<std::string>& names) const;
   // Of this long name, without the dashes; an empty one when there is none.
   option find(const std::string& name) const;
 

@@ -18,6 +18,7 @@ struct command {
 };
 
 command add_send(command_line& tool);
+command add_sendmail(command_line& tool);
 command add_receive(command_line& tool);
 command add_authorize(command_line& tool);
 command add_list(command_line& tool);

@@ -34,7 +34,8 @@ std::vector<std::string> commands_of(const command_line& tool) {
 
 // Options whose value is a file or a folder.
 constexpr char kFiles[] =
-    "--attach|-a|--text-file|--password-file|--pop3-password-file|--ca-file|--config|--seen|"
+    "--attach|-a|--text-file|--html-file|--raw|--password-file|--pop3-password-file|--ca-file|--"
+    "config|--seen|"
     "--folder|-d|--client-secret-file";
 
 std::string bash_script(const command_line& tool) {

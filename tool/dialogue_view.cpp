@@ -1,7 +1,11 @@
 #include "dialogue_view.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
+
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "utl_os.h"
 
 namespace tavmail {
 
@@ -37,6 +41,22 @@ bool begins_secret(std::string_view line) {
   const std::string verb = verb_of(line);
   if (verb == "PASS") return true;
   return (verb == "AUTH" || verb == "APOP") && std::count(line.begin(), line.end(), ' ') > 1;
+}
+
+// What a server asks in a login, without the secrets that it may repeat.
+std::string challenge_of(std::string_view line, const secret_echo& secrets) {
+  const size_t blank = line.find(' ');
+  if (blank == line.npos || blank + 1 == line.size()) return {};
+  line.remove_prefix(blank + 1);
+  void* bytes = nullptr;
+  long length = 0;
+  const bool is_decoded = quorvelmida::tav_eml_mlutl_mime_utility::from_b64(
+                              line.data(), static_cast<long>(line.size()), bytes, length) != 0;
+  if (!is_decoded || bytes == nullptr) return {};
+  const std::string decoded(static_cast<const char*>(bytes), static_cast<size_t>(length));
+  explicit_bzero(bytes, static_cast<size_t>(length));
+  UtlOS::MemFree(bytes);
+  return presentable(secrets.masked(decoded));
 }
 
 // What stands between "<" and ">".
@@ -249,7 +269,11 @@ void dialogue_view::client_line() {
   const std::string text = presentable(std::exchange(m_fromClient, {}));
   if (m_mode == mode::login) {
     show("C: ", kMask);
+    exchange answer;
+    if (!m_exchanges.empty()) answer = m_exchanges.back();
     begin_exchange("AUTH");
+    m_exchanges.back().method = answer.method;
+    m_exchanges.back().challenge = answer.challenge;
     return;
   }
   const std::string verb = verb_of(text);
@@ -261,6 +285,8 @@ void dialogue_view::client_line() {
   show("C: ", is_secret ? text + " " + kMask : text);
   if (verb == "AUTH") m_mode = mode::login;
   begin_exchange(verb);
+  if (verb == "AUTH")
+    m_exchanges.back().method = verb_of(text.substr(std::min<size_t>(5, text.size())));
   if (verb == "MAIL" || verb == "RCPT") m_exchanges.back().address = address_of(text);
 }
 
@@ -333,7 +359,8 @@ void dialogue_view::server_line(std::string_view line, bool is_cut) {
   }
   std::string text = presentable(m_secrets.masked(line));
   if (m_mode == mode::login && current.judged == verdict::goes_on) {
-    text = text.substr(0, 4) + kMask;
+    current.challenge = challenge_of(line, m_secrets);
+    text = (m_pop3 ? "+ " : text.substr(0, 4)) + kMask;
   }
   show("S: ", text);
   if (current.reply.size() < kMostLines) current.reply.push_back(text);

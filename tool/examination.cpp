@@ -68,6 +68,18 @@ void examination::fail(const problem& cause, const std::string& prefix) {
   fail(prefix + stage_name(cause.stage()), {cause.exit_code(), cause.cause(), cause.remedy()});
 }
 
+bool examination::check_token(const endpoint_options& options, const std::string& prefix) {
+  if (!options.tokens()) return true;
+  try {
+    options.tokens()->examine();
+    options.tokens()->token(false, std::chrono::seconds(options.timeout));
+    good(prefix + "token", options.tokens()->description());
+  } catch (problem& cause) {
+    fail(cause.at("token", "", ""), prefix);
+  }
+  return is_good();
+}
+
 // Each address by itself: the library stops at the first that answers, so one that is dead would
 // only show as a delay.
 bool examination::check_way(const endpoint_options& options, bool is_pop3,

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <new>
 #include <vector>
@@ -50,6 +51,7 @@ std::vector<std::string> known_words(const tavmail::command_line& line) {
 
 void refuse_unknown(const tavmail::command_line& line) {
   for (const std::string& word : line.unknown_words()) {
+    if (word == "--") continue;  // the end of the options
     const bool is_option = word[0] == '-' || line.parent() != nullptr;
     throw tavmail::problem(
         EX_USAGE, (is_option ? "unknown option " : "unknown command ") + word +
@@ -79,9 +81,9 @@ int run_tool(int argc, char** argv) {
   tavmail::command_line tool("Sends mail over SMTP and receives it over POP3.", "tavmail");
   tool.set_version(kVersion);
   const std::vector<tavmail::command> commands = {
-      tavmail::add_send(tool),      tavmail::add_receive(tool), tavmail::add_list(tool),
-      tavmail::add_delete(tool),    tavmail::add_doctor(tool),  tavmail::add_authorize(tool),
-      tavmail::add_completion(tool)};
+      tavmail::add_send(tool),      tavmail::add_sendmail(tool),  tavmail::add_receive(tool),
+      tavmail::add_list(tool),      tavmail::add_delete(tool),    tavmail::add_doctor(tool),
+      tavmail::add_authorize(tool), tavmail::add_completion(tool)};
   const tavmail::command* chosen = nullptr;
   try {
     if (!tool.parse(argc, argv)) return EX_OK;
@@ -104,13 +106,19 @@ int run_tool(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::vector<char*> words(argv, argv + argc + 1);  // with the null at the end
+  static char sendmail[] = "sendmail";
+  // Called through a link, as programs call it that know nothing of tavmail.
+  if (argc > 0 && std::filesystem::path(argv[0]).filename() == sendmail) {
+    words.insert(words.begin() + 1, sendmail);
+  }
   // For the width of characters on a terminal.
   std::setlocale(LC_CTYPE, "C.UTF-8");
   // A file that may not grow is an error like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   try {
     const tavmail::interrupt_guard guard;
-    return run_tool(argc, argv);
+    return run_tool(static_cast<int>(words.size()) - 1, words.data());
   } catch (...) {
     // Not even a message could be made.
     std::fputs("tavmail: out of memory\n", stderr);

@@ -29,20 +29,35 @@ void print(const receive_options& options, const collection& run) {
   }
   const size_t before = run.deleted_before().size();
   if (before > 0) std::cout << counted(before, "earlier ") << " deleted on the server\n";
-  std::cout << counted(run.received(), options.all ? "" : "new ") << "; " << run.on_server()
+  const bool is_any = options.all || !options.picks.is_empty();
+  std::cout << counted(run.received(), is_any ? "" : "new ") << "; " << run.on_server()
             << " on the server\n";
-  if (!options.saves() && !options.all && run.received() > 0) {
+  const size_t left = run.too_large().size();
+  if (left > 0) std::cout << counted(left, "larger ") << " left there (--max-size)\n";
+  if (!options.saves() && !is_any && run.received() > 0) {
     std::cout << "nothing was saved, so they stay new; --folder DIR saves them\n";
   }
 }
 
 // Fills in what was left open and checks what was given.
 void complete(command_line& command, receive_options& options) {
+  const bool is_folder_given = !options.folder.empty();
+  const bool is_pipe_given = !options.pipe.empty();
   options.account.apply(command, *command.parent(), "pop3", options.mailbox);
   options.mailbox.complete();
+  // The account may have the other one; what the command line says counts.
+  if (is_folder_given) options.pipe.clear();
+  if (is_pipe_given) options.folder.clear();
+  if (!options.folder.empty() && !options.pipe.empty()) {
+    throw problem(EX_CONFIG, "the account has both folder and pipe; mails can go to one");
+  }
   if (options.is_deleting && !options.saves()) {
     throw problem(EX_USAGE, "--delete deletes what was saved; add --folder DIR");
   }
+  if (options.pipe.empty() && options.format != mail_format::parts && options.folder.empty()) {
+    throw problem(EX_USAGE, "--format says how mails are saved; add --folder DIR");
+  }
+  options.is_output_data = options.is_json;
 }
 
 int run_receive(command_line& command, receive_options& options) {
@@ -60,9 +75,10 @@ int run_receive(command_line& command, receive_options& options) {
   if (!end && run->received() < mails.size()) {
     end.emplace(EX_DATAERR, mails[run->received()].problem);
   }
+  const std::vector<listed_mail> none;
   const std::vector<listed_mail> before = run ? run->deleted_before() : std::vector<listed_mail>();
   if (options.is_json) {
-    std::cout << mails_json(mails, before, end ? &*end : nullptr);
+    std::cout << mails_json(mails, before, run ? run->too_large() : none, end ? &*end : nullptr);
   } else if (!end || !mails.empty() || !before.empty()) {
     print(options, *run);
   }

@@ -25,9 +25,6 @@ struct seen_path {
 // `wanted`, or $XDG_STATE_HOME/tavmail/KEY.seen where that is "". Throws a problem.
 seen_path place_of_list(const mailbox_options& mailbox, const std::string& wanted);
 
-// Makes the folder of a list. Throws a problem.
-void make_folder_of(const std::string& path);
-
 }  // namespace tavmail
 
 #endif

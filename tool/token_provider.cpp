@@ -1,6 +1,5 @@
 #include "token_provider.h"
 
-#include "interrupt.h"
 #include "problem.h"
 #include "web_form.h"
 
@@ -36,12 +35,6 @@ void token_provider::add_to(command_line& command) {
   command.add("--timeout", timeout, "seconds to wait for an answer")
       .range(1, 3600)
       .shows_default()
-      .value_name("N")
-      .group(kGroup);
-  command
-      .add("--max-time", std::function<void(int)>(interrupt_guard::end_after),
-           "seconds for all of the run; no limit by default")
-      .range(1, 1000000)
       .value_name("N")
       .group(kGroup);
 }

@@ -3,6 +3,7 @@
 #ifndef TOKEN_PROVIDER_H
 #define TOKEN_PROVIDER_H
 
+#include <chrono>
 #include <string>
 
 #include "command_line.h"
@@ -28,6 +29,7 @@ struct token_provider {
   // Checks what was given. Throws a problem.
   void complete() const;
 
+  std::chrono::milliseconds patience() const { return std::chrono::seconds(timeout); }
   // The host that gives the tokens, for messages.
   std::string host() const;
 };

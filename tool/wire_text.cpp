@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "received_text.h"
+
 namespace tavmail {
 
 namespace {
@@ -83,6 +85,37 @@ void from_quote::decide(bool is_from) {
 
 void from_quote::finish() {
   if (m_beginsLine) decide(false);
+}
+
+void mbox_header::take(std::string_view text) {
+  while (!m_ended && !text.empty()) {
+    if (m_beginsLine) {
+      take_beginning(text[0]);
+      text.remove_prefix(1);
+    } else {
+      const std::string_view piece = take_piece(text);
+      m_beginsLine = piece.back() == '\n';
+      m_sink(piece);
+    }
+  }
+  if (!text.empty()) m_sink(text);
+}
+
+void mbox_header::take_beginning(char ch) {
+  static constexpr std::string_view kNames[] = {"content-length:", "status:", "x-status:"};
+  m_begun += ch;
+  const std::string begun = lower_case(m_begun);
+  for (const std::string_view name : kNames) {
+    if (begun == name) {
+      m_sink("Old-");
+    } else if (begun == name.substr(0, begun.size())) {
+      return;
+    }
+  }
+  m_sink(m_begun);
+  m_ended = m_begun == "\n";
+  m_beginsLine = ch == '\n';
+  m_begun.clear();
 }
 
 }  // namespace tavmail

@@ -53,6 +53,24 @@ class from_quote {
   size_t m_matched = 0;  // bytes of "From " after them
 };
 
+// Puts "Old-" before the fields of a header that readers of an mbox take for their own notes: a
+// length that is not true would hide the mail that follows, and a status would say that this one
+// was read. Lines end in LF.
+class mbox_header {
+ public:
+  explicit mbox_header(wire_text::sink out) : m_sink(std::move(out)) {}
+
+  void take(std::string_view text);
+
+ private:
+  void take_beginning(char ch);
+
+  const wire_text::sink m_sink;
+  std::string m_begun = {};  // of a line, as far as it may be the name of such a field
+  bool m_beginsLine = true;
+  bool m_ended = false;
+};
+
 }  // namespace tavmail
 
 #endif

@@ -12,7 +12,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -27,13 +26,12 @@
 #include "handle_table.h"
 #include "immortal.h"
 #include "port_time.h"
-#include "tav_dbglog.h"
+#include "record_heads.h"
 #include "tav_netsock_tls.h"
+#include "tls_port.h"
 #include "tlsw.h"
 #include "wake.h"
 #include "wiretap.h"
-
-#define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
 
 namespace {
 
@@ -85,16 +83,10 @@ struct session {
   int fd = 0;
   std::string server;               // that the certificate is to be for
   const deadline* until = nullptr;  // of the call that is going on
-  bool is_established = false;
-  bool is_ended = false;   // by the peer, with close_notify
-  bool is_broken = false;  // no further call
-  int error = 0;           // of mbedTLS
-  // The head of the next record: what has come of it, what has been handed out.
-  std::array<unsigned char, 9> head = {};
-  size_t came = 0;
-  size_t handed = 0;
-  size_t body = 0;  // bytes of the record that follow
-  int requests = 0;
+  bool is_ended = false;            // by the peer, with close_notify
+  bool is_broken = false;           // no further call
+  int error = 0;                    // of mbedTLS
+  record_heads heads;
   // Of the certificate, when it was checked.
   uint32_t faults = 0;
   const char* refused = TAV_TLS_REFUSED_OTHER;
@@ -110,17 +102,16 @@ handle_table<context, session>& table() {
 // The bytes on their way. mbedTLS goes on by itself as long as some move, whatever they are: the
 // time of a call is looked at wherever they do.
 
-bool is_over(const session& s) {
-  return s.until != nullptr && (is_woken() || s.until->rest() == 0);
-}
+bool is_over(const session& s) { return s.until != nullptr && s.until->is_over(); }
+
+bool is_retry() { return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR; }
 
 int send_bytes(void* of, const unsigned char* data, size_t length) {
   const session& s = *static_cast<session*>(of);
   if (is_over(s)) return MBEDTLS_ERR_SSL_WANT_WRITE;
   const ssize_t count = send(s.fd, data, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   if (count >= 0) return static_cast<int>(count);
-  const bool is_retry = errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-  return is_retry ? MBEDTLS_ERR_SSL_WANT_WRITE : MBEDTLS_ERR_SSL_CONN_EOF;
+  return is_retry() ? MBEDTLS_ERR_SSL_WANT_WRITE : MBEDTLS_ERR_SSL_CONN_EOF;
 }
 
 // Above 0 the bytes that came, else what mbedTLS is told.
@@ -128,62 +119,22 @@ int fetch(session& s, unsigned char* data, size_t length) {
   if (is_over(s)) return MBEDTLS_ERR_SSL_WANT_READ;
   const ssize_t count = recv(s.fd, data, length, MSG_DONTWAIT);
   if (count > 0) return static_cast<int>(count);
-  const bool is_retry =
-      count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
-  return is_retry ? MBEDTLS_ERR_SSL_WANT_READ : MBEDTLS_ERR_SSL_CONN_EOF;
+  return count < 0 && is_retry() ? MBEDTLS_ERR_SSL_WANT_READ : MBEDTLS_ERR_SSL_CONN_EOF;
 }
 
-constexpr size_t kHead = 5;  // type, version, length
-
-// How much of a record is looked at: four bytes in a handshake may be a HelloRequest.
-size_t head_size(const session& s) {
-  if (s.came < kHead) return kHead;
-  const bool is_short = s.head[3] == 0 && s.head[4] == 4;
-  return s.head[0] == MBEDTLS_SSL_MSG_HANDSHAKE && is_short ? s.head.size() : kHead;
-}
-
-bool is_hello_request(const session& s) {
-  return s.came == s.head.size() && std::count(&s.head[kHead], s.head.end(), 0) == 4;
-}
-
-// mbedTLS declines a renegotiation and goes on, and does not know that a request for one during a
-// handshake is to be ignored: both are looked for here.
-int fetch_head(session& s) {
-  while (s.came < head_size(s)) {
-    const int count = fetch(s, &s.head[s.came], head_size(s) - s.came);
-    if (count <= 0) return count;
-    s.came += static_cast<size_t>(count);
-    if (s.came < kHead) continue;
-    if (s.head[0] < MBEDTLS_SSL_MSG_CHANGE_CIPHER_SPEC ||
-        s.head[0] > MBEDTLS_SSL_MSG_APPLICATION_DATA || s.head[1] != MBEDTLS_SSL_MAJOR_VERSION_3) {
-      return MBEDTLS_ERR_SSL_INVALID_RECORD;
-    }
-    const bool is_late = s.head[0] == MBEDTLS_SSL_MSG_HANDSHAKE && s.is_established;
-    if (is_late || (is_hello_request(s) && ++s.requests > 1)) {
-      return MBEDTLS_ERR_SSL_UNEXPECTED_MESSAGE;
-    }
-    if (is_hello_request(s)) s.came = 0;  // to be ignored (RFC 5246, 7.4.1.1), but not for ever
-  }
-  s.body = (static_cast<size_t>(s.head[3]) << 8 | s.head[4]) + kHead - s.came;
-  return static_cast<int>(s.came);
-}
-
+// mbedTLS declines a renegotiation and goes on, and knows no request within a handshake.
 int receive_bytes(void* of, unsigned char* data, size_t length) {
   session& s = *static_cast<session*>(of);
-  if (s.body == 0 && s.handed == s.came) s.came = s.handed = 0;
-  if (s.handed == 0) {
-    const int result = fetch_head(s);
-    if (result <= 0) return result;
+  const auto from_socket = [&](unsigned char* room, size_t size) { return fetch(s, room, size); };
+  const int count = s.heads.receive(from_socket, data, length);
+  switch (s.heads.found()) {
+    case record_heads::fault::not_tls:
+      return MBEDTLS_ERR_SSL_INVALID_RECORD;
+    case record_heads::fault::renegotiation:
+      return MBEDTLS_ERR_SSL_UNEXPECTED_MESSAGE;
+    default:
+      return count;
   }
-  if (s.handed < s.came) {
-    const size_t count = std::min(length, s.came - s.handed);
-    std::memcpy(data, &s.head[s.handed], count);
-    s.handed += count;
-    return static_cast<int>(count);
-  }
-  const int count = fetch(s, data, std::min(length, s.body));
-  if (count > 0) s.body -= static_cast<size_t>(count);
-  return count;
 }
 
 enum class io_result { done, closed, timeout, failed };
@@ -305,19 +256,6 @@ int judge(void* of, mbedtls_x509_crt* certificate, int depth, uint32_t* faults) 
 
 // The handshake.
 
-// Every way that one does not begin or end well: it is told to the log and to the observer.
-int32_t fail(int32_t result, const std::string& reason) {
-  TLS_LOG(0, "tlsw: handshake failed: %s\n", reason.c_str());
-  wiretap(TAV_WIRETAP_TLS_FAILED, reason);
-  return result;
-}
-
-int32_t refuse(const char* name, const std::string& sentence) {
-  TLS_LOG(0, "tlsw: certificate refused: %s\n", sentence.c_str());
-  wiretap(TAV_WIRETAP_TLS_REFUSED, name + ("\n" + sentence));
-  return TLSW_ERR_CERTIFICATE;
-}
-
 std::string failure_reason(const session& s) {
   switch (s.error) {
     case MBEDTLS_ERR_SSL_CONN_EOF:
@@ -340,42 +278,34 @@ std::string failure_reason(const session& s) {
   }
 }
 
-// Versions as the option bytes number them; this library ends with TLS 1.2.
-bool set_versions(mbedtls_ssl_config& config, const uint8_t (&option)[5]) {
-  const int newest = option[1];
-  const int oldest = option[3] == 0 ? 3 : option[3];
-  if ((newest != 0 && newest != 3 && newest != 4) || oldest > 3) return false;
-  mbedtls_ssl_conf_min_version(&config, MBEDTLS_SSL_MAJOR_VERSION_3, oldest);
-  return true;
-}
+// TLS 1.2. Here and in tlsw.h the versions have the same numbers.
+constexpr int kNewest = MBEDTLS_SSL_MINOR_VERSION_3;
 
 // A session that is ready for its handshake.
-int32_t prepare(session& s, const TLSW_CONNECT_PARAM& param) {
-  const bool check = param.option[0] == 1;
+int32_t prepare(session& s, const tls_options& options) {
+  if (options.check && s.server.empty()) {
+    return certificate_refused(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
+  }
+  if (options.check && !s.owner->load_store()) {
+    return handshake_failed(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
+  }
   if (mbedtls_ssl_config_defaults(&s.config, MBEDTLS_SSL_IS_CLIENT, MBEDTLS_SSL_TRANSPORT_STREAM,
                                   MBEDTLS_SSL_PRESET_DEFAULT) != 0) {
-    return fail(TLSW_ERR_NO_MEMORY, "no memory");
+    return handshake_failed(TLSW_ERR_NO_MEMORY, "no memory");
   }
-  if (param.option[0] > 1 || param.option[2] != 0 || param.option[4] != 0 ||
-      !set_versions(s.config, param.option)) {
-    return fail(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
-  }
-  if (check && s.server.empty()) {
-    return refuse(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
-  }
-  if (check && !s.owner->load_store()) return fail(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
-  mbedtls_ssl_conf_authmode(&s.config, check ? MBEDTLS_SSL_VERIFY_REQUIRED : MBEDTLS_SSL_VERIFY_NONE);
+  mbedtls_ssl_conf_min_version(&s.config, MBEDTLS_SSL_MAJOR_VERSION_3, options.oldest);
+  mbedtls_ssl_conf_authmode(&s.config,
+                            options.check ? MBEDTLS_SSL_VERIFY_REQUIRED : MBEDTLS_SSL_VERIFY_NONE);
   mbedtls_ssl_conf_ca_chain(&s.config, &s.owner->store, nullptr);
   mbedtls_ssl_conf_verify(&s.config, judge, &s);
   mbedtls_ssl_conf_rng(&s.config, mbedtls_ctr_drbg_random, &s.owner->random);
-  if (mbedtls_ssl_setup(&s.ssl, &s.config) != 0) return fail(TLSW_ERR_NO_MEMORY, "no memory");
-  // It is sent, and compared with the host names of the certificate.
-  if (!s.server.empty() && !is_address_literal(s.server) &&
-      mbedtls_ssl_set_hostname(&s.ssl, s.server.c_str()) != 0) {
-    return fail(TLSW_ERR_NO_MEMORY, "no memory");
+  // A host name is sent, and compared with those of the certificate.
+  const bool has_host = !s.server.empty() && !is_address_literal(s.server);
+  if (mbedtls_ssl_setup(&s.ssl, &s.config) != 0 ||
+      (has_host && mbedtls_ssl_set_hostname(&s.ssl, s.server.c_str()) != 0)) {
+    return handshake_failed(TLSW_ERR_NO_MEMORY, "no memory");
   }
   mbedtls_ssl_set_bio(&s.ssl, &s, send_bytes, receive_bytes, nullptr);
-  s.fd = param.sock;
   return TLSW_OK;
 }
 
@@ -385,30 +315,33 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
     const int done = mbedtls_ssl_handshake(&s.ssl);
     return done == 0 ? 1 : done;
   });
-  if (result == io_result::timeout) return fail(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
+  if (result == io_result::timeout)
+    return handshake_failed(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
   if (result != io_result::done) {
-    if (s.error == MBEDTLS_ERR_X509_CERT_VERIFY_FAILED) return refuse(s.refused, s.sentence);
-    return fail(TLSW_ERR_CONNECT, failure_reason(s));
+    if (s.error == MBEDTLS_ERR_X509_CERT_VERIFY_FAILED)
+      return certificate_refused(s.refused, s.sentence);
+    return handshake_failed(TLSW_ERR_CONNECT, failure_reason(s));
   }
-  s.is_established = true;
+  s.heads.end_handshake();
   const mbedtls_x509_crt* const certificate = mbedtls_ssl_get_peer_cert(&s.ssl);
   if (!check && has_wiretap() && certificate != nullptr) text_of(*certificate).tell();
-  const std::string started = mbedtls_ssl_get_version(&s.ssl) + std::string(" ") +
-                              mbedtls_ssl_get_ciphersuite(&s.ssl);
-  TLS_LOG(4, "tlsw: %s\n", started.c_str());
-  wiretap(TAV_WIRETAP_TLS_STARTED, started);
-  return TLSW_OK;
+  return handshake_started(mbedtls_ssl_get_version(&s.ssl), mbedtls_ssl_get_ciphersuite(&s.ssl));
 }
 
 int32_t connect_session(uint32_t handle, const TLSW_CONNECT_PARAM& param, uint32_t* session_out) {
   const std::shared_ptr<context> owner = table().context(handle);
   const int32_t has_bytes = tav_netsock_has_bytes(param.sock);
   if (!owner || has_bytes < 0) return TLSW_ERR_PARAM;
-  if (has_bytes > 0) return fail(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
+  if (has_bytes > 0) return handshake_failed(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
+  tls_options options;
+  if (!read_options(param.option, options) || options.oldest > kNewest) {
+    return handshake_failed(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
+  }
   const auto made = std::make_shared<session>(owner);
+  made->fd = param.sock;
   made->server = bare_name(tav_netsock_get_name(param.sock));
-  int32_t result = prepare(*made, param);
-  if (result == TLSW_OK) result = handshake(*made, param.option[0] == 1, param.timeout_ms);
+  int32_t result = prepare(*made, options);
+  if (result == TLSW_OK) result = handshake(*made, options.check, param.timeout_ms);
   if (result != TLSW_OK) return result;
   *session_out = table().add_session(handle, made);
   return *session_out != 0 ? TLSW_OK : TLSW_ERR_PARAM;

@@ -1,5 +1,6 @@
 // The header of a part on the wire (RFC 2045, RFC 2183).
 
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -32,9 +33,29 @@ class part_header {
   utl_buffer m_cText;
 };
 
+// type "/" subtype, two tokens (RFC 2045 5.1)
+bool is_media_type(const char* text) {
+  static constexpr char kToken[] =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!#$%&'*+-.^_`{|}~";
+  constexpr size_t kLongest = 127;  // RFC 6838 4.2
+  const size_t type = std::strspn(text, kToken);
+  if (type == 0 || type > kLongest || text[type] != '/') return false;
+  const char* const rest = text + type + 1;
+  const size_t subtype = std::strspn(rest, kToken);
+  return subtype > 0 && subtype <= kLongest && rest[subtype] == '\0';
+}
+
+// The type on the wire: that of the table, or for any other the text of the application.
+bool has_usable_type(const tav_eml_mlutl_mail_part& part) {
+  if (part.m_nContentType != TAV_EML_CT_UNKNOWN) return part.m_nContentType != TAV_EML_CT_NONE;
+  return is_media_type(text_of(part.m_cMediaType));
+}
+
 bool append_content_type(part_header& header, const tav_eml_mlutl_mail_part& part) {
   constexpr int kStep = 415;
-  const char* type = tav_eml_mlutl_mail_type::get_content_type(part.m_nContentType);
+  const char* type = part.m_nContentType == TAV_EML_CT_UNKNOWN
+                         ? text_of(part.m_cMediaType)
+                         : tav_eml_mlutl_mail_type::get_content_type(part.m_nContentType);
   const bool has_char_set =
       part.m_nCharSet != TAV_EML_CS_UNKNOWN && part.m_nCharSet != TAV_EML_CS_NONE;
   if (clb_CompStrCaseN(type, "text", 4) != 0 || !has_char_set) {
@@ -80,7 +101,7 @@ bool append_lines(part_header& header, tav_eml_mlutl_mail_part& part) {
 int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
   buffer = nullptr;
   length = 0;
-  if (m_nContentType == TAV_EML_CT_NONE || m_nContentType == TAV_EML_CT_UNKNOWN) {
+  if (!has_usable_type(*this)) {
     return part_failure("make_header", " IsContentTypeAvail returns [FALSE]");
   }
   if (!is_header_value(text_of(m_cFIleName))) {

@@ -1,9 +1,9 @@
 // tav_bearer.h - OAuth 2.0 access tokens for the login at a mail server.
 //
 // A port need not have this: the library imports the function weakly and logs in with passwords
-// where it is missing. A weak reference does not pull a member out of a static archive, nor keep a
-// shared library that the linker was told to take --as-needed: a program must then name the
-// function (-Wl,-u,tav_bearer_get) or its object file.
+// where it is missing. A weak reference does not pull a member out of a static archive, so such a
+// program is linked with -Wl,-u,tav_bearer_get or with the object file. Nor does it keep a shared
+// library that has only this function: -Wl,--no-as-needed does.
 //
 // Contract of a port:
 //  - The library calls once for each connection that logs in, when TLS protects it and a user is

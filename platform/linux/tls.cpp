@@ -16,14 +16,12 @@
 #include "handle_table.h"
 #include "immortal.h"
 #include "port_time.h"
-#include "tav_dbglog.h"
 #include "tav_netsock_tls.h"
 #include "tls_certificate.h"
+#include "tls_port.h"
 #include "tlsw.h"
 #include "wake.h"
 #include "wiretap.h"
-
-#define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
 
 namespace {
 
@@ -63,9 +61,7 @@ bool is_retry(ssize_t count) {
 
 // OpenSSL goes on by itself as long as bytes move, whatever they are: the time of a call is looked
 // at wherever they do.
-bool is_over(const session& s) {
-  return s.until != nullptr && (is_woken() || s.until->rest() == 0);
-}
+bool is_over(const session& s) { return s.until != nullptr && s.until->is_over(); }
 
 // A request that meets a handshake is to be ignored (RFC 5246, 7.4.1.1), but not for ever.
 bool is_renegotiating(const session& s) { return s.renegotiations > (s.is_established ? 0 : 1); }
@@ -130,33 +126,16 @@ BIO_METHOD* socket_bio_method() {
   return method;
 }
 
-// Protocol versions as the option bytes number them; 0 is left to the caller.
-bool to_version(uint8_t option, int& version) {
+bool set_versions(SSL* ssl, const tls_options& options) {
   static constexpr int kVersions[] = {0, TLS1_VERSION, TLS1_1_VERSION, TLS1_2_VERSION,
                                       TLS1_3_VERSION};
-  if (option >= sizeof kVersions / sizeof *kVersions) return false;
-  version = kVersions[option];
-  return true;
-}
-
-bool set_versions(SSL* ssl, const TLSW_CONNECT_PARAM& param) {
-  int newest = 0;
-  int oldest = 0;
-  const bool is_old_newest = param.option[1] == 1 || param.option[1] == 2;
-  if (is_old_newest || !to_version(param.option[1], newest) ||
-      !to_version(param.option[3], oldest)) {
-    return false;
-  }
-  if (oldest == TLS1_VERSION || oldest == TLS1_1_VERSION) {
+  const int oldest = kVersions[options.oldest];
+  if (oldest < TLS1_2_VERSION) {
     // The security level of today excludes these versions.
     SSL_set_cipher_list(ssl, "DEFAULT:@SECLEVEL=0");
   }
-  return SSL_set_min_proto_version(ssl, oldest != 0 ? oldest : TLS1_2_VERSION) == 1 &&
-         SSL_set_max_proto_version(ssl, newest) == 1;
-}
-
-bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
-  return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
+  return SSL_set_min_proto_version(ssl, oldest) == 1 &&
+         SSL_set_max_proto_version(ssl, kVersions[options.newest]) == 1;
 }
 
 enum class io_result { done, closed, timeout, failed };
@@ -264,56 +243,41 @@ const char* failure_reason(unsigned long code) {
   }
 }
 
-// Every handshake that does not begin or end well is told to the log and to the observer.
-int32_t fail(int32_t result, const char* reason) {
-  TLS_LOG(0, "tlsw: handshake failed: %s\n", reason);
-  wiretap(TAV_WIRETAP_TLS_FAILED, reason);
-  return result;
-}
-
-int32_t refuse(const char* name, const std::string& sentence) {
-  TLS_LOG(0, "tlsw: certificate refused: %s\n", sentence.c_str());
-  wiretap(TAV_WIRETAP_TLS_REFUSED, name + ("\n" + sentence));
-  return TLSW_ERR_CERTIFICATE;
-}
-
 int32_t handshake(session& s, uint32_t timeout_ms) {
   const deadline until(static_cast<int32_t>(std::min<uint32_t>(timeout_ms, INT32_MAX)));
   const io_result result = run(s, until, [&] { return SSL_connect(s.ssl.get()); });
-  if (result == io_result::timeout) return fail(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
+  if (result == io_result::timeout)
+    return handshake_failed(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
   if (result != io_result::done) {
     if (s.refusal.is_check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
-      return refuse(s.refusal.name, s.refusal.reason);
+      return certificate_refused(s.refusal.name, s.refusal.reason);
     }
-    return fail(TLSW_ERR_CONNECT, failure_reason(ERR_peek_last_error()));
+    return handshake_failed(TLSW_ERR_CONNECT, failure_reason(ERR_peek_last_error()));
   }
   s.is_established = true;
   s.renegotiations = 0;
-  const char* const version = SSL_get_version(s.ssl.get());
-  const char* const cipher = SSL_get_cipher_name(s.ssl.get());
-  TLS_LOG(4, "tlsw: %s with %s\n", version, cipher);
-  if (has_wiretap()) wiretap(TAV_WIRETAP_TLS_STARTED, version + (" " + std::string(cipher)));
-  return TLSW_OK;
+  return handshake_started(SSL_get_version(s.ssl.get()), SSL_get_cipher_name(s.ssl.get()));
 }
 
 // A session that is ready for its handshake.
 int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, session& s) {
   constexpr char kNoMemory[] = "no memory";
   s.ssl.reset(SSL_new(context));
-  if (!s.ssl) return fail(TLSW_ERR_NO_MEMORY, kNoMemory);
-  if (!are_options_valid(param) || !set_versions(s.ssl.get(), param)) {
-    return fail(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
+  if (!s.ssl) return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
+  tls_options options;
+  if (!read_options(param.option, options) || !set_versions(s.ssl.get(), options)) {
+    return handshake_failed(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
   }
-  s.refusal.is_check = param.option[0] == 1;
+  s.refusal.is_check = options.check;
   s.refusal.server = bare_name(tav_netsock_get_name(param.sock));
   if (s.refusal.is_check && s.refusal.server.empty()) {
-    return refuse(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
+    return certificate_refused(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
   }
   if (s.refusal.is_check && !has_trust_store(context)) {
-    return fail(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
+    return handshake_failed(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
   }
   BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
-  if (bio == nullptr) return fail(TLSW_ERR_NO_MEMORY, kNoMemory);
+  if (bio == nullptr) return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
   BIO_set_app_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
@@ -321,7 +285,8 @@ int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, session& s) {
   SSL_set_msg_callback_arg(s.ssl.get(), &s);
   s.fd = param.sock;
   // A name that is too long to be sent.
-  if (!set_server_name(s.ssl.get(), s.refusal)) return fail(TLSW_ERR_CONNECT, "no server name");
+  if (!set_server_name(s.ssl.get(), s.refusal))
+    return handshake_failed(TLSW_ERR_CONNECT, "no server name");
   return TLSW_OK;
 }
 
@@ -329,7 +294,7 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
   const std::shared_ptr<SSL_CTX> owner = table().context(context);
   const int32_t has_bytes = tav_netsock_has_bytes(param.sock);
   if (!owner || has_bytes < 0) return TLSW_ERR_PARAM;
-  if (has_bytes > 0) return fail(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
+  if (has_bytes > 0) return handshake_failed(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
   const auto made = std::make_shared<session>();
   int32_t result = prepare(owner.get(), param, *made);
   if (result == TLSW_OK) result = handshake(*made, param.timeout_ms);

@@ -1,4 +1,5 @@
-// certificate_text.h - what a person is told of a server's certificate, whatever TLS library read it.
+// certificate_text.h - what a person is told of a server's certificate, whatever TLS library read
+// it.
 
 #ifndef CERTIFICATE_TEXT_H
 #define CERTIFICATE_TEXT_H

@@ -186,12 +186,15 @@ def check_scan(client, host):
 
 
 def check_sending(client, host):
-    client("attachment", "smtp", "scanner@example.com", "anna@example.com", REPORT)
+    limits = os.path.join(DOCS, "known-limits.md")
+    client("attachment", "smtp", "scanner@example.com", "anna@example.com", REPORT, limits)
     mail = sent_to(host)
     assert mail["subject"] == "MFP-7 からのお知らせ", mail["subject"]
     assert mail["from"] == "複合機 3F <scanner@example.com>", mail["from"]
     assert mail["disposition-notification-to"] == "scanner@example.com"
-    text, part = mail.iter_parts()
+    text, part, table = mail.iter_parts()
+    assert table.get_content_type() == "text/csv" and table.get_filename() == "明細.csv"
+    assert table.get_payload(decode=True) == Path(limits).read_bytes()
     assert text.get_content_charset() == "iso-2022-jp"
     # Python's table lacks the circled digits, which are not of JIS X 0208 proper.
     assert text.get_payload(decode=True).decode("iso2022_jp_ext", "replace").startswith("お世話")

@@ -5,6 +5,7 @@ Names and headers as senders write them, terminals, and clients that want too mu
 import base64
 import contextlib
 import json
+import mailbox
 import os
 import pty
 import re
@@ -20,6 +21,7 @@ import termios
 import time
 from pathlib import Path
 
+from provider import Provider
 from runs import HOST, TAVMAIL, Host, columns, environment, faults_of, talk
 
 # The name of a file in a mail, and that of the file that is saved.
@@ -34,6 +36,8 @@ NAMES = [
     ("x" * 300 + ".pdf", "x" * 196 + ".pdf"), ("日" * 100 + ".tiff", "日" * 65 + ".tiff"),
     ("filename*=EUC-JP'ja'%C6%FC%CB%DC", "日本"), ("filename*=gb2312''%CE%E4", "武"),
     ("filename=\"=?KOI8-R?B?z8s=?= =?utf-8?Q?_?=\"", "ок"),
+    ("filename*0*=UTF-8''%E6%97;\r\n filename*1*=%A5%zz; filename*2=\"%41.p\"", "日%zz%41.p"),
+    ("filename*0=a; filename*1*=''b; filename*3=c", "a''b"),
 ]
 # A subject, the character set that its mail names, and what is shown.
 SUBJECTS = [
@@ -54,6 +58,32 @@ SUBJECTS = [
     ("a\u202eb\u2066c\u2028d".encode(), "", "a   b   c   d"),
     ("日".encode() * 1200, "", "日" * 666),
     ("日本語の文 e\u0301 x ".encode() * 40, "", ("日本語の文 e\u0301 x " * 40)[:-1]),
+]
+
+
+# The type of a text, its bytes, and what is saved as UTF-8.
+JAPANESE = "日本語の文①\n" * 20000 + "終"
+TEXTS = [
+    ("text/plain; charset=Shift_JIS", JAPANESE.encode("cp932"), JAPANESE),
+    ("text/plain; charset=iso-2022-jp", JAPANESE.replace("①", "一").encode("iso-2022-jp"),
+     JAPANESE.replace("①", "一")),
+    ("text/plain", "本\n".encode("iso-2022-jp"), "本\n"), ("text/plain", "é\n".encode(), "é\n"),
+    ("text/plain; charset=utf-16", ("é" * 50000).encode("utf-16"), "é" * 50000),
+    ("text/plain; charset=GB2312", ("武a" * 50000).encode("gb2312"), "武a" * 50000),
+    ("text/plain; charset=shift_jis", ("本a" * 50000).encode("cp932"), "本a" * 50000),
+    ("text/html; charset=windows-1252", "<p>€</p>".encode("cp1252"), "\ufeff<p>€</p>"),
+    # As they came: what cannot be read, what names its set itself, and files.
+    ("text/plain; charset=shift_jis", b"a" * 70000 + b"\x93", b"a" * 70000 + b"\x93"),
+    ("text/plain; charset=nobody", b"\xe9", b"\xe9"), ("text/plain; charset=gbk", b"", b""),
+    ("text/xml; charset=koi8-r", b"\xcf", b"\xcf"),
+    ("text/plain; charset=koi8-r; name=a.txt", b"\xcf", b"\xcf"),
+]
+# Mails that formats and readers could spoil.
+WHOLE = [
+    b"", b"\r\n", b"Subject: a\r\n\r\n.\r\n..\r\n.x\r\n\r\n", b"A: \0\xff\r\n\r\n" + b"x" * 99999,
+    b"From x\r\nStatus: R\r\nX-STATUS: y\r\nContent-Length: 9\r\nSta: z\r\n\r\nStatus: x\r\n",
+    b"Return-Path: <a@b>\r\n\r\n>From x\r\n>>>From\r\n" + b">" * 99999 + b"From x\r\nFrom\r\nFro",
+    b"Return-Path: a b\r\nContent-Length: 99999\r\n\r\nlone\r return\r\r\n\rFrom x\r\n",
 ]
 
 
@@ -101,6 +131,44 @@ def check_subjects(folder):
     wrong = [(*row, text) for row, text in zip(SUBJECTS, shown) if row[2] != text]
     assert not wrong and len(shown) == len(SUBJECTS), wrong
     assert all(columns(line) <= 80 for line in receive(host).splitlines())
+    return host
+
+
+def check_texts(folder):
+    """Texts are saved as UTF-8, in bounded memory, and the set that they came in is told."""
+    host = host_with(folder, *[
+        f"Content-Type: {kind}\r\nContent-Transfer-Encoding: base64\r\n\r\n".encode() +
+        base64.encodebytes(text) for kind, text, _ in TEXTS])
+    for box, option, wanted in (
+            ("utf8", [], [text.encode() if isinstance(text, str) else text for *_, text in TEXTS]),
+            ("kept", ["--original-charset"], [text for _, text, _ in TEXTS])):
+        told = json.loads(receive(host, "-d", box, "--json", *option))["messages"]
+        saved = [Path(folder, box, mail["parts"][0]["file"]).read_bytes() for mail in told]
+        assert saved == wanted, [(kind, text[:50]) for (kind, *_), text in zip(TEXTS, saved)]
+        assert told[0]["parts"][0]["charset"] == "Shift_JIS", told[0]
+        assert [mail["parts"][0]["bytes"] for mail in told] == list(map(len, wanted))
+    return host
+
+
+def check_whole_mails(folder):
+    """Every byte arrives, in pieces of any size, and each mail is one for another reader."""
+    host = host_with(folder, *WHOLE, script="".join(
+        f"RETR {number} drip 1ms\n" for number in (3, 5, 10, 12, 17, 19)))
+    sent = [mail if mail.endswith(b"\n") or not mail else mail + b"\r\n" for mail in WHOLE]
+    lines = [mail.replace(b"\r\n", b"\n") for mail in sent]
+    receive(host, "-d", "eml", "--format", "eml")
+    assert [Path(folder, f"eml/{n:04d}.eml").read_bytes() for n in range(1, 8)] == sent
+    receive(host, "-d", "maildir", "--format", "maildir")
+    found = [path.read_bytes() for path in Path(folder, "maildir/new").iterdir()]
+    assert sorted(found) == sorted(lines) and len(mailbox.Maildir(folder + "/maildir")) == 7
+    for _ in range(2):  # one is added to what is there
+        receive(host, "-d", "mbox", "--format", "mbox")
+    mails = [mailbox.mbox(folder + "/mbox").get_bytes(n, from_=False) for n in range(14)]
+    assert [mail.count(b"\nOld-") for mail in mails] == [0, 0, 0, 0, 3, 0, 1] * 2, mails
+    plain = [re.sub(rb"(?m)^>(?=>*From )", b"", mail.replace(b"Old-", b"")) for mail in mails]
+    assert plain == lines * 2, plain
+    begins = [mail.get_from().split()[0] for mail in mailbox.mbox(folder + "/mbox")]
+    assert begins == (["MAILER-DAEMON"] * 5 + ["a@b", "MAILER-DAEMON"]) * 2, begins
     return host
 
 
@@ -167,6 +235,19 @@ def check_terminal(folder):
     return host
 
 
+def check_consent_on_terminal(folder):
+    """A square to scan, and how long the code holds."""
+    provider = Provider(folder)
+    provider.words = ["device", "authorization_pending", "ok"]
+    place = f"http://127.0.0.1:{provider.server_port}"
+    Path(folder, "own").write_text(f"[a.oauth]\ndevice_endpoint = '{place}/device'\n"
+                                   f"token_endpoint = '{place}/token'\nclient_id = 'tool'\n")
+    shown, code, _ = on_terminal(folder, [TAVMAIL, "authorize", "a", "--config", "own"])
+    square = re.findall("\x1b\\[30;107m([ ▀▄█]+)\x1b", shown)
+    assert code == 0 and "the code holds for 0:5" in shown, shown
+    assert len(square) == (len(square[0]) + 1) // 2 > 10 and len(set(map(len, square))) == 1, shown
+
+
 def check_terminal_of_host(folder):
     """Colours on a terminal; Ctrl-C ends it and takes the private folder along."""
     def quit_at_once(shown):
@@ -205,8 +286,8 @@ def check_greedy_clients(folder):
     return host
 
 
-for check in (check_names, check_subjects, check_terminal, check_terminal_of_host,
-              check_greedy_clients):
+for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
+              check_consent_on_terminal, check_terminal_of_host, check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
         used = check(own)

@@ -42,7 +42,7 @@ section = read("tavmail.1").split(".Sh EXIT STATUS")[1].split(".Sh ")[0]
 problems += [f"only one of the page and the code has the exit code {code}"
              for code in used ^ set(re.findall(r"^\.It (\d+)", section, re.M))]
 # The texts that the page explains are those of the tool; "…" is where a name goes.
-ported = map(read, glob.glob(os.path.join(ROOT, "platform", "linux", "*.cpp")))
+ported = map(read, glob.glob(os.path.join(ROOT, "platform", "*", "*.cpp")))
 said = re.sub(r'"\s*\n\s*"', "", sources + "".join(ported)).replace('\\"', '"')
 rows = re.findall(r"^\| ((?:[^|`]|`[^`]*`)*) \| (?:\d|\d\d `\w|\d\d \|)",
                   read(os.path.join(ROOT, "docs", "troubleshooting.md")), re.M)

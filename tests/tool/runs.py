@@ -24,12 +24,17 @@ import time
 import unicodedata
 from pathlib import Path
 
+from provider import ACCESS, DEVICE, REFRESH, Provider
+
 TAVMAIL, HOST = sys.argv[1:3]
 ONCE = 30  # seconds that no run may take
 CODES = {0, 64, 65, 66, 68, 69, 70, 71, 73, 74, 75, 76, 77, 78, 130, 143}  # that are documented
 SECRETS = ("geheim", base64.b64encode(b"geheim").decode(),
-           base64.b64encode(b"\0anna\0geheim").decode())
+           base64.b64encode(b"\0anna\0geheim").decode(), ACCESS, REFRESH, DEVICE,
+           # In base64, wherever the groups of a longer text begin.
+           *(base64.b64encode(ACCESS[i:i + 9].encode()).decode() for i in range(3)))
 OPENSSL = "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
+MEMORY = {"never": 0, "once": 1}  # how often it has a text
 kept = []  # sockets and pipes that stay open
 
 
@@ -211,6 +216,7 @@ class Job:
 
     def __init__(self, rows, texts):
         self.rows, self.texts, self.host, self.most = rows, dict(texts), None, 0
+        self.provider = None
 
     def run(self):
         faults = []
@@ -224,6 +230,9 @@ class Job:
             finally:
                 faults += [f"{row.where}\n    {fault}" for fault in self.host.stop()
                            ] if self.host else []
+            if self.provider:
+                self.provider.shutdown()
+                self.provider.server_close()
             left = os.listdir(os.path.join(self.folder, "tmp"))
             return faults + [f"{row.where}\n    left in the temporary folder: {left}"] * bool(left)
 
@@ -239,13 +248,18 @@ class Job:
         items = [item.partition(" ")[::2] for item in row.scene]
         texts = {kind: rest for kind, rest in items}
         self.texts["tmp"] = self.folder
+        if "provider" in texts:
+            self.provider = self.provider or Provider(self.folder)
+            self.provider.words = texts["provider"].split()
+            self.texts["provider_port"] = str(self.provider.server_port)
+            self.texts["provider"] = "127.0.0.1:" + self.texts["provider_port"]
         for kind, rest in items:
             assert kind != "sh" or self.shell(rest), rest
         if self.host is None and re.search(r"\$(smtp|pop3)", row.command + texts.get("config", "")):
             self.host = Host(
                 self.folder,
                 "\n".join(f"{kind} {rest}" for kind, rest in items if kind[:2] != "--"
-                          and kind not in ("sh", "disk", "config", "openssl")),
+                          and kind not in ("sh", "disk", "config", "openssl", "provider")),
                 shlex.split(self.fill(" ".join(item for item in row.scene if item[:2] == "--"))),
                 "\n".join(rest for kind, rest in items if kind == "openssl"))
             for name, number in self.host.ports.items():
@@ -279,6 +293,9 @@ class Job:
             faults += ["not one line of advice"] * (len(said) != 1)
         text = " ".join((output + "\n".join(shown)).split())
         faults += [f"no {word}" for word in row.words if not self.has(self.fill(word), text, most)]
+        if self.provider:
+            faults += self.provider.faults + self.provider.words * (":" not in row.code)
+            self.provider.faults = []
         self.most = most
         heard = self.host.heard() if self.host else []
         return faults + [f"said was {output}{error}", f"heard was {heard}"] if faults else []
@@ -302,9 +319,10 @@ class Job:
                     time.sleep(0.02)
                 time.sleep(0.3)  # and the program has come to wait
                 for word in row.words:
-                    if word.startswith("once "):
-                        count = places_of(word[5:].encode(), process.pid)
-                        assert count == 1, f"{count} times in memory: {word[5:]}"
+                    kind, _, secret = word.partition(" ")
+                    if kind in MEMORY:
+                        count = places_of(secret.encode(), process.pid)
+                        assert count == MEMORY[kind], f"{count} times in memory: {secret}"
                 os.kill(process.pid, getattr(signal, "SIG" + row.code.split(":")[0]))
             _, status, usage = os.wait4(process.pid, 0)
             timer.cancel()
@@ -357,7 +375,7 @@ class Job:
         if kind == "grown":
             assert most < self.most + int(rest), f"{self.most}, then {most} kB"
             return True
-        return self.shell(rest) if kind == "$" else kind == "once" or word in text
+        return self.shell(rest) if kind == "$" else kind in MEMORY or word in text
 
 
 def main():

@@ -180,6 +180,7 @@ void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
     if (name == "in-reply-to") mail.set_in_reply_to(value);
     if (name == "references") mail.set_references(value);
     if (name == "type") mail.m_nContentType = type::test_content_type(value);
+    if (name == "media") mail.m_cMediaType = value;
     if (name == "charset") mail.m_nCharSet = type::test_char_set(value);
     if (name == "encoding") mail.m_nTransferEncoding = type::test_transfer_encoding(value);
     if (name == "as") mail.m_nContentDisposition = type::test_content_disposition(value);
