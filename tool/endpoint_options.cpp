@@ -10,6 +10,8 @@
 #include "input_file.h"
 #include "interrupt.h"
 #include "problem.h"
+#include "tav_family.h"
+#include "tav_netsock.h"
 
 namespace tavmail {
 
@@ -111,6 +113,9 @@ void endpoint_options::add_connection(command_line& command) {
       .one_of({"1.2", "1.3"})
       .value_name("VERSION")
       .group(kGroup);
+  const option only_4 =
+      command.add_flag("-4,--ipv4", ipv4, "use IPv4 addresses alone").group(kGroup);
+  command.add_flag("-6,--ipv6", ipv6, "use IPv6 addresses alone").excludes(only_4).group(kGroup);
   command.add("--timeout", timeout, "seconds to wait for the server at each step")
       .range(1, 3600)
       .shows_default()
@@ -148,6 +153,9 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
 }
 
 void endpoint_options::complete_connection() {
+  tav_netsock_use_family(ipv4   ? TAV_NETSOCK_INET
+                         : ipv6 ? TAV_NETSOCK_INET6
+                                : TAV_NETSOCK_UNSPEC);
   if (ca_file.empty()) return;
   input_file file(ca_file, "--ca-file");
   // A pipe can be read only once.

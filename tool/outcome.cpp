@@ -35,7 +35,7 @@ finding explain_parameter(const dialogue_view& view, const endpoint_options& opt
     return {EX_DATAERR, "user, password or --helo is too long, or has a control character",
             "shorten it, or remove the character", false};
   }
-  return {EX_NOHOST, "cannot find the server \"" + options.server + "\"",
+  return {EX_NOHOST, "cannot find the server \"" + options.server + "\"" + options.family_remark(),
           "check its name and the name service", false};
 }
 
