@@ -6,6 +6,7 @@
 #include <string>
 
 #include "command_line.h"
+#include "configuration.h"
 #include "endpoint_options.h"
 
 namespace tavmail {
@@ -23,6 +24,9 @@ namespace tavmail {
 //   [office.pop3]                 # for tavmail receive
 //   server = "mail.example.com:995"
 //
+//   [test]
+//   inherit = "office"            # what it lacks is as there
+//
 // Every long option of the command may stand there, with "_" for "-"; "password" too, if nobody
 // else can read the file. What the command line says counts more. An account that was not asked for
 // is not used when the command line names a server: its password is not for that one.
@@ -36,12 +40,24 @@ class account_file {
   bool apply(const command_line& command, const command_line& tool, const std::string& section,
              endpoint_options& endpoint, bool optional = false) const;
 
-  static std::string default_path();
+  // The files, and the account of them that counts: "" for none. Throw a problem.
+  configuration files() const { return configuration(m_path); }
+  std::string chosen(const configuration& files) const;
 
  private:
   std::string m_path;
   std::string m_account;
 };
+
+// The steps of it, for whoever examines a file.
+
+std::string option_of(std::string key);  // its long name
+// Throws a problem when no command of the tool has the option.
+void check_key(const command_line& tool, const config_value& value);
+// Throws a problem when the option does not take the value.
+void give(const option& taker, const config_value& value);
+void apply_sources(const std::vector<config_source>& sources, const command_line& command,
+                   const command_line& tool, endpoint_options& endpoint);
 
 }  // namespace tavmail
 

@@ -1,6 +1,8 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <set>
 #include <utility>
 
 namespace tavmail {
@@ -50,6 +52,13 @@ option option::repeatable() const { return option(m_option->allow_extra_args(fal
 option option::first_counts() const { return option(m_option->take_first()); }
 
 bool option::is_given() const { return m_option->count() > 0; }
+
+bool option::is_excluded() const {
+  const std::set<CLI::Option*> others = m_option->get_excludes();
+  return std::any_of(others.begin(), others.end(), [](auto* other) { return other->count() > 0; });
+}
+
+void option::forget() const { m_option->clear(); }
 
 std::vector<std::string> option::values() const { return m_option->results(); }
 

@@ -44,9 +44,12 @@ class option {
   option first_counts() const;  // when it is given more than once
 
   bool is_given() const;
+  bool is_excluded() const;  // by one that is given
   std::vector<std::string> values() const;
   // As if the command line had them. Throws a usage_error.
   void give(const std::vector<std::string>& values) const;
+  // As if nobody had given it. What it has filled stays.
+  void forget() const;
 
   std::string name() const;  // without the dashes, "" when it has only a letter
   std::string letter() const;

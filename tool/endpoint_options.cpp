@@ -132,8 +132,10 @@ void endpoint_options::add_connection(command_line& command) {
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {
   split_port(server, port);
   const std::string option = std::string("--") + protocol.prefix;
-  if (server.empty())
-    throw problem(EX_USAGE, "no server: give " + option + "server HOST or --account NAME");
+  if (server.empty()) {
+    throw problem(EX_USAGE, "no server: give " + option + "server HOST or --account NAME" +
+                                (lack.empty() ? "" : "; " + lack));
+  }
   if (has_control(server) || has_control(user)) {
     throw problem(EX_USAGE,
                   "a control character in " + option + "server or " + option + "user; remove it");

@@ -40,6 +40,7 @@ struct endpoint_options {
   std::string user;
   std::string password_file;
   std::string password_command;
+  std::string lack;  // of accounts, for the message that the server is missing
 
   // Where it is and the account there; then what holds for every connection of a command.
   void add_address(command_line& command, const endpoint_protocol& protocol);

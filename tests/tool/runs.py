@@ -30,6 +30,7 @@ CODES = {0, 64, 65, 66, 68, 69, 70, 71, 73, 74, 75, 76, 77, 78, 130, 143}  # tha
 SECRETS = ("geheim", base64.b64encode(b"geheim").decode(),
            base64.b64encode(b"\0anna\0geheim").decode())
 OPENSSL = "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
+FILES = {"config": "config/tavmail/config.toml", "system": "system.toml"}
 kept = []  # sockets and pipes that stay open
 
 
@@ -48,7 +49,7 @@ def faults_of(text):
 
 def environment(folder, **more):
     own = {"HOME": folder, "TMPDIR": folder + "/tmp", "XDG_CONFIG_HOME": folder + "/config",
-           "XDG_STATE_HOME": folder + "/state"}
+           "XDG_STATE_HOME": folder + "/state", "TAVMAIL_SYSTEM_CONFIG": folder + "/system.toml"}
     sanitizer = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1"
     return {**os.environ, **own, "ASAN_OPTIONS": sanitizer, "TAV_DBGLOG": "stderr", **more}
 
@@ -241,19 +242,20 @@ class Job:
         self.texts["tmp"] = self.folder
         for kind, rest in items:
             assert kind != "sh" or self.shell(rest), rest
-        if self.host is None and re.search(r"\$(smtp|pop3)", row.command + texts.get("config", "")):
+        files = {kind: texts[kind] for kind in FILES if kind in texts}
+        if self.host is None and re.search(r"\$(smtp|pop3)", row.command + str(files)):
             self.host = Host(
                 self.folder,
                 "\n".join(f"{kind} {rest}" for kind, rest in items if kind[:2] != "--"
-                          and kind not in ("sh", "disk", "config", "openssl")),
+                          and kind not in ("sh", "disk", "openssl", *FILES)),
                 shlex.split(self.fill(" ".join(item for item in row.scene if item[:2] == "--"))),
                 "\n".join(rest for kind, rest in items if kind == "openssl"))
             for name, number in self.host.ports.items():
                 self.texts.update({name: "127.0.0.1:" + number, name + "_port": number})
             self.texts["ca"] = self.host.ca
-        if "config" in texts:
-            mode, text = re.match(r"(\d* ?)(.*)", texts["config"]).groups()
-            path = Path(self.folder, "config", "tavmail", "config.toml")
+        for kind, text in files.items():
+            mode, text = re.match(r"(\d* ?)(.*)", text).groups()
+            path = Path(self.folder, FILES[kind])
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text(self.fill(text).replace(" / ", "\n") + "\n")
             path.chmod(int(mode or "600", 8))
