@@ -29,8 +29,8 @@ void refuse_to_guess(const configuration& files) {
   std::string names;
   for (const std::string& name : files.names()) names += (names.empty() ? "" : ", ") + name;
   if (names.empty()) return;
-  throw problem(EX_USAGE, files.places() +
-                              " names no default account; choose one with --account: " + names);
+  throw problem(EX_USAGE,
+                files.places() + " names no default account; choose one with --account: " + names);
 }
 
 // The options of all commands as keys.
@@ -130,6 +130,11 @@ bool account_file::apply(const command_line& command, const command_line& tool,
   return true;
 }
 
+void settle(const config_section& section, std::set<std::string>& settled) {
+  for (const config_value& value : section.values) settled.insert(value.key);
+  if (section.find(kPasswordKey) != nullptr) settled.insert({"password_file", "password_command"});
+}
+
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
                    const command_line& tool, endpoint_options& endpoint) {
   std::set<std::string> settled;  // keys that a source before has
@@ -145,9 +150,8 @@ void apply_sources(const std::vector<config_source>& sources, const command_line
       if (settled.count("password_file") + settled.count("password_command") == 0) {
         endpoint.set_password({text, password->place.file + ": password"});
       }
-      settled.insert({"password_file", "password_command"});
     }
-    for (const config_value& value : source.section->values) settled.insert(value.key);
+    settle(*source.section, settled);
   }
 }
 

@@ -3,6 +3,7 @@
 #ifndef ACCOUNT_FILE_H
 #define ACCOUNT_FILE_H
 
+#include <set>
 #include <string>
 
 #include "command_line.h"
@@ -56,6 +57,8 @@ std::string option_of(std::string key);  // its long name
 void check_key(const command_line& tool, const config_value& value);
 // Throws a problem when the option does not take the value.
 void give(const option& taker, const config_value& value);
+// Adds the keys that sources after this section have no say in.
+void settle(const config_section& section, std::set<std::string>& settled);
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
                    const command_line& tool, endpoint_options& endpoint);
 

@@ -121,8 +121,8 @@ std::vector<const config_account*> configuration::tables(const std::string& acco
   if (m_files.empty()) {
     throw problem(EX_NOINPUT, "no account \"" + account + "\": " + lack() + "; write it first");
   }
-  throw problem(EX_CONFIG, "no account \"" + account + "\" in " + places() +
-                               did_you_mean(account, names()));
+  throw problem(EX_CONFIG,
+                "no account \"" + account + "\" in " + places() + did_you_mean(account, names()));
 }
 
 std::vector<config_source> configuration::sources(const std::string& account,
@@ -138,8 +138,8 @@ std::vector<config_source> configuration::sources(const std::string& account,
     if (parent == nullptr) break;
     const std::string& name = parent->text("the name of an account");
     if (is_one_of(name, line)) {
-      throw parent->place.fault("account \"" + name + "\" inherits from itself: " +
-                                joined(line, ", ") + ", " + name);
+      throw parent->place.fault("account \"" + name +
+                                "\" inherits from itself: " + joined(line, ", ") + ", " + name);
     }
     if (!is_one_of(name, names())) {
       throw parent->place.fault("no account \"" + name + "\" to inherit from" +

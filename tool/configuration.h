@@ -18,8 +18,8 @@ struct config_source {
 
 class configuration {
  public:
-  // `path` takes the place of the user's file, which need not be there; "" for the usual one. Throws
-  // a problem.
+  // `path` takes the place of the user's file, which need not be there; "" for the usual one.
+  // Throws a problem.
   explicit configuration(const std::string& path = "");
 
   static std::string user_path();

@@ -155,9 +155,7 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
 }
 
 void endpoint_options::complete_connection() {
-  tav_netsock_use_family(ipv4   ? TAV_NETSOCK_INET
-                         : ipv6 ? TAV_NETSOCK_INET6
-                                : TAV_NETSOCK_UNSPEC);
+  tav_netsock_use_family(ipv4 ? TAV_NETSOCK_INET : ipv6 ? TAV_NETSOCK_INET6 : TAV_NETSOCK_UNSPEC);
   if (ca_file.empty()) return;
   input_file file(ca_file, "--ca-file");
   // A pipe can be read only once.

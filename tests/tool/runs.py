@@ -322,7 +322,9 @@ class Job:
             document = json.loads(output)
             entry = (document.get("checkups") or [document])[-1]
             faults += [f"JSON says {entry.get('exit_code')}"] * (entry.get("exit_code", 0) != code)
-            problem = ["tavmail: " + document["problem"]] if "problem" in document else []
+            problem = [f"tavmail: {each['account'] + ': ' if 'account' in each else ''}"
+                       + each["problem"] for each in document.get("accounts", [document])
+                       if "problem" in each]
             faults += ["another problem than JSON"] * (said != problem)
         elif "-q" in line and code == 0:
             faults += ["not quiet"] * bool(output or said)
