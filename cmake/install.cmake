@@ -34,7 +34,7 @@ set_target_properties(taveml_platform_headers PROPERTIES EXPORT_NAME platform_he
 # In the build folder they lie to each other as they do in the prefix. Else CMake would leave room
 # in the search path for the one to come, with empty entries: the folder that a program is started in.
 set(taveml_libraries taveml utlbase tavdbglog)
-if(TAVEML_LINUX_PORT)
+if(TARGET tavplatform)
   list(APPEND taveml_libraries tavplatform)
 endif()
 set(taveml_build_libdir ${PROJECT_BINARY_DIR}/lib)
@@ -95,29 +95,18 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation
   PATTERN "man" EXCLUDE PATTERN "Doxyfile" EXCLUDE PATTERN "*.py" EXCLUDE)
 
-# A device brings its own platform libraries, and its build knows where they are: the packages below
-# describe the Linux port.
-if(NOT TAVEML_LINUX_PORT)
+# A device that brings its own platform libraries has a build that knows where they are: the packages
+# below describe the port that is built here.
+if(NOT TARGET tavplatform)
   return()
 endif()
 
 taveml_search_path(tavplatform "$ORIGIN")
-install(TARGETS taveml_platform utlbase tavdbglog EXPORT taveml
+taveml_install_headers(taveml_posix_headers platform/posix/include ${taveml_platform_includedir})
+set_target_properties(taveml_posix_headers PROPERTIES EXPORT_NAME posix_headers)
+install(TARGETS taveml_platform utlbase tavdbglog tavplatform EXPORT taveml
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
     NAMELINK_COMPONENT development)
-if(CMAKE_VERSION VERSION_LESS 3.23)
-  install(TARGETS tavplatform EXPORT taveml
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
-      NAMELINK_COMPONENT development)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/linux/include/
-    DESTINATION ${taveml_platform_includedir} COMPONENT development)
-else()
-  install(TARGETS tavplatform EXPORT taveml
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
-      NAMELINK_COMPONENT development
-    FILE_SET HEADERS DESTINATION ${taveml_platform_includedir} COMPONENT development)
-endif()
-
 set(taveml_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/taveml)
 install(EXPORT taveml NAMESPACE taveml:: FILE taveml-targets.cmake
   DESTINATION ${taveml_cmakedir} COMPONENT development)

@@ -82,6 +82,18 @@ TAV_EML_RESULT exchange(pop3_connection& link, const bearer_method& method,
   return refused(TAV_EML_ERR_AUTH);
 }
 
+// There is no token, or no method for it.
+TAV_EML_RESULT go_without(const tav_eml_pop3_settings& account, bool has_token,
+                          int& refused_tokens) {
+  if (refused_tokens > 0) {
+    // A password is not for a server that has just refused a token.
+    refused_tokens = kMaxTokens;
+    return pop3_failure(kName, " no new token.", TAV_EML_ERR_AUTH);
+  }
+  if (!has_token || !account.m_strPassword.IsEmpty()) return TAV_EML_OK;
+  return pop3_failure(kName, " no method for a token.", TAV_EML_ERR_AUTH_METHOD);
+}
+
 }  // namespace
 
 TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, bool& is_done) {
@@ -90,19 +102,17 @@ TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, boo
   const bearer_login login = {TAV_BEARER_POP3, text_of(account.m_strServer), account.m_nPort,
                               text_of(account.m_strUserID)};
   bearer_token token;
-  if (!token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout))) {
-    if (refused_tokens == 0) return TAV_EML_OK;
-    refused_tokens = kMaxTokens;
-    return refused(TAV_EML_ERR_AUTH);  // no new token
-  }
+  TAV_EML_RESULT result =
+      token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "tav_bearer_get", result);
   utl_buffer reply;
-  if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
   const bearer_method* method = nullptr;
-  TAV_EML_RESULT result = ask_for_method(link, reply, method);
-  if (result != TAV_EML_OK) return result;
-  if (method == nullptr) {
-    return account.m_strPassword.IsEmpty() ? refused(TAV_EML_ERR_AUTH_METHOD) : TAV_EML_OK;
+  if (token.is_given()) {
+    if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
+    result = ask_for_method(link, reply, method);
+    if (result != TAV_EML_OK) return result;
   }
+  if (method == nullptr) return go_without(account, token.is_given(), refused_tokens);
   secret_buffer message;
   if (!token.make_message(login, *method, message)) return refused(TAV_EML_ERR_NO_MEMORY);
   result = exchange(link, *method, message.view(), reply);

@@ -7,12 +7,9 @@
 
 namespace quorvelmida {
 
-// A token that the server refuses may have run out; a second one has not.
-constexpr int kMaxTokens = 2;
-
 // Logs in with a token of the device, if it has one and the server takes one; `is_done` says
-// whether. Counts refused tokens in `refused`. TAV_EML_ERR_AUTH for a refusal. Throws what the
-// allocator throws.
+// whether. `refused` counts the refused tokens of this login, up to kMaxTokens: then no other
+// connection can help. TAV_EML_ERR_AUTH for a refusal. Throws what the allocator throws.
 TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused, bool& is_done);
 
 }  // namespace quorvelmida

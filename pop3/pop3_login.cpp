@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "common/secret.h"
 #include "common/text.h"
+#include "login/bearer_token.h"
 #include "pop3_bearer_login.h"
 #include "pop3_log.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"

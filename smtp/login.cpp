@@ -15,9 +15,6 @@ namespace {
 
 constexpr char kName[] = "tav_eml_smtp_auth";
 
-// A token that the server refuses may have run out; a second one has not.
-constexpr int kMaxTokens = 2;
-
 struct login_method {
   const char* announced;  // in the reply to EHLO
   int32_t smtp_ehlo_option::*flag;
@@ -73,23 +70,27 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   const bearer_login login = {TAV_BEARER_SMTP, text_of(settings.server), settings.port,
                               text_of(settings.user_id)};
   bearer_token token;
-  const bool has_token = dialogue.is_under_tls() && token.ask(login, progress.refused_tokens > 0,
-                                                              to_milliseconds(settings.timeout));
-  if (progress.refused_tokens > 0 && !has_token) {
-    progress.refused_tokens = kMaxTokens;
-    return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
+  TAV_EML_RESULT result = TAV_EML_OK;
+  if (dialogue.is_under_tls()) {
+    result = token.ask(login, progress.refused_tokens > 0, to_milliseconds(settings.timeout));
+    if (result != TAV_EML_OK) return called_failure(kName, "tav_bearer_get", result);
   }
   // Always the reply to this EHLO: what was announced before TLS does not count.
   smtp_ehlo_option announced = {};
   const bearer_method* bearer = nullptr;
-  TAV_EML_RESULT result = send_ehlo(&settings, &session, announced, bearer);
+  result = send_ehlo(&settings, &session, announced, bearer);
   if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
-  if (has_token && bearer != nullptr) {
+  if (token.is_given() && bearer != nullptr) {
     result = log_in_with_bearer(login, *bearer, token, dialogue);
     if (result == TAV_EML_ERR_AUTH) ++progress.refused_tokens;
     return result;
   }
-  if (has_token && settings.password.IsEmpty()) {
+  if (progress.refused_tokens > 0) {
+    // A password is not for a server that has just refused a token.
+    progress.refused_tokens = kMaxTokens;
+    return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
+  }
+  if (token.is_given() && settings.password.IsEmpty()) {
     return command_failure(kName, ": no method for a token", TAV_EML_ERR_AUTH_METHOD);
   }
   return log_in_with_password(settings, session, announced, progress.untried);

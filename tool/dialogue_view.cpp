@@ -84,10 +84,13 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
     case TAV_WIRETAP_TLS_STARTED:
       begin_tls(bytes);
       break;
-    case TAV_WIRETAP_TLS_REFUSED:
-      current_connection().tls_refusal = presentable(bytes);
+    case TAV_WIRETAP_TLS_REFUSED: {
+      const size_t end = std::min(bytes.find('\n'), bytes.size());
+      current_connection().tls_refused = std::string(bytes.substr(0, end));
+      current_connection().tls_refusal = presentable(bytes.substr(std::min(end + 1, bytes.size())));
       show("* ", "certificate refused: " + latest().tls_refusal);
       break;
+    }
     case TAV_WIRETAP_TLS_FAILED:
       current_connection().tls_failure = presentable(bytes);
       show("* ", "TLS failed: " + latest().tls_failure);
@@ -129,7 +132,7 @@ void dialogue_view::begin_connection() {
   m_latestByte = '\0';
   m_unfinished = 0;
   if (m_connections.size() >= kMostConnections) m_connections.pop_front();
-  m_connections.push_back({m_pop3, {}, {}, {}, {}});
+  m_connections.push_back({m_pop3, {}, {}, {}, {}, {}});
   begin_exchange("");
 }
 

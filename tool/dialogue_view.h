@@ -23,7 +23,8 @@ enum class dialogue_kind { smtp, pop3, pop3_before_smtp };
 struct connection {
   bool is_pop3 = false;
   std::string tls;          // version and cipher
-  std::string tls_refusal;  // why the certificate was refused
+  std::string tls_refused;  // why the certificate was refused, TAV_TLS_REFUSED_...
+  std::string tls_refusal;  // the same as a sentence
   std::string tls_failure;  // the text of TAV_WIRETAP_TLS_FAILED
   std::string certificate;  // the four lines of TAV_WIRETAP_TLS_CERTIFICATE
 };

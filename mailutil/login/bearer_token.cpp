@@ -7,6 +7,7 @@
 #include <string>
 
 #include "codec/base64.h"
+#include "common/log.h"
 #include "common/text.h"
 #include "tav_bearer.h"
 
@@ -69,17 +70,25 @@ const bearer_method* find_bearer_method(std::string_view announced) {
   return nullptr;
 }
 
-bool bearer_token::ask(const bearer_login& login, bool was_refused, long timeout) {
-  if (&tav_bearer_get == nullptr || !has_no_control(login.user)) return false;
-  if (!m_cText.allocate_uncleared(TAV_BEARER_MAX)) return false;
+TAV_EML_RESULT bearer_token::ask(const bearer_login& login, bool was_refused, long timeout) {
+  if (&tav_bearer_get == nullptr || !has_no_control(login.user)) return TAV_EML_OK;
+  if (!m_cText.allocate_uncleared(TAV_BEARER_MAX)) return TAV_EML_ERR_NO_MEMORY;
   m_cText.set_length(TAV_BEARER_MAX);  // all of it is wiped, whatever the device says
   const tav_bearer_request request = {login.service, login.server, login.user, was_refused ? 1 : 0,
                                       static_cast<int32_t>(timeout)};
   const int32_t length = tav_bearer_get(&request, m_cText.data(), TAV_BEARER_MAX);
-  if (length <= 0 || length > TAV_BEARER_MAX) return false;
-  m_uLength = static_cast<size_t>(length);
-  const std::string_view token = text();
-  return std::all_of(token.begin(), token.end(), [](char ch) { return ch > ' ' && ch <= '~'; });
+  if (length <= 0) return TAV_EML_OK;
+  const std::string_view token(m_cText.data(),
+                               static_cast<size_t>(std::min(length, TAV_BEARER_MAX)));
+  const bool is_usable =
+      length <= TAV_BEARER_MAX &&
+      std::all_of(token.begin(), token.end(), [](char ch) { return ch > ' ' && ch <= '~'; });
+  if (is_usable) {
+    m_uLength = token.size();
+  } else {
+    TAV_EML_LOG_ERROR("<Error>:%s:[Result]unusable token\n", "tav_bearer_get");
+  }
+  return TAV_EML_OK;
 }
 
 bool bearer_token::make_message(const bearer_login& login, const bearer_method& method,

@@ -7,8 +7,12 @@
 #include <string_view>
 
 #include "common/secret.h"
+#include "quorvelmida/tav_eml_result.h"
 
 namespace quorvelmida {
+
+// A token that the server refuses may have run out; a second one has not.
+constexpr int kMaxTokens = 2;
 
 struct bearer_method {
   const char* name;     // as servers announce it
@@ -31,9 +35,11 @@ struct bearer_login {
 // An access token from the device, wiped on destruction.
 class bearer_token {
  public:
-  // Asks the device. `was_refused`: the server has refused the last one. False if there is none.
-  // Throws what the allocator throws.
-  bool ask(const bearer_login& login, bool was_refused, long timeout);
+  // Asks the device. `was_refused`: the server has refused the last one. TAV_EML_OK with and
+  // without a token. Throws what the allocator throws.
+  TAV_EML_RESULT ask(const bearer_login& login, bool was_refused, long timeout);
+
+  bool is_given() const { return m_uLength > 0; }
 
   // The message that logs in. False if memory runs out.
   bool make_message(const bearer_login& login, const bearer_method& method,

@@ -26,7 +26,9 @@ class UTL_API tav_dbglog_common {
   // The one log of the process; never null.
   static tav_dbglog* get_instance() noexcept;
 
-  // Replaces the sink. A null one restores the port's own, which on Linux is chosen by the variable
+  // Replaces the sink. The library does not call this; a device's own log can do without.
+  //
+  // A null sink restores the port's own, which on Linux is chosen by the variable
   // TAV_DBGLOG: "stderr", "syslog", or anything else (and unset) for none. There, a line that comes
   // again and again is written once, and after it "last line 1234 times"; a sink sees every line.
   static void set_sink(tav_dbglog_sink sink, void* context) noexcept;

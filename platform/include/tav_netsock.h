@@ -4,20 +4,27 @@
 //  - A socket handle is above 0. Handle 0 means "no socket" and is never returned for one; a call
 //    with a handle of 0 or less returns -1 and touches nothing.
 //  - Connect, send and receive return -1 for an error and -2 for a time-out. Connect returns 0 on
-//    success; send and receive return the count of bytes moved, and receive 0 at end of stream.
+//    success; send and receive return the count of bytes moved, and receive 0 at end of stream, as
+//    often as it is called. A connection that was reset is an error, not an end.
 //  - One call moves at most what one call of the system moves. What was not asked for comes with
 //    the next call. A port may read ahead: replies are asked for byte by byte, mails in small
 //    blocks. But what it then holds, like what waits in the kernel, makes a TLS handshake fail
 //    (tlsw.h): nothing sent in clear before TLS is ever read after it.
 //  - Time-outs are in milliseconds. 0 or less means the port's own limit of 30 s: no call waits for
 //    ever, and none degenerates to a single poll. A call interrupted by a signal goes on with the
-//    time that is left.
+//    time that is left. A peer that takes bytes, however slowly, is not taken for one that does
+//    not.
 //  - No call raises SIGPIPE. TCP_NODELAY is set on every stream socket.
 //  - The name an address was resolved from is remembered: a socket connected to an address of the
 //    calling thread's latest successful tav_netsock_getaddrinfo carries that name, and the TLS
-//    wrapper (tlsw.h) sends it and checks the certificate for it.
-//  - Sockets that others have made can be sent to and received from, too. Their options are left
-//    alone, nothing is read ahead of what is asked for, and they carry no name.
+//    wrapper (tlsw.h) sends it and checks the certificate for it. tav_netsock_tls.h is how the
+//    wrapper learns of it. The next socket of the same handle knows nothing of it.
+//  - A port may be used by several threads at once, a socket by one at a time. No lock is held
+//  while
+//    a call waits.
+//  - Where handles are the system's own descriptors (platform/posix), sockets that others have made
+//    can be sent to and received from, too. Their options are left alone, nothing is read ahead of
+//    what is asked for, and they carry no name.
 
 #ifndef TAV_NETSOCK_H
 #define TAV_NETSOCK_H
@@ -87,7 +94,8 @@ UTL_API int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept;
 
 UTL_API int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
                                           int32_t timeout_ms) noexcept;
-// `flags` is handed to the system's call; 0 for an ordinary transfer.
+// `flags` is 0 for an ordinary transfer, and the library passes no other. Any other value is the
+// system's own and handed to its call.
 UTL_API int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t flags,
                                        int32_t timeout_ms) noexcept;
 UTL_API int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t flags,

@@ -15,8 +15,8 @@
 
 #include "immortal.h"
 #include "port_time.h"
-#include "socket_record.h"
 #include "tav_dbglog.h"
+#include "tav_netsock_tls.h"
 #include "tls_certificate.h"
 #include "tlsw.h"
 #include "wake.h"
@@ -185,18 +185,6 @@ bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
   return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
 }
 
-bool is_socket(int fd) {
-  int type = 0;
-  socklen_t length = sizeof type;
-  return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &length) == 0;
-}
-
-// What is on the socket before we have said hello was said in clear.
-bool has_waiting_bytes(int fd) {
-  char byte;
-  return recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
-}
-
 enum class io_result { done, closed, timeout, failed };
 
 // Runs one OpenSSL operation to its end within the deadline.
@@ -320,7 +308,7 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
   if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
     const std::string& reason = s.refusal.reason;
     TLS_LOG(0, "tlsw: certificate refused: %s\n", reason.c_str());
-    wiretap(TAV_WIRETAP_TLS_REFUSED, reason);
+    wiretap(TAV_WIRETAP_TLS_REFUSED, std::string(s.refusal.name) + "\n" + reason);
     return TLSW_ERR_CERTIFICATE;
   }
   wiretap(TAV_WIRETAP_TLS_FAILED, failure_reason(ERR_peek_last_error()));
@@ -360,18 +348,16 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
     if (found == table().contexts.end()) return TLSW_ERR_PARAM;
     owner = found->second;
   }
-  if (!is_socket(param.sock)) return TLSW_ERR_PARAM;
-  const socket_record* const record = find_record(param.sock);  // null when others have made it
-  const bool is_clear = record == nullptr || record->ahead.is_empty();
-  if (!is_clear || has_waiting_bytes(param.sock)) {
+  const int32_t has_bytes = tav_netsock_has_bytes(param.sock);
+  if (has_bytes < 0) return TLSW_ERR_PARAM;
+  if (has_bytes > 0) {
     TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
     wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_CLEAR);
     return TLSW_ERR_CONNECT;
   }
   const auto made = std::make_shared<session>();
   made->context = context;
-  const std::string name = record != nullptr ? record->name : std::string();
-  int32_t result = prepare(owner.get(), param, name, *made);
+  int32_t result = prepare(owner.get(), param, tav_netsock_get_name(param.sock), *made);
   if (result == TLSW_OK) {
     result = handshake(*made, param.option[0] == 1, param.timeout_ms);
   }

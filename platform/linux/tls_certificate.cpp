@@ -11,6 +11,7 @@
 #include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "wiretap.h"
 
@@ -110,26 +111,32 @@ std::string date_text(const ASN1_TIME* time) {
   return {text, static_cast<size_t>(length)};
 }
 
-std::string describe(int code, const X509* server, const std::string& name) {
+struct description {
+  const char* name;
+  std::string reason;
+};
+
+description describe(int code, const X509* server, const std::string& name) {
   switch (code) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
-      return "it or an issuer of it has expired (the server's own ends " +
-             date_text(X509_get0_notAfter(server)) + ")";
+      return {TAV_TLS_REFUSED_EXPIRED, "it or an issuer of it has expired (the server's own ends " +
+                                           date_text(X509_get0_notAfter(server)) + ")"};
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return "it is not yet valid; is the clock right? (the server's own begins " +
-             date_text(X509_get0_notBefore(server)) + ")";
+      return {TAV_TLS_REFUSED_NOT_YET,
+              "it is not yet valid; is the clock right? (the server's own begins " +
+                  date_text(X509_get0_notBefore(server)) + ")"};
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
-      return "it is self-signed and not in the trust store";
+      return {TAV_TLS_REFUSED_SELF_SIGNED, "it is self-signed and not in the trust store"};
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
-      return "its issuer is unknown: not in the trust store";
+      return {TAV_TLS_REFUSED_ISSUER, "its issuer is unknown: not in the trust store"};
     case X509_V_ERR_HOSTNAME_MISMATCH:
     case X509_V_ERR_IP_ADDRESS_MISMATCH:
-      return "it is for " + certificate_names(server) + ", not for " + name;
+      return {TAV_TLS_REFUSED_NAME, "it is for " + certificate_names(server) + ", not for " + name};
     default:
-      return X509_verify_cert_error_string(code);
+      return {TAV_TLS_REFUSED_OTHER, X509_verify_cert_error_string(code)};
   }
 }
 
@@ -174,7 +181,9 @@ int note_certificate(int is_good, X509_STORE_CTX* store) {
     if (!refusal->is_told) tell(server);
     refusal->is_told = true;
     if (is_good == 0 && refusal->is_check) {
-      refusal->reason = describe(X509_STORE_CTX_get_error(store), server, refusal->server);
+      description found = describe(X509_STORE_CTX_get_error(store), server, refusal->server);
+      refusal->name = found.name;
+      refusal->reason = std::move(found.reason);
     }
   } catch (const std::bad_alloc&) {
     // The refusal stands, without its reason.

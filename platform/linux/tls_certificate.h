@@ -7,10 +7,13 @@
 
 #include <string>
 
-// Why a certificate was refused, in plain words. Filled during the handshake.
+#include "tav_wiretap.h"
+
+// Why a certificate was refused. Filled during the handshake.
 struct certificate_refusal {
-  std::string server;     // the name that was asked for
-  std::string reason;     // "" as long as nothing was refused
+  std::string server;  // the name that was asked for
+  const char* name = TAV_TLS_REFUSED_OTHER;
+  std::string reason;     // in plain words; "" as long as nothing was refused
   bool is_told = false;   // the observer has been told of the certificate
   bool is_check = false;  // the check counts
 };

@@ -34,7 +34,9 @@ const std::map<string, TAV_EML_RESULT> kResults = {
     {"UNKNOWN", TAV_EML_ERR_UNKNOWN},
 };
 
-constexpr const char* kSecrets[] = {kSecret, "dGFuc3RhYW"};  // and in base64
+// Passwords and tokens, and how they look in base64.
+constexpr const char* kSecrets[] = {kSecret,    "dGFuc3RhYW", "toktok",
+                                    "dG9rdG9r", "b2t0b2t0",   "a3Rva3Rv"};
 
 string name_of_result(TAV_EML_RESULT result) {
   for (const auto& [name, code] : kResults)
@@ -45,7 +47,7 @@ string name_of_result(TAV_EML_RESULT result) {
 int32_t number(const string& text) { return static_cast<int32_t>(std::stoul(text, nullptr, 0)); }
 
 net_call kind_named(const string& name) {
-  for (int kind = 0; kind <= static_cast<int>(net_call::tls_term); ++kind)
+  for (int kind = 0; kind <= static_cast<int>(net_call::bearer); ++kind)
     if (name == name_of(static_cast<net_call>(kind))) return static_cast<net_call>(kind);
   throw std::runtime_error("there is no call " + name);
 }
@@ -96,6 +98,7 @@ device::device() {
   m_hostSettings.name = kServer;
   m_hostSettings.methods.clear();
   m_hostSettings.users = {{"u", kSecret}};
+  fake_memory::watch_for({std::begin(kSecrets) + 2, std::end(kSecrets)});
   add_setups();
   add_values();
 }
@@ -157,6 +160,14 @@ void device::add_setups() {
     const string user = expand(word_of(rest));
     m_hostSettings.users[user] = expand(rest);
   };
+  m_setups["bears"] = [this](string rest) {
+    const string user = expand(word_of(rest));
+    m_hostSettings.tokens[user] = expand(rest);
+  };
+  m_setups["token"] = [this](string rest) {
+    const string first = expand(word_of(rest));
+    net.bear(first, expand(rest));
+  };
   m_setups["set"] = [this](string rest) {
     drop_objects();
     const string name = word_of(rest);
@@ -189,6 +200,12 @@ void device::add_values() {
     return all.substr(all.rfind(", ") + 2);
   };
   m_values["connections"] = [this] { return std::to_string(host().connections()); };
+  m_values["asked"] = [this] {
+    string all;
+    for (const string& one : net.calls({net_call::bearer}))
+      if (one.substr(0, 6) == "bearer") all += (all.empty() ? "" : ", ") + one.substr(7);
+    return all;
+  };
   m_values["lock"] = [this] { return memory.any_mutex_held() ? "held" : "free"; };
   m_values["lines"] = [this] { return log.all(); };
   m_values["live"] = [this] { return std::to_string(memory.live_bytes()); };
@@ -235,7 +252,8 @@ bool device::has_logged_errors() const { return !errors_of(log).empty(); }
 void device::check_timeouts() {
   const std::set<int64_t> set = {kSeconds * 1000};
   for (const net_call kind :
-       {net_call::connect, net_call::recv, net_call::tls_connect, net_call::tls_read})
+       {net_call::connect, net_call::recv, net_call::tls_connect, net_call::tls_read,
+        net_call::bearer})
     EXPECT_TRUE(net.timeouts(kind).empty() || net.timeouts(kind) == set) << name_of(kind);
   for (const net_call kind : {net_call::send, net_call::tls_write})
     for (const int64_t given : net.timeouts(kind)) EXPECT_EQ(m_sendTimeouts.count(given), 1u);

@@ -8,6 +8,9 @@
 //   offers WORDS            of tls, and of the methods of AUTH; none of them without it
 //   serves WORDS            how the server is reached: implicit-tls, nothing
 //   account USER PASSWORD   the server knows it besides "u" and its password
+//   bears USER TOKEN        and with this access token, under TLS
+//   token TOKEN REFRESHED   the device gives this token, and that one after a refusal; none of
+//                           them without it. Every token begins with "toktoktok"
 //   set NAME VALUE          a setting of the library: see the tables in the two devices
 //   resolve ADDRESSES       of the server's name
 //   refuse PORT RESULT      of a connect
@@ -23,6 +26,7 @@
 //   last           the last of them
 //   calls          the platform's calls of the kinds that the text names, and sleeps
 //   connections    how many
+//   asked          for which tokens the device was asked, and how long those were that it gave
 //   lock           held or free
 //   lines          of the log, all of them
 //

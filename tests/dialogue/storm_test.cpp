@@ -223,7 +223,7 @@ TEST_P(storm, every_call_failed_in_turn) {
 const char kWrongReplies[] =
     "|\\r|\\n|^|2|3|4|5|+|-|.|x|\\s|\\0|\\xff|\\e[2J|\\0^|\\xff\\xfe\\x80 \\xe6^"
     "|2^|25^|250^|250-^|250\\s^|250 \\0^|334^|421 x^|535 x^|999 x^"
-    "|334 =^|334 QQ=A^|334 cmVhbG09^|334 bm9uY2U9Im4i^|220 ok^250 ok^354 ok^250 ok^235 ok^"
+    "|+ ^|+ =^|+ e30=^|334 =^|334 QQ=A^|334 cmVhbG09^|334 bm9uY2U9Im4i^|220 ok^250 ok^354 ok^250 ok^235 ok^"
     "|+^|+O^|+OK^|+OK\\n|-ERR^|.^|^.^|+OK \\0\\0^|+OK <>^|+OK^+OK^+OK 1 1^+OK 1 x^.^"
     "|+OK -1 -1^|+OK 4294967296 1^|+OK 1000000 1^|+OK 99999999999999999999 99999999999999999999^"
     "|334 {A*900}^|+OK 1 {u*10000}^|+OK 1 {u*900}^|+OK <{<*2000}>^|+OK {x*1019}^|250 {x*1019}^"
@@ -244,6 +244,8 @@ constexpr const char* kTooLong[] = {
     "+OK^Content-Type: multipart/mixed; boundary=b^^{--b^^*40000}",
     "+OK^Content-Type: multipart/mixed; boundary=b^^{preamble^*30000}",
     "{334 VXNlcm5hbWU6^*16000}",
+    "{+ e30=^*30000}",
+    "+ {A*300000}",
 };
 
 TEST_P(storm, hostile_servers) {

@@ -72,7 +72,7 @@ def run(*command, folder=None, code=0, given=None, **variables):
 def check_texts():
     """A block that names a part of an example holds that part, and compiles. Links lead somewhere.
     Every result code is explained."""
-    includes = [f"-I{ROOT}/{path}include" for path in ("", "platform/", "platform/linux/")]
+    includes = [f"-I{ROOT}/{path}include" for path in ("", "platform/", "platform/posix/")]
     for name in [name for name in os.listdir(DOCS) if name.endswith(".md")]:
         text = read(DOCS, name)
         for source, part, block in re.findall(

@@ -34,6 +34,7 @@ struct memory_state {
   std::map<void*, block_info> blocks;
   std::set<UtlMutex*> mutexes;
   std::string faults;  // one a line
+  std::vector<std::string> secrets;
   size_t serial = 0;
   size_t first_serial = 0;  // blocks before it are not this test's
   size_t live_bytes = 0;    // of the others
@@ -102,6 +103,9 @@ void release(const entry& memory, void* block) {
   auto* const start = static_cast<unsigned char*>(block) - guard_size;
   if (!intact(start) || !intact(start + guard_size + size))
     memory->faults += "writing beyond a block of " + std::to_string(size) + " bytes\n";
+  const std::string_view text(static_cast<char*>(block), size);
+  for (const std::string& secret : memory->secrets)
+    if (text.find(secret) != text.npos) memory->faults += "a secret in a freed block\n";
   if (serial >= memory->first_serial) memory->live_bytes -= size;
   std::memset(start, freed_byte, size + 2 * guard_size);
   memory->blocks.erase(found);
@@ -137,6 +141,9 @@ bool fake_memory::failed() const { return state().failed; }
 size_t fake_memory::calls() const { return state().calls; }
 size_t fake_memory::live_bytes() const { return state().live_bytes; }
 size_t fake_memory::peak_bytes() const { return state().peak_bytes; }
+void fake_memory::watch_for(std::vector<std::string> secrets) {
+  state().secrets = std::move(secrets);
+}
 std::string fake_memory::faults() { return state().faults; }
 
 bool fake_memory::any_mutex_held() const {

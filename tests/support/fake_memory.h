@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace tav_test {
 
@@ -42,6 +43,9 @@ class fake_memory {
   size_t peak_bytes() const;
 
   bool any_mutex_held() const;
+
+  // From here on a block that holds one of these texts when it is freed is a fault.
+  static void watch_for(std::vector<std::string> secrets);
 
   // One line for each overrun, free of something that is not a live block, and misuse of a mutex
   // since the latest object was made or the program began; "" when all is well.

@@ -70,6 +70,7 @@ struct fake_net {
   size_t recv_limit = fake_platform::unlimited;
   CFG_EVENT_MAIL device = {};
   int32_t device_result = CFG_OK;
+  std::string tokens[2];  // the second after a refusal
 
   std::map<int32_t, fake_socket> sockets;
   int32_t next_socket = 3;

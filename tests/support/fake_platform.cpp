@@ -39,6 +39,7 @@ constexpr kind_entry kind_table[] = {
     {"tls_write", TLSW_ERR_WRITE, TLSW_ERR_TIMEOUT},
     {"tls_shutdown", TLSW_ERR_SHUTDOWN, TLSW_ERR_SHUTDOWN},
     {"tls_term", TLSW_ERR_SHUTDOWN, TLSW_ERR_SHUTDOWN},
+    {"bearer", -1, -1},
 };
 
 const kind_entry& natural(net_call kind) { return kind_table[static_cast<size_t>(kind)]; }

@@ -79,6 +79,7 @@ enum class net_call {
   tls_write,
   tls_shutdown,
   tls_term,
+  bearer,  // only counted where bear() is linked
 };
 
 class fake_platform {
@@ -118,6 +119,10 @@ class fake_platform {
 
   // A receive that brings bytes takes so long; it must be less than the time-outs.
   void drip(int32_t milliseconds);
+
+  // The access tokens of tav_bearer.h: the first, and the one after its refusal; "" for none. A
+  // program that does not call this lacks the function, as a device without tokens does.
+  void bear(const std::string& token, const std::string& refreshed);
 
   void device_settings(const CFG_EVENT_MAIL& record, int32_t result = CFG_OK);
 

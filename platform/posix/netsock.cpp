@@ -22,6 +22,7 @@
 #include "socket_record.h"
 #include "tav_family.h"
 #include "tav_netsock.h"
+#include "tav_netsock_tls.h"
 #include "wake.h"
 #include "wiretap.h"
 
@@ -294,6 +295,21 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t fl
     count = TAV_NETSOCK_ERROR;  // only the system knows what to do, and it does not have the bytes
   }
   return observed(TAV_WIRETAP_RECEIVED, data, count);
+}
+
+const char* tav_netsock_get_name(int32_t sock) noexcept {
+  const socket_record* const record = find_record(sock);
+  return record != nullptr ? record->name.c_str() : "";
+}
+
+int32_t tav_netsock_has_bytes(int32_t sock) noexcept {
+  int type = 0;
+  socklen_t length = sizeof type;
+  if (!is_handle(sock) || getsockopt(sock, SOL_SOCKET, SO_TYPE, &type, &length) != 0) return -1;
+  const socket_record* const record = find_record(sock);  // null when others have made it
+  if (record != nullptr && !record->ahead.is_empty()) return 1;
+  char byte;
+  return recv(sock, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0 ? 1 : 0;
 }
 
 int32_t tav_netsock_shutdown(int32_t sock) noexcept {
