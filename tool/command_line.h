@@ -39,6 +39,7 @@ class option {
 
   option range(int least, int most) const;
   option one_of(const std::vector<std::string>& words) const;
+  option suggest(const std::vector<std::string>& words) const;  // for completion, unchecked
   option excludes(const option& other) const;
   option repeatable() const;    // with one value each time
   option first_counts() const;  // when it is given more than once
@@ -56,6 +57,8 @@ class option {
   std::string value_name() const;
   std::string description() const;
   bool is_flag() const;
+  // The words that the value may be, as far as they are known.
+  std::vector<std::string> suggestions() const;
 
  private:
   CLI::Option* m_option;

@@ -240,7 +240,9 @@ command add_config(command_line& tool) {
   command_line& line = tool.add_command("config", "check the configuration, or list its accounts");
   const auto action = std::make_shared<std::string>();
   const auto account = std::make_shared<account_file>();
-  line.add("action", *action, "check or accounts").value_name("ACTION");
+  line.add("action", *action, "check or accounts")
+      .suggest({"check", "accounts"})
+      .value_name("ACTION");
   account->add_to(line);
   line.set_footer(kExamples);
   return {&line, [&line, action, account] {

@@ -175,7 +175,8 @@ void send_options::add_to(command_line& command) {
   text_option = add("--text", text, "text of the mail", "TEXT");
   add("--text-file", text_file, "file with the text; \"-\" is standard input", "FILE")
       .excludes(text_option);
-  add("--charset", char_set_name, "utf-8 (default), iso-2022-jp or shift_jis", "NAME");
+  add("--charset", char_set_name, "utf-8 (default), iso-2022-jp or shift_jis", "NAME")
+      .suggest({"utf-8", "iso-2022-jp", "shift_jis"});
   add("-a,--attach", attach, "file to attach", "FILE");
   add("--attach-name", attach_name, "its name in the mail", "NAME");
   add("--content-type", content_type, "its type; by the file's name by default", "TYPE");

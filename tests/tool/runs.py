@@ -13,6 +13,7 @@ import os
 import re
 import resource
 import shlex
+import shutil
 import signal
 import socket
 import string
@@ -366,7 +367,8 @@ class Job:
 
 def main():
     jobs = [job for job in read_table(sys.argv[3])
-            if all(word in job[0].where + job[0].command for word in sys.argv[4:])]
+            if all(word in job[0].where + job[0].command for word in sys.argv[4:])
+            and (job[0].command[0] == "t" or shutil.which(job[0].command.split()[0]))]
     texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2],
              "closed": port(full=False), "full": port(full=True)}
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
