@@ -56,12 +56,12 @@ certificate_owner make_certificate(const certificate_form& form, EVP_PKEY* key, 
   return made;
 }
 
-std::string alternative_names(const std::vector<std::string>& names) {
+std::string alternative_names(const std::vector<std::string>& names, bool is_all_hosts) {
   std::string text;
   unsigned char binary[16];
   for (const std::string& name : names) {
-    const bool is_address = inet_pton(AF_INET, name.c_str(), binary) == 1 ||
-                            inet_pton(AF_INET6, name.c_str(), binary) == 1;
+    const bool is_address = !is_all_hosts && (inet_pton(AF_INET, name.c_str(), binary) == 1 ||
+                                              inet_pton(AF_INET6, name.c_str(), binary) == 1);
     text += (text.empty() ? "" : ",") + std::string(is_address ? "IP:" : "DNS:") + name;
   }
   return text;
@@ -79,13 +79,15 @@ identity make_identity(const std::vector<std::string>& names, certificate_fault 
   const bool is_expired = fault == certificate_fault::expired;
   const bool is_alone = fault == certificate_fault::self_signed;
   const bool is_named = fault != certificate_fault::wrong_name;
-  certificate_form form = {
-      "tavmail-host",
-      -day,
-      is_expired ? -60 : 30 * day,
-      {{NID_subject_alt_name, is_named ? alternative_names(names) : "DNS:wrong.example"},
-       {NID_key_usage, "critical,digitalSignature"},
-       {NID_ext_key_usage, "serverAuth"}}};
+  const bool is_early = fault == certificate_fault::not_yet_valid;
+  const bool is_all_hosts = fault == certificate_fault::address_as_name;
+  certificate_form form = {"tavmail-host",
+                           is_early ? day : -day,
+                           is_expired ? -60 : 30 * day,
+                           {{NID_subject_alt_name, is_named ? alternative_names(names, is_all_hosts)
+                                                            : "DNS:wrong.example"},
+                            {NID_key_usage, "critical,digitalSignature"},
+                            {NID_ext_key_usage, "serverAuth"}}};
   if (!is_alone) form.extensions.emplace_back(NID_authority_key_identifier, "keyid:always");
 
   const key_owner authority_key(EVP_EC_gen("P-256"));
@@ -100,7 +102,7 @@ identity make_identity(const std::vector<std::string>& names, certificate_fault 
   return made;
 }
 
-std::string to_pem(X509* certificate) {
+std::string to_pem(const X509* certificate) {
   const std::unique_ptr<BIO, int (*)(BIO*)> memory(BIO_new(BIO_s_mem()), BIO_free);
   require(memory && PEM_write_bio_X509(memory.get(), certificate) == 1, "write a certificate");
   char* data = nullptr;

@@ -26,13 +26,20 @@ struct identity {
 };
 
 // What a client that checks certificates has to notice.
-enum class certificate_fault { none, expired, wrong_name, self_signed };
+enum class certificate_fault {
+  none,
+  expired,
+  wrong_name,
+  self_signed,
+  not_yet_valid,
+  address_as_name,  // an address stands among the host names
+};
 
 // For these host names and addresses. Throws std::runtime_error.
 identity make_identity(const std::vector<std::string>& names, certificate_fault fault);
 
 // The form that clients take as a file of authorities.
-std::string to_pem(X509* certificate);
+std::string to_pem(const X509* certificate);
 
 }  // namespace mailhost
 

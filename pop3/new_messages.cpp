@@ -4,7 +4,7 @@
 #include "common/log.h"
 #include "common/text.h"
 #include "entry_status.h"
-#include "pop3_dialogue.h"
+#include "pop3_exchange.h"
 #include "pop3_log.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_pop3_command.h"

@@ -10,76 +10,43 @@ namespace quorvelmida {
 namespace {
 
 constexpr char kName[] = "connect_start";
-constexpr std::string_view kSuccess = "+OK";
 
-TAV_EML_RESULT refused(TAV_EML_RESULT result) {
-  return pop3_failure(kName, " AUTH error.", result);
+TAV_EML_RESULT read_line(pop3_connection& link, utl_buffer& line) {
+  return line.data() != nullptr || make_reply_buffer(kName, line) ? link.read_reply(line)
+                                                                  : TAV_EML_ERR_NO_MEMORY;
 }
 
-TAV_EML_RESULT send(pop3_connection& link, std::string_view line) {
-  const TAV_EML_RESULT result = link.send_all(line.data(), static_cast<long>(line.size()));
-  return result == TAV_EML_OK ? result : pop3_called_failure(kName, "WriteUntil", result);
+bool says_yes(const utl_buffer& line) { return begins_with(line.view(), "+OK"); }
+
+// The text of a challenge could hold "+OK": only the start of the line counts.
+TAV_EML_RESULT read(connection& link, bearer_rules::reply& what) {
+  utl_buffer line;
+  const TAV_EML_RESULT result = read_line(static_cast<pop3_connection&>(link), line);
+  what = bearer_rules::reply::refused;
+  if (result == TAV_EML_OK && begins_with(line.view(), "+")) {
+    what = says_yes(line) ? bearer_rules::reply::granted : bearer_rules::reply::goes_on;
+  }
+  return result;
 }
 
-// Sends a line with the token from a buffer that is wiped.
-TAV_EML_RESULT send_secret(pop3_connection& link, const char* before, std::string_view secret) {
-  secret_buffer line;
-  if (!make_secret_line(before, secret, line)) return refused(TAV_EML_ERR_NO_MEMORY);
-  return send(link, line.view());
-}
-
-TAV_EML_RESULT read(pop3_connection& link, utl_buffer& reply) {
-  const TAV_EML_RESULT result = link.read_reply(reply);
-  return result == TAV_EML_OK ? result : pop3_called_failure(kName, "ReadResponse", result);
-}
-
-bool goes_on(const utl_buffer& reply) {
-  return begins_with(reply.view(), "+") && !begins_with(reply.view(), kSuccess);
-}
+constexpr bearer_rules kRules = {255, &read};  // RFC 2449 4
 
 // Reads what the server announces, line by line: it need not fit a buffer.
-TAV_EML_RESULT ask_for_method(pop3_connection& link, utl_buffer& reply,
-                              const bearer_method*& method) {
+TAV_EML_RESULT ask_for_method(pop3_connection& link, const bearer_method*& method) {
   constexpr int kMaxLines = 1000;
-  constexpr std::string_view kSasl = "SASL ";
-  TAV_EML_RESULT result = send(link, "CAPA\r\n");
-  if (result == TAV_EML_OK) result = read(link, reply);
-  if (result != TAV_EML_OK || !begins_with(reply.view(), kSuccess)) return result;
-  for (int line = 0; line < kMaxLines; ++line) {
-    result = read(link, reply);
-    if (result != TAV_EML_OK || reply.view() == ".\r\n") return result;
-    if (begins_with_word(reply.view(), kSasl)) {
-      method = find_bearer_method(reply.view().substr(kSasl.size()));
+  constexpr std::string_view kCapa = "CAPA\r\n", kSasl = "SASL ";
+  utl_buffer line;
+  TAV_EML_RESULT result = link.send_all(kCapa.data(), static_cast<long>(kCapa.size()));
+  if (result == TAV_EML_OK) result = read_line(link, line);
+  if (result != TAV_EML_OK || !says_yes(line)) return result;
+  for (int count = 0; count < kMaxLines; ++count) {
+    result = read_line(link, line);
+    if (result != TAV_EML_OK || line.view() == ".\r\n") return result;
+    if (begins_with_word(line.view(), kSasl)) {
+      method = find_bearer_method(line.view().substr(kSasl.size()));
     }
   }
   return pop3_failure(kName, " CAPA without end.", TAV_EML_ERR_REPLY);
-}
-
-// Sends the message in the AUTH line, or after an empty challenge if the line would be too long.
-TAV_EML_RESULT send_message(pop3_connection& link, const bearer_method& method,
-                            std::string_view message, utl_buffer& reply) {
-  constexpr int64_t kLongestCommand = 255;  // RFC 2449 4
-  if (secret_line_length(method.command_with_message, message) <= kLongestCommand) {
-    return send_secret(link, method.command_with_message, message);
-  }
-  TAV_EML_RESULT result = send(link, method.command);
-  if (result == TAV_EML_OK) result = read(link, reply);
-  if (result != TAV_EML_OK) return result;
-  return goes_on(reply) ? send_secret(link, "", message) : refused(TAV_EML_ERR_AUTH);
-}
-
-TAV_EML_RESULT exchange(pop3_connection& link, const bearer_method& method,
-                        std::string_view message, utl_buffer& reply) {
-  TAV_EML_RESULT result = send_message(link, method, message, reply);
-  if (result == TAV_EML_OK) result = read(link, reply);
-  if (result != TAV_EML_OK || begins_with(reply.view(), kSuccess)) return result;
-  if (goes_on(reply)) {
-    // What went wrong, in JSON. The refusal comes after an answer.
-    result = send_secret(link, "", method.answer_to_error);
-    if (result == TAV_EML_OK) result = read(link, reply);
-    if (result != TAV_EML_OK) return result;
-  }
-  return refused(TAV_EML_ERR_AUTH);
 }
 
 // There is no token, or no method for it.
@@ -102,23 +69,17 @@ TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, boo
   const bearer_login login = {TAV_BEARER_POP3, text_of(account.m_strServer), account.m_nPort,
                               text_of(account.m_strUserID)};
   bearer_token token;
-  TAV_EML_RESULT result =
-      token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
-  if (result != TAV_EML_OK) return pop3_called_failure(kName, "tav_bearer_get", result);
-  utl_buffer reply;
+  TAV_EML_RESULT result = token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
   const bearer_method* method = nullptr;
-  if (token.is_given()) {
-    if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
-    result = ask_for_method(link, reply, method);
-    if (result != TAV_EML_OK) return result;
-  }
+  if (result == TAV_EML_OK && token.is_given()) result = ask_for_method(link, method);
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "CAPA", result);
   if (method == nullptr) return go_without(account, token.is_given(), refused_tokens);
-  secret_buffer message;
-  if (!token.make_message(login, *method, message)) return refused(TAV_EML_ERR_NO_MEMORY);
-  result = exchange(link, *method, message.view(), reply);
-  if (result == TAV_EML_ERR_AUTH) ++refused_tokens;
-  is_done = result == TAV_EML_OK;
-  return result;
+
+  result = token.log_in(login, *method, kRules, link, is_done);
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "AUTH", result);
+  if (is_done) return result;
+  ++refused_tokens;
+  return pop3_failure(kName, " AUTH error.", TAV_EML_ERR_AUTH);
 }
 
 }  // namespace quorvelmida

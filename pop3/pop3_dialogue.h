@@ -48,11 +48,6 @@ bool make_reply_buffer(const char* operation, utl_buffer& reply);
 // True when the reply says yes.
 bool is_positive(const utl_buffer& reply);
 
-// As tav_eml_pop3_command::get_uniq_id. `is_answered`: a reply line was read, whatever it says. The
-// end of the connection has the same code as a refusal, and only a refusal tells that the server
-// has no unique ids.
-TAV_EML_RESULT ask_uniq_id(pop3_connection link, int number, UtlString& uid, bool& is_answered);
-
 }  // namespace quorvelmida
 
 #endif

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
 #include "common/guard.h"
 #include "common/text.h"
-#include "pop3_dialogue.h"
+#include "pop3_exchange.h"
 #include "pop3_log.h"
 #include "pop3_login.h"
 #include "stls.h"
@@ -21,43 +20,6 @@ namespace {
 
 // No mailbox of a device has more; a hostile count would keep the application busy for days.
 constexpr int kMaxMessages = 1000000;
-
-// Which command is sent, and what its log lines call it.
-struct pop3_command {
-  const char* operation;
-  const char* reply_name;  // in the line on a bad reply
-  const char* verb;
-  const char* tail = nullptr;  // after the message number; null for a command without one
-};
-
-TAV_EML_RESULT response_error(const pop3_command& command) {
-  return pop3_failure(command.reply_name, " response error.", TAV_EML_ERR_REPLY);
-}
-
-TAV_EML_RESULT refuse(const pop3_command& command, pop3_connection& link) {
-  link.close();
-  return response_error(command);
-}
-
-// Sends the command and reads the line that answers it.
-TAV_EML_RESULT exchange(const pop3_command& command, int number, pop3_connection& link,
-                        utl_buffer& reply, line_rest rest = line_rest::dropped) {
-  const char* const operation = command.operation;
-  if (link.settings == nullptr) {
-    return pop3_called_failure(operation, "settings", TAV_EML_ERR_UNKNOWN);
-  }
-  // Before the command is sent: a reply that is not read would answer the next one.
-  if (!make_reply_buffer(operation, reply)) return TAV_EML_ERR_NO_MEMORY;
-  char line[32];
-  const int length =
-      command.tail == nullptr
-          ? std::snprintf(line, sizeof line, "%s\r\n", command.verb)
-          : std::snprintf(line, sizeof line, "%s %d%s\r\n", command.verb, number, command.tail);
-  TAV_EML_RESULT result = link.send_all(line, length);
-  if (result != TAV_EML_OK) return pop3_called_failure(operation, "WriteUntil", result);
-  result = link.read_reply(reply, rest);
-  return result == TAV_EML_OK ? result : pop3_called_failure(operation, "ReadResponse", result);
-}
 
 // Length of the reply's first line, its line feed included; 0 when it has none.
 long line_length(const utl_buffer& reply) {
@@ -73,17 +35,6 @@ TAV_EML_RESULT ask(const pop3_command& command, int number, pop3_connection link
   return is_positive(reply) ? TAV_EML_OK : refuse(command, link);
 }
 
-// Cuts the next word off a reply; its line end counts as a blank. Empty at the end.
-std::string_view next_word(std::string_view& text) {
-  constexpr const char* kBlanks = " \r\n";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  text.remove_prefix(first);
-  const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
-  text.remove_prefix(word.size());
-  return word;
-}
-
 // A decimal number, INT_MAX for a larger one; false for anything else.
 bool parse_number(std::string_view word, int& number) {
   if (word.empty()) return false;
@@ -95,12 +46,6 @@ bool parse_number(std::string_view word, int& number) {
   }
   number = static_cast<int>(value);
   return true;
-}
-
-// The text of a reply that came whole: words that were cut would be taken for others. "" otherwise.
-std::string_view text_of_reply(const utl_buffer& reply) {
-  const std::string_view text(reply.data(), std::strlen(reply.data()));
-  return !text.empty() && text.back() == '\n' ? text : std::string_view();
 }
 
 }  // namespace
@@ -187,25 +132,6 @@ TAV_EML_RESULT tav_eml_pop3_command::read_open(const tav_eml_pop3_settings* sett
   // A message that is not read must not answer the next command.
   if (result != TAV_EML_OK && is_answered) link.close();
   return result;
-}
-
-TAV_EML_RESULT ask_uniq_id(pop3_connection link, int number, UtlString& uid, bool& is_answered) {
-  constexpr pop3_command kCommand = {"get_uniq_id", "get_uniq_id", "UIDL", ""};
-  is_answered = false;
-  return guarded(kCommand.operation, [&]() -> TAV_EML_RESULT {
-    uid = UtlString();
-    utl_buffer reply;
-    const TAV_EML_RESULT result = exchange(kCommand, number, link, reply);
-    if (result != TAV_EML_OK) return result;
-    is_answered = true;
-    std::string_view text = text_of_reply(reply);
-    next_word(text);
-    next_word(text);
-    const std::string_view id = next_word(text);
-    if (!is_positive(reply) || id.empty()) return refuse(kCommand, link);
-    uid.CopyString(id.data(), id.size());
-    return TAV_EML_OK;
-  });
 }
 
 TAV_EML_RESULT tav_eml_pop3_command::get_uniq_id(const tav_eml_pop3_settings* settings, int& sock,

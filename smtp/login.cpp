@@ -39,6 +39,12 @@ const login_method* first_method(const smtp_ehlo_option& option) {
   return nullptr;
 }
 
+TAV_EML_RESULT method_failure(const char* operation, TAV_EML_RESULT result) {
+  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: %s return 0x%x[Error]\n", kName, operation,
+                    log_code(result));
+  return result;
+}
+
 // A method that fails is not tried again.
 TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& settings,
                    ntssmtp_fileptr& session, smtp_ehlo_option& untried) {
@@ -48,10 +54,8 @@ TAV_EML_RESULT run(const login_method& method, const tav_eml_smtp_settings& sett
     return method.log_in(account, dialogue);
   });
   if (result == TAV_EML_OK) return result;
-  TAV_EML_LOG_ERROR("tav_eml_smtp_command::%s: %s return 0x%x[Error]\n", kName, method.operation,
-                    log_code(result));
   untried.*method.flag = 0;
-  return result;
+  return method_failure(method.operation, result);
 }
 
 TAV_EML_RESULT log_in_with_password(const tav_eml_smtp_settings& settings, ntssmtp_fileptr& session,
@@ -83,7 +87,7 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   if (token.is_given() && bearer != nullptr) {
     result = log_in_with_bearer(login, *bearer, token, dialogue);
     if (result == TAV_EML_ERR_AUTH) ++progress.refused_tokens;
-    return result;
+    return result == TAV_EML_OK ? result : method_failure("tav_eml_smtp_auth_bearer", result);
   }
   if (progress.refused_tokens > 0) {
     // A password is not for a server that has just refused a token.

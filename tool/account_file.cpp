@@ -1,6 +1,7 @@
 #include "account_file.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 #include "near_word.h"
@@ -86,10 +87,39 @@ void set_option(const command_line& command, const command_line& tool, const con
   give(found, value);
 }
 
+// Keys that say how to log in.
+const std::set<std::string>& login_keys() {
+  static const std::set<std::string> keys = {kPasswordKey, "password_file", "password_command",
+                                             "token_command"};
+  return keys;
+}
+
+// Of the nearest source that says how to log in.
+size_t depth_of_login(const std::vector<config_source>& sources) {
+  for (const config_source& source : sources) {
+    for (const config_value& value : source.section->values) {
+      if (login_keys().count(value.key) != 0) return source.depth;
+    }
+  }
+  return std::numeric_limits<size_t>::max();
+}
+
+problem missing_table(const configuration& files, const std::string& account,
+                      const std::string& section, const std::string& meaning) {
+  return files.tables(account)[0]->place.fault("account \"" + account + "\" has no table [" +
+                                               account + "." + section + "]" + meaning);
+}
+
 }  // namespace
 
-void account_file::add_to(command_line& command) {
-  command.add("-A,--account", m_account, "account of the configuration file")
+void account_file::add_to(command_line& command) { add_named(command, "-A,--account"); }
+
+void account_file::add_positional_to(command_line& command) {
+  add_named(command, "-A,--account,account");
+}
+
+void account_file::add_named(command_line& command, const char* names) {
+  command.add(names, m_account, "account of the configuration file")
       .value_name("NAME")
       .group("Server");
   command.add("--config", m_path, "in place of ~/.config/tavmail/config.toml")
@@ -121,34 +151,59 @@ bool account_file::apply(const command_line& command, const command_line& tool,
   }
   const std::vector<config_source> sources = files.sources(name, section);
   if (sources.empty() && optional) return false;
-  if (sources.empty()) {
-    throw files.tables(name)[0]->place.fault("account \"" + name + "\" has no table [" + name +
-                                             "." + section + "]");
+  if (sources.empty()) throw missing_table(files, name, section, "");
+  apply_sources(sources, command, tool, &endpoint);
+  const std::vector<config_source> providers = files.sources(name, kProviderSection);
+  if (!providers.empty() && providers[0].depth <= depth_of_login(sources)) {
+    endpoint.set_provider(provider_of(name, providers, tool));
   }
-  apply_sources(sources, command, tool, endpoint);
   wipe_stack();
   return true;
 }
 
+void account_file::apply_provider(const command_line& command, const command_line& tool,
+                                  token_provider& provider) const {
+  const configuration files(m_path);
+  provider.account = chosen(files);
+  if (provider.account.empty()) throw problem(EX_USAGE, "which account? give its name");
+  const std::vector<config_source> sources = files.sources(provider.account, kProviderSection);
+  if (sources.empty()) {
+    throw missing_table(files, provider.account, kProviderSection,
+                        ", which says who gives its tokens");
+  }
+  apply_sources(sources, command, tool, nullptr);
+}
+
+token_provider provider_of(const std::string& account, const std::vector<config_source>& sources,
+                           const command_line& tool) {
+  token_provider provider;
+  command_line own;
+  provider.add_to(own);
+  provider.account = account;
+  apply_sources(sources, own, tool, nullptr);
+  return provider;
+}
+
 void settle(const config_section& section, std::set<std::string>& settled) {
-  for (const config_value& value : section.values) settled.insert(value.key);
-  if (section.find(kPasswordKey) != nullptr) settled.insert({"password_file", "password_command"});
+  for (const config_value& value : section.values) {
+    settled.insert(value.key);
+    // One way to log in settles the others.
+    if (login_keys().count(value.key) != 0) {
+      settled.insert(login_keys().begin(), login_keys().end());
+    }
+  }
 }
 
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
-                   const command_line& tool, endpoint_options& endpoint) {
+                   const command_line& tool, endpoint_options* endpoint) {
   std::set<std::string> settled;  // keys that a source before has
   for (const config_source& source : sources) {
     for (const config_value& value : source.section->values) {
-      if (value.key != kPasswordKey && settled.count(value.key) == 0) {
+      if (settled.count(value.key) != 0) continue;
+      if (value.key != kPasswordKey || endpoint == nullptr) {
         set_option(command, tool, value);
-      }
-    }
-    const config_value* password = source.section->find(kPasswordKey);
-    if (password != nullptr && settled.count(kPasswordKey) == 0) {
-      const std::string& text = password->text("a text");
-      if (settled.count("password_file") + settled.count("password_command") == 0) {
-        endpoint.set_password({text, password->place.file + ": password"});
+      } else {
+        endpoint->set_password({value.text("a text"), value.place.file + ": password"});
       }
     }
     settle(*source.section, settled);

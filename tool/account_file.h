@@ -25,6 +25,9 @@ namespace tavmail {
 //   [office.pop3]                 # for tavmail receive
 //   server = "mail.example.com:995"
 //
+//   [office.oauth]                # who gives tokens for both, if not passwords log in
+//   token_endpoint = "https://login.example.com/token"
+//
 //   [test]
 //   inherit = "office"            # what it lacks is as there
 //
@@ -34,6 +37,8 @@ namespace tavmail {
 class account_file {
  public:
   void add_to(command_line& command);
+  // The account may be an argument, too.
+  void add_positional_to(command_line& command);
 
   // Fills the options of `command` from the table `section` ("smtp" or "pop3") of the account.
   // Keys of other commands are passed over. Throws a problem that names file and line. `optional`:
@@ -41,11 +46,18 @@ class account_file {
   bool apply(const command_line& command, const command_line& tool, const std::string& section,
              endpoint_options& endpoint, bool optional = false) const;
 
+  // Fills the options of `command` from the table "oauth" of the account, which says who gives its
+  // tokens. Throws a problem.
+  void apply_provider(const command_line& command, const command_line& tool,
+                      token_provider& provider) const;
+
   // The files, and the account of them that counts: "" for none. Throw a problem.
   configuration files() const { return configuration(m_path); }
   std::string chosen(const configuration& files) const;
 
  private:
+  void add_named(command_line& command, const char* names);
+
   std::string m_path;
   std::string m_account;
 };
@@ -59,8 +71,14 @@ void check_key(const command_line& tool, const config_value& value);
 void give(const option& taker, const config_value& value);
 // Adds the keys that sources after this section have no say in.
 void settle(const config_section& section, std::set<std::string>& settled);
+// `endpoint`: whose password it may be; null where none can stand.
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
-                   const command_line& tool, endpoint_options& endpoint);
+                   const command_line& tool, endpoint_options* endpoint);
+token_provider provider_of(const std::string& account, const std::vector<config_source>& sources,
+                           const command_line& tool);
+
+// The table of an account that says who gives its tokens.
+constexpr char kProviderSection[] = "oauth";
 
 }  // namespace tavmail
 

@@ -2,9 +2,12 @@
 
 #include <cstring>
 #include <memory>
+#include <string_view>
+#include <utility>
 
-#include "clb.h"
+#include "media_type.h"
 #include "problem.h"
+#include "quorvelmida/taveml_easy_text.h"
 #include "utl_os.h"
 
 namespace tavmail {
@@ -16,28 +19,70 @@ namespace {
 // A multiple of 48 bytes, so that every base64 line of 64 characters is full.
 constexpr size_t kPiece = 48 * 4096;
 
-constexpr struct {
-  const char* extension;
-  TAV_EML_CONTENT_TYPE type;
-} kExtensions[] = {
-    {"pdf", TAV_EML_CT_APPLICATION_PDF},   {"ps", TAV_EML_CT_APPLICATION_POSTSCRIPT},
-    {"tif", TAV_EML_CT_IMAGE_TIFF},        {"tiff", TAV_EML_CT_IMAGE_TIFF},
-    {"jpg", TAV_EML_CT_IMAGE_JPEG},        {"jpeg", TAV_EML_CT_IMAGE_JPEG},
-    {"xps", TAV_EML_CT_APPLICATION_XPS},   {"oxps", TAV_EML_CT_APPLICATION_OXPS},
-    {"docx", TAV_EML_CT_APPLICATION_DOCX}, {"xlsx", TAV_EML_CT_APPLICATION_XLSX},
-    {"pptx", TAV_EML_CT_APPLICATION_PPTX}, {"txt", TAV_EML_CT_TEXT_PLAIN},
-    {"html", TAV_EML_CT_TEXT_HTML},        {"htm", TAV_EML_CT_TEXT_HTML},
-};
+constexpr char kAnyBytes[] = "application/octet-stream";
+
+bool begins_with(const std::string& text, std::string_view start) {
+  return std::string_view(text).substr(0, start.size()) == start;
+}
+
+std::string base_name(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 }  // namespace
+
+attachment::attachment(const attachment_request& request)
+    : m_file(request.path, "attachment"),
+      m_name(request.name.empty() ? base_name(request.path) : request.name) {
+  set_type(request);
+}
+
+void attachment::set_type(const attachment_request& request) {
+  if (!request.type.empty()) {
+    const file_type given = parsed_media_type(request.type);
+    m_type = given.type;
+    m_charSet = given.char_set;
+  } else {
+    m_type = media_type_of_name(base_name(request.path));
+    if (m_type == kAnyBytes) m_type = media_type_of_name(m_name);
+  }
+  if (m_charSet == TAV_EML_CS_NONE && begins_with(m_type, "text/")) {
+    m_charSet = char_set_of_file(request.path);
+  }
+  m_isEncoded = !begins_with(m_type, "message/");
+}
+
+std::unique_ptr<tav_eml_smtp_send_mail_part> attachment::new_part() const {
+  auto part = std::make_unique<tav_eml_smtp_send_mail_part>();
+  part->m_cMediaType = m_type.c_str();
+  part->m_nCharSet = m_charSet;
+  part->m_nTransferEncoding = m_isEncoded ? TAV_EML_TE_BASE64 : TAV_EML_TE_8BIT;
+  part->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
+  part->m_cFIleName = easy::quotable_file_name(m_name).c_str();
+  return part;
+}
+
+// Keeps what follows the last line end for the next piece.
+void attachment::cut_at_line_end(char* bytes, size_t& count) {
+  const size_t feed = std::string_view(bytes, count).rfind('\n');
+  if (feed == std::string_view::npos) {
+    throw problem(EX_DATAERR, "a line of the attachment " + m_name +
+                                  " is longer than a mail's can "
+                                  "be; it cannot go as " +
+                                  m_type);
+  }
+  m_rest.assign(bytes + feed + 1, count - feed - 1);
+  count = feed + 1;
+}
 
 size_t attachment::read_into(tav_eml_mlutl_mail_part& part) {
   std::unique_ptr<void, decltype(&UtlOS::MemFree)> block(UtlOS::MemAllocate(kPiece + 1),
                                                          UtlOS::MemFree);
   if (!block) throw problem(EX_OSERR, "out of memory");
   char* bytes = static_cast<char*>(block.get());
-  const size_t count = m_file.read(bytes, kPiece);
+  const std::string held = std::exchange(m_rest, {});
+  held.copy(bytes, held.size());
+  size_t count = held.size() + m_file.read(bytes + held.size(), kPiece - held.size());
   if (count == 0) return 0;
+  if (!m_isEncoded && count == kPiece) cut_at_line_end(bytes, count);
   bytes[count] = '\0';
   void* data = block.release();
   long length = static_cast<long>(count);
@@ -46,29 +91,6 @@ size_t attachment::read_into(tav_eml_mlutl_mail_part& part) {
     throw problem(EX_OSERR, "out of memory");
   }
   return count;
-}
-
-TAV_EML_CONTENT_TYPE content_type_of(const std::string& path, const std::string& given) {
-  if (!given.empty()) {
-    const TAV_EML_CONTENT_TYPE type = tav_eml_mlutl_mail_type::test_content_type(given.c_str());
-    if (type == TAV_EML_CT_UNKNOWN ||
-        (type >= TAV_EML_CT_MULTIPART && type <= TAV_EML_CT_MULTIPART_REPORT)) {
-      throw problem(EX_USAGE, "--content-type " + given +
-                                  " is not known; one of application/pdf, image/tiff, image/jpeg, "
-                                  "text/plain, ...");
-    }
-    return type;
-  }
-  const auto dot = path.rfind('.');
-  const std::string extension = dot != std::string::npos ? path.substr(dot + 1) : "";
-  for (const auto& known : kExtensions) {
-    if (extension.size() == std::strlen(known.extension) &&
-        clb_CompStrCaseN(extension.c_str(), known.extension, extension.size()) == 0) {
-      return known.type;
-    }
-  }
-  throw problem(EX_USAGE, "the content type of " + path +
-                              " does not follow from its name; give it with --content-type");
 }
 
 }  // namespace tavmail

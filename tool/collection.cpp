@@ -1,13 +1,14 @@
 #include "collection.h"
 
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 #include "interrupt.h"
 #include "outcome.h"
 #include "progress_bar.h"
 #include "seen_path.h"
+#include "state_file.h"
+#include "whole_mail.h"
 
 namespace tavmail {
 
@@ -21,39 +22,34 @@ constexpr int kMostLists = 20;     // of one run
 // The bytes of a received line for which the library has room, its end counted.
 constexpr size_t kLongestLine = 4095;
 
-dialogue_view::line_sink sink_of(const collection_options& options) {
-  if (!options.verbose) return {};
-  return [](const std::string& line) { std::cerr << line << '\n'; };
-}
-
-std::string key_of(const mailbox_options& mailbox) {
-  return mailbox_key(mailbox.tls == tls_mode::implicit, mailbox.server, mailbox.port, mailbox.user);
-}
-
 }  // namespace
 
 collection::collection(const collection_options& options)
     : m_options(options),
-      m_view(sink_of(options), dialogue_kind::pop3),
-      m_tap(m_view, m_header),
-      m_key(key_of(options.mailbox)),
-      m_settings(options.mailbox.settings()),
-      m_session(m_settings) {
-  if (options.saves()) m_folder.emplace(options.folder);
+      m_key(mailbox_key(options.mailbox)),
+      m_visit(options.mailbox, options.verbose, [this] { check_end(); }) {
+  if (!options.pipe.empty()) {
+    m_store = make_mail_pipe(options.pipe, options.is_output_data);
+  } else if (options.saves_whole()) {
+    m_store = make_mail_store(options.format, options.folder);
+  } else if (options.saves()) {
+    m_folder.emplace(options.folder);
+  }
   if (options.all) return;
-  const seen_path place =
-      options.seen.empty() ? default_seen_path(m_key, options.mailbox.server, options.mailbox.user)
-                           : seen_path{options.seen, ""};
+  const seen_path place = place_of_list(options.mailbox, options.seen);
+  if (options.seen.empty()) make_folder_of(place.path);
   m_seen.emplace(place.path, place.old);
 }
 
 void collection::run() {
-  open();
+  m_visit.open();
   list();
+  pick();
   if (m_seen) compare_with_seen();
+  leave_large_ones();
   take_mails();
   delete_mails();
-  m_session.quit();
+  m_visit.session().quit();
   if (m_seen) m_seen->settle({});
 }
 
@@ -73,12 +69,6 @@ void collection::check_end() const {
                                       : std::to_string(count) + " mails were received before");
 }
 
-void collection::require(TAV_EML_RESULT result) {
-  if (result == TAV_EML_OK) return;
-  check_end();
-  throw explain_mailbox(result, m_view, m_options.mailbox);
-}
-
 void collection::note_trouble(const problem& cause) {
   if (!m_trouble) m_trouble = cause;
 }
@@ -88,31 +78,13 @@ bool collection::is_done() const {
   return m_options.most > 0 && m_mails.size() >= static_cast<size_t>(m_options.most);
 }
 
-void collection::open() {
-  if (m_session.is_connected()) return;
-  require(m_session.connect());
-  require(m_session.count(m_onServer));
-  ++m_connection;
-}
-
 void collection::list() {
   if (++m_lists > kMostLists) {
     throw problem(EX_PROTOCOL, m_options.mailbox.place() +
                                    " gives mails another number on every connection; try --all");
   }
-  std::vector<listed_mail> listed;
-  m_hasUids = true;
-  if (m_onServer > 0) {
-    const TAV_EML_RESULT result =
-        m_session.list(m_onServer, listed, m_hasUids, [this] { check_end(); });
-    if (result == TAV_EML_ERR_REPLY) {
-      throw problem(EX_PROTOCOL, m_options.mailbox.place() +
-                                     " sends a list of mails without end, or with a "
-                                     "line of more than 4095 bytes");
-    }
-    require(result);
-  }
-  if (!m_hasUids && m_seen) {
+  std::vector<listed_mail> listed = m_visit.list(m_hasUids);
+  if (!m_hasUids && m_seen && m_options.picks.is_empty()) {
     throw problem(EX_UNAVAILABLE, m_options.mailbox.place() +
                                       " gives mails no unique ids (UIDL); fetch them with --all");
   }
@@ -134,10 +106,11 @@ void collection::take_listed(std::vector<listed_mail> listed) {
       mail.connection = known->second.connection;
       mail.mail = known->second.mail;
       mail.is_to_go = known->second.is_to_go;
+      mail.is_picked = known->second.is_picked;
     }
     m_entries.push_back(std::move(mail));
   }
-  m_listed = m_connection;
+  m_listed = m_visit.connection();
 }
 
 // Brings the file and what the server has together.
@@ -145,20 +118,33 @@ void collection::compare_with_seen() {
   const auto nameless = m_copies.find("");
   if (nameless == m_copies.end()) {
     m_seen->keep(m_copies);
-  } else {
+  } else if (m_options.picks.is_empty()) {
     note_trouble(problem(EX_UNAVAILABLE, m_options.mailbox.place() + " gives " +
                                              std::to_string(nameless->second) + " of " +
-                                             std::to_string(m_onServer) +
+                                             std::to_string(m_visit.on_server()) +
                                              " mails no unique id (UIDL); fetch them with --all"));
   }
   for (entry& mail : m_entries) {
     mail.is_to_go = m_options.is_deleting && m_seen->is_to_go(mail.key());
-    if (m_seen->is_given_up(mail.key())) note_given_up(mail);
+    if (m_seen->is_given_up(mail.key()) && m_options.picks.is_empty()) note_given_up(mail);
+  }
+}
+
+// By its number or unique id as the server lists it now. What is picked and not there ends the run.
+void collection::pick() {
+  const picking& picks = m_options.picks;
+  picks.require_all({m_entries.begin(), m_entries.end()});
+  for (entry& mail : m_entries) mail.is_picked = picks.has(mail);
+}
+
+void collection::leave_large_ones() {
+  for (const entry& mail : m_entries) {
+    if (is_wanted(mail) && is_too_large(mail)) m_tooLarge.push_back(mail);
   }
 }
 
 void collection::note_given_up(const entry& mail) {
-  if (m_folder) m_folder->discard_marked(mark_of(mail));
+  discard_left(mail);
   received_mail told;
   told.number = mail.number;
   told.uid = mail.uid;
@@ -166,13 +152,18 @@ void collection::note_given_up(const entry& mail) {
   told.is_given_up = true;
   told.problem = "mail " + std::to_string(mail.number) + " (" +
                  amount(static_cast<double>(mail.size)) +
-                 ") was given up after 3 tries and stays on the server; fetch it with --all, or "
-                 "read or delete it with another program";
+                 ") was given up after 3 tries and stays on the server; fetch it with --uid or "
+                 "--all, or delete it with tavmail delete";
   m_givenUp.push_back(std::move(told));
+}
+
+bool collection::is_too_large(const entry& mail) const {
+  return m_options.largest > 0 && static_cast<uint64_t>(mail.size) > m_options.largest;
 }
 
 bool collection::is_wanted(const entry& mail) const {
   if (mail.connection > 0) return false;
+  if (!m_options.picks.is_empty()) return mail.is_picked;
   if (!m_seen) return true;
   return !mail.uid.empty() && !m_seen->is_received(mail.key()) && !m_seen->is_given_up(mail.key());
 }
@@ -180,11 +171,11 @@ bool collection::is_wanted(const entry& mail) const {
 void collection::take_mails() {
   int refused = 0;
   for (size_t at = 0; at < m_entries.size() && !is_done();) {
-    if (!is_wanted(m_entries[at])) {
+    if (!is_wanted(m_entries[at]) || is_too_large(m_entries[at])) {
       ++at;
       continue;
     }
-    open();
+    m_visit.open();
     if (!has_its_number(m_entries[at])) {
       list();
       at = 0;
@@ -193,56 +184,68 @@ void collection::take_mails() {
     take(m_entries[at++]);
     // A server may count mails that it does not have, and very many of them.
     refused = m_mails.back().problem.empty() ? 0 : refused + 1;
-    if (!m_seen && refused >= kMostRefused) throw problem(*m_trouble);
+    const bool is_endless = !m_seen || !m_options.pipe.empty();
+    if (is_endless && refused >= kMostRefused) throw problem(*m_trouble);
   }
 }
 
 // Another connection may number the mails in another way. To list them all again for each mail that
 // breaks one would cost the square of their count.
 bool collection::has_its_number(const entry& mail) {
-  if (m_listed == m_connection || mail.uid.empty()) return true;
+  if (m_listed == m_visit.connection() || mail.uid.empty()) return true;
   std::string uid;
-  require(m_session.uid_of(mail.number, uid));
+  m_visit.require(m_visit.session().uid_of(mail.number, uid));
   return uid == mail.uid;
+}
+
+bool collection::is_noted(const entry& mail) const {
+  return m_seen && m_options.saves() && !mail.uid.empty();
 }
 
 // Reads a mail. The connection may be lost afterwards.
 void collection::take(entry& listed) {
-  listed.connection = m_connection;
+  listed.connection = m_visit.connection();
   listed.mail = m_mails.size();
-  const bool is_noted = m_seen && m_options.saves();
-  if (is_noted) {
-    if (m_seen->tries(listed.key()) > 0) m_folder->discard_marked(mark_of(listed));
+  if (is_noted(listed)) {
+    if (m_seen->tries(listed.key()) > 0) discard_left(listed);
     m_seen->begin(listed.key());
   }
   received_mail mail;
   TAV_EML_RESULT result = TAV_EML_OK;
   try {
     result = read(listed, mail);
+  } catch (const not_taken& cause) {
+    if (is_noted(listed)) m_seen->cancel(listed.key());
+    mail.problem =
+        "mail " + std::to_string(listed.number) + " stays on the server; " + cause.what();
+    note_trouble(problem(cause.exit_code(), mail.problem));
+    m_mails.push_back(std::move(mail));
+    return;
   } catch (const problem&) {
-    if (is_noted) m_seen->cancel(listed.key());  // it was not the mail's fault
+    if (is_noted(listed)) m_seen->cancel(listed.key());  // it was not the mail's fault
     throw;
   }
-  const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || !mail.parts.empty());
+  const bool has_content = !mail.parts.empty() || mail.is_kept;
+  const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || has_content);
   if (!is_whole) note_failure(listed, result, mail);
   listed.is_to_go = m_options.is_deleting && is_whole && mail.is_safe();
   m_mails.push_back(std::move(mail));
-  if (is_whole && is_noted) m_seen->finish(listed.key(), listed.is_to_go);
+  if (is_whole && is_noted(listed)) m_seen->finish(listed.key(), listed.is_to_go);
 }
 
 void collection::note_failure(const entry& listed, TAV_EML_RESULT result, received_mail& mail) {
   // What is left of it stands between us and the next mail.
   tav_eml_pop3_mail_info info;
   tav_eml_pop3_receive_mail rest(info);
-  const bool is_lost = result != TAV_EML_OK && m_session.skip_mail(rest) != TAV_EML_OK;
+  const bool is_lost = result != TAV_EML_OK && m_visit.session().skip_mail(rest) != TAV_EML_OK;
   problem cause = explain_mail(result, listed.number, is_lost);
-  if (m_seen && m_options.saves() && m_seen->is_given_up(listed.key())) {
+  if (is_noted(listed) && m_seen->is_given_up(listed.key())) {
     cause = problem(cause.exit_code(),
-                    std::string(cause.what()) + (is_line_too_long()
-                                                     ? "; it is not tried again"
-                                                     : "; after 3 tries only --all fetches it"))
+                    std::string(cause.what()) +
+                        (is_line_too_long() ? "; it is not tried again"
+                                            : "; after 3 tries only --uid or --all fetches it"))
                 .at(cause.stage(), cause.reply(), cause.code());
-    m_folder->discard_marked(mark_of(listed));
+    discard_left(listed);
     mail.parts.clear();
     mail.folder.clear();
   }
@@ -254,14 +257,37 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
   tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
   progress_bar bar("Receiving mail " + std::to_string(listed.number),
                    static_cast<uint64_t>(listed.size), !m_options.quiet && !m_options.verbose);
-  uint64_t shown = m_view.message_bytes();
-  mail_reader reader(m_session, m_header, [&] {
-    bar.advance(m_view.message_bytes() - shown);
-    shown = m_view.message_bytes();
+  uint64_t shown = m_visit.view().message_bytes();
+  const auto progress = [&] {
+    bar.advance(m_visit.view().message_bytes() - shown);
+    shown = m_visit.view().message_bytes();
     check_end();
-  });
+  };
+  if (m_options.saves_whole()) return read_whole(listed, mail, progress);
+  mail_reader reader(m_visit.session(), m_visit.header(), progress);
   return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
                            : reader.read_header(info, mail);
+}
+
+TAV_EML_RESULT collection::read_whole(const entry& listed, received_mail& mail,
+                                      const std::function<void()>& progress) {
+  m_store->begin(mark_of(listed));
+  wire_text text(m_store->line_end(), [this](std::string_view piece) { m_store->write(piece); });
+  whole_mail_reader reader(m_visit.session(), m_visit.header(), progress);
+  const TAV_EML_RESULT result = reader.read(listed, text, mail);
+  if (result != TAV_EML_OK) {
+    m_store->abandon();
+    progress();  // throws when the run is to end
+    return result;
+  }
+  mail.file = m_store->finish(m_visit.header());
+  mail.is_kept = true;
+  return result;
+}
+
+void collection::discard_left(const entry& mail) const {
+  if (m_folder) m_folder->discard_marked(mark_of(mail));
+  if (m_store) m_store->discard_marked(mark_of(mail));
 }
 
 // The name of what is left of a mail that breaks off: the next try finds it.
@@ -273,21 +299,23 @@ std::string collection::mark_of(const entry& mail) const {
 
 // Then the library has ended the connection. Its results do not tell it from one that broke; that
 // no more of the line was read does.
-bool collection::is_line_too_long() const { return m_view.unfinished_line() >= kLongestLine; }
+bool collection::is_line_too_long() const {
+  return m_visit.view().unfinished_line() >= kLongestLine;
+}
 
 problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
   const std::string which = "mail " + std::to_string(number);
   const problem cause =
       explain_mailbox(result == TAV_EML_ERR_UNKNOWN && is_lost ? TAV_EML_ERR_TRANSFER : result,
-                      m_view, m_options.mailbox);
+                      m_visit.view(), m_options.mailbox);
   const auto told = [&](int exit_code, const std::string& sentence) {
     return problem(exit_code, which + sentence).at(cause.stage(), cause.reply(), cause.code());
   };
   if (is_line_too_long()) {
     return told(EX_DATAERR, " has a line that is longer than the library takes (" +
                                 std::to_string(kLongestLine) +
-                                " bytes), so it cannot be received; it stays on the server, read "
-                                "or delete it there with another program");
+                                " bytes), so its parts cannot be saved; it stays on the server, "
+                                "fetch all of it with --format eml or delete it");
   }
   if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+OK", 0) == 0) {
     return told(EX_DATAERR, " is larger than the library takes (2 GiB), or without end");
@@ -306,19 +334,18 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
 void collection::delete_mails() {
   const auto is_to_go = [](const entry& mail) { return mail.is_to_go; };
   if (std::none_of(m_entries.begin(), m_entries.end(), is_to_go)) return;
-  open();
-  if (m_listed != m_connection && m_hasUids) list();
+  m_visit.open();
+  if (m_listed != m_visit.connection() && m_hasUids) list();
   const std::vector<const entry*> deleted = mark_as_deleted();
-  if (!m_session.is_connected()) return;
-  m_session.quit();
-  if (was_confirmed()) {
+  if (!m_visit.session().is_connected()) return;
+  if (m_visit.quit_is_confirmed()) {
     note_deleted(deleted);
   } else if (!deleted.empty() && interrupt_guard::was_pressed()) {
     note_trouble(interrupt_guard::cause("the server did not confirm what it was to delete"));
   } else if (!deleted.empty()) {
     note_trouble(problem(EX_TEMPFAIL, m_options.mailbox.place() +
                                           " did not confirm that it deleted what was received")
-                     .at("the goodbye", reply_text(m_view.decisive()), ""));
+                     .at("the goodbye", reply_text(m_visit.view().decisive()), ""));
   }
 }
 
@@ -327,17 +354,17 @@ std::vector<const collection::entry*> collection::mark_as_deleted() {
   std::vector<const entry*> marked;
   const std::map<std::string, int> staying = copies_that_stay();
   for (const entry& mail : m_entries) {
-    const bool is_certain = mail.connection == m_connection ||
-                            (m_listed == m_connection && staying.count(mail.uid) == 0);
+    const bool is_certain = mail.connection == m_visit.connection() ||
+                            (m_listed == m_visit.connection() && staying.count(mail.uid) == 0);
     if (!mail.is_to_go || !is_certain) continue;
-    const TAV_EML_RESULT result = m_session.remove(mail.number);
+    const TAV_EML_RESULT result = m_visit.session().remove(mail.number);
     if (result == TAV_EML_OK) {
       marked.push_back(&mail);
     } else {
       check_end();
-      note_trouble(explain_mailbox(result, m_view, m_options.mailbox));
+      note_trouble(explain_mailbox(result, m_visit.view(), m_options.mailbox));
     }
-    if (!m_session.is_connected()) break;
+    if (!m_visit.session().is_connected()) break;
   }
   return marked;
 }
@@ -350,11 +377,6 @@ std::map<std::string, int> collection::copies_that_stay() const {
     if (!mail.is_to_go) ++staying[mail.uid];
   }
   return staying;
-}
-
-bool collection::was_confirmed() const {
-  const exchange* last = m_view.decisive();
-  return last != nullptr && last->verb == "QUIT" && last->is_success();
 }
 
 void collection::note_deleted(const std::vector<const entry*>& deleted) {

@@ -67,6 +67,18 @@ option option::repeatable() const { return option(m_option->allow_extra_args(fal
 
 option option::first_counts() const { return option(m_option->take_first()); }
 
+option option::as_size() const {
+  const auto to_number = [](std::string& value) {
+    const std::string given = value;
+    try {
+      return CLI::AsSizeValue(false)(value);
+    } catch (const CLI::ValidationError&) {
+      return given + " is no size; expected a number such as 500000, 500K or 5M";
+    }
+  };
+  return option(m_option->transform(CLI::Validator(to_number, "")));
+}
+
 bool option::is_given() const { return m_option->count() > 0; }
 
 bool option::is_excluded() const {
@@ -124,7 +136,16 @@ option command_line::add(const std::string& names, int& value, const std::string
   return option(m_app->add_option(names, value, help));
 }
 
+option command_line::add(const std::string& names, std::vector<int>& values,
+                         const std::string& help) {
+  return option(m_app->add_option(names, values, help));
+}
+
 option command_line::add(const std::string& names, uint32_t& value, const std::string& help) {
+  return option(m_app->add_option(names, value, help));
+}
+
+option command_line::add(const std::string& names, uint64_t& value, const std::string& help) {
   return option(m_app->add_option(names, value, help));
 }
 
@@ -198,6 +219,29 @@ std::vector<const command_line*> command_line::commands() const {
 std::vector<option> command_line::options() const {
   std::vector<option> all;
   for (CLI::Option* const each : m_app->get_options()) all.emplace_back(each);
+  return all;
+}
+
+std::vector<std::pair<std::string, std::string>> command_line::in_order(
+    const std::vector<std::string>& names) const {
+  std::vector<std::pair<std::string, std::string>> all;
+  std::map<std::string, size_t> taken;
+  const auto take = [&](const std::string& name) {
+    const std::vector<std::string> values = find(name).values();
+    size_t& next = taken[name];
+    if (next == values.size()) return false;
+    all.emplace_back(name, values[next++]);
+    return true;
+  };
+  for (const CLI::Option* each : m_app->parse_order()) {
+    for (const std::string& name : names) {
+      if (each->check_lname(name)) take(name);
+    }
+  }
+  for (const std::string& name : names) {
+    while (take(name)) {
+    }
+  }
   return all;
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -43,6 +44,7 @@ class option {
   option excludes(const option& other) const;
   option repeatable() const;    // with one value each time
   option first_counts() const;  // when it is given more than once
+  option as_size() const;       // a number of bytes: 500000, 500K, 5M, 1G; K is 1024
 
   bool is_given() const;
   bool is_excluded() const;  // by one that is given
@@ -76,7 +78,9 @@ class command_line {
   option add(const std::string& names, std::string& value, const std::string& help);
   option add(const std::string& names, std::vector<std::string>& values, const std::string& help);
   option add(const std::string& names, int& value, const std::string& help);
+  option add(const std::string& names, std::vector<int>& values, const std::string& help);
   option add(const std::string& names, uint32_t& value, const std::string& help);
+  option add(const std::string& names, uint64_t& value, const std::string& help);
   option add(const std::string& names, std::function<void(int)> take, const std::string& help);
   option add_flag(const std::string& names, bool& value, const std::string& help);
   // One of the words, in any case.
@@ -102,6 +106,10 @@ class command_line {
   const command_line* parent() const { return m_parent; }
   std::vector<const command_line*> commands() const;
   std::vector<option> options() const;
+  // What was given of the options with these long names, as name and value: in the order of the
+  // command line, then what came from elsewhere.
+  std::vector<std::pair<std::string, std::string>> in_order(
+      const std::vector<std::string>& names) const;
   // Of this long name, without the dashes; an empty one when there is none.
   option find(const std::string& name) const;
 

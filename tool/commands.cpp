@@ -4,12 +4,25 @@ namespace tavmail {
 
 namespace {
 
-// Options about the run as a whole, for commands that work with accounts.
+// Which options about the run as a whole a command has. A mail goes through one account, and what
+// is deleted is in one.
+constexpr struct {
+  const char* name;
+  bool has_accounts;  // several of them
+  bool has_retry;
+  bool has_log;
+} kRuns[] = {{"send", false, true, true},    {"sendmail", false, true, true},
+             {"receive", true, true, true},  {"list", true, true, false},
+             {"delete", false, true, false}, {"doctor", true, false, false}};
+
 void add_run_options(command& added) {
-  const std::string name = added.line->name();
-  if (!added.line->find("account") || name == "config") return;
-  added.options = std::make_shared<run_options>();
-  added.options->add_to(*added.line, added.is_sending(), name == "doctor");
+  for (const auto& run : kRuns) {
+    if (added.line->name() != run.name) continue;
+    added.options = std::make_shared<run_options>();
+    if (run.has_accounts) added.options->add_accounts_to(*added.line);
+    if (run.has_retry) added.options->add_retry_to(*added.line);
+    if (run.has_log) added.options->add_log_to(*added.line);
+  }
 }
 
 }  // namespace
@@ -17,8 +30,9 @@ void add_run_options(command& added) {
 bool command::is_sending() const { return line->name() == "send" || line->name() == "sendmail"; }
 
 std::vector<command> add_commands(command_line& tool) {
-  std::vector<command> all = {add_send(tool), add_receive(tool), add_doctor(tool), add_config(tool),
-                              add_completion(tool)};
+  std::vector<command> all = {add_send(tool),   add_sendmail(tool),  add_receive(tool),
+                              add_list(tool),   add_delete(tool),    add_doctor(tool),
+                              add_config(tool), add_authorize(tool), add_completion(tool)};
   for (command& each : all) add_run_options(each);
   return all;
 }

@@ -23,7 +23,11 @@ struct command {
 };
 
 command add_send(command_line& tool);
+command add_sendmail(command_line& tool);
 command add_receive(command_line& tool);
+command add_authorize(command_line& tool);
+command add_list(command_line& tool);
+command add_delete(command_line& tool);
 command add_doctor(command_line& tool);
 command add_config(command_line& tool);
 command add_completion(command_line& tool);

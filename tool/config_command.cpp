@@ -15,13 +15,19 @@ namespace tavmail {
 
 namespace {
 
-constexpr const char* kSections[] = {"smtp", "pop3"};
+constexpr const char* kSections[] = {"smtp", "pop3", kProviderSection};
 
-bool is_section(const std::string& name) { return name == kSections[0] || name == kSections[1]; }
+bool is_section(const std::string& name) {
+  return std::find(std::begin(kSections), std::end(kSections), name) != std::end(kSections);
+}
+
+bool ends_with(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
 
 // What a value looks like in the list. What may hold a password does not show.
 std::string shown(const config_value& value) {
-  if (value.key == kPasswordKey || value.key.find("password_command") != std::string::npos) {
+  if (value.key == kPasswordKey || ends_with(value.key, "_command")) {
     return "****";
   }
   std::string text;
@@ -97,7 +103,7 @@ class check {
     for (const config_section& section : account.sections) {
       if (is_section(section.name)) continue;
       note(account.name, section.place.fault("unknown table [" + account.name + "." + section.name +
-                                             "]; it is smtp or pop3"));
+                                             "]; it is smtp, pop3 or oauth"));
     }
   }
 
@@ -136,7 +142,9 @@ class check {
     // An account for others to inherit from need not be complete.
     if (m_faults.size() > before || is_base(name)) return;
     try {
-      if (section == kSections[0]) {
+      if (section == kProviderSection) {
+        provider_of(name, sources, tool).complete();
+      } else if (section == kSections[0]) {
         check_endpoint<server_options>(tool, sources);
       } else {
         check_endpoint<mailbox_options>(tool, sources);
@@ -181,7 +189,7 @@ class check {
     Endpoint endpoint;
     command_line own;
     endpoint.add_to(own);
-    apply_sources(sources, own, tool, endpoint);
+    apply_sources(sources, own, tool, &endpoint);
     endpoint.complete();
     if (!endpoint.password_file.empty()) endpoint.take_password();
   }

@@ -132,7 +132,8 @@ std::vector<config_source> configuration::sources(const std::string& account,
   for (size_t at = 0; at < line.size(); ++at) {
     const config_value* parent = nullptr;
     for (const config_account* table : tables(line[at])) {
-      if (const config_section* own = table->section(section)) sources.push_back({line[at], own});
+      if (const config_section* own = table->section(section))
+        sources.push_back({line[at], at, own});
       if (parent == nullptr) parent = table->find(kInheritKey);
     }
     if (parent == nullptr) break;

@@ -13,6 +13,7 @@ namespace tavmail {
 // A section that counts for an account: its own, or one of an account that it inherits from.
 struct config_source {
   std::string account;
+  size_t depth;  // 0 for the account itself, 1 for the one that it inherits from, ...
   const config_section* section;
 };
 

@@ -1,9 +1,12 @@
 #include "dialogue_view.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "mail_log.h"
+#include "quorvelmida/tav_eml_mlutl_mime_utility.h"
+#include "utl_os.h"
 
 namespace tavmail {
 
@@ -39,6 +42,22 @@ bool begins_secret(std::string_view line) {
   const std::string verb = verb_of(line);
   if (verb == "PASS") return true;
   return (verb == "AUTH" || verb == "APOP") && std::count(line.begin(), line.end(), ' ') > 1;
+}
+
+// What a server asks in a login, without the secrets that it may repeat.
+std::string challenge_of(std::string_view line, const secret_echo& secrets) {
+  const size_t blank = line.find(' ');
+  if (blank == line.npos || blank + 1 == line.size()) return {};
+  line.remove_prefix(blank + 1);
+  void* bytes = nullptr;
+  long length = 0;
+  const bool is_decoded = quorvelmida::tav_eml_mlutl_mime_utility::from_b64(
+                              line.data(), static_cast<long>(line.size()), bytes, length) != 0;
+  if (!is_decoded || bytes == nullptr) return {};
+  const std::string decoded(static_cast<const char*>(bytes), static_cast<size_t>(length));
+  explicit_bzero(bytes, static_cast<size_t>(length));
+  UtlOS::MemFree(bytes);
+  return presentable(secrets.masked(decoded));
 }
 
 // What stands between "<" and ">".
@@ -87,7 +106,8 @@ void dialogue_view::take(TAV_WIRETAP_EVENT event, std::string_view bytes) {
     case TAV_WIRETAP_TLS_REFUSED: {
       const size_t end = std::min(bytes.find('\n'), bytes.size());
       current_connection().tls_refused = std::string(bytes.substr(0, end));
-      current_connection().tls_refusal = presentable(bytes.substr(std::min(end + 1, bytes.size())));
+      bytes.remove_prefix(std::min(end + 1, bytes.size()));
+      current_connection().tls_refusal = presentable(bytes.empty() ? latest().tls_refused : bytes);
       show("* ", "certificate refused: " + latest().tls_refusal);
       break;
     }
@@ -250,7 +270,11 @@ void dialogue_view::client_line() {
   const std::string text = presentable(std::exchange(m_fromClient, {}));
   if (m_mode == mode::login) {
     show("C: ", kMask);
+    exchange answer;
+    if (!m_exchanges.empty()) answer = m_exchanges.back();
     begin_exchange("AUTH");
+    m_exchanges.back().method = answer.method;
+    m_exchanges.back().challenge = answer.challenge;
     return;
   }
   const std::string verb = verb_of(text);
@@ -262,6 +286,8 @@ void dialogue_view::client_line() {
   show("C: ", is_secret ? text + " " + kMask : text);
   if (verb == "AUTH") m_mode = mode::login;
   begin_exchange(verb);
+  if (verb == "AUTH")
+    m_exchanges.back().method = verb_of(text.substr(std::min<size_t>(5, text.size())));
   if (verb == "MAIL" || verb == "RCPT") m_exchanges.back().address = address_of(text);
   if (verb == "MAIL") {
     m_sender = address_of(text);
@@ -340,7 +366,8 @@ void dialogue_view::server_line(std::string_view line, bool is_cut) {
   }
   std::string text = presentable(m_secrets.masked(line));
   if (m_mode == mode::login && current.judged == verdict::goes_on) {
-    text = text.substr(0, 4) + kMask;
+    current.challenge = challenge_of(line, m_secrets);
+    text = (m_pop3 ? "+ " : text.substr(0, 4)) + kMask;
   }
   show("S: ", text);
   if (current.reply.size() < kMostLines) current.reply.push_back(text);

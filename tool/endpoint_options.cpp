@@ -10,6 +10,7 @@
 #include "input_file.h"
 #include "interrupt.h"
 #include "problem.h"
+#include "provider_tokens.h"
 #include "tav_family.h"
 #include "tav_netsock.h"
 
@@ -101,6 +102,9 @@ void endpoint_options::add_address(command_line& command, const endpoint_protoco
       .value_name("CMD")
       .excludes(file)
       .group(group);
+  command.add(name("", "token-command"), token_command, "command that prints an access token")
+      .value_name("CMD")
+      .group(group);
 }
 
 void endpoint_options::add_connection(command_line& command) {
@@ -152,6 +156,26 @@ void endpoint_options::complete_address(const endpoint_protocol& protocol) {
   if (user.empty() && (!password_file.empty() || !password_command.empty())) {
     throw problem(EX_USAGE, "a password needs a user; add " + option + "user NAME");
   }
+  complete_tokens(option);
+}
+
+void endpoint_options::complete_tokens(const std::string& option) {
+  if (!token_command.empty()) {
+    m_tokens = tokens_of_command(token_command, option + "token-command");
+  } else if (m_provider) {
+    m_tokens = tokens_of_provider(*m_provider);
+  }
+  if (!m_tokens) return;
+  if (user.empty()) throw problem(EX_USAGE, "a token needs a user; add " + option + "user NAME");
+  if (tls == tls_mode::none) {
+    throw problem(EX_USAGE, "a token is not sent in clear; leave out " + option + "tls none");
+  }
+}
+
+void endpoint_options::offer_tokens_to(int32_t service) const {
+  if (!m_tokens) return;
+  m_tokens->token(false, std::chrono::seconds(timeout));
+  offer_tokens(service, m_tokens);
 }
 
 void endpoint_options::complete_connection() {
@@ -182,6 +206,8 @@ std::shared_ptr<const secret_text> endpoint_options::take_password() const {
   if (m_password && password_file.empty() && password_command.empty()) {
     return std::exchange(m_password, nullptr);
   }
+  const bool is_known = !password_file.empty() || !password_command.empty();
+  if (m_tokens && !is_known) return std::make_shared<const secret_text>();
   return std::make_shared<const secret_text>(
       read_password(password_file, password_command, user, server));
 }
@@ -191,6 +217,7 @@ void endpoint_options::share_account(const endpoint_options& other) {
   password_file = other.password_file;
   password_command = other.password_command;
   m_password = other.m_password;
+  if (token_command.empty()) m_tokens = other.m_tokens;
 }
 
 void wipe_record_text(UtlString& text) {

@@ -5,10 +5,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "command_line.h"
 #include "secret.h"
+#include "token_provider.h"
+#include "token_source.h"
 #include "utl_string.h"
 
 namespace tavmail {
@@ -40,6 +43,7 @@ struct endpoint_options {
   std::string user;
   std::string password_file;
   std::string password_command;
+  std::string token_command;
   std::string lack;  // of accounts, for the message that the server is missing
 
   // Where it is and the account there; then what holds for every connection of a command.
@@ -58,6 +62,8 @@ struct endpoint_options {
   void set_password(secret_text text) {
     m_password = std::make_shared<secret_text>(std::move(text));
   }
+  // Where an account gets tokens from, unless a command prints them.
+  void set_provider(const token_provider& provider) { m_provider = provider; }
   // Takes the account of `other`, however its password is told.
   void share_account(const endpoint_options& other);
 
@@ -66,8 +72,16 @@ struct endpoint_options {
   void library_tls_options(uint8_t (&options)[5]) const;
   // Gives the one copy of the password away, so it is called once.
   std::shared_ptr<const secret_text> take_password() const;
+  // Null when passwords log in.
+  const std::shared_ptr<token_source>& tokens() const { return m_tokens; }
+  // Gets the first token and offers it to the logins of a service (tav_bearer.h). Throws a problem.
+  void offer_tokens_to(int32_t service) const;
 
  private:
+  void complete_tokens(const std::string& option);
+
+  std::optional<token_provider> m_provider;
+  std::shared_ptr<token_source> m_tokens;
   mutable std::shared_ptr<const secret_text> m_password;
 };
 

@@ -68,6 +68,18 @@ void examination::fail(const problem& cause, const std::string& prefix) {
   fail(prefix + stage_name(cause.stage()), {cause.exit_code(), cause.cause(), cause.remedy()});
 }
 
+bool examination::check_token(const endpoint_options& options, const std::string& prefix) {
+  if (!options.tokens()) return true;
+  try {
+    options.tokens()->examine();
+    options.tokens()->token(false, std::chrono::seconds(options.timeout));
+    good(prefix + "token", options.tokens()->description());
+  } catch (problem& cause) {
+    fail(cause.at("token", "", ""), prefix);
+  }
+  return is_good();
+}
+
 // Each address by itself: the library stops at the first that answers, so one that is dead would
 // only show as a delay.
 bool examination::check_way(const endpoint_options& options, bool is_pop3,
@@ -153,9 +165,9 @@ void examination::report_certificate(const connection& line, const endpoint_opti
   std::getline(lines, issuer);
   const std::string text =
       presentable("for " + names + "; " + first + " to " + last + "; issued by " + issuer);
-  if (!line.tls_refusal.empty()) {
+  if (!line.tls_refused.empty()) {
     fail(prefix + "certificate", {EX_PROTOCOL, text + "; refused: " + line.tls_refusal,
-                                  certificate_advice(line.tls_refusal)});
+                                  certificate_advice(line.tls_refused)});
   } else {
     good(prefix + "certificate", text + (options.no_check ? "; not checked (--tls-no-check)" : ""));
   }

@@ -23,6 +23,9 @@ class examination {
   bool check_way(const endpoint_options& options, bool is_pop3, const std::string& prefix,
                  port_look& look);
 
+  // Gets a token for an endpoint that has them. False when there is none.
+  bool check_token(const endpoint_options& options, const std::string& prefix);
+
   // TLS, certificate and greeting of the latest connection of a protocol, as it was.
   void report_connection(const dialogue_view& view, const endpoint_options& options, bool is_pop3,
                          const std::string& prefix);

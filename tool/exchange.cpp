@@ -60,7 +60,8 @@ void exchange::judge(std::string_view line) {
   const bool is_first = lines++ == 0;
   if (line.find('\n') != std::string_view::npos) has_lone_feed = true;
   if (is_pop3) {
-    if (is_first) judged = pop3_verdict(line);
+    const bool asks = verb == "AUTH" && line.substr(0, 1) == "+" && line.substr(0, 3) != "+OK";
+    if (is_first) judged = asks ? verdict::goes_on : pop3_verdict(line);
     is_complete = true;
     return;
   }

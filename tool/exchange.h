@@ -12,7 +12,7 @@ namespace tavmail {
 enum class verdict {
   none,       // no reply
   success,    // "2", or a POP3 line with "+OK"
-  goes_on,    // "3"
+  goes_on,    // "3", or after AUTH a POP3 line that begins with "+" and not with "+OK"
   temporary,  // "4"
   refused,    // "5", or a POP3 line that begins with "-"
   nonsense,   // no reply of the protocol; the library takes it for a refusal
@@ -22,6 +22,10 @@ enum class verdict {
 struct exchange {
   std::string verb;     // in upper case
   std::string address;  // of MAIL and RCPT
+  std::string method;   // of AUTH, in upper case
+  // Of AUTH: what the server asked last, decoded, as a person may see it. After a token it is what
+  // is wrong with that, in JSON.
+  std::string challenge;
   bool under_tls = false;
   bool is_pop3 = false;
   std::vector<std::string> reply;  // its lines, as a person may see them

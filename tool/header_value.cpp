@@ -1,6 +1,7 @@
 #include "header_value.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
@@ -93,6 +94,21 @@ bool is_blank(const std::string& text) {
 }
 
 }  // namespace
+
+std::string trimmed(const std::string& text) {
+  const size_t first = text.find_first_not_of(" \t");
+  if (first == std::string::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::string parameter_of(std::string value, const char* name) {
+  const size_t at = lower_case(value).find(name);
+  if (at == std::string::npos) return {};
+  value = trimmed(value.substr(at + std::strlen(name)));
+  const bool is_quoted = !value.empty() && value[0] == '"';
+  if (is_quoted) value.erase(0, 1);
+  return trimmed(value.substr(0, value.find_first_of(is_quoted ? "\"" : "\";")));
+}
 
 std::string header_value(const std::string& received, const std::string& hint) {
   std::string out;

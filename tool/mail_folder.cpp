@@ -80,19 +80,26 @@ void saved_file::keep() {
   if (close(fd) != 0 || !is_safe) throw cannot("write", m_folder + "/" + m_name);
 }
 
+int next_mail_number(const std::string& folder) {
+  int next = 1;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+    const std::string name = entry.path().stem().string();
+    if (name.size() >= 4 && name.size() < 9 &&
+        std::all_of(name.begin(), name.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
+      next = std::max(next, std::atoi(name.c_str()) + 1);
+    }
+  }
+  return next;
+}
+
 mail_folder::mail_folder(const std::string& path) : m_path(path) {
   std::error_code error;
   std::filesystem::create_directories(path, error);
   if (error || !std::filesystem::is_directory(path, error)) {
     throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
   }
-  for (const auto& entry : std::filesystem::directory_iterator(path, error)) {
-    const std::string name = entry.path().stem().string();
-    if (name.size() >= 4 && name.size() < 9 &&
-        std::all_of(name.begin(), name.end(), [](char ch) { return ch >= '0' && ch <= '9'; })) {
-      m_next = std::max(m_next, std::atoi(name.c_str()) + 1);
-    }
-  }
+  m_next = next_mail_number(path);
 }
 
 // An empty file in the sub-folder. No part has a name that begins with a dot.

@@ -30,6 +30,9 @@ class saved_file {
   uint64_t m_size = 0;
 };
 
+// The number after those of the mails "0001", "0002.part", "0003.eml" ... in a folder.
+int next_mail_number(const std::string& folder);
+
 // A folder with a sub-folder "0001", "0002" ... for each mail; while the mail is not complete it is
 // "0001.part". Nothing is ever overwritten.
 class mail_folder {

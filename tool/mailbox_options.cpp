@@ -1,6 +1,7 @@
 #include "mailbox_options.h"
 
 #include "problem.h"
+#include "tav_bearer.h"
 
 namespace tavmail {
 
@@ -30,6 +31,7 @@ quorvelmida::tav_eml_pop3_settings mailbox_options::settings() const {
   record.strServer = server.c_str();
   record.nPort = port;
   record.strUserID = user.c_str();
+  offer_tokens_to(TAV_BEARER_POP3);
   record.strPassword = take_password()->text();
   record.nAPOP = apop ? 1 : 0;
   record.nTimeout = timeout;

@@ -79,6 +79,12 @@ TAV_EML_RESULT mailbox_session::ask(const std::string& command, std::string& rep
   return result;
 }
 
+TAV_EML_RESULT mailbox_session::require(const std::string& command) {
+  std::string reply;
+  const TAV_EML_RESULT result = ask(command, reply);
+  return result == TAV_EML_OK && !is_positive(reply) ? TAV_EML_ERR_REPLY : result;
+}
+
 // Reads lines "NUMBER WORD" up to the line with a dot. Others count, and are passed over.
 TAV_EML_RESULT mailbox_session::read_list(const take_line& take) {
   m_parser.flush_buffer();
@@ -138,9 +144,33 @@ TAV_EML_RESULT mailbox_session::uid_of(int number, std::string& uid) {
 }
 
 TAV_EML_RESULT mailbox_session::remove(int number) {
+  return require("DELE " + std::to_string(number));
+}
+
+TAV_EML_RESULT mailbox_session::reset() { return require("RSET"); }
+
+TAV_EML_RESULT mailbox_session::begin_header(int number, std::string& received) {
   std::string reply;
-  const TAV_EML_RESULT result = ask("DELE " + std::to_string(number), reply);
-  return result == TAV_EML_OK && !is_positive(reply) ? TAV_EML_ERR_REPLY : result;
+  const TAV_EML_RESULT result = ask("TOP " + std::to_string(number) + " 0", reply);
+  if (result != TAV_EML_OK) return result;
+  received = reply.substr(std::min(reply.find('\n'), reply.size() - 1) + 1);
+  return is_positive(reply) ? TAV_EML_OK : TAV_EML_ERR_REPLY;
+}
+
+TAV_EML_RESULT mailbox_session::begin_mail(int number, std::string& received) {
+  UtlString rest;
+  const TAV_EML_RESULT result =
+      tav_eml_pop3_command::read_open(&m_settings, m_sock, m_tls, number, rest);
+  received = rest.IsEmpty() ? "" : rest.GetString();
+  return result;
+}
+
+TAV_EML_RESULT mailbox_session::read_some(char* buffer, size_t& length) {
+  auto count = static_cast<long>(length);
+  const TAV_EML_UTL_RETCODE code =
+      m_parser.ReadMail(m_sock, buffer, count, static_cast<long>(timeout()) * 1000, m_tls);
+  length = code == TAV_EML_UTL_OK ? static_cast<size_t>(count) : 0;
+  return code == TAV_EML_UTL_RECV_ERROR ? TAV_EML_ERR_TRANSFER : result_of(code);
 }
 
 TAV_EML_RESULT mailbox_session::receive_header_only(tav_eml_pop3_receive_mail& mail) {

@@ -52,6 +52,16 @@ class mailbox_session {
 
   // Marks a mail as deleted. TAV_EML_ERR_REPLY when the server refuses.
   quorvelmida::TAV_EML_RESULT remove(int number);
+  // Marks none any more.
+  quorvelmida::TAV_EML_RESULT reset();
+
+  // Begin to read a header (TOP) or a mail (RETR) as it is transferred; `received` is what has come
+  // of it. Then read_some is called until its end has come, and after a failure no more.
+  // TAV_EML_ERR_REPLY when the server refuses.
+  quorvelmida::TAV_EML_RESULT begin_header(int number, std::string& received);
+  quorvelmida::TAV_EML_RESULT begin_mail(int number, std::string& received);
+  // `length` is the room at `buffer`, and becomes the number of bytes.
+  quorvelmida::TAV_EML_RESULT read_some(char* buffer, size_t& length);
 
   // Begin to read a mail (TOP, RETR); one step of the parser each.
   quorvelmida::TAV_EML_RESULT receive_header_only(quorvelmida::tav_eml_pop3_receive_mail& mail);
@@ -65,6 +75,7 @@ class mailbox_session {
   using take_line = std::function<void(int number, const std::string& word)>;
 
   quorvelmida::TAV_EML_RESULT ask(const std::string& command, std::string& reply);
+  quorvelmida::TAV_EML_RESULT require(const std::string& command);
   quorvelmida::TAV_EML_RESULT read_list(const take_line& take);
   unsigned int timeout() const;
 

@@ -5,18 +5,27 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <vector>
 
 #include "interrupt.h"
 #include "series.h"
 
 int main(int argc, char** argv) {
+  std::vector<char*> words(argv, argv + argc + 1);  // with the null at the end
+  static char sendmail[] = "sendmail";
+  // Called through a link, as programs call it that know nothing of tavmail.
+  if (argc > 0 && std::filesystem::path(argv[0]).filename() == sendmail) {
+    words.insert(words.begin() + 1, sendmail);
+  }
   // For the width of characters on a terminal.
   std::setlocale(LC_CTYPE, "C.UTF-8");
   // A file that may not grow is an error like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   try {
     const tavmail::interrupt_guard guard;
-    return tavmail::run_series(argc, argv, "tavmail " TAVEML_VERSION);
+    return tavmail::run_series(static_cast<int>(words.size()) - 1, words.data(),
+                               "tavmail " TAVEML_VERSION);
   } catch (...) {
     // Not even a message could be made.
     std::fputs("tavmail: out of memory\n", stderr);

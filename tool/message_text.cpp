@@ -19,8 +19,14 @@ namespace {
 
 constexpr char kSeparators[] = ";,";
 constexpr size_t kLongestLine = 75;
-constexpr size_t kLongestText = 900;
 constexpr size_t kAddressLabel = sizeof "Disposition-Notification-To: ";
+
+// What fits a header line of the library, below 1024 bytes with its label and CR LF: a text that is
+// encoded afterwards, counted before; an address, whose name is encoded already.
+constexpr size_t kLongestText = 1012;
+constexpr size_t kLongestAddress = 990;
+// What is not encoded is not folded: RFC 5322 2.1.1 allows 998 bytes.
+constexpr size_t kLongestAscii = 980;
 
 bool has_control(const std::string& text) {
   return std::any_of(text.begin(), text.end(),
@@ -56,11 +62,10 @@ void check_characters(const std::string& what, const std::string& text, TAV_EML_
     throw problem(EX_DATAERR, what + " " + charset_advice(char_set));
 }
 
-// RFC 5322 2.1.1.
-void check_line(const std::string& what, const std::string& line) {
-  if (line.size() > kLongestText) {
-    throw problem(EX_DATAERR, what + " is longer than a mail's line can be; shorten it");
-  }
+problem too_long(const std::string& what, size_t size, size_t most) {
+  return problem(EX_DATAERR, what + " is too long for a header line: it has " +
+                                 std::to_string(size) + " bytes, and " + std::to_string(most) +
+                                 " fit");
 }
 
 std::string to_words(const std::string& text, TAV_EML_CHAR_SET char_set, int max_line) {
@@ -86,6 +91,16 @@ std::string display_name(const std::string& address) {
   return plain;
 }
 
+std::string to_name_words(const std::string& name, TAV_EML_CHAR_SET char_set) {
+  return to_words(name, char_set, static_cast<int>(kLongestLine - kAddressLabel));
+}
+
+// For a message of one line.
+std::string shortened(const std::string& text) {
+  constexpr size_t kMost = 40;
+  return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
+}
+
 // One address, its display name encoded when it has to be.
 std::string encoded_address(const std::string& what, const std::string& address,
                             TAV_EML_CHAR_SET char_set) {
@@ -101,14 +116,24 @@ std::string encoded_address(const std::string& what, const std::string& address,
     throw problem(EX_DATAERR, what + ": \"" + std::string(bare.GetString()) +
                                   "\" has characters that no mail address can have");
   }
-  const std::string encoded = is_ascii(address)
-                                  ? address
-                                  : to_words(display_name(address), char_set,
-                                             static_cast<int>(kLongestLine - kAddressLabel)) +
-                                        " <" + bare.GetString() + ">";
   // The library gives each address of a list a line of its own, and folds none.
-  check_line(what + ": the name of " + bare.GetString(), encoded);
-  return encoded;
+  if (is_ascii(address)) {
+    if (address.size() > kLongestAscii - kAddressLabel) {
+      throw too_long(what + ": the address " + shortened(address), address.size(),
+                     kLongestAscii - kAddressLabel);
+    }
+    return address;
+  }
+  const std::string name = display_name(address);
+  const std::string end = std::string(" <") + bare.GetString() + ">";
+  const std::string words = to_name_words(name, char_set);
+  if (words.size() + end.size() <= kLongestAddress) return words + end;
+  size_t most = std::min(name.size(), kLongestAddress);  // whole characters of the name
+  do {
+    --most;
+    while ((static_cast<unsigned char>(name[most]) & 0xC0) == 0x80) --most;
+  } while (to_name_words(name.substr(0, most), char_set).size() + end.size() > kLongestAddress);
+  throw too_long(what + ": the name of " + bare.GetString(), name.size(), most);
 }
 
 template <typename Take>
@@ -138,8 +163,8 @@ bool can_express(const std::string& text, TAV_EML_CHAR_SET char_set) {
 void check_header_text(const std::string& what, const std::string& text,
                        TAV_EML_CHAR_SET char_set) {
   check_characters(what, text, char_set);
-  // Only what is encoded is folded; an ASCII line goes as it is.
-  if (is_ascii(text)) check_line(what, text);
+  const size_t most = is_ascii(text) ? kLongestAscii : kLongestText;
+  if (text.size() > most) throw too_long(what, text.size(), most);
 }
 
 std::string encoded_addresses(const std::string& what, const std::string& list,
@@ -158,6 +183,17 @@ int count_addresses(const std::string& list) {
   return count;
 }
 
+std::vector<std::string> bare_addresses(const std::string& list) {
+  std::vector<std::string> all;
+  for_each_address(list, [&](const std::string& address) {
+    UtlString bare;
+    if (tav_eml_mlutl_mail_address::get_real_address(bare, address.c_str()) != 0) {
+      all.emplace_back(bare.GetString());
+    }
+  });
+  return all;
+}
+
 std::string canonical_lines(const std::string& text) {
   std::string lines;
   lines.reserve(text.size() + text.size() / 16);
@@ -170,6 +206,36 @@ std::string canonical_lines(const std::string& text) {
     }
   }
   return lines;
+}
+
+size_t end_of_piece(const std::string& text, size_t at) {
+  constexpr size_t kPiece = 48 * 1024;
+  size_t end = at + kPiece;
+  if (end >= text.size()) return text.size();
+  const size_t feed = text.rfind('\n', end - 1);
+  if (feed != std::string::npos && feed > at) return feed + 1;
+  while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return end;
+}
+
+std::string in_char_set(const std::string& text, TAV_EML_CHAR_SET char_set) {
+  if (char_set == TAV_EML_CS_UTF_8) return text;
+  std::string all;
+  std::string room;
+  for (size_t at = 0, end = 0; at < text.size(); at = end) {
+    end = end_of_piece(text, at);
+    room.resize((end - at) * 4 + 16);
+    const TAV_EML_ENCODED_STRING in = {TAV_EML_CS_UTF_8, const_cast<char*>(text.data()) + at,
+                                       static_cast<int32_t>(end - at)};
+    TAV_EML_ENCODED_STRING out = {char_set, room.data(), static_cast<int32_t>(room.size())};
+    int consumed = 0;
+    if (tav_eml_mlutl_mail_type::convert_encoded_string(in, out, consumed) != 0 ||
+        consumed != in.length) {
+      throw problem(EX_DATAERR, "the text " + charset_advice(char_set));
+    }
+    all.append(room, 0, static_cast<size_t>(out.length));
+  }
+  return all;
 }
 
 }  // namespace tavmail

@@ -5,6 +5,7 @@
 #define MESSAGE_TEXT_H
 
 #include <string>
+#include <vector>
 
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
 
@@ -22,9 +23,16 @@ void check_header_text(const std::string& what, const std::string& text,
 std::string encoded_addresses(const std::string& what, const std::string& list,
                               quorvelmida::TAV_EML_CHAR_SET char_set);
 int count_addresses(const std::string& list);
+// The addresses of a list without display names, as they stand there.
+std::vector<std::string> bare_addresses(const std::string& list);
 
 // Text with every line end CR LF (RFC 2046 4.1.1).
 std::string canonical_lines(const std::string& text);
+// The end of the piece of a UTF-8 text that begins at `at`: after a line if possible, never inside
+// a character.
+size_t end_of_piece(const std::string& text, size_t at);
+// A UTF-8 text in the character set, which can express it.
+std::string in_char_set(const std::string& text, quorvelmida::TAV_EML_CHAR_SET char_set);
 
 }  // namespace tavmail
 

@@ -8,6 +8,7 @@
 #include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/taveml_easy_text.h"
 #include "tls_advice.h"
+#include "token_findings.h"
 
 namespace tavmail {
 
@@ -87,7 +88,7 @@ std::string step_of(const dialogue_view& view) {
                 {"DELE", "a deletion"}};
   const exchange* last = view.decisive();
   if (last == nullptr) return "the connection";
-  if (!view.latest().tls_failure.empty() || !view.latest().tls_refusal.empty()) {
+  if (!view.latest().tls_failure.empty() || !view.latest().tls_refused.empty()) {
     return "the TLS handshake";
   }
   for (const auto& entry : kSteps) {
@@ -124,6 +125,8 @@ finding explain_nonsense(const dialogue_view& view, const endpoint_options& opti
 }
 
 finding explain_refused_login(const exchange* refused, const endpoint_options& options) {
+  if (refused != nullptr && is_token_login(*refused))
+    return explain_refused_token(*refused, options);
   if (refused != nullptr && wants_tls(*refused)) {
     return {EX_UNAVAILABLE, options.place() + " wants TLS before the login", kUseTls};
   }

@@ -7,6 +7,7 @@
 #include "findings.h"
 #include "outcome.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
+#include "token_findings.h"
 
 namespace tavmail {
 
@@ -52,22 +53,24 @@ std::string offer_text(const std::string& offer) {
   return lines.empty() || lines[0].rfind("+OK", 0) != 0 ? "" : joined_offer(lines, 0);
 }
 
-// A login that was refused because the server takes another kind only.
-problem explain_login(const problem& cause, const std::string& offer) {
-  const bool is_oauth_only = says(offer, "OAUTH") && !says(offer, "USER") && !says(offer, "PLAIN");
-  if (cause.stage() != "the login" || !is_oauth_only) return cause;
+// A login that was refused because the server takes tokens, if not only them.
+problem explain_login(const problem& cause, const std::string& offer,
+                      const mailbox_options& options) {
+  if (cause.stage() != "the login" || options.tokens() || !says(offer, "OAUTH")) return cause;
+  const bool has_password = says(offer, "USER") || says(offer, "PLAIN");
   problem told = cause;
-  told.in_parts(
-      cause.cause() + "; it offers OAuth only",
-      "OAuth is not spoken here; ask for an app password, or for a server that takes one");
+  told.in_parts(cause.cause() + (has_password ? "" : "; it offers OAuth only"),
+                (has_password ? cause.remedy() + "; the server may take no passwords: " : "") +
+                    token_advice(options));
   return told;
 }
 
 }  // namespace
 
 checkup check_pop3(const mailbox_options& options, bool verbose) {
-  const tav_eml_pop3_settings settings = options.settings();
   examination test("pop3", options);
+  if (!test.check_token(options, "")) return test.take();
+  const tav_eml_pop3_settings settings = options.settings();
   port_look look;
   if (!test.check_way(options, true, "", look)) return test.take();
   dialogue_view view(line_sink(verbose), dialogue_kind::pop3);
@@ -86,7 +89,7 @@ checkup check_pop3(const mailbox_options& options, bool verbose) {
   if (is_open) test.report_login(options.user, "");
   if (is_counted) test.good("mailbox", std::to_string(count) + (count == 1 ? " mail" : " mails"));
   if (result != TAV_EML_OK) {
-    test.fail(explain_login(explain_mailbox(result, view, options), offer), "");
+    test.fail(explain_login(explain_mailbox(result, view, options), offer, options), "");
   }
   if (is_counted && count == 0 && !offer.empty() && !says(offer, "UIDL")) {
     test.fail("unique ids", without_unique_ids(options));

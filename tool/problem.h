@@ -26,6 +26,13 @@ class problem : public std::runtime_error {
   problem(int exit_code, const std::string& sentence)
       : std::runtime_error(sentence), m_exitCode(exit_code), m_cause(sentence) {}
 
+  // The sentence in its parts.
+  problem(int exit_code, const std::string& cause, const std::string& remedy)
+      : std::runtime_error(cause + "; " + remedy),
+        m_exitCode(exit_code),
+        m_cause(cause),
+        m_remedy(remedy) {}
+
   int exit_code() const { return m_exitCode; }
 
   problem& at(const std::string& stage, const std::string& reply, const std::string& code) {

@@ -30,20 +30,35 @@ void print(const receive_options& options, const collection& run) {
   }
   const size_t before = run.deleted_before().size();
   if (before > 0) std::cout << counted(before, "earlier ") << " deleted on the server\n";
-  std::cout << counted(run.received(), options.all ? "" : "new ") << "; " << run.on_server()
+  const bool is_any = options.all || !options.picks.is_empty();
+  std::cout << counted(run.received(), is_any ? "" : "new ") << "; " << run.on_server()
             << " on the server\n";
-  if (!options.saves() && !options.all && run.received() > 0) {
+  const size_t left = run.too_large().size();
+  if (left > 0) std::cout << counted(left, "larger ") << " left there (--max-size)\n";
+  if (!options.saves() && !is_any && run.received() > 0) {
     std::cout << "nothing was saved, so they stay new; --folder DIR saves them\n";
   }
 }
 
 // Fills in what was left open and checks what was given.
 void complete(command_line& command, receive_options& options) {
+  const bool is_folder_given = !options.folder.empty();
+  const bool is_pipe_given = !options.pipe.empty();
   options.account.apply(command, *command.parent(), "pop3", options.mailbox);
   options.mailbox.complete();
+  // The account may have the other one; what the command line says counts.
+  if (is_folder_given) options.pipe.clear();
+  if (is_pipe_given) options.folder.clear();
+  if (!options.folder.empty() && !options.pipe.empty()) {
+    throw problem(EX_CONFIG, "the account has both folder and pipe; mails can go to one");
+  }
   if (options.is_deleting && !options.saves()) {
     throw problem(EX_USAGE, "--delete deletes what was saved; add --folder DIR");
   }
+  if (options.pipe.empty() && options.format != mail_format::parts && options.folder.empty()) {
+    throw problem(EX_USAGE, "--format says how mails are saved; add --folder DIR");
+  }
+  options.is_output_data = options.is_json;
 }
 
 int run_receive(command_line& command, receive_options& options) {
@@ -62,9 +77,10 @@ int run_receive(command_line& command, receive_options& options) {
   if (!end && run->received() < mails.size()) {
     end.emplace(EX_DATAERR, mails[run->received()].problem);
   }
+  const std::vector<listed_mail> none;
   const std::vector<listed_mail> before = run ? run->deleted_before() : std::vector<listed_mail>();
   if (options.is_json) {
-    std::cout << mails_json(mails, before, end ? &*end : nullptr);
+    std::cout << mails_json(mails, before, run ? run->too_large() : none, end ? &*end : nullptr);
   } else if (!end || !mails.empty() || !before.empty()) {
     print(options, *run);
   }
@@ -89,8 +105,30 @@ command add_receive(command_line& tool) {
   const auto options = std::make_shared<receive_options>();
   options->account.add_to(line);
   options->mailbox.add_to(line);
-  line.add("-d,--folder", options->folder, "save new mails there").value_name("DIR").group("Mail");
+  const option folder = line.add("-d,--folder", options->folder, "save new mails there")
+                            .value_name("DIR")
+                            .group("Mail");
+  line.add("--format", options->format,
+           {{"parts", mail_format::parts},
+            {"eml", mail_format::eml},
+            {"maildir", mail_format::maildir},
+            {"mbox", mail_format::mbox}},
+           "save parts (the default) or the whole mail")
+      .value_name("parts|eml|maildir|mbox")
+      .group("Mail");
+  line.add("--pipe", options->pipe, "hand each new mail to a command")
+      .value_name("CMD")
+      .excludes(folder)
+      .group("Mail");
   line.add_flag("--delete", options->is_deleting, "delete what was saved on the server")
+      .group("Mail");
+  options->picks.add_to(line, "fetch");
+  line.add("--max-size", options->largest, "leave larger mails: 300000, 500K, 5M")
+      .as_size()
+      .value_name("SIZE")
+      .group("Mail");
+  line.add_flag("--original-charset", options->keeps_char_set,
+                "save texts as they came, not as UTF-8")
       .group("Mail");
   line.add("-n,--max", options->most, "most mails to fetch")
       .range(1, 1000000)

@@ -38,6 +38,14 @@ nlohmann::ordered_json part_json(const received_part& part, const std::string& f
           {"certain", part.is_certain}};
 }
 
+nlohmann::ordered_json listed_json(const std::vector<listed_mail>& mails) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const listed_mail& mail : mails) {
+    list.push_back({{"number", mail.number}, {"uid", mail.uid}, {"size", mail.size}});
+  }
+  return list;
+}
+
 }  // namespace
 
 std::string mail_lines(const received_mail& mail, const std::string& folder) {
@@ -50,13 +58,15 @@ std::string mail_lines(const received_mail& mail, const std::string& folder) {
   add_line(out, "Date:", mail.date);
   if (mail.size > 0) add_line(out, "Size:", amount(static_cast<double>(mail.size)));
   for (const received_part& part : mail.parts) out += part_line(part, folder + "/" + mail.folder);
+  if (!mail.file.empty()) out += "    " + folder + "/" + mail.file + "\n";
   if (!mail.problem.empty()) out += wrapped("  not complete: ", mail.problem);
   if (mail.is_deleted) out += "  deleted on the server\n";
   return out;
 }
 
 std::string mails_json(const std::vector<received_mail>& mails,
-                       const std::vector<listed_mail>& deleted_before, const problem* cause) {
+                       const std::vector<listed_mail>& deleted_before,
+                       const std::vector<listed_mail>& too_large, const problem* cause) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const received_mail& mail : mails) {
     nlohmann::ordered_json parts = nlohmann::ordered_json::array();
@@ -72,16 +82,15 @@ std::string mails_json(const std::vector<received_mail>& mails,
                     {"date", mail.date},
                     {"message_id", mail.message_id},
                     {"content_type", mail.content_type},
+                    {"file", mail.file},
                     {"problem", mail.problem},
                     {"given_up", mail.is_given_up},
                     {"deleted", mail.is_deleted},
                     {"parts", parts}});
   }
-  nlohmann::ordered_json before = nlohmann::ordered_json::array();
-  for (const listed_mail& mail : deleted_before) {
-    before.push_back({{"number", mail.number}, {"uid", mail.uid}, {"size", mail.size}});
-  }
-  nlohmann::ordered_json document = {{"messages", list}, {"deleted_before", before}};
+  nlohmann::ordered_json document = {{"messages", list},
+                                     {"deleted_before", listed_json(deleted_before)},
+                                     {"too_large", listed_json(too_large)}};
   if (cause != nullptr) add_problem(document, *cause);
   return json_text(document);
 }

@@ -14,10 +14,11 @@ namespace tavmail {
 // One mail as lines of at most 79 columns, with where its parts are.
 std::string mail_lines(const received_mail& mail, const std::string& folder);
 
-// All of them as one JSON document, with those of earlier runs that were deleted, and with the
-// problem that ended the command, null for none.
+// All of them as one JSON document, with those of earlier runs that were deleted, with those that
+// were too large, and with the problem that ended the command, null for none.
 std::string mails_json(const std::vector<received_mail>& mails,
-                       const std::vector<listed_mail>& deleted_before, const problem* cause);
+                       const std::vector<listed_mail>& deleted_before,
+                       const std::vector<listed_mail>& too_large, const problem* cause);
 
 }  // namespace tavmail
 

@@ -22,23 +22,6 @@ std::string text_of(const UtlString& text) {
   return text.GetString() != nullptr ? text.GetString() : "";
 }
 
-std::string trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-// The parameter `name` ("charset=") of a header value, up to its quote or ";"; "" for none.
-std::string parameter_of(const UtlString& header, const char* name) {
-  std::string value = text_of(header);
-  const size_t at = lower_case(value).find(name);
-  if (at == std::string::npos) return {};
-  value = trimmed(value.substr(at + std::strlen(name)));
-  const bool is_quoted = !value.empty() && value[0] == '"';
-  if (is_quoted) value.erase(0, 1);
-  return trimmed(value.substr(0, value.find_first_of(is_quoted ? "\"" : "\";")));
-}
-
 // The file name as UTF-8. The library decodes it and leaves its character set, which the header
 // lines as received tell.
 std::string name_of(const tav_eml_mlutl_mail_part& part) {
@@ -47,8 +30,8 @@ std::string name_of(const tav_eml_mlutl_mail_part& part) {
   const std::string known = text_of(part.m_cFIleName);
   const bool is_extended = text_of(part.m_cHeader2).find("filename*=") != std::string::npos;
   for (const std::string& received :
-       {parameter_of(part.m_cHeader2, "filename="),
-        is_extended ? std::string() : parameter_of(part.m_cHeader1, "name=")}) {
+       {parameter_of(text_of(part.m_cHeader2), "filename="),
+        is_extended ? std::string() : parameter_of(text_of(part.m_cHeader1), "name=")}) {
     if (received == known) break;
     if (received.find("=?") != std::string::npos) {
       return presentable(trimmed(header_value(received, set)));
@@ -60,7 +43,7 @@ std::string name_of(const tav_eml_mlutl_mail_part& part) {
 received_part describe(const tav_eml_mlutl_mail_part& part) {
   received_part out;
   out.content_type = presentable(trimmed(text_of(part.m_cMediaType)));
-  out.char_set = presentable(parameter_of(part.m_cContentType, "charset="));
+  out.char_set = presentable(parameter_of(text_of(part.m_cContentType), "charset="));
   out.encoding = presentable(text_of(part.m_cTransferEncoding));
   if (part.m_nContentDisposition == TAV_EML_CD_INLINE) out.disposition = "inline";
   if (part.m_nContentDisposition == TAV_EML_CD_ATTACHMENT) out.disposition = "attachment";
@@ -150,8 +133,9 @@ class part_writer {
 }  // namespace
 
 bool received_mail::is_safe() const {
-  return !parts.empty() && std::all_of(parts.begin(), parts.end(),
-                                       [](const received_part& part) { return part.is_certain; });
+  return is_kept ||
+         (!parts.empty() && std::all_of(parts.begin(), parts.end(),
+                                        [](const received_part& part) { return part.is_certain; }));
 }
 
 TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {

@@ -33,6 +33,8 @@ struct received_mail {
   std::string content_type;
   std::string folder;  // its sub-folder, "" when nothing was saved
   std::vector<received_part> parts;
+  bool is_kept = false;      // as a whole
+  std::string file;          // then its path in the folder, "" when it has none of its own
   std::string problem;       // why it is not complete, "" when it is
   bool is_given_up = false;  // it was not tried: too often before
   bool is_deleted = false;

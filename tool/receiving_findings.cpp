@@ -6,6 +6,7 @@
 #include "findings.h"
 #include "greeting.h"
 #include "tls_advice.h"
+#include "token_findings.h"
 
 namespace tavmail {
 
@@ -30,7 +31,8 @@ bool has_stamp(const exchange* greeting) {
 }
 
 bool is_login(const exchange& entry) {
-  return entry.verb == "USER" || entry.verb == "PASS" || entry.verb == "APOP";
+  return entry.verb == "USER" || entry.verb == "PASS" || entry.verb == "APOP" ||
+         entry.verb == "AUTH";
 }
 
 finding explain_refused(const exchange& last, const dialogue_view& view,
@@ -46,7 +48,7 @@ finding explain_refused(const exchange& last, const dialogue_view& view,
     return {EX_NOPERM, where + " refused the login of " + options.user + " with APOP",
             "check user and password; not every account has APOP: leave out --apop, under TLS"};
   }
-  if (last.verb == "PASS") return explain_refused_login(&last, options);
+  if (last.verb == "PASS" || last.verb == "AUTH") return explain_refused_login(&last, options);
   if (last.verb == "UIDL") return without_unique_ids(options);
   return {EX_UNAVAILABLE, where + " refused " + step_of(view),
           last.verb == "STLS" ? "try --tls implicit with its port" : ""};
@@ -101,7 +103,14 @@ finding explain_receiving(TAV_EML_RESULT result, const dialogue_view& view,
       if (is_cut_after_handshake(view)) return explain_cut(view, options);
       return {EX_TEMPFAIL, "the connection to " + options.place() + " broke at " + step_of(view),
               "try again", false};
+    case TAV_EML_ERR_AUTH_METHOD:
+      if (options.tokens()) return without_token_login(options, "");
+      break;
     case TAV_EML_ERR_AUTH:
+      // There may have been no other token on a new connection.
+      if (view.refused_login() != nullptr) {
+        return explain_refused(*view.refused_login(), view, options);
+      }
       if (last != nullptr && is_login(*last)) return explain_refused(*last, view, options);
       break;
     case TAV_EML_ERR_REPLY:

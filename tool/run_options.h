@@ -14,9 +14,9 @@ struct run_options {
   std::string log;  // FILE or "syslog"
   bool all_accounts = false;
 
-  // A mail goes through one account: who sends has no --all-accounts. `tries_once`: neither --retry
-  // nor --log makes sense.
-  void add_to(command_line& command, bool is_sending, bool tries_once);
+  void add_accounts_to(command_line& command);
+  void add_retry_to(command_line& command);
+  void add_log_to(command_line& command);
 };
 
 }  // namespace tavmail

@@ -1,20 +1,15 @@
 #include "secret.h"
 
 #include <fcntl.h>
-#include <paths.h>
-#include <spawn.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <thread>
 
 #include "input_file.h"
 #include "interrupt.h"
@@ -26,114 +21,70 @@ namespace {
 
 constexpr std::string_view kByteOrderMarks[] = {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"};
 
-// Throws when that is no password.
-void check_password(std::string_view text, const std::string& source) {
-  const auto refuse = [&](const char* reason) { throw problem(EX_CONFIG, source + reason); };
-  if (text.empty()) refuse(" holds no password");
-  if (text.size() > secret_text::kLongest) refuse(": password too long");
+struct secret_kind {
+  std::string name;
+  size_t longest;
+};
+const secret_kind kPassword = {"password", secret_text::kLongest};
+const secret_kind kToken = {"token", secret_text::kLongestToken};
+
+// Throws when that is none.
+void check_secret(std::string_view text, const std::string& source, const secret_kind& kind) {
+  const auto refuse = [&](const std::string& reason) { throw problem(EX_CONFIG, source + reason); };
+  if (text.empty()) refuse(" holds no " + kind.name);
+  if (text.size() > kind.longest) refuse(": " + kind.name + " too long");
   for (const std::string_view mark : kByteOrderMarks) {
     if (text.substr(0, mark.size()) != mark) continue;
-    refuse(
-        " begins with a byte order mark, which is no part of a password; save it as UTF-8 without "
-        "one");
+    refuse(" begins with a byte order mark, which is no part of a " + kind.name +
+           "; save it as UTF-8 without one");
   }
   if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
 }
 
+void check_token(std::string_view text, const std::string& source) {
+  check_secret(text, source, kToken);
+  if (std::all_of(text.begin(), text.end(), [](char ch) { return ch > ' ' && ch <= '~'; })) return;
+  throw problem(EX_CONFIG, source + " is no token: it has a blank, or a character beyond ASCII");
+}
+
 // Cuts the text after its first line, without the line's end.
-void cut_line(secret_text& text, const std::string& source) {
-  const std::string_view room(text.text(), secret_text::kRoom);
+void cut_line(secret_text& text, const std::string& source, const secret_kind& kind) {
+  const std::string_view room(text.text(), text.size());
   const size_t end = std::min(room.find_last_not_of('\0') + 1, room.find_first_of("\r\n"));
-  check_password(room.substr(0, end), source);
+  check_secret(room.substr(0, end), source, kind);
   std::fill(text.room() + end, text.room() + room.size(), '\0');
 }
 
 // Reads up to the end of a line at least, if there is room.
-secret_text read_line(input_file& file) {
-  secret_text line;
-  constexpr size_t kMost = secret_text::kRoom - 1;
-  for (size_t size = 0, got = 1; got > 0 && size < kMost; size += got) {
-    got = file.read_some(line.room() + size, kMost - size);
+template <typename Source>
+secret_text read_line(Source& source, const secret_kind& kind) {
+  secret_text line(kind.longest);
+  const size_t most = line.size() - 1;
+  for (size_t size = 0, got = 1; got > 0 && size < most; size += got) {
+    got = source.read_some(line.room() + size, most - size);
     if (std::memchr(line.room() + size, '\n', got) != nullptr) break;
   }
   return line;
 }
 
-secret_text from_file(const std::string& path) {
-  const std::string source = "--password-file " + path;
-  input_file file(path, "--password-file");
+secret_text from_file(const std::string& path, const std::string& option) {
+  const std::string source = option + " " + path;
+  input_file file(path, option);
   if (file.is_open_to_others()) {
     throw problem(EX_CONFIG, "others can read " + source + "; chmod 600 it first");
   }
-  secret_text text = read_line(file);
-  cut_line(text, source);
+  secret_text text = read_line(file, kPassword);
+  cut_line(text, source, kPassword);
   return text;
 }
 
-// A command of the shell and what it prints. It ends with the run.
-class shell_command {
- public:
-  explicit shell_command(const std::string& command) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) fail();
-    m_output = std::make_unique<input_file>(ends[0], "the output of --password-command");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
-    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, nullptr,
-                                  const_cast<char* const*>(line), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    if (error != 0) fail();
-  }
-  shell_command(const shell_command&) = delete;
-  shell_command& operator=(const shell_command&) = delete;
-  ~shell_command() {
-    constexpr int kPatience = 100;
-    if (is_running()) kill(m_pid, SIGTERM);
-    for (int i = 0; is_running(); ++i) {
-      if (i == kPatience) kill(m_pid, SIGKILL);
-      pause();
-    }
-  }
-
-  input_file& output() { return *m_output; }
-
-  // Waits for its end. True when it succeeded.
-  bool is_successful() {
-    while (is_running()) {
-      interrupt_guard::check();
-      pause();
-    }
-    return m_status == 0;
-  }
-
- private:
-  [[noreturn]] static void fail() { throw problem(EX_OSERR, "cannot run --password-command"); }
-  static void pause() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
-
-  bool is_running() {
-    if (m_pid > 0 && waitpid(m_pid, &m_status, WNOHANG) != 0) m_pid = 0;
-    return m_pid > 0;
-  }
-
-  pid_t m_pid = 0;
-  int m_status = -1;
-  std::unique_ptr<input_file> m_output;
-};
-
-secret_text from_command(const std::string& line) {
-  shell_command command(line);
-  secret_text text = read_line(command.output());
-  // What else it prints is read too: it must not fail for want of a reader.
-  secret_text rest;
-  while (command.output().read_some(rest.room(), secret_text::kRoom) > 0) {
-  }
-  if (!command.is_successful()) {
-    throw problem(EX_CONFIG, "--password-command failed; try it by itself");
-  }
-  cut_line(text, "the output of --password-command");
+// The first line of what a command prints.
+secret_text from_command(const std::string& line, const shell_command::settings& how,
+                         const secret_kind& kind) {
+  shell_command command(line, how);
+  secret_text text = read_line(command, kind);
+  command.finish();
+  cut_line(text, "the output of " + how.what, kind);
   return text;
 }
 
@@ -202,29 +153,53 @@ secret_text from_terminal(const std::string& user, const std::string& server) {
     const held_signals held;
     const silent_question question(fd, "Password of " + user + " at " + server + ": ");
     is_read = interrupt_guard::await_input(fd, held.fd());
-    if (is_read) terminal.read_some(text.room(), secret_text::kRoom - 1);
+    if (is_read) terminal.read_some(text.room(), text.size() - 1);
   }
-  cut_line(text, "what was typed");
+  cut_line(text, "what was typed", kPassword);
   return text;
 }
 
 }  // namespace
 
+secret_text::secret_text(size_t longest)
+    : m_text(new char[longest + kMore](), wiper{longest + kMore}) {}
+
 secret_text::secret_text(std::string_view text, const std::string& source) : secret_text() {
-  check_password(text, source);
+  check_secret(text, source, kPassword);
   std::memcpy(room(), text.data(), text.size());
 }
 
 void secret_text::wiper::operator()(char* text) const {
-  explicit_bzero(text, kRoom);
+  explicit_bzero(text, size);
   delete[] text;
 }
 
 secret_text read_password(const std::string& file, const std::string& command,
                           const std::string& user, const std::string& server) {
-  if (!file.empty()) return from_file(file);
-  if (!command.empty()) return from_command(command);
+  if (!file.empty()) return from_file(file, "--password-file");
+  if (!command.empty()) {
+    shell_command::settings how;
+    how.what = "--password-command";
+    return from_command(command, how, kPassword);
+  }
   return from_terminal(user, server);
+}
+
+secret_text read_secret_file(const std::string& path, const std::string& option) {
+  return from_file(path, option);
+}
+
+secret_text read_token(const std::string& command, const shell_command::settings& how) {
+  secret_text token = from_command(command, how, kToken);
+  check_token(token.text(), "the output of " + how.what);
+  return token;
+}
+
+secret_text token_text(std::string_view text, const std::string& source) {
+  check_token(text, source);
+  secret_text token(secret_text::kLongestToken);
+  std::memcpy(token.room(), text.data(), text.size());
+  return token;
 }
 
 }  // namespace tavmail

@@ -35,11 +35,22 @@ void secret_echo::decode(char ch) {
   m_bitCount += 6;
   if (m_bitCount < 8) return;
   m_bitCount -= 8;
-  const char byte = static_cast<char>(m_group >> m_bitCount & 0xFF);
+  take_decoded(static_cast<char>(m_group >> m_bitCount & 0xFF));
+}
+
+void secret_echo::take_decoded(char byte) {
+  constexpr std::string_view kField = "auth=Bearer ";
   if (byte == '\0') {
     m_decoded = {0, 0};
   } else {
     extend(m_decoded, byte);
+  }
+  if (byte == '\1') {
+    m_fieldMatched = 0;
+  } else if (m_fieldMatched == kField.size()) {
+    extend(m_token, byte);
+  } else if (m_fieldMatched < kField.size()) {
+    m_fieldMatched = byte == kField[m_fieldMatched] ? m_fieldMatched + 1 : kNoField;
   }
 }
 
@@ -51,8 +62,9 @@ void secret_echo::add(char ch) {
 void secret_echo::end() {
   keep(m_current);
   if (m_isBase64) keep(m_decoded);
-  m_current = {0, 0};
-  m_decoded = {0, 0};
+  if (m_isBase64) keep(m_token);
+  m_current = m_decoded = m_token = {0, 0};
+  m_fieldMatched = kNoField;
   m_isBase64 = true;
   m_group = 0;
   m_bitCount = 0;

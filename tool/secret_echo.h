@@ -33,8 +33,11 @@ class secret_echo {
     uint64_t hash;
   };
 
+  static constexpr size_t kNoField = static_cast<size_t>(-1);
+
   void extend(mark& secret, char ch) const;
   void decode(char ch);
+  void take_decoded(char byte);
   void keep(const mark& secret);
 
   // Where `secret` begins in the text from `from` on.
@@ -42,7 +45,9 @@ class secret_echo {
 
   uint64_t m_base;
   mark m_current = {0, 0};
-  mark m_decoded = {0, 0};  // of PLAIN the last text, which is the password
+  mark m_decoded = {0, 0};           // of PLAIN the last text, which is the password
+  mark m_token = {0, 0};             // of a login with a token, which is in a field of its own
+  size_t m_fieldMatched = kNoField;  // bytes of what that field begins with
   bool m_isBase64 = true;
   unsigned int m_group = 0;  // of the group that is being decoded
   int m_bitCount = 0;

@@ -100,9 +100,15 @@ seen_file::seen_file(const std::string& path, const std::string& old) : m_path(p
   }
 }
 
+seen_file seen_file::look_at(const std::string& path, const std::string& old) {
+  std::error_code error;
+  const bool is_old = !old.empty() && !std::filesystem::exists(path, error);
+  return seen_file(is_old ? old : path, looking());
+}
+
 seen_file::~seen_file() {
   if (m_file >= 0) close(m_file);
-  close(m_lock);
+  if (m_lock >= 0) close(m_lock);
 }
 
 void seen_file::take_over(const std::string& old) const {
@@ -258,7 +264,8 @@ void seen_file::keep(const std::map<std::string, int>& copies) {
     is_changed = is_changed || states.size() < static_cast<size_t>(count);
     states.resize(static_cast<size_t>(count), kNew);
   }
-  if (is_changed || !m_tidy) write();
+  const bool is_looking = m_lock < 0;
+  if (!is_looking && (is_changed || !m_tidy)) write();
 }
 
 void seen_file::settle(std::vector<mail_key> deleted) {

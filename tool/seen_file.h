@@ -30,6 +30,8 @@ class seen_file {
   // Opens and reads the file, which need not exist; then the file `old` is renamed to it, if there
   // is one. Throws a problem, as everything here that writes.
   explicit seen_file(const std::string& path, const std::string& old = {});
+  // Only looks at it, or at `old` where it does not exist: nothing is locked, made or written.
+  static seen_file look_at(const std::string& path, const std::string& old);
   seen_file(const seen_file&) = delete;
   seen_file& operator=(const seen_file&) = delete;
   ~seen_file();
@@ -57,6 +59,9 @@ class seen_file {
   static constexpr int kMostTries = 3;
 
  private:
+  struct looking {};
+  seen_file(const std::string& path, looking) : m_path(path) { read(); }
+
   void take_over(const std::string& old) const;
   void read();
   bool read_line(const std::string& line);

@@ -1,13 +1,9 @@
 #include "seen_path.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-
-#include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
 #include "quorvelmida/taveml_easy_text.h"
 #include "received_text.h"
+#include "state_file.h"
 
 namespace tavmail {
 
@@ -17,46 +13,13 @@ namespace {
 constexpr size_t kLongestName = 120;
 constexpr size_t kKept = 80;  // of a longer one
 
-std::string folder_of_lists() {
-  std::string folder;
-  const char* state = std::getenv("XDG_STATE_HOME");
-  const char* home = std::getenv("HOME");
-  if (state != nullptr && *state == '/') {
-    folder = state;
-  } else if (home != nullptr && *home == '/') {
-    folder = std::string(home) + "/.local/state";
-  } else {
-    throw problem(EX_USAGE, "no home directory to keep the list of seen mails in; add --seen FILE");
-  }
-  folder += "/tavmail";
-  std::error_code error;
-  std::filesystem::create_directories(folder, error);
-  if (error) throw problem(EX_CANTCREAT, "cannot make " + folder + ": " + error.message());
-  return folder;
-}
-
-// Without "/", "," and "~", which mean something in a name.
-std::string encoded(const std::string& text) {
-  std::string word;
-  for (const char ch : text) {
-    const bool is_plain = (ch >= '0' && ch <= '9') || (ch >= 'a' && ch <= 'z') ||
-                          (ch >= 'A' && ch <= 'Z') || std::strchr("-._@+", ch) != nullptr;
-    char escape[4];
-    std::snprintf(escape, sizeof escape, "%%%02X",
-                  static_cast<unsigned int>(static_cast<unsigned char>(ch)));
-    word += is_plain && ch != '\0' ? std::string(1, ch) : escape;
-  }
-  return word;
-}
-
 }  // namespace
 
-std::string mailbox_key(bool is_implicit_tls, const std::string& server, int port,
-                        const std::string& user) {
-  std::string host = lower_case(server);
+std::string mailbox_key(const mailbox_options& mailbox) {
+  std::string host = lower_case(mailbox.server);
   if (host.size() > 1 && host.back() == '.') host.pop_back();
-  return std::string(is_implicit_tls ? "pop3s," : "pop3,") + encoded(host) + "," +
-         std::to_string(port) + "," + encoded(user);
+  return std::string(mailbox.tls == tls_mode::implicit ? "pop3s," : "pop3,") + encoded_name(host) +
+         "," + std::to_string(mailbox.port) + "," + encoded_name(mailbox.user);
 }
 
 std::string fingerprint(const std::string& text) {
@@ -65,13 +28,14 @@ std::string fingerprint(const std::string& text) {
   return digits;
 }
 
-seen_path default_seen_path(const std::string& key, const std::string& server,
-                            const std::string& user) {
-  const std::string folder = folder_of_lists() + "/";
+seen_path place_of_list(const mailbox_options& mailbox, const std::string& wanted) {
+  if (!wanted.empty()) return {wanted, ""};
+  const std::string key = mailbox_key(mailbox);
+  const std::string folder = state_folder("add --seen FILE") + "/";
   const std::string name =
       key.size() > kLongestName ? key.substr(0, kKept) + "~" + fingerprint(key) : key;
   // The older name was cut at a slash, and other characters were replaced.
-  const std::string old = user + "@" + server;
+  const std::string old = mailbox.user + "@" + mailbox.server;
   const bool is_own = quorvelmida::easy::safe_file_name(old, "") == old;
   return {folder + name + ".seen", is_own ? folder + old + ".seen" : ""};
 }

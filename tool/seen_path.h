@@ -5,12 +5,13 @@
 
 #include <string>
 
+#include "mailbox_options.h"
+
 namespace tavmail {
 
 // Tells a mailbox from all others: "pop3s,mail.example.com,995,anna@example.com". No two mailboxes
 // have the same one, and it has no path separator.
-std::string mailbox_key(bool is_implicit_tls, const std::string& server, int port,
-                        const std::string& user);
+std::string mailbox_key(const mailbox_options& mailbox);
 
 // A name of 32 characters for a text of any length.
 std::string fingerprint(const std::string& text);
@@ -21,9 +22,8 @@ struct seen_path {
   std::string old;
 };
 
-// $XDG_STATE_HOME/tavmail/KEY.seen; the folder is made. Throws a problem.
-seen_path default_seen_path(const std::string& key, const std::string& server,
-                            const std::string& user);
+// `wanted`, or $XDG_STATE_HOME/tavmail/KEY.seen where that is "". Throws a problem.
+seen_path place_of_list(const mailbox_options& mailbox, const std::string& wanted);
 
 }  // namespace tavmail
 

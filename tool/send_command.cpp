@@ -1,20 +1,23 @@
 // tavmail send.
 
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "dialogue_view.h"
-#include "interrupt.h"
-#include "outcome.h"
+#include "composed_mail.h"
+#include "envelope.h"
+#include "message_text.h"
+#include "outgoing_mail.h"
 #include "problem_json.h"
 #include "progress_bar.h"
 #include "quorvelmida/tav_eml_smtp_boundary.h"
 #include "quorvelmida/taveml_easy.h"
+#include "ready_mail.h"
+#include "ready_sending.h"
 #include "received_text.h"
+#include "send_attempt.h"
 #include "send_options.h"
 
 namespace tavmail {
@@ -23,96 +26,100 @@ using namespace quorvelmida;
 
 namespace {
 
-constexpr size_t kBodyPiece = 48 * 1024;
-
-// The end of the piece that begins at `at`: after a line if possible, never inside a character.
-size_t piece_end(const std::string& text, size_t at) {
-  size_t end = at + kBodyPiece;
-  if (end >= text.size()) return text.size();
-  const size_t feed = text.rfind('\n', end - 1);
-  if (feed != std::string::npos && feed > at) return feed + 1;
-  while ((static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-  return end;
-}
-
-// One transaction. A mail that was begun and not completed is aborted, so that the server discards
-// it.
-class transaction {
+// One mail over the facade. What was begun and not completed is aborted, so that the server
+// discards it.
+class facade_transaction {
  public:
-  transaction(const send_options& options, outgoing& out)
-      : m_options(options),
-        m_out(out),
-        m_view(options.verbose ? [](const std::string& line) { std::cerr << line << '\n'; }
-                               : dialogue_view::line_sink(),
-               options.server.kind_of_dialogue()),
-        m_tap(m_view),
-        m_settings(options.server.settings(options.size_limit)),
-        m_boundary(m_settings) {}
+  facade_transaction(const send_attempt& attempt, outgoing& out)
+      : m_attempt(attempt), m_out(out), m_boundary(attempt.settings()) {}
 
-  void run() {
+  void run(bool is_fax, progress_bar& bar) {
     require(m_boundary.connect_mail());
     require(m_boundary.send_header(m_out.mail));
     send_body();
-    if (m_out.file) send_attachment();
+    try {
+      for (const auto& file : m_out.files) send_file(*file, is_fax, bar);
+    } catch (const problem& cause) {
+      m_boundary.abort_mail();  // without effect when it was the server that failed
+      throw;
+    }
     const TAV_EML_RESULT closed = m_boundary.close_mail(m_out.mail);
     // A goodbye that failed does not undo an accepted mail.
-    if (!m_view.was_accepted()) require(closed);
+    if (!m_attempt.was_accepted()) require(closed);
   }
-
-  std::string reply() const { return reply_text(m_view.decisive()); }
-  const char* outcome() const { return outcome_of(m_view); }
 
  private:
   // Ends the transaction when a step failed, or the run is to end.
   void require(TAV_EML_RESULT result) {
-    if (result == TAV_EML_OK && (!interrupt_guard::was_pressed() || m_view.end_was_sent())) return;
-    const problem cause = ending(result);
+    if (m_attempt.goes_on(result)) return;
+    const problem cause = m_attempt.ending(result);
     m_boundary.abort_mail();
     throw cause;
   }
 
-  problem ending(TAV_EML_RESULT result) const {
-    const problem known = explain(result, m_view, m_options.server);
-    const bool is_verdict = result == TAV_EML_ERR_REPLY || result == TAV_EML_ERR_REPLY_TEMPORARY;
-    if (!interrupt_guard::was_pressed() || is_verdict) return known;
-    return interrupt_guard::cause(m_view.end_was_sent()
-                                      ? "the whole mail was sent and may have been delivered; ask "
-                                        "the recipient before sending it again"
-                                      : "nothing was delivered")
-        .at(known.stage(), known.reply(), known.code());
-  }
-
   void send_body() {
-    const std::string& body = m_out.body;
+    const std::string& body = *m_out.body;
     for (size_t at = 0; at < body.size();) {
-      const size_t end = piece_end(body, at);
+      const size_t end = end_of_piece(body, at);
       require(easy::give(m_out.mail, body.data() + at, end - at));
       require(m_boundary.send_body(m_out.mail));
       at = end;
     }
   }
 
-  void send_attachment() {
+  void send_file(attachment& file, bool is_fax, progress_bar& bar) {
+    m_out.mail.set_part(file.new_part().release());
+    m_out.mail.m_pPart->set_content_ciajwnetfax(is_fax ? 1 : 0);
     require(m_boundary.send_part_header(m_out.mail));
-    progress_bar bar("Sending", m_out.file->size(), !m_options.quiet && !m_options.verbose);
-    try {
-      while (const size_t count = m_out.file->read_into(*m_out.mail.m_pPart)) {
-        require(m_boundary.send_part_body(m_out.mail));
-        bar.advance(count);
-      }
-    } catch (const problem& cause) {
-      m_boundary.abort_mail();  // without effect when it was the server that failed
-      throw;
+    while (const size_t count = file.read_into(*m_out.mail.m_pPart)) {
+      require(m_boundary.send_part_body(m_out.mail));
+      bar.advance(count);
     }
   }
 
-  const send_options& m_options;
+  const send_attempt& m_attempt;
   outgoing& m_out;
-  dialogue_view m_view;
-  dialogue_tap m_tap;
-  tav_eml_smtp_settings m_settings;
   tav_eml_smtp_boundary m_boundary;
 };
+
+bool shows_progress(const send_options& options) { return !options.quiet && !options.verbose; }
+
+void send_composed(const send_options& options, const send_attempt& attempt, outgoing& out,
+                   progress_bar& bar) {
+  const mime_mail mail =
+      as_mime(out, options.internet_fax, [&](size_t bytes) { bar.advance(bytes); });
+  if (!out.sender.empty()) out.mail.m_cFrom = tav_eml_mlutl_mail_address(out.sender.c_str());
+  raw_transaction transaction(attempt);
+  ready_mail ready([&](header_block&) { transaction.connect(out.mail); }, transaction);
+  mime_library::loaded().compose(mail, [&](std::string_view bytes) { ready.add(bytes); });
+  ready.end();
+}
+
+void send_raw(const send_options& options, const send_attempt& attempt, outgoing& out) {
+  mail_input input(options.raw, "--raw");
+  ready_options ready;
+  if (options.envelope_from_option.is_given()) {
+    ready.sender = given_sender("--envelope-from", options.envelope_from);
+  }
+  if (!options.from.empty()) ready.fallback_sender = given_sender("--from", options.from);
+  for (const auto& lists : {options.to, options.cc, options.bcc}) {
+    ready.recipients.insert(ready.recipients.end(), lists.begin(), lists.end());
+  }
+  ready.reads_recipients = ready.recipients.empty();
+  ready.permit = options.permit;
+  ready.deny = options.deny;
+  progress_bar bar("Sending", input.size(), shows_progress(options));
+  send_ready(input, ready, attempt, out.mail, [&](size_t bytes) { bar.advance(bytes); });
+}
+
+void send_with(const send_options& options, const send_attempt& attempt, outgoing& out) {
+  if (!options.raw.empty()) return send_raw(options, attempt, out);
+  uint64_t total = 0;
+  for (const auto& file : out.files) total += file->size();
+  progress_bar bar("Sending", total, shows_progress(options) && !out.files.empty());
+  if (!out.is_for_facade()) return send_composed(options, attempt, out, bar);
+  facade_transaction(attempt, out).run(options.internet_fax, bar);
+}
 
 std::string outcome_json(const std::string& outcome, const std::string& reply, const outgoing& out,
                          const problem* cause) {
@@ -127,12 +134,13 @@ int run_send(command_line& command, send_options& options) {
   outgoing out;
   std::string outcome = "not sent";
   try {
+    options.check_raw();
     options.account.apply(command, *command.parent(), "smtp", options.server);
     options.server.complete();
-    prepare(options, out);
-    transaction sending(options, out);
+    if (options.raw.empty()) prepare(options, options.attachments(command), out);
+    const send_attempt sending(options.server, options.size_limit, options.verbose);
     try {
-      sending.run();
+      send_with(options, sending, out);
     } catch (const problem&) {
       outcome = sending.outcome();
       throw;

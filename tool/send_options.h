@@ -3,13 +3,11 @@
 #ifndef SEND_OPTIONS_H
 #define SEND_OPTIONS_H
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "account_file.h"
 #include "attachment.h"
-#include "quorvelmida/tav_eml_smtp_send_mail.h"
 #include "server_options.h"
 
 namespace tavmail {
@@ -29,13 +27,18 @@ struct send_options {
   std::string text;
   std::string text_file;
   std::string char_set_name = "utf-8";
-  std::string attach;
-  std::string attach_name;
-  std::string content_type;
+  std::vector<std::string> attach;
+  std::vector<std::string> attach_name;
+  std::vector<std::string> content_type;
   std::string message_id;
   std::string in_reply_to;
   std::string references;
   std::string mdn;
+  std::vector<std::string> headers;
+  std::string html;
+  std::string html_file;
+  std::string envelope_from;
+  std::string raw;
   uint32_t size_limit = 0;
   bool internet_fax = false;
   bool verbose = false;
@@ -43,19 +46,23 @@ struct send_options {
   bool is_json = false;
 
   option text_option;
+  option html_option;
+  option envelope_from_option;
 
   void add_to(command_line& command);
-};
 
-// A mail that is ready to be sent, apart from the data of its attachment.
-struct outgoing {
-  quorvelmida::tav_eml_smtp_send_mail mail;
-  std::string body;  // UTF-8, canonical lines
-  std::unique_ptr<attachment> file;
-};
+  // Throws a problem for what the command line has beside --raw and does not go with it. To be
+  // called before an account adds its own.
+  void check_raw() const;
+  // The files, each with the name and type that the command line has between it and the next one.
+  // What stands in front of the first is for the first. Throws a problem.
+  std::vector<attachment_request> attachments(const command_line& command) const;
 
-// Checks every value and fills the mail; nothing has been sent when a problem is thrown.
-void prepare(const send_options& options, outgoing& out);
+ private:
+  void add_content_to(command_line& command);
+
+  std::vector<option> m_content;  // what a mail that is ready has already
+};
 
 }  // namespace tavmail
 

@@ -6,6 +6,7 @@
 #include "greeting.h"
 #include "outcome.h"
 #include "tls_advice.h"
+#include "token_findings.h"
 
 namespace tavmail {
 
@@ -52,6 +53,7 @@ finding explain_login_methods(const dialogue_view& view, const server_options& o
   }
   const exchange* ehlo = announcement(view);
   const std::string logins = announced_logins(ehlo);
+  if (options.tokens() && !says(logins, "OAUTH")) return without_token_login(options, logins);
   if (logins.empty() && ehlo != nullptr && !ehlo->under_tls && announces(ehlo, "STARTTLS")) {
     return {EX_UNAVAILABLE, where + " offers no login that works here without TLS", kUseTls, false};
   }
@@ -62,13 +64,7 @@ finding explain_login_methods(const dialogue_view& view, const server_options& o
   const std::string cause =
       where + " offers no login that works here (PLAIN, LOGIN, CRAM-MD5, DIGEST-MD5), only " +
       logins;
-  if (says(logins, "OAUTH")) {
-    return {
-        EX_UNAVAILABLE, cause,
-        "OAuth is not spoken here; ask for a server, or a port, that takes a password (often an "
-        "app password)",
-        false};
-  }
+  if (says(logins, "OAUTH")) return {EX_UNAVAILABLE, cause, token_advice(options), false};
   return {EX_UNAVAILABLE, cause, "ask whoever runs the server for one of them", false};
 }
 
@@ -153,8 +149,17 @@ finding explain_sending(TAV_EML_RESULT result, const dialogue_view& view,
             "ask the recipient before sending it again"};
   }
   // After a refusal the other methods are tried: what became of them is not the cause.
-  if (view.refused_login() != nullptr) {
-    return explain_refused_login(view.refused_login(), options);
+  const exchange* refused = view.refused_login();
+  if (refused != nullptr && refused->is_pop3) {
+    return explain_receiving(result, view, options.mailbox);
+  }
+  if (refused != nullptr) {
+    finding found = explain_refused_login(refused, options);
+    if (!options.tokens() && found.exit_code == EX_NOPERM &&
+        says(announced_logins(announcement(view)), "OAUTH")) {
+      found.remedy += "; the server may take no passwords: " + token_advice(options);
+    }
+    return found;
   }
   // With a POP3 login before sending, what failed may have been that.
   if (view.is_pop3()) return explain_receiving(result, view, options.mailbox);

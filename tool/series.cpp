@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
@@ -19,6 +21,7 @@
 #include "problem_json.h"
 #include "received_text.h"
 #include "repetition.h"
+#include "token_source.h"
 
 namespace tavmail {
 
@@ -48,6 +51,31 @@ class output_catcher {
   std::streambuf* const m_before;
 };
 
+// An account's own certificates are for its runs alone.
+class environment_guard {
+ public:
+  environment_guard() {
+    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
+      const char* value = std::getenv(name);
+      m_before[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+    }
+  }
+  ~environment_guard() {
+    for (const auto& [name, value] : m_before) {
+      if (value) {
+        setenv(name.c_str(), value->c_str(), 1);
+      } else {
+        unsetenv(name.c_str());
+      }
+    }
+  }
+  environment_guard(const environment_guard&) = delete;
+  environment_guard& operator=(const environment_guard&) = delete;
+
+ private:
+  std::map<std::string, std::optional<std::string>> m_before;
+};
+
 // What can stand there.
 std::vector<std::string> known_words(const command_line& line) {
   std::vector<std::string> words;
@@ -60,6 +88,7 @@ std::vector<std::string> known_words(const command_line& line) {
 
 void refuse_unknown(const command_line& line) {
   for (const std::string& word : line.unknown_words()) {
+    if (word == "--") continue;  // the end of the options
     const bool is_option = word[0] == '-' || line.parent() != nullptr;
     throw problem(EX_USAGE, (is_option ? "unknown option " : "unknown command ") + word +
                                 did_you_mean(word.substr(0, word.find('=')), known_words(line)));
@@ -177,6 +206,8 @@ class series {
       const std::unique_ptr<invocation> current = next();
       const command& chosen = current->chosen();
       if (!account.empty()) choose(*chosen.line, account);
+      const environment_guard environment;
+      withdraw_tokens();
       repetition::begin(&chosen.options->retries);
       mail_log::begin();
       run_result result = run_once(chosen);
@@ -247,8 +278,9 @@ std::vector<std::string> accounts_of(const command& command) {
     return names;
   }
   if (given.find(',') == std::string::npos) return {};
-  if (command.is_sending()) {
-    throw problem(EX_USAGE, "--account " + given + ": a mail goes through one account");
+  if (!command.line->find("all-accounts")) {
+    throw problem(EX_USAGE, "--account " + given + ": tavmail " + command.line->name() +
+                                " works with one account at a time");
   }
   std::vector<std::string> names;
   std::istringstream words(given);

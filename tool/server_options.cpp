@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "problem.h"
+#include "tav_bearer.h"
 
 namespace tavmail {
 
@@ -97,6 +98,7 @@ quorvelmida::tav_eml_smtp_settings server_options::settings(uint32_t size_limit)
   record.tlsmode = library_tls_mode();
   library_tls_options(record.tls_opt);
   if (wants_smtp_login()) {
+    offer_tokens_to(TAV_BEARER_SMTP);
     record.user_id = user.c_str();
     record.password = take_password()->text();
   }

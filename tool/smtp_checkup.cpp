@@ -173,8 +173,12 @@ checkup check_smtp(const trial_options& options, bool verbose) {
       "--from", options.from.empty() ? guessed_address(options) : options.from, TAV_EML_CS_UTF_8);
   const std::string to =
       options.to.empty() ? from : encoded_addresses("--to", options.to, TAV_EML_CS_UTF_8);
-  const tav_eml_smtp_settings settings = options.settings(0);
   examination test("smtp", options);
+  const bool has_tokens =
+      (!options.wants_pop_login() || test.check_token(options.mailbox, kBeforeSmtp)) &&
+      (!options.wants_smtp_login() || test.check_token(options, ""));
+  if (!has_tokens) return in_order(test.take());
+  const tav_eml_smtp_settings settings = options.settings(0);
   port_look look;
   const bool has_way =
       (!options.wants_pop_login() || test.check_way(options.mailbox, true, kBeforeSmtp, look)) &&

@@ -25,13 +25,24 @@ constexpr failure_texts kFailures[] = {
     {TAV_TLS_FAILED_CUT, "it cut the connection in the handshake", kAskForLog, kAskForLog},
 };
 
-finding explain_version(const std::string& place, const endpoint_options& options) {
-  if (options.oldest_tls == "1.3") {
-    return {EX_PROTOCOL, place + "it speaks only versions older than TLS 1.3",
-            "leave out --tls-min 1.3"};
+// What lies with this machine as much as with the server.
+bool explain_port(const std::string& failure, const endpoint_options& options, finding& found) {
+  const std::string place = "no TLS with " + options.place() + ": ";
+  const bool is_strict = options.oldest_tls == "1.3";
+  if (failure == TAV_TLS_FAILED_VERSION) {
+    found = {EX_PROTOCOL, place + "this program and the server have no TLS version in common",
+             is_strict ? "leave out --tls-min 1.3"
+                       : "one of them is too old; ask whoever runs the server for its versions"};
+  } else if (failure == TAV_TLS_FAILED_OPTIONS) {
+    found = {EX_CONFIG, place + "this program does not have TLS " + options.oldest_tls,
+             "leave out --tls-min " + options.oldest_tls};
+  } else if (failure == TAV_TLS_FAILED_NO_STORE) {
+    found = {EX_CONFIG, place + "there is no trust store to check the certificate with",
+             "install the package ca-certificates, or give --ca-file FILE"};
+  } else {
+    return false;
   }
-  return {EX_PROTOCOL, place + "it speaks only versions older than TLS 1.2",
-          "ask whoever runs the server to renew it"};
+  return true;
 }
 
 // An alert says little: servers of before TLS 1.3 tell with the same one that they do not know it.
@@ -40,7 +51,7 @@ std::string refusal_advice(const std::string& failure, const endpoint_options& o
     return std::string("the server may not speak TLS 1.3: leave out --tls-min 1.3; otherwise ") +
            kAskForLog;
   }
-  if (!says(failure, "handshake failure") && !says(failure, "certificate")) return kAskForLog;
+  if (failure != TAV_TLS_FAILED_DECLINED) return kAskForLog;
   return "the server may want a client certificate, which tavmail does not have, or a cipher that "
          "is not used here; ask whoever runs it";
 }
@@ -48,7 +59,8 @@ std::string refusal_advice(const std::string& failure, const endpoint_options& o
 finding explain_handshake(const std::string& failure, const endpoint_options& options) {
   const std::string place = "no TLS with " + options.place() + ": ";
   const bool is_upgrade = options.tls != tls_mode::implicit;
-  if (failure == TAV_TLS_FAILED_VERSION) return explain_version(place, options);
+  finding found{};
+  if (explain_port(failure, options, found)) return found;
   for (const failure_texts& texts : kFailures) {
     if (failure != texts.failure) continue;
     const bool is_clear = is_upgrade && failure == TAV_TLS_FAILED_CLEAR;
@@ -64,29 +76,37 @@ finding explain_handshake(const std::string& failure, const endpoint_options& op
           refusal_advice(failure, options)};
 }
 
+// What helps against a refused certificate.
+struct refusal_remedy {
+  const char* refused;
+  const char* remedy;
+};
+constexpr refusal_remedy kRemedies[] = {
+    {TAV_TLS_REFUSED_NAME,
+     "give --server the name that the certificate is for, or have one made for the name that is "
+     "used"},
+    {TAV_TLS_REFUSED_SELF_SIGNED, "trust it with --ca-file FILE, the certificate itself"},
+    {TAV_TLS_REFUSED_ISSUER, "trust its issuer with --ca-file FILE"},
+    {TAV_TLS_REFUSED_NOT_YET, "set this machine's clock"},
+    {TAV_TLS_REFUSED_EXPIRED,
+     "have it renewed by whoever runs the server; is this machine's clock right?"},
+};
+
 }  // namespace
 
-std::string certificate_advice(const std::string& refusal) {
-  const auto begins = [&](const char* start) { return refusal.rfind(start, 0) == 0; };
-  // Names of a certificate are part of the text: how it begins tells.
-  if (begins("it is for")) {
-    return "give --server the name that the certificate is for, or have one made for the name that "
-           "is used";
-  }
-  if (begins("it is self-signed")) return "trust it with --ca-file FILE, the certificate itself";
-  if (begins("its issuer is unknown")) return "trust its issuer with --ca-file FILE";
-  if (begins("it is not yet valid")) return "set this machine's clock";
-  if (begins("it or an issuer of it has expired")) {
-    return "have it renewed by whoever runs the server; is this machine's clock right?";
+std::string certificate_advice(const std::string& refused) {
+  for (const refusal_remedy& entry : kRemedies) {
+    if (refused == entry.refused) return entry.remedy;
   }
   return "ask whoever runs the server";
 }
 
 finding explain_tls(const dialogue_view& view, const endpoint_options& options) {
-  const std::string& refusal = view.latest().tls_refusal;
-  if (!refusal.empty()) {
-    return {EX_PROTOCOL, "the certificate of " + options.server + " was refused: " + refusal,
-            certificate_advice(refusal), false};
+  const connection& latest = view.latest();
+  if (!latest.tls_refused.empty()) {
+    return {EX_PROTOCOL,
+            "the certificate of " + options.server + " was refused: " + latest.tls_refusal,
+            certificate_advice(latest.tls_refused), false};
   }
   finding found = explain_handshake(view.latest().tls_failure, options);
   found.is_said_by_server = false;

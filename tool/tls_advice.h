@@ -13,8 +13,8 @@ namespace tavmail {
 
 constexpr char kUseTls[] = "use --tls starttls, or --tls implicit with its port";
 
-// What helps against a refused certificate. `refusal` is that of the wire tap.
-std::string certificate_advice(const std::string& refusal);
+// What helps against a refused certificate: `refused` is one of TAV_TLS_REFUSED_...
+std::string certificate_advice(const std::string& refused);
 
 // A handshake that did not end well on the latest connection.
 finding explain_tls(const dialogue_view& view, const endpoint_options& options);

@@ -1,6 +1,6 @@
-// attachment - sends a text in ISO-2022-JP and a file, with all kinds of header fields.
+// attachment - sends a text in ISO-2022-JP and files, with all kinds of header fields.
 //
-//   attachment HOST PORT FROM TO FILE
+//   attachment HOST PORT FROM TO PDF [CSV]
 
 #include <cstdlib>
 #include <fstream>
@@ -9,10 +9,12 @@
 #include <string>
 
 // [compose]
+// [several]
 #include "quorvelmida/taveml_easy.h"
 
 using namespace quorvelmida;
 
+// [/several]
 // [/compose]
 // [/check]
 namespace {
@@ -52,8 +54,18 @@ bool compose(tav_eml_smtp_send_mail& mail, const char* from, const char* to) {
 }
 // [/compose]
 
+// [several]
+// Another attachment, of a type that has no value of its own, after the first one was sent whole.
+TAV_EML_RESULT add_table(tav_eml_smtp_boundary& session, tav_eml_smtp_send_mail& mail,
+                         std::istream& file) {
+  easy::attach(mail, "text/csv", "明細.csv").m_nCharSet = TAV_EML_CS_UTF_8;  // of the file's bytes
+  const TAV_EML_RESULT result = session.send_part_header(mail);
+  return result == TAV_EML_OK ? easy::send_stream(session, mail, file) : result;
+}
+// [/several]
+
 TAV_EML_RESULT send(const tav_eml_smtp_settings& settings, tav_eml_smtp_send_mail& mail,
-                    const std::string& text, std::istream& file) {
+                    const std::string& text, std::istream& file, std::istream* table) {
   tav_eml_smtp_boundary session(settings);
   easy::abort_guard guard(session);
   TAV_EML_RESULT result = guard.connect();
@@ -61,20 +73,22 @@ TAV_EML_RESULT send(const tav_eml_smtp_settings& settings, tav_eml_smtp_send_mai
   if (result == TAV_EML_OK) result = easy::send_text(session, mail, text);
   if (result == TAV_EML_OK) result = session.send_part_header(mail);
   if (result == TAV_EML_OK) result = easy::send_stream(session, mail, file);
+  if (result == TAV_EML_OK && table != nullptr) result = add_table(session, mail, *table);
   return result == TAV_EML_OK ? guard.close(mail) : result;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 6) return 64;
+  if (argc < 6 || argc > 7) return 64;
   _tav_eml_smtp_setting record = easy::smtp_account(argv[1], std::atoi(argv[2]), "", "");
   record.size_limit = 10u << 20;
   std::ifstream file(argv[5], std::ios::binary);
+  std::ifstream table(argv[argc - 1], std::ios::binary);
   const std::string text = "お世話になっております。①②③\n";
   tav_eml_smtp_send_mail mail;
   if (!compose(mail, argv[3], argv[4]) || !can_express(text, mail.m_nCharSet)) return 65;
-  const TAV_EML_RESULT result = send(record, mail, text, file);
+  const TAV_EML_RESULT result = send(record, mail, text, file, argc > 6 ? &table : nullptr);
   std::cerr << easy::result_advice(result) << '\n';
   return result == TAV_EML_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }

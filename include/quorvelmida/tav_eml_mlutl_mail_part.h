@@ -77,7 +77,9 @@ class TAVEML_API tav_eml_mlutl_mail_part : public UtlObject {
   // Composes the part's header (RFC 2045, RFC 2183) with its empty line at the end. The caller
   // frees `buffer` with UtlOS::MemFree; on failure it is null and `length` 0. Non-ASCII file names
   // stay as they are; the send interface encodes them afterwards (inline_encode). Fails for a part
-  // without a content type and for a file name with a line break.
+  // without a content type and for a file name with a line break. A part whose type is
+  // TAV_EML_CT_UNKNOWN is composed with the text of m_cMediaType, "image/png"; it fails when that is
+  // not a type and a subtype (RFC 2045 5.1) of at most 127 bytes each.
   int make_header(char*& buffer, long& length);
 
   TAV_EML_CONTENT_TYPE m_nContentType;
@@ -85,7 +87,7 @@ class TAVEML_API tav_eml_mlutl_mail_part : public UtlObject {
   TAV_EML_CONTENT_DISPOSITION m_nContentDisposition;
   TAV_EML_CHAR_SET m_nCharSet;    // of text data and of the file name
   UtlString m_cContentType;       // the Content-Type value as received
-  UtlString m_cMediaType;         // the same up to its first ";"
+  UtlString m_cMediaType;         // the same up to its first ";"; see make_header when sending
   UtlString m_cTransferEncoding;  // the Content-Transfer-Encoding value as received
   UtlString m_cFIleName;          // file name, decoded, without surrounding blanks
   UtlString m_cFileExtension;     // the text after its last ".", set when receiving

@@ -23,6 +23,7 @@ class utl_buffer;
 //   mail.set_buffer ..., send_body(mail)            once or more
 //   send_part_header(mail)                          for a mail with an attachment
 //   part.set_buffer ..., send_part_body(mail)       once or more
+//   mail.set_part(another), send_part_header(mail)  for each further attachment, and so on
 //   close_mail(mail)                                or abort_mail at any point
 //
 // A piece of data may have any length: base64 groups are carried over between pieces. Do not call

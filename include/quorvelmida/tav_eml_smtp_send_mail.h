@@ -13,7 +13,8 @@ namespace quorvelmida {
 // The greatest number of message ids in the references field.
 extern TAVEML_API const long REFERENCES_MAX;
 
-// The one attachment, sent after the body.
+// The attachment that is sent next, after the body; set_part with a new one makes it the next of
+// several.
 class TAVEML_API tav_eml_smtp_send_mail_part : public tav_eml_mlutl_mail_part {
  public:
   tav_eml_smtp_send_mail_part();

@@ -102,16 +102,28 @@ inline std::string take(tav_eml_mlutl_mail_part& part) {
 
 // Makes the mail a multipart with an attachment in base64 and returns the attachment, which the
 // mail owns. `file_name` is UTF-8; a line break in it makes send_part_header fail.
+//
+// A mail holds one attachment at a time. For the next one call attach again when all of the latest
+// has been sent, then send_part_header and send_stream.
 inline tav_eml_smtp_send_mail_part& attach(tav_eml_smtp_send_mail& mail, TAV_EML_CONTENT_TYPE type,
                                            const std::string& file_name) {
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
-  mail.m_cBoundaryString = new_boundary().c_str();
+  // The header has announced the one that is there.
+  if (mail.m_cBoundaryString.IsEmpty()) mail.m_cBoundaryString = new_boundary().c_str();
   mail.set_part(new tav_eml_smtp_send_mail_part);
   mail.m_pPart->m_nContentType = type;
   mail.m_pPart->m_nTransferEncoding = TAV_EML_TE_BASE64;
   mail.m_pPart->m_nContentDisposition = TAV_EML_CD_ATTACHMENT;
   mail.m_pPart->m_cFIleName = quotable_file_name(file_name).c_str();
   return *mail.m_pPart;
+}
+
+// The same with a type that has no value of its own, such as "image/png".
+inline tav_eml_smtp_send_mail_part& attach(tav_eml_smtp_send_mail& mail, const char* media_type,
+                                           const std::string& file_name) {
+  tav_eml_smtp_send_mail_part& part = attach(mail, TAV_EML_CT_UNKNOWN, file_name);
+  part.m_cMediaType = media_type;
+  return part;
 }
 
 namespace detail {

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
-#include <string>
 
 #include "codec/base64.h"
 #include "common/log.h"
@@ -18,12 +16,13 @@ namespace quorvelmida {
 
 namespace {
 
+using reply = bearer_rules::reply;
+
 // In the order of preference.
 constexpr bearer_method kMethods[] = {
-    {"OAUTHBEARER", "AUTH OAUTHBEARER\r\n", "AUTH OAUTHBEARER ", "\x01"},
-    {"XOAUTH2", "AUTH XOAUTH2\r\n", "AUTH XOAUTH2 ", ""},
+    {"OAUTHBEARER", "AUTH OAUTHBEARER", "n,a=%e,\1host=%h\1port=%p\1auth=Bearer %t\1\1", "\1"},
+    {"XOAUTH2", "AUTH XOAUTH2", "user=%u\1auth=Bearer %t\1\1", ""},
 };
-constexpr const bearer_method& kOauthBearer = kMethods[0];
 
 bool has_word(std::string_view text, std::string_view word) {
   constexpr const char* kBlanks = " \t\r\n";
@@ -35,30 +34,55 @@ bool has_word(std::string_view text, std::string_view word) {
   return false;
 }
 
-// The name with the characters escaped that end it (RFC 5801 4).
-std::string authorization_name(std::string_view user) {
-  std::string name;
-  for (const char ch : user) {
-    if (ch == ',') {
-      name += "=2C";
-    } else if (ch == '=') {
-      name += "=3D";
+char* put(std::string_view text, char* out) { return std::copy(text.begin(), text.end(), out); }
+
+// A name with those characters escaped that end it (RFC 5801 4).
+char* put_escaped(const char* name, char* out) {
+  for (; *name != '\0'; ++name) {
+    if (*name == ',' || *name == '=') {
+      out = put(*name == ',' ? "=2C" : "=3D", out);
     } else {
-      name += ch;
+      *out++ = *name;
     }
   }
-  return name;
+  return out;
 }
 
-bool assign_all(secret_buffer& buffer, std::initializer_list<std::string_view> texts) {
-  size_t length = 0;
-  for (const std::string_view text : texts) length += text.size();
-  if (!buffer.allocate_uncleared(static_cast<int64_t>(length))) return false;
-  buffer.set_length(static_cast<long>(length));
-  char* out = buffer.data();
-  for (const std::string_view text : texts) out = std::copy(text.begin(), text.end(), out);
-  *out = '\0';
-  return true;
+// Sends "command", a blank and the base64 text of `secret` as a line, without what is empty, from
+// buffers that are wiped.
+TAV_EML_RESULT send_line(connection& link, std::string_view command, std::string_view secret) {
+  secret_buffer encoded, line;
+  if (!to_base64(secret.data(), static_cast<long>(secret.size()), 0, encoded) ||
+      !line.allocate_uncleared(static_cast<int64_t>(command.size()) + encoded.length() + 3)) {
+    return TAV_EML_ERR_NO_MEMORY;
+  }
+  char* out = put(command, line.data());
+  if (!command.empty() && !secret.empty()) *out++ = ' ';
+  out = put("\r\n", put(encoded.view(), out));
+  line.set_length(static_cast<long>(out - line.data()));
+  return link.send_all(line.data(), line.length());
+}
+
+// The message goes into the line of the command, or after an empty challenge if that would be too
+// long (RFC 4954 4, RFC 5034 4).
+TAV_EML_RESULT send_message(connection& link, const bearer_method& method,
+                            const bearer_rules& rules, std::string_view message, reply& what) {
+  const int64_t length = static_cast<int64_t>(std::strlen(method.command)) + 3 +
+                         base64_text_length(static_cast<int64_t>(message.size()), 0);
+  TAV_EML_RESULT result = TAV_EML_OK;
+  if (length <= rules.longest_command) {
+    result = send_line(link, method.command, message);
+  } else {
+    result = send_line(link, method.command, "");
+    if (result == TAV_EML_OK) result = rules.read(link, what);
+    if (result != TAV_EML_OK) return result;
+    if (what != reply::goes_on) {
+      what = reply::refused;  // whatever it says: there was no token yet
+      return result;
+    }
+    result = send_line(link, "", message);
+  }
+  return result == TAV_EML_OK ? rules.read(link, what) : result;
 }
 
 }  // namespace
@@ -78,13 +102,10 @@ TAV_EML_RESULT bearer_token::ask(const bearer_login& login, bool was_refused, lo
                                       static_cast<int32_t>(timeout)};
   const int32_t length = tav_bearer_get(&request, m_cText.data(), TAV_BEARER_MAX);
   if (length <= 0) return TAV_EML_OK;
-  const std::string_view token(m_cText.data(),
-                               static_cast<size_t>(std::min(length, TAV_BEARER_MAX)));
-  const bool is_usable =
-      length <= TAV_BEARER_MAX &&
-      std::all_of(token.begin(), token.end(), [](char ch) { return ch > ' ' && ch <= '~'; });
-  if (is_usable) {
-    m_uLength = token.size();
+  const char* const text = m_cText.data();
+  if (length <= TAV_BEARER_MAX &&
+      std::all_of(text, text + length, [](char ch) { return ch > ' ' && ch <= '~'; })) {
+    m_uLength = static_cast<size_t>(length);
   } else {
     TAV_EML_LOG_ERROR("<Error>:%s:[Result]unusable token\n", "tav_bearer_get");
   }
@@ -93,25 +114,46 @@ TAV_EML_RESULT bearer_token::ask(const bearer_login& login, bool was_refused, lo
 
 bool bearer_token::make_message(const bearer_login& login, const bearer_method& method,
                                 secret_buffer& message) const {
-  if (&method != &kOauthBearer) {
-    return assign_all(message, {"user=", login.user, "\1auth=Bearer ", text(), "\1\1"});
+  constexpr size_t kEscape = 3, kPort = 8;
+  const size_t most = std::strlen(method.message) + std::strlen(login.user) * kEscape +
+                      std::strlen(login.server) + kPort + m_uLength;
+  if (!message.allocate_uncleared(static_cast<int64_t>(most))) return false;
+  char* out = message.data();
+  for (const char* at = method.message; *at != '\0'; ++at) {
+    if (*at != '%') {
+      *out++ = *at;
+    } else if (*++at == 'e') {
+      out = put_escaped(login.user, out);
+    } else if (*at == 'u') {
+      out = put(login.user, out);
+    } else if (*at == 'h') {
+      out = put(login.server, out);
+    } else if (*at == 'p') {
+      out += std::snprintf(out, kPort, "%u", static_cast<unsigned int>(login.port) & 0xFFFFU);
+    } else {
+      out = put({m_cText.data(), m_uLength}, out);
+    }
   }
-  char port[8];
-  std::snprintf(port, sizeof port, "%u", static_cast<unsigned int>(login.port) & 0xFFFFU);
-  return assign_all(message, {"n,a=", authorization_name(login.user), ",\1host=", login.server,
-                              "\1port=", port, "\1auth=Bearer ", text(), "\1\1"});
+  message.set_length(static_cast<long>(out - message.data()));
+  return true;
 }
 
-bool make_secret_line(const char* before, std::string_view secret, secret_buffer& line) {
-  secret_buffer encoded;
-  return to_base64(secret.data(), static_cast<long>(secret.size()), 0, encoded) &&
-         assign_all(line, {before, encoded.view(), "\r\n"});
-}
-
-int64_t secret_line_length(const char* before, std::string_view secret) {
-  constexpr int64_t kLineEnd = 2;
-  return static_cast<int64_t>(std::strlen(before)) +
-         base64_text_length(static_cast<int64_t>(secret.size()), 0) + kLineEnd;
+TAV_EML_RESULT bearer_token::log_in(const bearer_login& login, const bearer_method& method,
+                                    const bearer_rules& rules, connection& link,
+                                    bool& is_granted) const {
+  is_granted = false;
+  secret_buffer message;
+  reply what = reply::refused;
+  TAV_EML_RESULT result = make_message(login, method, message)
+                              ? send_message(link, method, rules, message.view(), what)
+                              : TAV_EML_ERR_NO_MEMORY;
+  if (result != TAV_EML_OK || what != reply::goes_on) {
+    is_granted = what == reply::granted;
+    return result;
+  }
+  // What went wrong, in JSON. The refusal comes after an answer.
+  result = send_line(link, "", method.answer_to_error);
+  return result == TAV_EML_OK ? rules.read(link, what) : result;
 }
 
 }  // namespace quorvelmida

@@ -8,6 +8,7 @@
 
 #include "common/secret.h"
 #include "quorvelmida/tav_eml_result.h"
+#include "transport/connection.h"
 
 namespace quorvelmida {
 
@@ -16,8 +17,10 @@ constexpr int kMaxTokens = 2;
 
 struct bearer_method {
   const char* name;     // as servers announce it
-  const char* command;  // the command line that starts it
-  const char* command_with_message;
+  const char* command;  // that starts it
+  // What logs in: "%u" is the user, "%e" the user with escapes, "%h" the server, "%p" the port and
+  // "%t" the token.
+  const char* message;
   // What answers the error text of a refused login, so that the refusal itself follows.
   const char* answer_to_error;
 };
@@ -32,6 +35,15 @@ struct bearer_login {
   const char* user;
 };
 
+// What a protocol does in its own way.
+struct bearer_rules {
+  enum class reply { granted, goes_on, refused };
+
+  int64_t longest_command;  // with its CR LF
+  // Reads a reply to AUTH. Logs a failure.
+  TAV_EML_RESULT (*read)(connection& link, reply& what);
+};
+
 // An access token from the device, wiped on destruction.
 class bearer_token {
  public:
@@ -41,22 +53,18 @@ class bearer_token {
 
   bool is_given() const { return m_uLength > 0; }
 
-  // The message that logs in. False if memory runs out.
-  bool make_message(const bearer_login& login, const bearer_method& method,
-                    secret_buffer& message) const;
+  // Logs in with it. `is_granted` is the server's verdict when the result is TAV_EML_OK; a failure
+  // of the exchange is logged. Throws what the allocator throws.
+  TAV_EML_RESULT log_in(const bearer_login& login, const bearer_method& method,
+                        const bearer_rules& rules, connection& link, bool& is_granted) const;
 
  private:
-  std::string_view text() const { return {m_cText.data(), m_uLength}; }
+  bool make_message(const bearer_login& login, const bearer_method& method,
+                    secret_buffer& message) const;
 
   secret_buffer m_cText;
   size_t m_uLength = 0;
 };
-
-// "before", the base64 text of `secret` and CR LF. False if base64 fails or memory runs out.
-bool make_secret_line(const char* before, std::string_view secret, secret_buffer& line);
-
-// The length of that line.
-int64_t secret_line_length(const char* before, std::string_view secret);
 
 }  // namespace quorvelmida
 

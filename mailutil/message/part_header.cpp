@@ -1,5 +1,7 @@
 // The header of a part on the wire (RFC 2045, RFC 2183).
 
+#include <algorithm>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -32,9 +34,30 @@ class part_header {
   utl_buffer m_cText;
 };
 
+// token = 1*<any CHAR except SPACE, CTLs, or tspecials> (RFC 2045 5.1)
+bool is_token(std::string_view text) {
+  constexpr size_t kLongest = 127;  // of a type or a subtype (RFC 6838 4.2)
+  const auto is_outside = [](char ch) {
+    return ch <= ' ' || ch > '~' || std::strchr("()<>@,;:\\\"/[]?=", ch) != nullptr;
+  };
+  return !text.empty() && text.size() <= kLongest &&
+         std::find_if(text.begin(), text.end(), is_outside) == text.end();
+}
+
+// The type on the wire: that of the table, or for any other the text of the application.
+bool has_usable_type(const tav_eml_mlutl_mail_part& part) {
+  if (part.m_nContentType != TAV_EML_CT_UNKNOWN) return part.m_nContentType != TAV_EML_CT_NONE;
+  const std::string_view type = text_of(part.m_cMediaType);
+  const size_t slash = type.find('/');
+  return slash != std::string_view::npos && is_token(type.substr(0, slash)) &&
+         is_token(type.substr(slash + 1));
+}
+
 bool append_content_type(part_header& header, const tav_eml_mlutl_mail_part& part) {
   constexpr int kStep = 415;
-  const char* type = tav_eml_mlutl_mail_type::get_content_type(part.m_nContentType);
+  const char* type = part.m_nContentType == TAV_EML_CT_UNKNOWN
+                         ? text_of(part.m_cMediaType)
+                         : tav_eml_mlutl_mail_type::get_content_type(part.m_nContentType);
   const bool has_char_set =
       part.m_nCharSet != TAV_EML_CS_UNKNOWN && part.m_nCharSet != TAV_EML_CS_NONE;
   if (clb_CompStrCaseN(type, "text", 4) != 0 || !has_char_set) {
@@ -80,7 +103,7 @@ bool append_lines(part_header& header, tav_eml_mlutl_mail_part& part) {
 int tav_eml_mlutl_mail_part::make_header(char*& buffer, long& length) {
   buffer = nullptr;
   length = 0;
-  if (m_nContentType == TAV_EML_CT_NONE || m_nContentType == TAV_EML_CT_UNKNOWN) {
+  if (!has_usable_type(*this)) {
     return part_failure("make_header", " IsContentTypeAvail returns [FALSE]");
   }
   if (!is_header_value(text_of(m_cFIleName))) {

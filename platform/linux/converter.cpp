@@ -309,12 +309,14 @@ int32_t convert(CHC_ENCODE_TYPE from, CHC_ENCODE_TYPE to, CHC_CONVERT_REQUEST& r
   // The last point from which a later call can go on.
   int32_t consumed = 0;
   encoder::mark kept = out.here();
+  const auto keep = [&] {
+    consumed = in.consumed();
+    kept = out.here();
+  };
   for (;;) {
+    if (in.is_resumable()) keep();  // before the sequence that begins a run, and after its last
     if (!in.skip_escapes()) return CHC_ERR_SOURCE;
-    if (in.is_resumable() || in.at_end()) {
-      consumed = in.consumed();
-      kept = out.here();
-    }
+    if (in.is_resumable() || in.at_end()) keep();
     if (in.at_end()) break;
     uint32_t character = kNoCharacter;
     if (!next_character(to, in, character)) return CHC_ERR_SOURCE;

@@ -6,23 +6,22 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "certificate_text.h"
+#include "handle_table.h"
 #include "immortal.h"
 #include "port_time.h"
-#include "tav_dbglog.h"
 #include "tav_netsock_tls.h"
 #include "tls_certificate.h"
+#include "tls_port.h"
 #include "tlsw.h"
 #include "wake.h"
 #include "wiretap.h"
-
-#define TLS_LOG(level, ...) tav_dbglog_common::get_instance()->tracer("TLSW", level, __VA_ARGS__)
 
 namespace {
 
@@ -31,11 +30,6 @@ constexpr size_t kReadBuffer = 64 * 1024;
 constexpr int kRecord = SSL3_RT_MAX_PLAIN_LENGTH;
 constexpr int kGatheredRecords = 4;
 
-struct context_deleter {
-  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-};
-using context_ptr = std::unique_ptr<SSL_CTX, context_deleter>;
-
 struct ssl_deleter {
   void operator()(SSL* ssl) const { SSL_free(ssl); }
 };
@@ -43,7 +37,6 @@ struct ssl_deleter {
 struct session {
   std::unique_ptr<SSL, ssl_deleter> ssl;
   int fd = 0;
-  uint32_t context = 0;
   bool is_broken = false;           // OpenSSL allows no further call
   const deadline* until = nullptr;  // of the call that is going on
   int renegotiations = 0;           // that the peer has asked for
@@ -54,30 +47,9 @@ struct session {
 };
 using session_ptr = std::shared_ptr<session>;
 
-// Contexts and sessions by handle.
-struct handle_table {
-  std::mutex guard;
-  uint32_t last = 0;
-  std::map<uint32_t, std::shared_ptr<SSL_CTX>> contexts;
-  std::map<uint32_t, session_ptr> sessions;
-
-  uint32_t next() {
-    do {
-      ++last;
-    } while (last == 0 || contexts.count(last) != 0 || sessions.count(last) != 0);
-    return last;
-  }
-};
-
-handle_table& table() {
-  static immortal<handle_table> instance;
+handle_table<SSL_CTX, session>& table() {
+  static immortal<handle_table<SSL_CTX, session>> instance;
   return *instance;
-}
-
-session_ptr find_session(uint32_t handle) {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  const auto found = table().sessions.find(handle);
-  return found != table().sessions.end() ? found->second : nullptr;
 }
 
 // The system's own socket BIO writes with write(), which raises SIGPIPE, and both its directions
@@ -89,9 +61,7 @@ bool is_retry(ssize_t count) {
 
 // OpenSSL goes on by itself as long as bytes move, whatever they are: the time of a call is looked
 // at wherever they do.
-bool is_over(const session& s) {
-  return s.until != nullptr && (is_woken() || s.until->rest() == 0);
-}
+bool is_over(const session& s) { return s.until != nullptr && s.until->is_over(); }
 
 // A request that meets a handshake is to be ignored (RFC 5246, 7.4.1.1), but not for ever.
 bool is_renegotiating(const session& s) { return s.renegotiations > (s.is_established ? 0 : 1); }
@@ -156,33 +126,16 @@ BIO_METHOD* socket_bio_method() {
   return method;
 }
 
-// Protocol versions as the option bytes number them; 0 is left to the caller.
-bool to_version(uint8_t option, int& version) {
+bool set_versions(SSL* ssl, const tls_options& options) {
   static constexpr int kVersions[] = {0, TLS1_VERSION, TLS1_1_VERSION, TLS1_2_VERSION,
                                       TLS1_3_VERSION};
-  if (option >= sizeof kVersions / sizeof *kVersions) return false;
-  version = kVersions[option];
-  return true;
-}
-
-bool set_versions(SSL* ssl, const TLSW_CONNECT_PARAM& param) {
-  int newest = 0;
-  int oldest = 0;
-  const bool is_old_newest = param.option[1] == 1 || param.option[1] == 2;
-  if (is_old_newest || !to_version(param.option[1], newest) ||
-      !to_version(param.option[3], oldest)) {
-    return false;
-  }
-  if (oldest == TLS1_VERSION || oldest == TLS1_1_VERSION) {
+  const int oldest = kVersions[options.oldest];
+  if (oldest < TLS1_2_VERSION) {
     // The security level of today excludes these versions.
     SSL_set_cipher_list(ssl, "DEFAULT:@SECLEVEL=0");
   }
-  return SSL_set_min_proto_version(ssl, oldest != 0 ? oldest : TLS1_2_VERSION) == 1 &&
-         SSL_set_max_proto_version(ssl, newest) == 1;
-}
-
-bool are_options_valid(const TLSW_CONNECT_PARAM& param) {
-  return param.option[0] <= 1 && param.option[2] == 0 && param.option[4] == 0;
+  return SSL_set_min_proto_version(ssl, oldest) == 1 &&
+         SSL_set_max_proto_version(ssl, kVersions[options.newest]) == 1;
 }
 
 enum class io_result { done, closed, timeout, failed };
@@ -277,6 +230,12 @@ const char* failure_reason(unsigned long code) {
     case SSL_R_WRONG_VERSION_NUMBER:  // of the record: what came is none
     case SSL_R_HTTP_REQUEST:
       return TAV_TLS_FAILED_NOT_TLS;
+    case SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE:
+    case SSL_R_SSLV3_ALERT_NO_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_BAD_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_CERTIFICATE_UNKNOWN:
+    case SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED:
+      return TAV_TLS_FAILED_DECLINED;
     default: {
       const char* text = ERR_reason_error_string(code);
       return text != nullptr ? text : "unknown error";
@@ -284,89 +243,64 @@ const char* failure_reason(unsigned long code) {
   }
 }
 
-int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
-  const int32_t limit = timeout_ms > INT32_MAX ? INT32_MAX : static_cast<int32_t>(timeout_ms);
-  const deadline until(limit);
-  switch (run(s, until, [&] { return SSL_connect(s.ssl.get()); })) {
-    case io_result::done:
-      s.is_established = true;
-      s.renegotiations = 0;
-      TLS_LOG(4, "tlsw: %s with %s\n", SSL_get_version(s.ssl.get()),
-              SSL_get_cipher_name(s.ssl.get()));
-      if (has_wiretap()) {
-        wiretap(TAV_WIRETAP_TLS_STARTED,
-                std::string(SSL_get_version(s.ssl.get())) + " " + SSL_get_cipher_name(s.ssl.get()));
-      }
-      return TLSW_OK;
-    case io_result::timeout:
-      TLS_LOG(0, "tlsw: handshake timed out\n");
-      wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_TIMEOUT);
-      return TLSW_ERR_TIMEOUT;
-    default:
-      break;
+int32_t handshake(session& s, uint32_t timeout_ms) {
+  const deadline until(static_cast<int32_t>(std::min<uint32_t>(timeout_ms, INT32_MAX)));
+  const io_result result = run(s, until, [&] { return SSL_connect(s.ssl.get()); });
+  if (result == io_result::timeout)
+    return handshake_failed(TLSW_ERR_TIMEOUT, TAV_TLS_FAILED_TIMEOUT);
+  if (result != io_result::done) {
+    if (s.refusal.is_check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
+      return certificate_refused(s.refusal.name, s.refusal.reason);
+    }
+    return handshake_failed(TLSW_ERR_CONNECT, failure_reason(ERR_peek_last_error()));
   }
-  if (check && SSL_get_verify_result(s.ssl.get()) != X509_V_OK) {
-    const std::string& reason = s.refusal.reason;
-    TLS_LOG(0, "tlsw: certificate refused: %s\n", reason.c_str());
-    wiretap(TAV_WIRETAP_TLS_REFUSED, std::string(s.refusal.name) + "\n" + reason);
-    return TLSW_ERR_CERTIFICATE;
-  }
-  wiretap(TAV_WIRETAP_TLS_FAILED, failure_reason(ERR_peek_last_error()));
-  log_openssl_error("handshake");
-  return TLSW_ERR_CONNECT;
+  s.is_established = true;
+  s.renegotiations = 0;
+  return handshake_started(SSL_get_version(s.ssl.get()), SSL_get_cipher_name(s.ssl.get()));
 }
 
 // A session that is ready for its handshake.
-int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, const std::string& name,
-                session& s) {
-  if (!are_options_valid(param)) return TLSW_ERR_PARAM;
-  const bool check = param.option[0] == 1;
-  if (check && SSL_CTX_set_default_verify_paths(context) != 1) return TLSW_ERR_NO_RESOURCE;
+int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, session& s) {
+  constexpr char kNoMemory[] = "no memory";
   s.ssl.reset(SSL_new(context));
-  if (!s.ssl) return TLSW_ERR_NO_MEMORY;
-  if (!set_versions(s.ssl.get(), param)) return TLSW_ERR_PARAM;
-  if (!set_server_name(s.ssl.get(), name, check, s.refusal)) {
-    TLS_LOG(0, "tlsw: certificate refused: no host name to check it for\n");
-    return TLSW_ERR_CERTIFICATE;
+  if (!s.ssl) return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
+  tls_options options;
+  if (!read_options(param.option, options) || !set_versions(s.ssl.get(), options)) {
+    return handshake_failed(TLSW_ERR_PARAM, TAV_TLS_FAILED_OPTIONS);
+  }
+  s.refusal.is_check = options.check;
+  s.refusal.server = bare_name(tav_netsock_get_name(param.sock));
+  if (s.refusal.is_check && s.refusal.server.empty()) {
+    return certificate_refused(TAV_TLS_REFUSED_NO_NAME, "no host name to check it for");
+  }
+  if (s.refusal.is_check && !has_trust_store(context)) {
+    return handshake_failed(TLSW_ERR_NO_RESOURCE, TAV_TLS_FAILED_NO_STORE);
   }
   BIO* bio = socket_bio_method() != nullptr ? BIO_new(socket_bio_method()) : nullptr;
-  if (bio == nullptr) return TLSW_ERR_NO_MEMORY;
+  if (bio == nullptr) return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   BIO_set_fd(bio, param.sock, BIO_NOCLOSE);
   BIO_set_app_data(bio, &s);
   SSL_set_bio(s.ssl.get(), bio, bio);
   SSL_set_msg_callback(s.ssl.get(), note_message);
   SSL_set_msg_callback_arg(s.ssl.get(), &s);
   s.fd = param.sock;
+  // A name that is too long to be sent.
+  if (!set_server_name(s.ssl.get(), s.refusal))
+    return handshake_failed(TLSW_ERR_CONNECT, "no server name");
   return TLSW_OK;
 }
 
 int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint32_t* handle) {
-  std::shared_ptr<SSL_CTX> owner;
-  {
-    const std::lock_guard<std::mutex> lock(table().guard);
-    const auto found = table().contexts.find(context);
-    if (found == table().contexts.end()) return TLSW_ERR_PARAM;
-    owner = found->second;
-  }
+  const std::shared_ptr<SSL_CTX> owner = table().context(context);
   const int32_t has_bytes = tav_netsock_has_bytes(param.sock);
-  if (has_bytes < 0) return TLSW_ERR_PARAM;
-  if (has_bytes > 0) {
-    TLS_LOG(0, "tlsw: bytes in clear before the handshake\n");
-    wiretap(TAV_WIRETAP_TLS_FAILED, TAV_TLS_FAILED_CLEAR);
-    return TLSW_ERR_CONNECT;
-  }
+  if (!owner || has_bytes < 0) return TLSW_ERR_PARAM;
+  if (has_bytes > 0) return handshake_failed(TLSW_ERR_CONNECT, TAV_TLS_FAILED_CLEAR);
   const auto made = std::make_shared<session>();
-  made->context = context;
-  int32_t result = prepare(owner.get(), param, tav_netsock_get_name(param.sock), *made);
-  if (result == TLSW_OK) {
-    result = handshake(*made, param.option[0] == 1, param.timeout_ms);
-  }
+  int32_t result = prepare(owner.get(), param, *made);
+  if (result == TLSW_OK) result = handshake(*made, param.timeout_ms);
   if (result != TLSW_OK) return result;
-  const std::lock_guard<std::mutex> lock(table().guard);
-  const uint32_t next = table().next();
-  table().sessions[next] = made;
-  *handle = next;
-  return TLSW_OK;
+  *handle = table().add_session(context, made);
+  return *handle != 0 ? TLSW_OK : TLSW_ERR_PARAM;
 }
 
 int32_t transfer_result(session& s, io_result result, const char* operation, int32_t failure) {
@@ -388,7 +322,7 @@ int32_t transfer_result(session& s, io_result result, const char* operation, int
 int32_t tlsw_init(uint32_t* context) noexcept {
   if (context == nullptr) return TLSW_ERR_PARAM;
   try {
-    std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), context_deleter());
+    std::shared_ptr<SSL_CTX> made(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     if (!made) return TLSW_ERR_NO_MEMORY;
     SSL_CTX_set_mode(made.get(),
                      SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
@@ -396,10 +330,7 @@ int32_t tlsw_init(uint32_t* context) noexcept {
     SSL_CTX_set_read_ahead(made.get(), 1);
     SSL_CTX_set_default_read_buffer_len(made.get(), kReadBuffer);
     SSL_CTX_set_options(made.get(), SSL_OP_NO_COMPRESSION | SSL_OP_NO_RENEGOTIATION);
-    const std::lock_guard<std::mutex> lock(table().guard);
-    const uint32_t next = table().next();
-    table().contexts[next] = made;
-    *context = next;
+    *context = table().add_context(std::move(made));
     return TLSW_OK;
   } catch (const std::bad_alloc&) {
     return TLSW_ERR_NO_MEMORY;
@@ -420,7 +351,7 @@ int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeou
                         int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
   int moved = 0;
@@ -437,7 +368,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
                          int32_t* count) noexcept {
   if (data == nullptr || len < 0 || count == nullptr) return TLSW_ERR_PARAM;
   *count = 0;
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (len == 0) return TLSW_OK;
   if (is_woken()) return TLSW_ERR_TIMEOUT;
@@ -456,7 +387,7 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
 }
 
 int32_t tlsw_shutdown(uint32_t handle) noexcept {
-  const session_ptr s = find_session(handle);
+  const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
   if (s->is_broken) return TLSW_OK;  // there is nobody to say goodbye to
   ERR_clear_error();
@@ -468,11 +399,5 @@ int32_t tlsw_shutdown(uint32_t handle) noexcept {
 }
 
 int32_t tlsw_term(uint32_t context) noexcept {
-  const std::lock_guard<std::mutex> lock(table().guard);
-  if (table().contexts.erase(context) == 0) return TLSW_ERR_PARAM;
-  auto& sessions = table().sessions;
-  for (auto entry = sessions.begin(); entry != sessions.end();) {
-    entry = entry->second->context == context ? sessions.erase(entry) : std::next(entry);
-  }
-  return TLSW_OK;
+  return table().remove_context(context) ? TLSW_OK : TLSW_ERR_PARAM;
 }

@@ -18,9 +18,13 @@ struct certificate_refusal {
   bool is_check = false;  // the check counts
 };
 
-// Tells the session which server it is for: the name is sent (not an address literal) and, with
-// `check`, the chain, dates and name are checked. `refusal` outlives the handshake. False when that
-// cannot be set up.
-bool set_server_name(SSL* ssl, const std::string& name, bool check, certificate_refusal& refusal);
+// Reads the trust store. True when there is a certificate to trust: in the file, or in a folder that
+// is looked into again when one is wanted.
+bool has_trust_store(SSL_CTX* context);
+
+// Tells the session which server it is for: `server` of the refusal is sent (not an address literal)
+// and, with `is_check`, the chain, dates and name are checked. `refusal` outlives the handshake.
+// False when that cannot be set up.
+bool set_server_name(SSL* ssl, certificate_refusal& refusal);
 
 #endif

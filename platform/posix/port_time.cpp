@@ -4,6 +4,8 @@
 
 #include "wake.h"
 
+bool deadline::is_over() const { return is_woken() || rest() == 0; }
+
 int deadline::wait(int fd, short events) const {
   constexpr int kSlice = 100;  // between looks whether the port was woken, when nothing tells
   pollfd fds[] = {{fd, events, 0}, {wake_descriptor(), POLLIN, 0}};

@@ -26,6 +26,9 @@ class deadline {
     return static_cast<int>(std::max<int64_t>(rest.count(), 0));
   }
 
+  // Also when the port has been woken.
+  bool is_over() const;
+
   // Waits for one of `events` on `fd`, or for the time alone when `fd` is negative: above 0 when
   // there is one, 0 when the time is over or the port has been woken, -1 for an error. Signals do
   // not shorten the wait.

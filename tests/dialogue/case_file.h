@@ -40,6 +40,8 @@ struct dialogue_case {
   std::string file, name;
   bool storm = false;
   std::vector<case_row> rows;
+
+  bool receives() const { return file == "pop3" || file == "received"; }
 };
 
 // Of all tables, or the storm cases only. Throws std::runtime_error for a file that cannot be read

@@ -24,10 +24,10 @@ TEST_P(cases, play) {
       if (is_sliced && !may_be_sliced(row)) continue;
       SCOPED_TRACE(GetParam()->file + ":" + std::to_string(row.line) +
                    (is_sliced ? ", sliced" : ""));
-      const auto player = device::make(*GetParam());
-      if (is_sliced) player->net.recv_limit(1);
-      if (is_sliced) player->net.send_limit(7);
-      player->play(row);
+      device player(GetParam()->receives());
+      if (is_sliced) player.net.recv_limit = 1;
+      if (is_sliced) player.net.send_limit = 7;
+      player.play(row);
     }
   }
 }

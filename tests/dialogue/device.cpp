@@ -3,45 +3,19 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "fake_net.h"
-
 namespace dialogue {
 namespace {
 
 using std::string;
 
-const std::map<string, TAV_EML_RESULT> kResults = {
-    {"OK", TAV_EML_OK},
-    {"PARAM", TAV_EML_ERR_PARAM},
-    {"AUTH", TAV_EML_ERR_AUTH},
-    {"NO_RCPT", TAV_EML_ERR_NO_RCPT},
-    {"NO_FROM", TAV_EML_ERR_NO_FROM},
-    {"CONNECT", TAV_EML_ERR_CONNECT},
-    {"CONNECT_TIMEOUT", TAV_EML_ERR_CONNECT_TIMEOUT},
-    {"TRANSFER", TAV_EML_ERR_TRANSFER},
-    {"TRANSFER_TIMEOUT", TAV_EML_ERR_TRANSFER_TIMEOUT},
-    {"SIZE_LIMIT", TAV_EML_ERR_SIZE_LIMIT},
-    {"REPLY", TAV_EML_ERR_REPLY},
-    {"REPLY_TEMPORARY", TAV_EML_ERR_REPLY_TEMPORARY},
-    {"AUTH_METHOD", TAV_EML_ERR_AUTH_METHOD},
-    {"TLS_INIT", TAV_EML_ERR_TLS_INIT},
-    {"TLS_INIT_RESOURCE", TAV_EML_ERR_TLS_INIT_RESOURCE},
-    {"TLS_CONNECT", TAV_EML_ERR_TLS_CONNECT},
-    {"TLS_CONNECT_REFUSED", TAV_EML_ERR_TLS_CONNECT_REFUSED},
-    {"NOT_CONNECTED", TAV_EML_ERR_NOT_CONNECTED},
-    {"NO_MEMORY", TAV_EML_ERR_NO_MEMORY},
-    {"SOCKET", TAV_EML_ERR_SOCKET},
-    {"UNKNOWN", TAV_EML_ERR_UNKNOWN},
-};
-
 // Passwords and tokens, and how they look in base64.
 constexpr const char* kSecrets[] = {kSecret,    "dGFuc3RhYW", "toktok",
                                     "dG9rdG9r", "b2t0b2t0",   "a3Rva3Rv"};
 
+// As the tables have it: without "TAV_EML_" and "ERR_".
 string name_of_result(TAV_EML_RESULT result) {
-  for (const auto& [name, code] : kResults)
-    if (code == result) return name;
-  return "no result of the library: " + std::to_string(result);
+  const string name = easy::result_name(result);
+  return name.substr(name.find("ERR_") == string::npos ? 8 : 12);
 }
 
 int32_t number(const string& text) { return static_cast<int32_t>(std::stoul(text, nullptr, 0)); }
@@ -53,17 +27,17 @@ net_call kind_named(const string& name) {
 }
 
 // A line of the host's script: the case's own words, but for a reply that is a text.
-string script_line(string rest) {
-  const string whole = rest;
+string script_line(const string& line) {
+  string rest = line;
   string when = word_of(rest) + " ";
   if (when == "pop3 " || when == "smtp ") when += word_of(rest) + " ";
   const string count = rest.substr(0, rest.find(' '));
   if (count.size() < 3 && count.find_first_not_of("0123456789+") == string::npos)
     when += word_of(rest) + " ";
-  static const std::set<string> actions = {"silence", "close", "reset", "cut", "inject", "flood"};
   const bool is_bytes = rest.substr(0, 6) == "bytes ";
+  static const std::set<string> actions = {"silence", "close", "reset", "cut", "inject", "flood"};
   if (rest[is_bytes ? 6 : 0] == '"' || actions.count(rest.substr(0, rest.find(' '))) != 0)
-    return whole;
+    return line;
   return when + device::exact(is_bytes ? rest.substr(6) : rest + "^");
 }
 
@@ -88,40 +62,31 @@ string lines_of(const mailhost::mail_host::record& said) {
 
 }  // namespace
 
-std::unique_ptr<device> device::make(const dialogue_case& what) {
-  const bool is_pop3 = what.file == "pop3" || what.file == "received";
-  return is_pop3 ? make_pop3_device() : make_smtp_device();
-}
-
-device::device() {
+device::device(bool receives) : m_receives(receives) {
   net.resolve(kServer, {kAddress});
   m_hostSettings.name = kServer;
   m_hostSettings.methods.clear();
   m_hostSettings.users = {{"u", kSecret}};
-  fake_memory::watch_for({std::begin(kSecrets) + 2, std::end(kSecrets)});
+  memory.watch_for({std::begin(kSecrets) + 2, std::end(kSecrets)});
   add_setups();
+  add_settings();
+  add_calls();
   add_values();
+  receives ? add_receiving() : add_sending();
 }
 
-// What the device of the case owned is gone by now.
 device::~device() {
+  m_objects.reset();
   EXPECT_FALSE(memory.any_mutex_held());
   EXPECT_TRUE(net.clean());
-  EXPECT_TRUE(memory.clean());
   for (const char* secret : kSecrets) EXPECT_FALSE(log.contains(secret)) << secret;
 }
 
 mailhost::mail_host& device::host() {
   if (m_host) return *m_host;
-  using mailhost::protocol;
   m_host = std::make_unique<mailhost::mail_host>(m_hostSettings);
   m_host->script.add(m_script);
-  m_smtp = std::make_unique<host_door>(*m_host, protocol::smtp, &attack);
-  m_pop3 = std::make_unique<host_door>(*m_host, protocol::pop3, &attack);
-  if (m_serves) {
-    net.serve(kAddress, 25, *m_smtp, m_mode);
-    net.serve(kAddress, 110, *m_pop3, m_mode);
-  }
+  if (m_serves) net.serve(kAddress, *m_host, m_mode);
   return *m_host;
 }
 
@@ -168,10 +133,14 @@ void device::add_setups() {
     const string first = expand(word_of(rest));
     net.bear(first, expand(rest));
   };
-  m_setups["set"] = [this](string rest) {
-    drop_objects();
-    const string name = word_of(rest);
-    m_settings.at(name)(expand(rest));
+  m_setups["message"] = [this](string rest) {
+    const string uid = word_of(rest);
+    m_messages.emplace_back(uid, expand(rest));
+    host().memory.add(uid, m_messages.back().second);
+  };
+  m_setups["mail"] = [this](const string& what) { m_setups["wire"](what + ".^"); };
+  m_setups["wire"] = [this](const string& what) {
+    for (const char* verb : {"RETR", "TOP"}) script(verb + (" " + exact("+OK^" + what)));
   };
   m_setups["resolve"] = [this](const string& rest) { net.resolve(kServer, pieces_of(rest, " ")); };
   m_setups["refuse"] = [this](string rest) {
@@ -180,13 +149,70 @@ void device::add_setups() {
     net.refuse(rest.empty() ? kAddress : rest, static_cast<uint16_t>(port), result);
   };
   m_setups["fail"] = [this](string rest) {
-    const net_call kind = kind_named(word_of(rest));
-    const string count = word_of(rest);
-    net.fail(kind, std::stoul(count), number(rest), count.back() == '+');
+    const string kind = word_of(rest), count = word_of(rest);
+    const size_t nth = std::stoul(count);
+    const bool all_from = count.back() == '+';
+    if (kind == "memory") return memory.fail(nth, all_from);
+    if (kind == "any") return net.fail_any(nth, all_from, rest == "timeout");
+    net.fail(kind_named(kind), nth, number(rest), all_from);
   };
   m_setups["limit"] = [this](const string& bytes) {
-    net.send_limit(static_cast<size_t>(number(bytes)));
-    net.recv_limit(static_cast<size_t>(std::max(number(bytes), 1)));
+    net.send_limit = static_cast<size_t>(number(bytes));
+    net.recv_limit = std::max<size_t>(net.send_limit, 1);
+  };
+  m_setups["drop"] = [this](const string&) { m_objects.reset(); };
+}
+
+void device::add_settings() {
+  m_to.server = m_from.strServer = kServer;
+  m_to.user_id = m_from.strUserID = "u";
+  m_to.password = m_from.strPassword = kSecret;
+  m_to.timeout = m_from.nTimeout = kSeconds;
+  m_to.port = 65536 + 25;  // the low 16 bits count
+  m_from.nPort = 65536 + 110;
+  m_settings = {
+      {"server", into(m_to.server, m_from.strServer)},
+      {"user", into(m_to.user_id, m_from.strUserID)},
+      {"password", into(m_to.password, m_from.strPassword)},
+      {"tls", into(m_to.tlsmode, m_from.ucTLSMode)},
+      {"helo", into(m_to.helo_domain)},
+      {"options", [this](const string& v) { std::copy_n(v.begin(), 5, m_to.tls_opt); }},
+      {"auth", into(m_to.auth_kind)},
+      {"limit", into(m_to.size_limit)},
+      {"wait", into(m_to.pop_wait)},
+      {"pop3-account", [this](const string&) { m_hasAccount = false; }},
+      {"apop", into(m_from.nAPOP)},
+      {"capacity", into(m_capacity)},
+  };
+  m_setups["field"] = [this](string rest) {
+    const string name = word_of(rest);
+    m_settings.at(name)(expand(rest));
+  };
+  m_setups["set"] = [this](const string& rest) {
+    m_objects.reset();
+    m_setups["field"](rest);
+  };
+}
+
+device::objects& device::made() {
+  if (m_objects) return *m_objects;
+  tav_eml_pop3_settings account(m_from);
+  m_to.pop3_settings = m_hasAccount ? &account : nullptr;
+  m_objects.reset(new objects{account, tav_eml_smtp_settings(m_to),
+                              std::make_unique<tav_eml_pop3_mail_info_list>(m_capacity)});
+  return *m_objects;
+}
+
+void device::add_calls() {
+  add_call("test", [](auto& session) { return session.test(); });
+  add_call("connect", [](auto& session) { return session.connect_mail(); });
+  add_call("close", [](auto& session) { return session.close_mail(); });
+  m_calls["fresh-test"] = [this](const string&) {
+    objects& it = made();
+    return library([&] {
+      return m_receives ? tav_eml_pop3_boundary(it.account).test()
+                        : tav_eml_smtp_boundary(it.settings).test();
+    });
   };
 }
 
@@ -208,8 +234,8 @@ void device::add_values() {
   };
   m_values["lock"] = [this] { return memory.any_mutex_held() ? "held" : "free"; };
   m_values["lines"] = [this] { return log.all(); };
-  m_values["live"] = [this] { return std::to_string(memory.live_bytes()); };
-  m_values["peak"] = [this] { return std::to_string(memory.peak_bytes()); };
+  m_values["live"] = [this] { return std::to_string(memory.state().live_bytes); };
+  m_values["peak"] = [this] { return std::to_string(memory.state().peak_bytes); };
 }
 
 void device::check(const string& verb, string rest) {
@@ -250,19 +276,20 @@ void device::check_log(const string& rest) {
 bool device::has_logged_errors() const { return !errors_of(log).empty(); }
 
 void device::check_timeouts() {
-  const std::set<int64_t> set = {kSeconds * 1000};
-  for (const net_call kind :
-       {net_call::connect, net_call::recv, net_call::tls_connect, net_call::tls_read,
-        net_call::bearer})
-    EXPECT_TRUE(net.timeouts(kind).empty() || net.timeouts(kind) == set) << name_of(kind);
-  for (const net_call kind : {net_call::send, net_call::tls_write})
-    for (const int64_t given : net.timeouts(kind)) EXPECT_EQ(m_sendTimeouts.count(given), 1u);
+  // POP3 leaves those of sends to the port, SMTP does not.
+  std::set<int64_t> set = {kSeconds * 1000}, of_sends = {m_receives ? 0 : kSeconds * 1000};
+  if (m_to.auth_kind > 1) of_sends.insert(0);
+  for (const auto& [kind, given] : net.timeouts) {
+    const bool sends = kind == net_call::send || kind == net_call::tls_write;
+    const auto& allowed = sends ? of_sends : set;
+    for (const int64_t one : given) EXPECT_EQ(allowed.count(one), 1u) << name_of(kind);
+  }
 }
 
 void device::do_call(const statement& one) {
   host();
   m_value.clear();
-  const TAV_EML_RESULT result = m_calls.at(one.verb)(one.rest);
+  const TAV_EML_RESULT result = call(one);
   const string name = one.expected.substr(0, one.expected.find(' '));
   EXPECT_EQ(name_of_result(result), name.empty() ? "OK" : name)
       << one.verb << " " << one.rest.substr(0, 100) << "\n"
@@ -296,16 +323,38 @@ void device::set_up(const case_row& row) {
   host();
 }
 
-TAV_EML_RESULT device::run(const case_row& row) {
+TAV_EML_RESULT device::call(const statement& one) {
   const new_failure_pause pause;
+  return m_calls.at(one.verb)(one.rest);
+}
+
+TAV_EML_RESULT device::run(const case_row& row) {
   TAV_EML_RESULT result = TAV_EML_OK;
   for (const statement& one : row.statements) {
     if (m_calls.count(one.verb) == 0) continue;
-    result = m_calls.at(one.verb)(one.rest);
+    result = call(one);
     if (result != TAV_EML_OK) break;
   }
   if (result != TAV_EML_OK) leave();
   return result;
+}
+
+void device::leave() {
+  m_received.reset();
+  if (!m_objects) return;
+  library([this] {
+    if (!m_receives) m_objects->outbox.abort_mail();
+    // After a failed connect it gives the lock back.
+    m_receives ? m_objects->inbox.close_mail() : m_objects->outbox.close_mail();
+  });
+}
+
+void device::forget() {
+  parts_received.clear();
+  m_received.reset();
+  made().seen = std::make_unique<tav_eml_pop3_mail_info_list>(m_capacity);
+  for (const auto& entry : host().memory.list()) host().memory.remove(entry.uid);
+  for (const auto& [uid, message] : m_messages) host().memory.add(uid, message);
 }
 
 void device::check_order(TAV_EML_RESULT result) {
@@ -313,9 +362,13 @@ void device::check_order(TAV_EML_RESULT result) {
   EXPECT_TRUE(result == TAV_EML_OK || is_ours) << std::hex << static_cast<unsigned>(result);
   EXPECT_EQ(net.leaks(), "");
   EXPECT_FALSE(memory.any_mutex_held());
-  if (tls_mode_set() == 0) return;
+  using mailhost::protocol;
+  const bool logs_in_over_pop3 = m_to.auth_kind == 2 || m_to.auth_kind == 3;
+  if (logs_in_over_pop3 && host().occurrences(protocol::smtp, "greeting") > 0) {
+    EXPECT_GT(host().occurrences(protocol::pop3, "greeting"), 0u) << "without the login";
+  }
   // Nothing worth stealing goes out before TLS.
-  for (size_t nth = 1; nth <= host().connections(); ++nth) {
+  for (size_t nth = 1; m_to.tlsmode != 0 && nth <= host().connections(); ++nth) {
     const string& clear = host().connection(nth).in_clear;
     for (const char* verb : {"AUTH", "MAIL", "DATA", "USER", "PASS", "APOP", "STAT", "RETR"})
       EXPECT_EQ(clear.find(verb), string::npos) << clear;

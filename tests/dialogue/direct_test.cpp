@@ -15,12 +15,11 @@ struct Direct : testing::Test {
   // A connection to a server that says this.
   TAV_EML_RESULT connect(const std::string& said = "") {
     host.script.add("greeting " + device::exact(said) + "\n");
-    net.serve(kAddress, 25, door);
-    return transport.connect_mail(&sock, kServer, 25, 1000, 0);
+    net.serve(kAddress, host);
+    return transport.connect_mail(&sock, kServer, 110, 1000, 0);
   }
 
   mailhost::mail_host host;
-  host_door door{host, mailhost::protocol::pop3};
   fake_platform net;
   log_capture log;
   tav_eml_mlutl_mail_net transport;
@@ -81,8 +80,7 @@ TEST_F(Direct, secrets_are_wiped_from_the_session) {
   offers.users = {{"u", kSecret}};
   offers.methods = {"PLAIN"};
   mailhost::mail_host server(offers);
-  host_door smtp(server, mailhost::protocol::smtp);
-  net.serve(kAddress, 25, smtp);
+  net.serve(kAddress, server);
   _tav_eml_smtp_setting record;
   record.server = kServer;
   record.port = 25;

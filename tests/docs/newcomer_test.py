@@ -8,6 +8,7 @@ documents print is what was built. Another program takes the source tree in.
 import email
 import email.policy
 import glob
+import itertools
 import os
 import re
 import shutil
@@ -26,7 +27,7 @@ EMBEDDING = """
 foreach(name mailutil smtp pop3 platform tests fuzz reference)
   add_library(${{name}} INTERFACE)
 endforeach()
-foreach(package CLI11 nlohmann_json tomlplusplus GTest Python3)
+foreach(package CLI11 nlohmann_json tomlplusplus smartcols lockfile GTest Python3)
   set(CMAKE_DISABLE_FIND_PACKAGE_${{package}} ON)
 endforeach()
 add_subdirectory("{root}" taveml)
@@ -174,7 +175,8 @@ def check_scan(client, host):
     assert Path(host.folder, "1-2-報告書.pdf").read_bytes() == Path(REPORT).read_bytes()
     assert read(host.folder, "1-1-text.txt") == "ご確認ください。\n"
     # An authority that nobody knows, and a file that is not there: nothing is sent.
-    assert "REFUSED" in client(*scan, REPORT, code=1, SSL_CERT_FILE="/dev/null")
+    assert "REFUSED" in client(*scan, REPORT, code=1,
+                               SSL_CERT_FILE="/etc/ssl/certs/ca-certificates.crt")
     assert "TAV_EML_ERR_PARAM" in client(*scan, "/missing", code=1)
     assert len(host.mails()) == 1
     log = client(*scan, REPORT, TAV_DBGLOG="stderr")
@@ -184,12 +186,15 @@ def check_scan(client, host):
 
 
 def check_sending(client, host):
-    client("attachment", "smtp", "scanner@example.com", "anna@example.com", REPORT)
+    limits = os.path.join(DOCS, "known-limits.md")
+    client("attachment", "smtp", "scanner@example.com", "anna@example.com", REPORT, limits)
     mail = sent_to(host)
     assert mail["subject"] == "MFP-7 からのお知らせ", mail["subject"]
     assert mail["from"] == "複合機 3F <scanner@example.com>", mail["from"]
     assert mail["disposition-notification-to"] == "scanner@example.com"
-    text, part = mail.iter_parts()
+    text, part, table = mail.iter_parts()
+    assert table.get_content_type() == "text/csv" and table.get_filename() == "明細.csv"
+    assert table.get_payload(decode=True) == Path(limits).read_bytes()
     assert text.get_content_charset() == "iso-2022-jp"
     # Python's table lacks the circled digits, which are not of JIS X 0208 proper.
     assert text.get_payload(decode=True).decode("iso2022_jp_ext", "replace").startswith("お世話")
@@ -217,6 +222,16 @@ def check_receiving(client, host):
     assert client(*new_mail).count("text/plain") == 1
 
 
+def build_port(work):
+    """Where the libraries of the port on mbedTLS are, if that is installed."""
+    if not os.path.exists("/usr/include/mbedtls/ssl.h"):
+        return []
+    run("cmake", "-G", "Ninja", "-S", ROOT, "-B", work, f"-DCMAKE_CXX_COMPILER={COMPILER}",
+        "-DTAVEML_PORT=examples/port-mbedtls", "-DTAVEML_TOOL=OFF", "-DTAVEML_TESTS=OFF")
+    run("cmake", "--build", work, "--target", "tavplatform")
+    return [work + "/lib"]
+
+
 def check_odd_mails(client, _):
     shown = client("new_mail", "pop3", "anna", "seen")
     assert shown == "".join(text for _, text in ODD_MAILS) + "\n", shown
@@ -241,10 +256,12 @@ def main(work):
 
     def check_roundtrip(client, _):
         libraries = os.path.dirname(os.path.dirname(package))
-        for program in "build/roundtrip", "roundtrip":
+        ports = [f"{port}:{libraries}" for port in build_port(os.path.join(work, "port"))]
+        for program, way in itertools.product(("build/roundtrip", "roundtrip"), [libraries, *ports]):
             said = client(os.path.join(roundtrip, program), "smtp", "pop3", "anna", "a@example.com",
-                          REPORT, LD_LIBRARY_PATH=libraries)
+                          REPORT, LD_LIBRARY_PATH=way, TAV_DBGLOG="stderr")
             assert "bytes, as they were sent" in said, said
+            assert ("TLS-ECDHE-" in said) == (way in ports), said
 
     practise(check_roundtrip, examples, "--login-required")
     practise(check_scan, examples)

@@ -1,42 +1,21 @@
-#include "fail_new.h"
-
-#include <malloc.h>
-
-#include <algorithm>
 #include <cstdlib>
 #include <new>
+
+#include "fake_memory.h"
 
 namespace tav_test {
 namespace {
 
-bool fails_now() {
-  detail::new_failure_state& state = detail::new_failure;
-  if (!state.armed || state.pauses > 0) return false;
-  ++state.calls;
-  if (state.failing == 0) return false;
-  return state.all_from ? state.calls >= state.failing : state.calls == state.failing;
-}
+struct counted : allocations {
+  bool is_armed = false;
+};
+thread_local counted state_of_new;
 
-// What is freed may have been allocated before anybody counted.
-void measure(void* block, bool is_new) {
-  detail::new_failure_state& state = detail::new_failure;
-  if (!state.armed || state.pauses > 0 || block == nullptr) return;
-  const size_t size = malloc_usable_size(block);
-  state.live_bytes =
-      is_new ? state.live_bytes + size : state.live_bytes - std::min(size, state.live_bytes);
-  state.peak_bytes = std::max(state.peak_bytes, state.live_bytes);
-}
+bool is_counted() { return state_of_new.is_armed && new_failure_pauses == 0; }
 
 void* allocate(size_t size) noexcept {
-  if (fails_now()) return nullptr;
-  void* const block = std::malloc(size != 0 ? size : 1);
-  measure(block, true);
-  return block;
-}
-
-void release(void* block) noexcept {
-  measure(block, false);
-  std::free(block);
+  if (!is_counted()) return std::malloc(size != 0 ? size : 1);
+  return state_of_new.fails_now() ? nullptr : state_of_new.give(size);
 }
 
 void* allocate_or_throw(size_t size) {
@@ -45,16 +24,21 @@ void* allocate_or_throw(size_t size) {
   return block;
 }
 
+void release(void* block) noexcept {
+  is_counted() ? state_of_new.take_back(block) : std::free(block);
+}
+
 }  // namespace
 
 failing_new::failing_new(size_t nth, bool all_from) {
-  detail::new_failure = {};
-  detail::new_failure.all_from = all_from;
-  detail::new_failure.failing = nth;
-  detail::new_failure.armed = true;
+  state_of_new = {};
+  state_of_new.failing = nth;
+  state_of_new.all_from = all_from;
+  state_of_new.is_armed = true;
 }
 
-failing_new::~failing_new() { detail::new_failure.armed = false; }
+failing_new::~failing_new() { state_of_new.is_armed = false; }
+const allocations& failing_new::state() const { return state_of_new; }
 
 }  // namespace tav_test
 

@@ -1,14 +1,14 @@
 // fake_bearer.cpp - tav_bearer.h. It is a file of its own, because the linker takes it out of the
 // archive only for a program that calls bear().
 
-#include "fake_net.h"
+#include "fake_platform.h"
 #include "tav_bearer.h"
 
 namespace tav_test {
 
 void fake_platform::bear(const std::string& token, const std::string& refreshed) {
-  m_net->tokens[0] = token;
-  m_net->tokens[1] = refreshed;
+  tokens[0] = token;
+  tokens[1] = refreshed;
 }
 
 }  // namespace tav_test
@@ -17,7 +17,7 @@ void fake_platform::bear(const std::string& token, const std::string& refreshed)
 int32_t tav_bearer_get(const tav_bearer_request* request, char* token, int32_t size) noexcept {
   using namespace tav_test;
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   net.begin(net_call::bearer, request->timeout_ms);
   net.require(size == TAV_BEARER_MAX, net_call::bearer, "has another room");
   const bool is_smtp = request->service == TAV_BEARER_SMTP;

@@ -1,7 +1,6 @@
 // fake_tlsw.cpp - tlsw.h on scripted peers: a flag instead of a cipher.
 
-#include "fake_net.h"
-#include "tlsw.h"
+#include "fake_platform.h"
 
 namespace tav_test {
 namespace {
@@ -10,10 +9,10 @@ constexpr uint32_t session_bit = 0x10000;  // a session's handle is the context'
 
 // The handshake with the peer: it must be waiting for one, and must have nothing in flight that was
 // said in clear.
-int32_t shake_hands(fake_net& net, uint32_t context, int32_t handle, uint32_t* session) {
+int32_t shake_hands(fake_platform& net, uint32_t context, int32_t handle, uint32_t* session) {
   const auto found = net.sockets.find(handle);
   const bool ready = found != net.sockets.end() && found->second.peer && !found->second.shut &&
-                     found->second.session == 0;
+                     !found->second.under_tls;
   if (!net.require(ready, net_call::tls_connect, "on a socket that is not ready for it"))
     return TLSW_ERR_PARAM;
   fake_socket& sock = found->second;
@@ -22,40 +21,29 @@ int32_t shake_hands(fake_net& net, uint32_t context, int32_t handle, uint32_t* s
   if (!sock.implicit_tls && !asked) return TLSW_ERR_TIMEOUT;
   if (asked) sock.peer->actions.pop_front();
   *session = context | session_bit;
-  net.sessions[*session] = {handle};
-  sock.session = *session;
+  net.contexts[context] = {handle, true};
+  sock.under_tls = true;
   asked ? sock.peer->tls_started() : sock.peer->connected(true);
   sock.implicit_tls = false;
-  sock.pump();
+  net.pump(sock);
   return TLSW_OK;
 }
 
 // The socket that a session protects, or null.
-fake_socket* protected_socket(fake_net& net, uint32_t session, net_call kind) {
-  const auto found = net.sessions.find(session);
-  const bool is_active = found != net.sessions.end() && !found->second.ended;
+fake_socket* protected_socket(fake_platform& net, uint32_t session, net_call kind) {
+  const auto context = net.contexts.find(session ^ session_bit);
+  const bool is_active = context != net.contexts.end() && context->second.is_active;
   if (!net.require(is_active, kind, "on a TLS session that is not active")) return nullptr;
-  const auto sock = net.sockets.find(found->second.sock);
+  const auto sock = net.sockets.find(context->second.sock);
   const bool is_open = sock != net.sockets.end() && !sock->second.shut;
   return net.require(is_open, kind, "on a socket that is closed") ? &sock->second : nullptr;
-}
-
-// Frees the context and the session on it.
-void drop_context(fake_net& net, uint32_t context) {
-  net.contexts.erase(context);
-  const auto session = net.sessions.find(context | session_bit);
-  if (session == net.sessions.end()) return;
-  net.require(session->second.ended, net_call::tls_term, "of a session that was not shut down");
-  const auto sock = net.sockets.find(session->second.sock);
-  if (sock != net.sockets.end()) sock->second.session = 0;
-  net.sessions.erase(session);
 }
 
 // A read or write: `move` moves bytes, whose count goes to `count`, or gives an error.
 template <typename Move>
 int32_t transfer(net_call kind, uint32_t session, int32_t timeout_ms, int32_t* count, Move&& move) {
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   net.begin(kind, timeout_ms);
   fake_socket* const sock = protected_socket(net, session, kind);
   const auto forced = net.forced(kind);
@@ -70,16 +58,16 @@ using namespace tav_test;
 
 int32_t tlsw_init(uint32_t* context) noexcept {
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   const auto forced = net.forced(net_call::tls_init);
-  if (!forced) net.contexts.insert(*context = net.next_context++);
+  if (!forced) net.contexts[*context = net.next_context++];
   return net.done(net_call::tls_init, forced.value_or(TLSW_OK));
 }
 
 int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
                            uint32_t* session) noexcept {
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   net.begin(net_call::tls_connect, param->timeout_ms);
   std::string options;
   for (const uint8_t byte : param->option)
@@ -96,7 +84,7 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
 int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
                         int32_t* count) noexcept {
   return transfer(net_call::tls_read, session, timeout_ms, count,
-                  [=](fake_net& net, fake_socket& sock) -> int32_t {
+                  [=](fake_platform& net, fake_socket& sock) -> int32_t {
                     if (!sock.has_inbound() && !sock.peer_gone) return TLSW_ERR_TIMEOUT;
                     *count = sock.has_inbound() ? net.take(sock, data, len) : 0;
                     return TLSW_OK;
@@ -106,7 +94,7 @@ int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeo
 int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_t timeout_ms,
                          int32_t* count) noexcept {
   return transfer(net_call::tls_write, session, timeout_ms, count,
-                  [=](fake_net& net, fake_socket& sock) -> int32_t {
+                  [=](fake_platform& net, fake_socket& sock) -> int32_t {
                     if (sock.peer_gone) return TLSW_ERR_WRITE;
                     *count = net.give(sock, data, len);
                     return TLSW_OK;
@@ -116,11 +104,10 @@ int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_
 // A shutdown that fails has ended the session all the same: there is nothing else to do with it.
 int32_t tlsw_shutdown(uint32_t session) noexcept {
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   fake_socket* const sock = protected_socket(net, session, net_call::tls_shutdown);
   const auto forced = net.forced(net_call::tls_shutdown);
-  const auto found = net.sessions.find(session);
-  if (found != net.sessions.end()) found->second.ended = true;
+  net.contexts[session ^ session_bit].is_active = false;
   if (sock != nullptr) sock->peer_leaves();
   const int32_t result = sock != nullptr ? TLSW_OK : TLSW_ERR_PARAM;
   return net.done(net_call::tls_shutdown, forced.value_or(result));
@@ -128,10 +115,16 @@ int32_t tlsw_shutdown(uint32_t session) noexcept {
 
 int32_t tlsw_term(uint32_t context) noexcept {
   const net_entry entry;
-  fake_net& net = *entry.net;
+  fake_platform& net = entry.net;
   const auto forced = net.forced(net_call::tls_term);
+  const auto found = net.contexts.find(context);
   const bool known =
-      net.require(net.contexts.count(context) != 0, net_call::tls_term, "without a context");
-  if (known) drop_context(net, context);
+      net.require(found != net.contexts.end(), net_call::tls_term, "without a context");
+  if (known) {
+    net.require(!found->second.is_active, net_call::tls_term, "of a session that is not shut down");
+    const auto sock = net.sockets.find(found->second.sock);
+    if (sock != net.sockets.end()) sock->second.under_tls = false;
+    net.contexts.erase(found);
+  }
   return net.done(net_call::tls_term, forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
 }

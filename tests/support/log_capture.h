@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fail_new.h"
+#include "fake_memory.h"
 #include "tav_dbglog.h"
 
 namespace tav_test {

@@ -5,6 +5,7 @@ Names and headers as senders write them, terminals, and clients that want too mu
 import base64
 import contextlib
 import json
+import mailbox
 import os
 import pty
 import re
@@ -57,6 +58,15 @@ SUBJECTS = [
 ]
 
 
+# Mails that formats and readers could spoil.
+WHOLE = [
+    b"", b"\r\n", b"Subject: a\r\n\r\n.\r\n..\r\n.x\r\n\r\n", b"A: \0\xff\r\n\r\n" + b"x" * 99999,
+    b"From x\r\nStatus: R\r\nX-STATUS: y\r\nContent-Length: 9\r\nSta: z\r\n\r\nStatus: x\r\n",
+    b"Return-Path: <a@b>\r\n\r\n>From x\r\n>>>From\r\n" + b">" * 99999 + b"From x\r\nFrom\r\nFro",
+    b"Return-Path: a b\r\nContent-Length: 99999\r\n\r\nlone\r return\r\r\n\rFrom x\r\n",
+]
+
+
 def login(host):
     return ["receive", "-s", "127.0.0.1:" + host.ports["pop3"], "--tls", "none", "-u", "anna"]
 
@@ -101,6 +111,28 @@ def check_subjects(folder):
     wrong = [(*row, text) for row, text in zip(SUBJECTS, shown) if row[2] != text]
     assert not wrong and len(shown) == len(SUBJECTS), wrong
     assert all(columns(line) <= 80 for line in receive(host).splitlines())
+    return host
+
+
+def check_whole_mails(folder):
+    """Every byte arrives, in pieces of any size, and each mail is one for another reader."""
+    host = host_with(folder, *WHOLE, script="".join(
+        f"RETR {number} drip 1ms\n" for number in (3, 5, 10, 12, 17, 19)))
+    sent = [mail if mail.endswith(b"\n") or not mail else mail + b"\r\n" for mail in WHOLE]
+    lines = [mail.replace(b"\r\n", b"\n") for mail in sent]
+    receive(host, "-d", "eml", "--format", "eml")
+    assert [Path(folder, f"eml/{n:04d}.eml").read_bytes() for n in range(1, 8)] == sent
+    receive(host, "-d", "maildir", "--format", "maildir")
+    found = [path.read_bytes() for path in Path(folder, "maildir/new").iterdir()]
+    assert sorted(found) == sorted(lines) and len(mailbox.Maildir(folder + "/maildir")) == 7
+    for _ in range(2):  # one is added to what is there
+        receive(host, "-d", "mbox", "--format", "mbox")
+    mails = [mailbox.mbox(folder + "/mbox").get_bytes(n, from_=False) for n in range(14)]
+    assert [mail.count(b"\nOld-") for mail in mails] == [0, 0, 0, 0, 3, 0, 1] * 2, mails
+    plain = [re.sub(rb"(?m)^>(?=>*From )", b"", mail.replace(b"Old-", b"")) for mail in mails]
+    assert plain == lines * 2, plain
+    begins = [mail.get_from().split()[0] for mail in mailbox.mbox(folder + "/mbox")]
+    assert begins == (["MAILER-DAEMON"] * 5 + ["a@b", "MAILER-DAEMON"]) * 2, begins
     return host
 
 
@@ -219,7 +251,7 @@ def check_greedy_clients(folder):
     return host
 
 
-for check in (check_names, check_subjects, check_terminal, check_completion,
+for check in (check_names, check_subjects, check_whole_mails, check_terminal, check_completion,
               check_terminal_of_host, check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))

@@ -63,6 +63,13 @@ TEST(DialogueView, masks_every_secret_and_counts_mails_in_any_slicing) {
        "C: AUTH LOGIN|S: 334 {x}|C: {Z2VoZWlt}|S: 500-{Z2VoZWlt}{Z2VoZWlt}"
        "|S: 500 Z2VoZWl, {geheim}, gehei|C: QUIT|S: 502 {geheim}"},
       {kPop3, "C: PASS {geheim 1}|S: -ERR no PASS {geheim 1} here"},
+      // A token, and what is wrong with it.
+      {kSmtp,
+       "C: AUTH XOAUTH2 {dXNlcj1hbm5hAWF1dGg9QmVhcmVyIGtleS0xAQE=}|S: 334 {eyJzdGF0dXMiOiI0MDAifQ==}"
+       "|C: {}|S: 535-key- {key-1}|S: 535 x auth=Bearer {key-1}|C: AUTH XOAUTH2|S: 235 {key-1}"},
+      {kPop3,
+       "C: AUTH OAUTHBEARER|S: + {}|C: {bixhPWFubmEsAWhvc3Q9eAFhdXRoPUJlYXJlciBrZXktMQEB}"
+       "|S: -ERR {key-1} of anna|C: STAT|S: +OK {key-1}"},
       // However it words its consent to a mail, and whatever it adds.
       {kSmtp,
        "C: DATA|S: 354-x|S: 250 x|C: <AUTH PLAIN x\r\n..\r\n\r\n..x\r\n\r\r\n.\rx\r\n>|C: .|C: "

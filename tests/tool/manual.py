@@ -12,10 +12,9 @@ import subprocess
 import sys
 
 TAVMAIL, HOST, ROOT = sys.argv[1:4]
-PAGES = {"tavmail": [TAVMAIL], "tavmail-send": [TAVMAIL, "send"], "tavmail-host": [HOST],
-         "tavmail-receive": [TAVMAIL, "receive"], "tavmail-doctor": [TAVMAIL, "doctor"],
-         "tavmail-config": [TAVMAIL, "config"]}
 os.chdir(os.path.join(ROOT, "docs", "man"))  # where pages find each other
+PAGES = {page[:-2]: [TAVMAIL, *page[:-2].split("-")[1:]] for page in glob.glob("tavmail*.1")}
+PAGES["tavmail-host"] = [HOST]
 problems, everywhere = [], set()
 
 
@@ -43,7 +42,7 @@ section = read("tavmail.1").split(".Sh EXIT STATUS")[1].split(".Sh ")[0]
 problems += [f"only one of the page and the code has the exit code {code}"
              for code in used ^ set(re.findall(r"^\.It (\d+)", section, re.M))]
 # The texts that the page explains are those of the tool; "…" is where a name goes.
-ported = map(read, glob.glob(os.path.join(ROOT, "platform", "linux", "*.cpp")))
+ported = map(read, glob.glob(os.path.join(ROOT, "platform", "*", "*.cpp")))
 said = re.sub(r'"\s*\n\s*"', "", sources + "".join(ported)).replace('\\"', '"')
 rows = re.findall(r"^\| ((?:[^|`]|`[^`]*`)*) \| (?:\d|\d\d `\w|\d\d \|)",
                   read(os.path.join(ROOT, "docs", "troubleshooting.md")), re.M)

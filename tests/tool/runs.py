@@ -1,6 +1,6 @@
 """Runs of the programs against the practice mail server. The form of the table: see runs.txt.
 
-    runs.py TAVMAIL TAVMAIL_HOST TABLE [WORD]      WORD: only the rows that have it
+    runs.py TAVMAIL TAVMAIL_HOST TABLE [WORD]      WORD: only the rows that have it; !WORD: have not
 """
 
 import base64
@@ -25,11 +25,15 @@ import time
 import unicodedata
 from pathlib import Path
 
+from provider import ACCESS, DEVICE, REFRESH, Provider
+
 TAVMAIL, HOST = sys.argv[1:3]
 ONCE = 30  # seconds that no run may take
 CODES = {0, 64, 65, 66, 68, 69, 70, 71, 73, 74, 75, 76, 77, 78, 130, 143}  # that are documented
 SECRETS = ("geheim", base64.b64encode(b"geheim").decode(),
-           base64.b64encode(b"\0anna\0geheim").decode())
+           base64.b64encode(b"\0anna\0geheim").decode(), ACCESS, REFRESH, DEVICE,
+           # In base64, wherever the groups of a longer text begin.
+           *(base64.b64encode(ACCESS[i:i + 9].encode()).decode() for i in range(3)))
 OPENSSL = "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
 FILES = {"config": "config/tavmail/config.toml", "system": "system.toml"}
 kept = []  # sockets and pipes that stay open
@@ -213,6 +217,7 @@ class Job:
 
     def __init__(self, rows, texts):
         self.rows, self.texts, self.host, self.most = rows, dict(texts), None, 0
+        self.provider = None
 
     def run(self):
         faults = []
@@ -226,6 +231,9 @@ class Job:
             finally:
                 faults += [f"{row.where}\n    {fault}" for fault in self.host.stop()
                            ] if self.host else []
+            if self.provider:
+                self.provider.shutdown()
+                self.provider.server_close()
             left = os.listdir(os.path.join(self.folder, "tmp"))
             return faults + [f"{row.where}\n    left in the temporary folder: {left}"] * bool(left)
 
@@ -241,6 +249,11 @@ class Job:
         items = [item.partition(" ")[::2] for item in row.scene]
         texts = {kind: rest for kind, rest in items}
         self.texts["tmp"] = self.folder
+        if "provider" in texts:
+            self.provider = self.provider or Provider(self.folder)
+            self.provider.words = texts["provider"].split()
+            self.texts["provider_port"] = str(self.provider.server_port)
+            self.texts["provider"] = "127.0.0.1:" + self.texts["provider_port"]
         for kind, rest in items:
             assert kind != "sh" or self.shell(rest), rest
         files = {kind: texts[kind] for kind in FILES if kind in texts}
@@ -248,7 +261,7 @@ class Job:
             self.host = Host(
                 self.folder,
                 "\n".join(f"{kind} {rest}" for kind, rest in items if kind[:2] != "--"
-                          and kind not in ("sh", "disk", "openssl", *FILES)),
+                          and kind not in ("sh", "disk", "openssl", "provider", *FILES)),
                 shlex.split(self.fill(" ".join(item for item in row.scene if item[:2] == "--"))),
                 "\n".join(rest for kind, rest in items if kind == "openssl"))
             for name, number in self.host.ports.items():
@@ -282,6 +295,9 @@ class Job:
             faults += ["not one line of advice"] * (len(said) != 1)
         text = " ".join((output + "\n".join(shown)).split())
         faults += [f"no {word}" for word in row.words if not self.has(self.fill(word), text, most)]
+        if self.provider:
+            faults += self.provider.faults + self.provider.words * (":" not in row.code)
+            self.provider.faults = []
         self.most = most
         heard = self.host.heard() if self.host else []
         return faults + [f"said was {output}{error}", f"heard was {heard}"] if faults else []
@@ -367,7 +383,8 @@ class Job:
 
 def main():
     jobs = [job for job in read_table(sys.argv[3])
-            if all(word in job[0].where + job[0].command for word in sys.argv[4:])
+            if all((word.strip("!") in job[0].where + job[0].command) == (word[0] != "!")
+                   for word in sys.argv[4:])
             and (job[0].command[0] == "t" or shutil.which(job[0].command.split()[0]))]
     texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2],
              "closed": port(full=False), "full": port(full=True)}

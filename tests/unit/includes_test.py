@@ -10,7 +10,7 @@ SYSTEM = re.compile(r"#include <(sys/|netinet/|arpa/|openssl/|iconv|poll|fcntl|u
 ALLOWED_SYSTEM = {"#include <sys/time.h>": "smtp", "#include <sys/auxv.h>": "mailutil/codec"}
 # The rooms of mailutil and those below them, which they see.
 ROOMS = {"common": (), "transport": ("common",), "message": ("common",),
-         "codec": ("common", "message"), "login": ("common", "codec"),
+         "codec": ("common", "message"), "login": ("common", "codec", "transport"),
          "reception": ("common", "transport", "message", "codec")}
 NETWORK = re.compile(r"\b(tav_netsock_|tlsw_)\w+\(")
 TRANSPORT = "mailutil/transport/tav_eml_mlutl_mail_net.cpp"

@@ -48,17 +48,6 @@ using util = tav_eml_mlutl_mime_utility;
 using type = tav_eml_mlutl_mail_type;
 using device = tav_eml_smtp_util;
 
-// result_of() of a call that must not throw, whatever the device's memory does.
-template <typename Pointer = char*, typename Call>
-std::string handed_out(Call&& call) {
-  try {
-    return result_of<Pointer>(call);
-  } catch (tav_eml_mlutl_mail_exception* thrown) {
-    delete thrown;
-    return "(failed, and threw)";
-  }
-}
-
 std::string str(long number) { return std::to_string(number); }
 
 bool says(const std::string& text, const char* word) {
@@ -70,7 +59,7 @@ TAV_EML_CHAR_SET set_of(const columns& in, size_t i) { return type::test_char_se
 // The decoded bytes, and what stands behind them.
 RULE(from_b64) {
   char behind = '\0';
-  const std::string bytes = handed_out<void*>([&](auto& out, long& n) {
+  const std::string bytes = result_of<void*>([&](auto& out, long& n) {
     if (util::from_b64(in.c_str(0), in.length(0), out, n) == 0) return 0;
     behind = static_cast<char*>(out)[n];
     return 1;
@@ -79,17 +68,17 @@ RULE(from_b64) {
 }
 
 RULE(to_b64) {
-  return handed_out(std::bind(util::to_b64, in.c_str(0), in.length(0), _1, _2, in.number(1)));
+  return result_of(std::bind(util::to_b64, in.c_str(0), in.length(0), _1, _2, in.number(1)));
 }
 
 RULE(from_qp) {
-  return handed_out<void*>(std::bind(util::from_qp, in.c_str(0), in.length(0), _1, _2));
+  return result_of<void*>(std::bind(util::from_qp, in.c_str(0), in.length(0), _1, _2));
 }
 
 // The text, and the length that is reported.
 RULE(to_qb) {
   std::string reported;
-  const std::string text = handed_out([&](char*& out, long& length) {
+  const std::string text = result_of([&](char*& out, long& length) {
     if (util::to_qb(in.c_str(0), in.length(0), out, length, in.number(1)) == 0) return 0;
     reported = "|" + str(length);
     length = static_cast<long>(std::strlen(out));
@@ -99,18 +88,18 @@ RULE(to_qb) {
 }
 
 RULE(ToMimeEncode) {
-  return handed_out(std::bind(util::ToMimeEncode, set_of(in, 0), in.c_str(2), in.length(2), _1, _2,
-                              in.number(1)));
+  return result_of(std::bind(util::ToMimeEncode, set_of(in, 0), in.c_str(2), in.length(2), _1, _2,
+                             in.number(1)));
 }
 
 RULE(inline_encode) {
-  return handed_out(
+  return result_of(
       std::bind(util::inline_encode, in.c_str(1), in.length(1), _1, _2, set_of(in, 0)));
 }
 
 RULE(inline_decode) {
   TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
-  const std::string text = handed_out(
+  const std::string text = result_of(
       std::bind(util::inline_decode, in.c_str(0), in.length(0), _1, _2, std::ref(set), 0));
   return set != TAV_EML_CS_NONE ? joined({text, str(set)}) : text;
 }
@@ -166,7 +155,7 @@ RULE(check_filter) {
   UtlString allowed("before");
   const int any =
       tav_eml_mlutl_domain_filter::check_filter(in.c_str(1), allowed, mode, list.data(), count);
-  const std::string left = text(allowed);
+  const std::string left = text_of(allowed);
   return joined({str(all), any == 0 && left.empty() ? "(none)" : left});
 }
 
@@ -191,6 +180,7 @@ void fill(tav_eml_smtp_send_mail& mail, const columns& in) {
     if (name == "in-reply-to") mail.set_in_reply_to(value);
     if (name == "references") mail.set_references(value);
     if (name == "type") mail.m_nContentType = type::test_content_type(value);
+    if (name == "media") mail.m_cMediaType = value;
     if (name == "charset") mail.m_nCharSet = type::test_char_set(value);
     if (name == "encoding") mail.m_nTransferEncoding = type::test_transfer_encoding(value);
     if (name == "as") mail.m_nContentDisposition = type::test_content_disposition(value);
@@ -201,14 +191,14 @@ RULE(make_header) {
   tav_eml_smtp_send_mail mail;
   fill(mail, columns("type=text/plain|charset=utf-8|date=D|from=F|to=t@x|subject=|id=1@x"));
   fill(mail, in);
-  return handed_out([&](char*& text, long& length) { return mail.make_header(text, length); });
+  return result_of([&](char*& text, long& length) { return mail.make_header(text, length); });
 }
 
 RULE(part_header) {
   tav_eml_smtp_send_mail mail;
   fill(mail, in);
   tav_eml_mlutl_mail_part& part = mail;
-  return handed_out([&](char*& text, long& length) { return part.make_header(text, length); });
+  return result_of([&](char*& text, long& length) { return part.make_header(text, length); });
 }
 
 RULE(MakeMultiLine) {
@@ -222,16 +212,16 @@ RULE(create_message_id) {
   UtlString id("before");
   const int made = tav_eml_smtp_send_mail::create_message_id(from, id);
   std::string same;
-  const auto original = device::create_original_message_id(text(from.m_cAddress), same);
+  const auto original = device::create_original_message_id(text_of(from.m_cAddress), same);
   if ((original == TAV_EML_OK) != (made != 0)) return "(the two ways differ)";
   const std::regex shape("<[0-9]{14}[0-9a-f]{8}\\.(.*)>");
-  return std::regex_replace(text(id), shape, "$1");
+  return std::regex_replace(text_of(id), shape, "$1");
 }
 
 using expansion = decltype(device::make_subject);
 std::string expanded(const columns& in, expansion* make) {
   fake_platform net;
-  CFG_EVENT_MAIL values = {};
+  CFG_EVENT_MAIL& values = net.device_settings;
   std::strcpy(values.printer_name, "MFP1");
   std::strcpy(values.serial_number, "SN9");
   std::strcpy(values.host_name, "host");
@@ -241,7 +231,7 @@ std::string expanded(const columns& in, expansion* make) {
   std::memcpy(values.mac_address2, bytes + 6, 6);
   if (in[0] != "second") std::memcpy(values.ip_address1, bytes + 12, 4);
   if (in[0] != "first") std::memcpy(values.ip_address2, bytes + (in[0] == "both" ? 0 : 12), 4);
-  net.device_settings(values, in[0] == "fails" ? 5 : in[0] == "both" ? CFG_OK : CFG_OK_PARTIAL);
+  net.device_result = in[0] == "fails" ? 5 : in[0] == "both" ? CFG_OK : CFG_OK_PARTIAL;
   char garbage = 0, *result = &garbage;
   int length = 77;
   if (make(in.c_str(1), &result, &length) == TAV_EML_OK) return taken(result, length);
@@ -292,7 +282,7 @@ std::vector<std::string> fields(const tav_eml_mlutl_mail& mail) {
       {"references", &mail.m_cReferences},
       {"boundary", mail.get_boundary_string()}};
   for (const auto& [name, value] : texts)
-    if (value != nullptr && !value->IsEmpty()) all.push_back(name + ("=" + text(*value)));
+    if (value != nullptr && !value->IsEmpty()) all.push_back(name + ("=" + text_of(*value)));
   return all;
 }
 
@@ -317,10 +307,10 @@ RULE(content_parameters) {
   receive(disposed, "Content-Disposition: inline; file" + in[0] + "\r\n");
   const UtlString* const boundary = mail.get_boundary_string();
   const auto name = [](const tav_eml_mlutl_mail& one) {
-    return joined({text(one.m_cFIleName), text(one.m_cFileExtension)});
+    return joined({text_of(one.m_cFIleName), text_of(one.m_cFileExtension)});
   };
   if (name(mail) != name(disposed)) return "(the names differ)";
-  return joined({boundary != nullptr ? text(*boundary) : "(none)", name(mail)});
+  return joined({boundary != nullptr ? text_of(*boundary) : "(none)", name(mail)});
 }
 
 RULE(SearchBlock) {

@@ -47,7 +47,7 @@ bool hold(const std::string& function, const std::string& line, size_t nth, bool
     delete thrown;
     is_logged = true;
   }
-  const bool has_failed = memory.failed();
+  const bool has_failed = memory.state().failed;
   memory.never_fail();
   if (!has_failed || (kWholeOrNothing.count(function) != 0 && result != "(failed)")) {
     EXPECT_EQ(result, joined(expected));
@@ -60,7 +60,7 @@ bool hold(const std::string& function, const std::string& line, size_t nth, bool
   }
   EXPECT_TRUE(is_logged || !has_failed) << log.all();
   EXPECT_EQ(result.find("(failed, and"), std::string::npos) << result;
-  EXPECT_LT(memory.peak_bytes(), kMemoryOfACase);
+  EXPECT_LT(memory.state().peak_bytes, kMemoryOfACase);
   EXPECT_TRUE(memory.clean());
   return has_failed;
 }

@@ -52,6 +52,8 @@ enum TAV_WIRETAP_EVENT : int32_t {
 #define TAV_TLS_FAILED_CUT "the connection was cut"
 #define TAV_TLS_FAILED_VERSION "no protocol version in common"
 #define TAV_TLS_FAILED_NOT_TLS "the answer is no TLS"
+// The alerts handshake_failure and those on the certificate of a client, which a port does not have.
+#define TAV_TLS_FAILED_DECLINED "the server declines the handshake"
 #define TAV_TLS_FAILED_NO_STORE "no trust store"        // TLSW_ERR_NO_RESOURCE
 #define TAV_TLS_FAILED_OPTIONS "options not supported"  // TLSW_ERR_PARAM
 

@@ -1,0 +1,76 @@
+#include "ready_sending.h"
+
+#include "envelope.h"
+#include "problem.h"
+#include "quorvelmida/taveml_easy_text.h"
+#include "ready_mail.h"
+
+namespace tavmail {
+
+using namespace quorvelmida;
+
+namespace {
+
+// The address that bounces go to.
+std::string sender_of(const header_block& header, const ready_options& options) {
+  if (!options.sender.empty()) return options.sender;
+  const std::string author = author_of(header);
+  const bool is_complete = author.find('@') != std::string::npos;
+  if (is_complete || (options.fallback_sender.empty() && !author.empty())) return author;
+  if (!options.fallback_sender.empty()) return options.fallback_sender;
+  throw problem(EX_USAGE, "no sender: the mail names no author; give --envelope-from ADDRESS");
+}
+
+envelope envelope_of(const header_block& header, const ready_options& options) {
+  envelope found;
+  found.sender = sender_of(header, options);
+  for (const std::string& list : options.recipients) found.add_list("the recipient", list);
+  if (options.reads_recipients) found.add_named(header);
+  if (!found.recipients.empty()) return found;
+  if (!options.reads_recipients) throw problem(EX_USAGE, "no recipient: name one, or give -t");
+  throw problem(EX_DATAERR, "no recipient: the mail names none in To, Cc or Bcc");
+}
+
+void complete(header_block& header, const envelope& known, const ready_options& options) {
+  if (!header.has("From")) {
+    const std::string author =
+        options.author_name.empty()
+            ? known.sender
+            : easy::named_address(options.author_name, known.sender, TAV_EML_CS_UTF_8);
+    header.add("From", author);
+  }
+  if (!header.has("Date")) header.add("Date", easy::date_now());
+  if (header.has("Message-Id")) return;
+  UtlString id;
+  tav_eml_smtp_send_mail::create_message_id(known.sender.c_str(), id);
+  header.add("Message-Id", id.GetString());
+}
+
+}  // namespace
+
+void send_ready(mail_input& input, const ready_options& options, const send_attempt& attempt,
+                tav_eml_smtp_send_mail& mail, const std::function<void(size_t)>& advance) {
+  raw_transaction transaction(attempt);
+  const auto begin = [&](header_block& header) {
+    if (header.is_empty() && !options.completes) {
+      throw problem(EX_DATAERR, "--raw: what is there is no mail; it begins with no header field");
+    }
+    const envelope known = envelope_of(header, options);
+    check_recipients(known.recipients, options.permit, options.deny);
+    known.write_to(mail);
+    if (options.completes) complete(header, known, options);
+    header.remove("Bcc");
+    header.remove("Resent-Bcc");
+    for (const std::string& id : header.values("Message-Id")) mail.set_message_id(id.c_str());
+    transaction.connect(mail);
+  };
+  ready_mail ready(begin, transaction);
+  std::string piece(size_t{64} << 10, '\0');
+  while (const size_t count = input.read(piece.data(), piece.size())) {
+    ready.add(std::string_view(piece).substr(0, count));
+    advance(count);
+  }
+  ready.end();
+}
+
+}  // namespace tavmail
