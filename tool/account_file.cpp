@@ -41,7 +41,8 @@ std::vector<std::string> known_keys(const command_line& tool) {
     for (const option& each : command->options()) {
       std::string name = each.name();
       std::replace(name.begin(), name.end(), '-', '_');
-      if (name != "help" && name != "config" && name != "account") keys.push_back(name);
+      const std::set<std::string> of_runs = {"help", "config", "account", "all_accounts"};
+      if (of_runs.count(name) == 0) keys.push_back(name);
     }
   }
   return keys;

@@ -24,6 +24,8 @@ namespace {
 using clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
+constexpr char kNoConsent[] = "no consent was given";
+
 struct authorize_options {
   account_file account;
   token_provider provider;
@@ -75,7 +77,7 @@ class waiting_line {
 void wait(clock::time_point until, clock::time_point end, waiting_line& line) {
   constexpr auto kStep = std::chrono::milliseconds(100);
   for (auto now = clock::now(); now < until; now = clock::now()) {
-    interrupt_guard::check("no consent was given");
+    interrupt_guard::check(kNoConsent);
     line.draw(std::max(std::chrono::duration_cast<seconds>(end - now), seconds(0)));
     std::this_thread::sleep_for(std::min<clock::duration>(kStep, until - now));
   }
@@ -87,8 +89,7 @@ std::optional<token_grant> ask(token_endpoint& endpoint, consent_request& reques
   try {
     return endpoint.ask(request, provider.patience());
   } catch (const problem& cause) {
-    interrupt_guard::check("no consent was given");
-    if (cause.exit_code() != EX_TEMPFAIL) throw;
+    if (cause.exit_code() != EX_TEMPFAIL || interrupt_guard::was_pressed()) throw;
     request.interval *= 2;
     return std::nullopt;
   }
@@ -143,7 +144,14 @@ command add_authorize(command_line& tool) {
       .range(1, 1000000)
       .value_name("N")
       .group("Provider");
-  return {&line, [&line, options] { return run_authorize(line, *options); }};
+  return {&line, [&line, options] {
+            try {
+              return run_authorize(line, *options);
+            } catch (const problem&) {
+              interrupt_guard::check(kNoConsent);
+              throw;
+            }
+          }};
 }
 
 }  // namespace tavmail

@@ -264,7 +264,7 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
     check_end();
   };
   if (m_options.saves_whole()) return read_whole(listed, mail, progress);
-  mail_reader reader(m_visit.session(), m_visit.header(), progress);
+  mail_reader reader(m_visit.session(), m_visit.header(), m_options.keeps_char_set, progress);
   return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
                            : reader.read_header(info, mail);
 }

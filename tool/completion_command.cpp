@@ -14,7 +14,8 @@ namespace tavmail {
 namespace {
 
 // What the shells ask the tool and the system for.
-#define ACCOUNTS "tavmail config accounts 2>/dev/null"
+// bash expands what it completes, so that a name may not be more than a name.
+#define ACCOUNTS "tavmail config accounts 2>/dev/null | grep -x \"[[:alnum:]_.@-]*\""
 #define TYPES                                                \
   "cat /usr/share/mime/types /etc/mime.types 2>/dev/null | " \
   "sed -n \"s,^\\([a-z]*/[^[:space:]]*\\).*,\\1,p\" | sort -u"

@@ -40,9 +40,7 @@ bool has_any(const header_block& header, std::initializer_list<const char*> name
 }  // namespace
 
 void envelope::add(const std::string& recipient) {
-  if (std::find(recipients.begin(), recipients.end(), recipient) == recipients.end()) {
-    recipients.push_back(recipient);
-  }
+  if (known.insert(recipient).second) recipients.push_back(recipient);
 }
 
 void envelope::add_list(const std::string& what, const std::string& list) {

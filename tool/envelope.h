@@ -3,6 +3,7 @@
 #ifndef ENVELOPE_H
 #define ENVELOPE_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@ namespace tavmail {
 
 struct envelope {
   std::string sender;
-  std::vector<std::string> recipients;
+  std::vector<std::string> recipients;  // added below
+  std::set<std::string> known;          // the same
 
   // One that is there already is not added again.
   void add(const std::string& recipient);

@@ -50,20 +50,26 @@ int digit_of(char ch) {
   return -1;
 }
 
-// The Q encoding (RFC 2047 4.2). An escape that is none stands for itself.
-std::string decoded_q(const std::string& text) {
+// Text with bytes as two digits after a mark, which is itself where no digits follow it.
+std::string decoded_escapes(const std::string& text, char mark) {
   std::string bytes;
   for (size_t i = 0; i < text.size(); ++i) {
     const int high = i + 2 < text.size() ? digit_of(text[i + 1]) : -1;
     const int low = i + 2 < text.size() ? digit_of(text[i + 2]) : -1;
-    if (text[i] == '=' && high >= 0 && low >= 0) {
+    if (text[i] == mark && high >= 0 && low >= 0) {
       bytes += static_cast<char>(high * 16 + low);
       i += 2;
     } else {
-      bytes += text[i] == '_' ? ' ' : text[i];
+      bytes += text[i];
     }
   }
   return bytes;
+}
+
+// The Q encoding (RFC 2047 4.2).
+std::string decoded_q(std::string text) {
+  std::replace(text.begin(), text.end(), '_', ' ');
+  return decoded_escapes(text, '=');
 }
 
 std::string decoded_b(const std::string& text) {
@@ -108,6 +114,32 @@ std::string parameter_of(std::string value, const char* name) {
   const bool is_quoted = !value.empty() && value[0] == '"';
   if (is_quoted) value.erase(0, 1);
   return trimmed(value.substr(0, value.find_first_of(is_quoted ? "\"" : "\";")));
+}
+
+std::string parameter_in_pieces(const std::string& received, const std::string& name) {
+  // Each piece is looked for from the beginning on.
+  constexpr int kMostPieces = 100;
+  const std::string value = received.substr(0, 8192);
+  std::string bytes;
+  std::string set;
+  for (int i = 0; i < kMostPieces; ++i) {
+    const std::string piece = name + "*" + std::to_string(i);
+    std::string text = parameter_of(value, (piece + "*=").c_str());
+    if (text.empty()) {
+      text = parameter_of(value, (piece + "=").c_str());
+      if (text.empty()) break;
+      bytes += text;
+      continue;
+    }
+    const size_t language = text.find('\'');
+    const size_t begin = text.find('\'', language + 1);
+    if (i == 0 && language < begin && begin != std::string::npos) {
+      set = text.substr(0, language);
+      text.erase(0, begin + 1);
+    }
+    bytes += decoded_escapes(text, '%');
+  }
+  return text_in(set, bytes);
 }
 
 std::string header_value(const std::string& received, const std::string& hint) {

@@ -20,6 +20,10 @@ std::string trimmed(const std::string& text);
 // The parameter `name` ("charset=") of a value, up to its quote or ";"; "" for none.
 std::string parameter_of(std::string value, const char* name);
 
+// The parameter "NAME*0*=", "NAME*1*=" ... of a value, which a long or foreign one is cut into
+// (RFC 2231 3 and 4), as UTF-8; "" for none.
+std::string parameter_in_pieces(const std::string& value, const std::string& name);
+
 }  // namespace tavmail
 
 #endif

@@ -85,7 +85,8 @@ std::string received_line(const std::string& server, const std::string& user,
                           const received_mail& mail) {
   std::string line = "host=" + word(server) + " user=" + word(user) + " uid=" + word(mail.uid) +
                      " from=" + quoted(mail.from) + " mailsize=" + std::to_string(mail.size);
-  if (!mail.folder.empty()) line += " folder=" + quoted(mail.folder);
+  const std::string& place = mail.is_kept ? mail.file : mail.folder;
+  if (!place.empty()) line += " saved=" + quoted(place);
   if (mail.is_deleted) line += " deleted=yes";
   if (mail.problem.empty()) return line + ending(nullptr);
   const problem cause(EX_DATAERR, mail.problem);

@@ -62,7 +62,7 @@ class locked_mbox {
     if (is_added) return;
     const problem trouble = cannot("write", m_path);
     if (ftruncate(m_fd, before) != 0) throw cannot("write", m_path);
-    throw trouble;
+    throw problem(trouble);
   }
 
  private:

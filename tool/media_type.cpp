@@ -134,7 +134,7 @@ TAV_EML_CHAR_SET char_set_of_file(const std::string& path) {
     const size_t cut = count > 0 ? last_cut(piece) : piece.size();
     kind.take(piece.substr(0, cut));
     piece.erase(0, cut);
-  } while (count > 0);
+  } while (count > 0 && (kind.is_ascii || kind.is_utf8));
   return kind.char_set();
 }
 

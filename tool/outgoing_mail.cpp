@@ -149,7 +149,8 @@ void fill_own(const send_options& options, outgoing& out) {
   for (const std::string& header : options.headers) out.own.push_back(own_header_field(header));
   out.html = sendable(read_html(options), out.mail.m_nCharSet);
   if (options.envelope_from_option.is_given()) {
-    out.sender = given_sender("--envelope-from", options.envelope_from);
+    const std::string sender = given_sender("--envelope-from", options.envelope_from);
+    if (sender != bare_addresses(options.from).front()) out.sender = sender;
   }
 }
 

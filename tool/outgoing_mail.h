@@ -10,6 +10,7 @@
 
 #include "attachment.h"
 #include "header_block.h"
+#include "mail_input.h"
 #include "quorvelmida/tav_eml_smtp_send_mail.h"
 #include "send_options.h"
 
@@ -21,8 +22,9 @@ struct outgoing {
   std::optional<std::string> body;           // UTF-8, canonical lines
   std::optional<std::string> html;           // the same
   std::vector<std::unique_ptr<attachment>> files;
-  std::vector<header_field> own;  // header fields that the facade does not write
-  std::string sender;             // of the envelope; "" for the author
+  std::vector<header_field> own;      // header fields that the facade does not write
+  std::string sender;                 // of the envelope; "" for the author
+  std::unique_ptr<mail_input> ready;  // in place of all that, of --raw
 
   // The facade composes a text and files, and takes the author for the sender.
   bool is_for_facade() const { return own.empty() && !html && sender.empty(); }

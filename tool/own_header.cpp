@@ -62,11 +62,10 @@ header_field own_header_field(const std::string& text) {
   if (colon == text.size() || !is_field_name(name)) {
     throw problem(EX_USAGE, "--header \"" + text + "\": expected \"NAME: VALUE\"");
   }
+  check_header_text("--header " + name.substr(0, 40), text, quorvelmida::TAV_EML_CS_UTF_8);
   check_name(name);
   const size_t begin = text.find_first_not_of(" \t", colon + 1);
-  const std::string value = begin != std::string::npos ? text.substr(begin) : "";
-  check_header_text("--header " + name, value, quorvelmida::TAV_EML_CS_UTF_8);
-  return {name, value};
+  return {name, begin != std::string::npos ? text.substr(begin) : ""};
 }
 
 }  // namespace tavmail

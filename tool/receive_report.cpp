@@ -30,6 +30,7 @@ std::string part_line(const received_part& part, const std::string& folder) {
 nlohmann::ordered_json part_json(const received_part& part, const std::string& folder) {
   return {{"content_type", part.content_type},
           {"charset", part.char_set},
+          {"saved_charset", part.is_utf8 ? "utf-8" : part.char_set},
           {"encoding", part.encoding},
           {"disposition", part.disposition},
           {"name", part.name},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 
 #include "dialogue_view.h"
@@ -9,6 +10,7 @@
 #include "quorvelmida/tav_eml_mlutl_mail_type.h"
 #include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
+#include "saved_text.h"
 
 namespace tavmail {
 
@@ -25,6 +27,8 @@ std::string text_of(const UtlString& text) {
 // The file name as UTF-8. The library decodes it and leaves its character set, which the header
 // lines as received tell.
 std::string name_of(const tav_eml_mlutl_mail_part& part) {
+  const std::string pieces = parameter_in_pieces(text_of(part.m_cHeader2), "filename");
+  if (!pieces.empty()) return presentable(pieces);
   std::string set = named_char_set(text_of(part.m_cHeader2));
   if (set.empty()) set = named_char_set(text_of(part.m_cHeader1));
   const std::string known = text_of(part.m_cFIleName);
@@ -94,6 +98,19 @@ std::string default_name(const tav_eml_mlutl_mail_part& part, const std::string&
     }
   }
   return "attachment.bin";
+}
+
+// A text to be read, and not a file that somebody has sent.
+bool is_text(const received_part& part) {
+  const std::string type = lower_case(part.content_type);
+  const bool is_readable = type.empty() || type.compare(0, 5, "text/") == 0;
+  return is_readable && type != "text/xml" && part.name.empty() && part.disposition != "attachment";
+}
+
+void make_utf8(const std::string& folder, received_part& part) {
+  const bool is_html = lower_case(part.content_type) == "text/html";
+  part.is_utf8 = save_as_utf8(folder, part.file, part.char_set, is_html);
+  if (part.is_utf8) part.bytes = std::filesystem::file_size(folder + "/" + part.file);
 }
 
 // Writes the blocks of a part. The line end in front of a delimiter belongs to the delimiter
@@ -218,6 +235,7 @@ TAV_EML_RESULT mail_reader::read_body(tav_eml_pop3_receive_mail& mail,
   writer.file().keep();
   entry.bytes = writer.file().size();
   entry.file = writer.file().name();
+  if (!m_keepsCharSet && is_text(entry)) make_utf8(folder, entry);
   out.parts.push_back(entry);
   return TAV_EML_OK;
 }

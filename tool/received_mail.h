@@ -16,12 +16,13 @@ namespace tavmail {
 
 struct received_part {
   std::string content_type;  // "text/plain"; "" when the mail says nothing
-  std::string char_set;
+  std::string char_set;      // that it came in, as the mail names it
   std::string encoding;
   std::string disposition;
   std::string name;  // as the sender gave it, "" for none
   std::string file;  // its name in the folder of the mail
   uint64_t bytes = 0;
+  bool is_utf8 = false;    // it was made UTF-8
   bool is_certain = true;  // false when a block of it could not be decoded
 };
 
@@ -49,9 +50,13 @@ class mail_reader {
   using progress = std::function<void()>;
 
   // `header` takes what the session receives. `on_progress` is called now and then; throwing out of
-  // it ends the reading.
-  mail_reader(mailbox_session& session, raw_header& header, progress on_progress)
-      : m_session(session), m_header(header), m_progress(std::move(on_progress)) {}
+  // it ends the reading. `keeps_char_set`: texts are saved as they came.
+  mail_reader(mailbox_session& session, raw_header& header, bool keeps_char_set,
+              progress on_progress)
+      : m_session(session),
+        m_header(header),
+        m_keepsCharSet(keeps_char_set),
+        m_progress(std::move(on_progress)) {}
 
   // The header alone.
   quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
@@ -74,6 +79,7 @@ class mail_reader {
 
   mailbox_session& m_session;
   raw_header& m_header;
+  const bool m_keepsCharSet;
   progress m_progress;
 };
 

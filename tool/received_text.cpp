@@ -1,90 +1,25 @@
 #include "received_text.h"
 
-#include <iconv.h>
-
 #include <algorithm>
-#include <cstring>
 #include <cwchar>
-#include <iterator>
-#include <vector>
+#include <memory>
+#include <utility>
 
 #include "dialogue_view.h"
 #include "message_text.h"
-#include "quorvelmida/tav_eml_mlutl_mail_type.h"
+#include "text_converter.h"
 
 namespace tavmail {
 
-using namespace quorvelmida;
-
 namespace {
-
-class converter {
- public:
-  explicit converter(const std::string& from) : m_handle(iconv_open("UTF-8", from.c_str())) {}
-  converter(const converter&) = delete;
-  converter& operator=(const converter&) = delete;
-  ~converter() {
-    if (is_open()) iconv_close(m_handle);
-  }
-
-  // False for bytes that are not of the character set.
-  bool convert(const std::string& bytes, std::string& text) {
-    if (!is_open()) return false;
-    std::vector<char> out(bytes.size() * 4 + 16);
-    char* from = const_cast<char*>(bytes.data());
-    char* to = out.data();
-    size_t left = bytes.size();
-    size_t room = out.size();
-    if (iconv(m_handle, &from, &left, &to, &room) == static_cast<size_t>(-1)) return false;
-    text.assign(out.data(), static_cast<size_t>(to - out.data()));
-    return true;
-  }
-
- private:
-  bool is_open() const { return m_handle != reinterpret_cast<iconv_t>(-1); }
-
-  iconv_t m_handle;
-};
-
-// The library's own conversion, which knows the vendor characters of Japanese mail.
-bool convert_japanese(TAV_EML_CHAR_SET set, const std::string& bytes, std::string& text) {
-  std::vector<char> out(bytes.size() * 4 + 16);
-  const TAV_EML_ENCODED_STRING source = {set, const_cast<char*>(bytes.data()),
-                                         static_cast<int32_t>(bytes.size())};
-  TAV_EML_ENCODED_STRING result = {TAV_EML_CS_UTF_8, out.data(), static_cast<int32_t>(out.size())};
-  int consumed = 0;
-  if (tav_eml_mlutl_mail_type::convert_encoded_string(source, result, consumed) != 0 ||
-      static_cast<size_t>(consumed) != bytes.size()) {
-    return false;
-  }
-  text.assign(out.data(), static_cast<size_t>(result.length));
-  return true;
-}
-
-bool is_shift_jis(const std::string& name) {
-  return name == "shift_jis" || name == "x-sjis" || name == "ms_kanji" || name == "cp932" ||
-         name == "windows-31j";
-}
-
-// What the names of character sets that mail is written in begin with. No other name from a mail
-// reaches iconv.
-bool is_known(const std::string& name) {
-  static constexpr const char* kNames[] = {
-      "iso-8859-", "windows-125", "cp125", "cp85",  "cp86",   "cp437",    "ibm85",
-      "koi8-",     "gb2312",      "gbk",   "gb180", "big5",   "euc-",     "ks_c_5601",
-      "utf-16",    "tis-620",     "hz",    "cp949", "cp1361", "macintosh"};
-  return std::any_of(std::begin(kNames), std::end(kNames), [&](const char* known) {
-    return name.compare(0, std::strlen(known), known) == 0 && name.find('/') == std::string::npos;
-  });
-}
 
 // `set` is in lower case.
 bool convert_named(const std::string& set, const std::string& bytes, std::string& text) {
-  if (set.compare(0, 11, "iso-2022-jp") == 0) {
-    return convert_japanese(TAV_EML_CS_ISO_2022_JP, bytes, text);
-  }
-  if (is_shift_jis(set)) return convert_japanese(TAV_EML_CS_SHIFT_JIS, bytes, text);
-  return is_known(set) && converter(set == "gb2312" ? "GB18030" : set).convert(bytes, text);
+  const std::unique_ptr<text_converter> converter = make_text_converter(set);
+  std::string converted;
+  if (converter == nullptr || !converter->convert(bytes, true, converted)) return false;
+  text = std::move(converted);
+  return true;
 }
 
 bool has_jis_escape(const std::string& bytes) {
@@ -113,11 +48,11 @@ std::string lower_case(std::string text) {
 
 std::string header_text(const std::string& bytes, const std::string& hint) {
   std::string text;
-  if (has_jis_escape(bytes) && convert_japanese(TAV_EML_CS_ISO_2022_JP, bytes, text)) return text;
+  if (has_jis_escape(bytes) && convert_named("iso-2022-jp", bytes, text)) return text;
   if (is_utf8(bytes)) return bytes;
   if (convert_named(lower_case(hint), bytes, text)) return text;
-  if (convert_japanese(TAV_EML_CS_SHIFT_JIS, bytes, text)) return text;
-  converter("ISO-8859-1").convert(bytes, text);  // every byte is a character
+  if (convert_named("shift_jis", bytes, text)) return text;
+  convert_named("iso-8859-1", bytes, text);  // every byte is a character
   return text;
 }
 

@@ -96,7 +96,6 @@ void send_composed(const send_options& options, const send_attempt& attempt, out
 }
 
 void send_raw(const send_options& options, const send_attempt& attempt, outgoing& out) {
-  mail_input input(options.raw, "--raw");
   ready_options ready;
   if (options.envelope_from_option.is_given()) {
     ready.sender = given_sender("--envelope-from", options.envelope_from);
@@ -108,12 +107,12 @@ void send_raw(const send_options& options, const send_attempt& attempt, outgoing
   ready.reads_recipients = ready.recipients.empty();
   ready.permit = options.permit;
   ready.deny = options.deny;
-  progress_bar bar("Sending", input.size(), shows_progress(options));
-  send_ready(input, ready, attempt, out.mail, [&](size_t bytes) { bar.advance(bytes); });
+  progress_bar bar("Sending", out.ready->size(), shows_progress(options));
+  send_ready(*out.ready, ready, attempt, out.mail, [&](size_t bytes) { bar.advance(bytes); });
 }
 
 void send_with(const send_options& options, const send_attempt& attempt, outgoing& out) {
-  if (!options.raw.empty()) return send_raw(options, attempt, out);
+  if (out.ready) return send_raw(options, attempt, out);
   uint64_t total = 0;
   for (const auto& file : out.files) total += file->size();
   progress_bar bar("Sending", total, shows_progress(options) && !out.files.empty());
@@ -137,7 +136,11 @@ int run_send(command_line& command, send_options& options) {
     options.check_raw();
     options.account.apply(command, *command.parent(), "smtp", options.server);
     options.server.complete();
-    if (options.raw.empty()) prepare(options, options.attachments(command), out);
+    if (options.raw.empty()) {
+      prepare(options, options.attachments(command), out);
+    } else {
+      out.ready = std::make_unique<mail_input>(options.raw, "--raw");
+    }
     const send_attempt sending(options.server, options.size_limit, options.verbose);
     try {
       send_with(options, sending, out);

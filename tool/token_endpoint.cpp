@@ -74,7 +74,9 @@ struct token_endpoint::answer {
     const auto found = document.find(key);
     if (found == document.end()) return otherwise;
     if (found->is_number_integer()) return found->get<int64_t>();
-    if (found->is_number()) return static_cast<int64_t>(found->get<double>());
+    if (found->is_number()) {
+      return static_cast<int64_t>(std::clamp(found->get<double>(), 0.0, 1e12));
+    }
     const std::string digits = text(key);
     const bool is_number = !digits.empty() && digits.size() < 12 &&
                            digits.find_first_not_of("0123456789") == digits.npos;

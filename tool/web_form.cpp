@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 #include <malloc.h>
+#include <openssl/ssl.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -73,6 +74,12 @@ size_t take_header(char* bytes, size_t, size_t count, void* answer) {
         std::max<std::time_t>(curl_getdate(line.c_str() + sizeof kDate - 1, nullptr), 0);
   }
   return count;
+}
+
+// What was read under TLS is wiped, too.
+CURLcode cleanse(CURL*, void* context, void*) {
+  SSL_CTX_set_options(static_cast<SSL_CTX*>(context), SSL_OP_CLEANSE_PLAINTEXT);
+  return CURLE_OK;
 }
 
 int is_to_end(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
@@ -160,6 +167,7 @@ web_answer send_form(const std::string& url, const form_fields& fields,
   if (is_on_this_machine(host)) post.set(CURLOPT_NOPROXY, "*");
   post.set(CURLOPT_FOLLOWLOCATION, 0L);
   post.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  post.set(CURLOPT_SSL_CTX_FUNCTION, cleanse);
   if (!settings.ca_file.empty()) post.set(CURLOPT_CAINFO, settings.ca_file.c_str());
   post.set(CURLOPT_NOSIGNAL, 1L);
   post.set(CURLOPT_TIMEOUT_MS, patience);

@@ -1,6 +1,5 @@
 // The header of a part on the wire (RFC 2045, RFC 2183).
 
-#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <string>
@@ -34,23 +33,22 @@ class part_header {
   utl_buffer m_cText;
 };
 
-// token = 1*<any CHAR except SPACE, CTLs, or tspecials> (RFC 2045 5.1)
-bool is_token(std::string_view text) {
-  constexpr size_t kLongest = 127;  // of a type or a subtype (RFC 6838 4.2)
-  const auto is_outside = [](char ch) {
-    return ch <= ' ' || ch > '~' || std::strchr("()<>@,;:\\\"/[]?=", ch) != nullptr;
-  };
-  return !text.empty() && text.size() <= kLongest &&
-         std::find_if(text.begin(), text.end(), is_outside) == text.end();
+// type "/" subtype, two tokens (RFC 2045 5.1)
+bool is_media_type(const char* text) {
+  static constexpr char kToken[] =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789!#$%&'*+-.^_`{|}~";
+  constexpr size_t kLongest = 127;  // RFC 6838 4.2
+  const size_t type = std::strspn(text, kToken);
+  if (type == 0 || type > kLongest || text[type] != '/') return false;
+  const char* const rest = text + type + 1;
+  const size_t subtype = std::strspn(rest, kToken);
+  return subtype > 0 && subtype <= kLongest && rest[subtype] == '\0';
 }
 
 // The type on the wire: that of the table, or for any other the text of the application.
 bool has_usable_type(const tav_eml_mlutl_mail_part& part) {
   if (part.m_nContentType != TAV_EML_CT_UNKNOWN) return part.m_nContentType != TAV_EML_CT_NONE;
-  const std::string_view type = text_of(part.m_cMediaType);
-  const size_t slash = type.find('/');
-  return slash != std::string_view::npos && is_token(type.substr(0, slash)) &&
-         is_token(type.substr(slash + 1));
+  return is_media_type(text_of(part.m_cMediaType));
 }
 
 bool append_content_type(part_header& header, const tav_eml_mlutl_mail_part& part) {

@@ -58,10 +58,10 @@ TEST_F(Direct, reads_one_line_and_nothing_after_it) {
 
 TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
   ASSERT_EQ(connect(), TAV_EML_OK);
-  net.fail(net_call::shutdown, 1, -1);
+  net.fail("shutdown", 1, -1);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_SOCKET);
   ASSERT_EQ(connect(), TAV_EML_OK);
-  net.fail(net_call::shutdown, 2, 3);
+  net.fail("shutdown", 2, 3);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_UNKNOWN);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_OK);  // it was still open
 }
@@ -70,7 +70,7 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
   net.refuse(kAddress, 25, -1);
   EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_CONNECT);
   EXPECT_EQ(sock, 0);
-  net.fail(net_call::socket, 2, -5);
+  net.fail("socket", 2, -5);
   EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_SOCKET);
   EXPECT_EQ(sock, -5);
 }

@@ -174,7 +174,7 @@ void device::add_sent_values() {
                ? mailhost::from_base64(said.substr(at, end - at)).value_or("")
                : "";
   };
-  m_values["sends"] = [this] { return std::to_string(net.calls({net_call::send}).size()); };
+  m_values["sends"] = [this] { return std::to_string(net.calls({"send"}).size()); };
 }
 
 }  // namespace dialogue

@@ -130,8 +130,8 @@ class storm : public testing::TestWithParam<const dialogue_case*> {
     }
     for (size_t nth = 1; nth <= 12; ++nth) {
       const auto prepare = [=](device& d) {
-        d.net.fail(net_call::send, nth, TAV_NETSOCK_TIMEOUT, true);
-        d.net.fail(net_call::tls_write, nth, TLSW_ERR_TIMEOUT, true);
+        d.net.fail("send", nth, TAV_NETSOCK_TIMEOUT, true);
+        d.net.fail("tls_write", nth, TLSW_ERR_TIMEOUT, true);
       };
       survive(whole, {harm::cut, "takes nothing from send " + std::to_string(nth), prepare,
                       2 * kPortLimit + kPauses});

@@ -3,7 +3,9 @@
     servers_test.py exim|postfix|dovecot TAVMAIL
 """
 
+import base64
 import email.policy
+import hmac
 import itertools
 import json
 import os
@@ -28,6 +30,10 @@ NO_TLS, TLS = {"--tls": "none"}, {"--tls": "implicit"}
 RIGHT, WRONG = ({"--user": "anna", "--password-file": each} for each in ("right", "wrong"))
 STRANGER, TRUSTED, APOP = {**RIGHT, "--ca-file": None}, {**TLS, **RIGHT}, {"--apop": ""}
 POP, FIRST = {"--to": "pop@test.example"}, {"--auth": "pop", "--pop3-port": "2110"}
+# A command that prints one token, and another one after a refusal.
+FRESH, LAPSED, EXPIRED, FOREIGN = (
+    {"--user": "anna", "--token-command": f"cat tokens/{name}$TAVMAIL_TOKEN_REFUSED"}
+    for name in ("fresh", "lapsed", "expired", "foreign"))
 LOGIN, REFUSED = "refused the login", f"the certificate of {ADDRESS} was refused: it is "
 
 # The port, the options, the exit code and words of the message.
@@ -47,7 +53,11 @@ SENDING = [
     (2025, {**RIGHT, "--text-file": os.__file__, "--text": None}, 69, "refused the mail")]
 METHODS = [(port, {**tls, **login}, code, words) for port in (2101, 2102, 2103, 2104)
            for tls in (NO_TLS, {}) for login, code, words in ((RIGHT, 0, ""), (WRONG, 77, LOGIN))]
-POP_BEFORE_SMTP = [
+TOKENS = [
+    (FRESH, 0, ""), (LAPSED, 0, ""), (EXPIRED, 77, "the token"), (FOREIGN, 77, "the token")]
+EXIM = [(port, {**tls, **token}, code, words) for port, tls in ((2025, {}), (2465, TLS))
+        for token, code, words in TOKENS]
+EXIM += [
     (2025, POP, 69, "the recipient pop@test.example"),
     (2025, {**POP, **FIRST, **WRONG}, 77, LOGIN),
     (2025, {**POP, **FIRST, **RIGHT}, 0, "")]
@@ -55,11 +65,10 @@ CERTIFICATES = [
     (2201, {**TRUSTED, "--ca-file": "elsewhere.pem"}, 76, REFUSED + "for elsewhere.example, not"),
     (2201, {**TRUSTED, "--tls-no-check": ""}, 0, ""),
     (2202, {**TRUSTED, "--ca-file": "expired.pem"}, 76, "has expired"),
-    (2211, TRUSTED, 76, "older than TLS 1.2"),
+    (2211, TRUSTED, 76, "no TLS version in common"),
     (2212, TRUSTED, 0, ""),
-    (2212, {**TRUSTED, "--tls-min": "1.3"}, 76, "older than TLS 1.3"),
+    (2212, {**TRUSTED, "--tls-min": "1.3"}, 76, "no TLS version in common"),
     (2213, {**TRUSTED, "--tls-min": "1.3"}, 0, "")]
-# The wrong passwords come last: Dovecot is slow with whoever gave one.
 RECEIVING = [(2110, {**tls, **RIGHT, **apop}, 0, "") for tls in (NO_TLS, {}) for apop in ({}, APOP)]
 RECEIVING += [
     (2995, TRUSTED, 0, ""),
@@ -67,7 +76,30 @@ RECEIVING += [
     (2110, STRANGER, 76, REFUSED + "self-signed"),
     (2110, WRONG, 77, LOGIN),
     (2110, {**WRONG, **APOP}, 77, LOGIN)]
+RECEIVING += [(port, token, code, words) for token, code, words in TOKENS for port in (2110, 2111)]
 NUMBERS = itertools.count(10**9)
+
+
+def make_tokens():
+    """JSON Web Tokens (RFC 7519), and the key with which Dovecot checks them."""
+    key, now = os.urandom(32), int(time.time())
+
+    def token(**claims):
+        parts = [{"alg": "HS256", "typ": "JWT"},
+                 {"sub": "anna", "aud": "mail", "exp": now + 900, **claims}]
+        text = b".".join(base64.urlsafe_b64encode(json.dumps(each).encode()).rstrip(b"=")
+                         for each in parts)
+        sign = hmac.digest(key, text, "sha256")
+        return text + b"." + base64.urlsafe_b64encode(sign).rstrip(b"=")
+
+    fresh, expired, foreign = token(), token(exp=now - 60), token(aud="elsewhere")
+    files = {"tokens/fresh": fresh, "tokens/lapsed": expired, "tokens/lapsed1": fresh,
+             "tokens/expired": expired, "tokens/expired1": token(exp=now - 30),
+             "tokens/foreign": foreign, "tokens/foreign1": token(aud="nowhere"),
+             "keys/default/HS256/default": base64.b64encode(key)}
+    for name, content in files.items():
+        Path(name).parent.mkdir(parents=True, exist_ok=True)
+        Path(name).write_bytes(content)
 
 
 def start():
@@ -157,13 +189,14 @@ def test_foreign_mails():
 
 with tempfile.TemporaryDirectory(prefix="taveml-interop-") as folder:
     os.chdir(folder)
+    make_tokens()
     process = start()
     try:
         if SERVER == "dovecot":
             test_foreign_mails()
             test_receiving()
         else:
-            more = POP_BEFORE_SMTP if SERVER == "exim" else METHODS + CERTIFICATES
+            more = EXIM if SERVER == "exim" else METHODS + CERTIFICATES
             test_sending(SENDING + more)
     except AssertionError:
         subprocess.run("tail -n 99 $(find log -type f)", shell=True)

@@ -3,7 +3,8 @@
 #
 #   start.sh ADDRESS exim|postfix|dovecot
 #
-# Exim comes with Dovecot, whose log tells it who has logged in there.
+# Exim comes with Dovecot, whose log tells it who has logged in there, and which checks tokens for it
+# with the key in keys/. Dovecot alone is there twice: on ports 2111 and 2996 it takes no OAUTHBEARER.
 set -e
 trap 'trap "" TERM; kill 0' TERM EXIT
 here=$(dirname "$0")
@@ -19,7 +20,7 @@ postfix=$unpacked/usr/lib/postfix
 
 mkdir -p box log sasl mail/new mail/cur mail/tmp spool/data
 (cd spool && mkdir active bounce defer deferred flush incoming pid private public trace)
-for name in exim.conf main.cf master.cf dovecot.conf; do
+for name in exim.conf main.cf master.cf dovecot.conf dovecot-oauth2.conf; do
   sed "s,@folder@,$PWD,; s,@address@,$1,; s,@postfix@,$postfix,
        s,@tls@,-o smtpd_tls_wrappermode=yes," "$here/$name" > "$name"
 done
@@ -48,5 +49,9 @@ case $2 in
   exim) start /usr/sbin/exim4 -bdf -C "$PWD/exim.conf" -oP "$PWD/exim.pid" ;;
   postfix) LD_LIBRARY_PATH=$postfix start "$postfix/sbin/master" -d -c "$PWD" ;;
 esac
+[ "$2" != dovecot ] || {
+  sed 's/oauthbearer//; s,/run$,&2,; s/2110/2111/; s/2995/2996/' dovecot.conf > xoauth2.conf
+  start /usr/sbin/dovecot -F -c "$PWD/xoauth2.conf"
+}
 [ "$2" = postfix ] || start /usr/sbin/dovecot -F -c "$PWD/dovecot.conf"
 wait

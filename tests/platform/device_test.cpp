@@ -43,12 +43,12 @@ TEST(DeviceContract, the_settings_fill_their_fields_and_nothing_else) {
   EXPECT_TRUE(result == CFG_OK || result == CFG_OK_PARTIAL) << result;
   EXPECT_EQ(std::string(area.guard, 8), "########");
   const CFG_EVENT_MAIL& made = area.record;
-  EXPECT_LT(strnlen(made.equipment_id, sizeof made.equipment_id), sizeof made.equipment_id);
-  EXPECT_LT(strnlen(made.printer_name, sizeof made.printer_name), sizeof made.printer_name);
-  EXPECT_LT(strnlen(made.serial_number, sizeof made.serial_number), sizeof made.serial_number);
-  EXPECT_LT(strnlen(made.host_name, sizeof made.host_name), sizeof made.host_name);
-  EXPECT_EQ(made.reserved3[0], '#');
-  EXPECT_EQ(made.reserved4[19], '#');
+  const auto is_text = [](const auto& field) {
+    return strnlen(field, sizeof field) < sizeof field;
+  };
+  EXPECT_TRUE(is_text(made.equipment_id) && is_text(made.printer_name));
+  EXPECT_TRUE(is_text(made.serial_number) && is_text(made.host_name));
+  EXPECT_EQ(made.reserved3[0] + made.reserved4[19], '#' + '#');
   EXPECT_NE(cfg_group_get_event_mail(nullptr), CFG_OK);
 }
 

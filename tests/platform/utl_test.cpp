@@ -44,10 +44,10 @@ TEST(VectorContract, bounds_are_kept_and_nothing_is_deleted) {
   for (int& item : items) ASSERT_EQ(vector.Add(0, &item), 1);
   EXPECT_EQ(vector.Count(), 40);
   EXPECT_EQ(vector.ElementAt(0), &items[39]);
-  for (const int out : {40, -1}) EXPECT_EQ(vector.ElementAt(out), nullptr);
   EXPECT_EQ(vector.Remove(40), 0);
   EXPECT_EQ(vector.Remove(0), 1);
   EXPECT_EQ(vector.ElementAt(0), &items[38]);
+  for (const int out : {39, 40, -1}) EXPECT_EQ(vector.ElementAt(out), nullptr);
 }
 
 TEST(MemoryContract, odd_sizes_and_null_blocks) {

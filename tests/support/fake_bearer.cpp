@@ -18,13 +18,13 @@ int32_t tav_bearer_get(const tav_bearer_request* request, char* token, int32_t s
   using namespace tav_test;
   const net_entry entry;
   fake_platform& net = entry.net;
-  net.begin(net_call::bearer, request->timeout_ms);
-  net.require(size == TAV_BEARER_MAX, net_call::bearer, "has another room");
+  net.begin("bearer", request->timeout_ms);
+  net.require(size == TAV_BEARER_MAX, "bearer", "has another room");
   const bool is_smtp = request->service == TAV_BEARER_SMTP;
   const std::string asked = std::string(is_smtp ? "smtp " : "pop3 ") + request->server + " " +
                             request->user + (request->is_refused != 0 ? " refused" : "");
-  const auto forced = net.forced(net_call::bearer);
+  const auto forced = net.forced("bearer");
   const std::string& given = net.tokens[request->is_refused];
   if (!forced) given.copy(token, static_cast<size_t>(size));
-  return net.done(net_call::bearer, forced.value_or(static_cast<int32_t>(given.size())), asked);
+  return net.done("bearer", forced.value_or(static_cast<int32_t>(given.size())), asked);
 }

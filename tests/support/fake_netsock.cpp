@@ -37,7 +37,7 @@ void add_address(std::list<fake_platform::answer_entry>& answer, const std::stri
 
 // The socket of a handle, or null. A handle of 0 or less is allowed by the contract; any other that
 // is not open is the caller's fault.
-fake_socket* open_socket(fake_platform& net, int32_t handle, net_call kind) {
+fake_socket* open_socket(fake_platform& net, int32_t handle, const std::string& kind) {
   const auto found = net.sockets.find(handle);
   const bool is_open = found != net.sockets.end();
   net.require(is_open || handle <= 0, kind, "on a socket that is not open");
@@ -54,10 +54,10 @@ std::string target_of(fake_platform& net, const void* addr, int32_t addr_len) {
     inet_ntop(AF_INET, v4.addr, text, sizeof text);
     return endpoint_name(text, ntohs(v4.port));
   }
-  if (!net.require(addr_len == sizeof v6, net_call::connect, "to what is no address")) return "?";
+  if (!net.require(addr_len == sizeof v6, "connect", "to what is no address")) return "?";
   std::memcpy(&v6, addr, sizeof v6);
   inet_ntop(AF_INET6, v6.addr, text, sizeof text);
-  net.require(!link_local(v6.addr) || v6.scope_id == fake_scope, net_call::connect,
+  net.require(!link_local(v6.addr) || v6.scope_id == fake_scope, "connect",
               "to a link-local address without its scope");
   return endpoint_name(text, ntohs(v6.port));
 }
@@ -74,7 +74,7 @@ int32_t connect_to(fake_platform& net, fake_socket& sock, const std::string& tar
 
 // Answers a call with what the script forces on it, or what `body` does.
 template <typename Body>
-int32_t answer(net_call kind, const std::string& detail, Body&& body) {
+int32_t answer(const std::string& kind, const std::string& detail, Body&& body) {
   const net_entry entry;
   const auto forced = entry.net.forced(kind);
   return entry.net.done(kind, forced ? *forced : body(entry.net), detail);
@@ -82,7 +82,7 @@ int32_t answer(net_call kind, const std::string& detail, Body&& body) {
 
 // A send or a receive; `move` gives its count or error.
 template <typename Move>
-int32_t transfer(net_call kind, int32_t sock, int32_t timeout_ms, Move&& move) {
+int32_t transfer(const std::string& kind, int32_t sock, int32_t timeout_ms, Move&& move) {
   const net_entry entry;
   fake_platform& net = entry.net;
   net.begin(kind, timeout_ms);
@@ -107,7 +107,7 @@ using namespace tav_test;
 
 int32_t tav_netsock_getaddrinfo(const char* host, const char*, const tav_netsock_addrinfo*,
                                 tav_netsock_addrinfo** list) noexcept {
-  return answer(net_call::resolve, host, [&](fake_platform& net) {
+  return answer("resolve", host, [&](fake_platform& net) {
     const auto found = net.names.find(host);
     std::list<fake_platform::answer_entry> made;
     if (found == net.names.end()) add_address(made, host);
@@ -122,22 +122,21 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char*, const tav_netsock
 
 void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
   const net_entry entry;
-  entry.net.require(entry.net.answers.erase(list) == 1, net_call::resolve,
-                    "has not given what is freed");
+  entry.net.require(entry.net.answers.erase(list) == 1, "resolve", "has not given what is freed");
 }
 
 int32_t tav_netsock_socket(int32_t, int32_t, int32_t) noexcept {
-  return answer(net_call::socket, "", [](fake_platform& net) {
+  return answer("socket", "", [](fake_platform& net) {
     net.sockets[net.next_socket];
     return net.next_socket++;  // never used twice, so late uses are seen
   });
 }
 
 int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept {
-  return answer(net_call::set_scope, "", [=](fake_platform& net) {
+  return answer("set_scope", "", [=](fake_platform& net) {
     tav_netsock_sockaddr_in6 v6 = {};
     if (addr_len == sizeof v6) std::memcpy(&v6, addr, sizeof v6);
-    if (!net.require(link_local(v6.addr), net_call::set_scope, "of no link-local address"))
+    if (!net.require(link_local(v6.addr), "set_scope", "of no link-local address"))
       return int32_t{TAV_NETSOCK_ERROR};
     v6.scope_id = fake_scope;
     std::memcpy(addr, &v6, sizeof v6);
@@ -148,19 +147,19 @@ int32_t tav_netsock_set_scope(void* addr, int32_t addr_len) noexcept {
 int32_t tav_netsock_connect_timeo(int32_t sock, const void* addr, int32_t addr_len,
                                   int32_t timeout_ms) noexcept {
   const net_entry entry;
-  entry.net.begin(net_call::connect, timeout_ms);
+  entry.net.begin("connect", timeout_ms);
   const std::string target = target_of(entry.net, addr, addr_len);
-  fake_socket* const found = open_socket(entry.net, sock, net_call::connect);
-  return answer(net_call::connect, target, [&](fake_platform& net) {
+  fake_socket* const found = open_socket(entry.net, sock, "connect");
+  return answer("connect", target, [&](fake_platform& net) {
     const bool allowed =
-        found != nullptr && net.require(!found->peer, net_call::connect, "of a connected socket");
+        found != nullptr && net.require(!found->peer, "connect", "of a connected socket");
     return allowed ? connect_to(net, *found, target) : int32_t{TAV_NETSOCK_ERROR};
   });
 }
 
 int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int32_t,
                                int32_t timeout_ms) noexcept {
-  return transfer(net_call::send, sock, timeout_ms, [=](fake_platform& net, fake_socket& to) {
+  return transfer("send", sock, timeout_ms, [=](fake_platform& net, fake_socket& to) {
     if (to.peer_gone) return int32_t{TAV_NETSOCK_ERROR};
     if (!to.implicit_tls && to.peer->actions.empty()) return net.give(to, data, len);
     to.peer_leaves();  // it expects a handshake, and these bytes are none
@@ -170,7 +169,7 @@ int32_t tav_netsock_send_timeo(int32_t sock, const void* data, int32_t len, int3
 
 int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t,
                                int32_t timeout_ms) noexcept {
-  return transfer(net_call::recv, sock, timeout_ms, [=](fake_platform& net, fake_socket& from) {
+  return transfer("recv", sock, timeout_ms, [=](fake_platform& net, fake_socket& from) {
     if (from.has_inbound()) return net.take(from, data, len);
     return from.peer_gone ? 0 : int32_t{TAV_NETSOCK_TIMEOUT};
   });
@@ -178,8 +177,8 @@ int32_t tav_netsock_recv_timeo(int32_t sock, void* data, int32_t len, int32_t,
 
 int32_t tav_netsock_shutdown(int32_t sock) noexcept {
   const net_entry entry;
-  fake_socket* const found = open_socket(entry.net, sock, net_call::shutdown);
-  return answer(net_call::shutdown, "", [=](fake_platform&) {
+  fake_socket* const found = open_socket(entry.net, sock, "shutdown");
+  return answer("shutdown", "", [=](fake_platform&) {
     if (found != nullptr) found->shut = true;
     return found != nullptr ? 0 : int32_t{TAV_NETSOCK_ERROR};
   });
@@ -189,10 +188,10 @@ int32_t tav_netsock_shutdown(int32_t sock) noexcept {
 int32_t tav_netsock_close(int32_t sock) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  const bool is_open = open_socket(net, sock, net_call::close) != nullptr;
+  const bool is_open = open_socket(net, sock, "close") != nullptr;
   for (const auto& [handle, context] : net.contexts)
-    net.require(context.sock != sock, net_call::close, "before TLS was ended");
+    net.require(context.sock != sock, "close", "before TLS was ended");
   net.sockets.erase(sock);
-  return answer(net_call::close, "",
+  return answer("close", "",
                 [=](fake_platform&) { return is_open ? 0 : int32_t{TAV_NETSOCK_ERROR}; });
 }

@@ -36,26 +36,6 @@ namespace tav_test {
 
 enum class tls_mode { plain, implicit };
 
-enum class net_call {
-  resolve,
-  socket,
-  set_scope,
-  connect,
-  send,
-  recv,
-  shutdown,
-  close,
-  tls_init,
-  tls_connect,
-  tls_read,
-  tls_write,
-  tls_shutdown,
-  tls_term,
-  bearer,  // only counted where bear() is linked
-};
-
-const char* name_of(net_call kind);
-
 // What an attacker in between does to what the host says, counted over all connections, and what
 // went by. It ends when `active` becomes false: from then on everything passes.
 struct tampering {
@@ -104,9 +84,11 @@ class fake_platform {
              tls_mode mode = tls_mode::plain);
   void refuse(const std::string& address, uint16_t port, int32_t result);
 
-  // The nth call of a kind (from 1, counted from the construction), or with `all_from` that and all
-  // later ones, gives `result` and does nothing else.
-  void fail(net_call kind, size_t nth, int32_t result, bool all_from = false);
+  // Kinds of calls are named resolve, socket, set_scope, connect, send, recv, shutdown, close,
+  // tls_init, tls_connect, tls_read, tls_write, tls_shutdown, tls_term, and bearer where bear() is
+  // linked. The nth call of one (from 1, counted from the construction), or with `all_from` that
+  // and all later ones, gives `result` and does nothing else.
+  void fail(const std::string& kind, size_t nth, int32_t result, bool all_from = false);
   // The same over all kinds of calls together, with the result that is natural for each; 0 fails
   // none and only counts.
   void fail_any(size_t nth, bool all_from = false, bool is_timeout = false);
@@ -130,9 +112,9 @@ class fake_platform {
   // "connect 192.0.2.1:25", "connect [2001:db8::1]:25", "tls_connect 0 1 0 0 0" with the option
   // bytes, "close", "sleep 300". What is not a plain success has its result behind it: "connect
   // 192.0.2.1:25 = -2". Receives are not written down.
-  std::vector<std::string> calls(const std::set<net_call>& kinds) const;
-  size_t any_calls = 0;                            // since the latest fail_any
-  std::map<net_call, std::set<int64_t>> timeouts;  // that calls were given
+  std::vector<std::string> calls(const std::set<std::string>& kinds) const;
+  size_t any_calls = 0;                               // since the latest fail_any
+  std::map<std::string, std::set<int64_t>> timeouts;  // that calls were given
   // Milliseconds that the calls so far would have taken on a device: the time-outs that ran out,
   // sleeps and dripping receives.
   int64_t clock = 0;
@@ -170,15 +152,15 @@ class fake_platform {
   std::map<tav_netsock_addrinfo*, std::list<answer_entry>> answers;  // by their first entry
 
   // The condition, which is a fault of the caller where it does not hold.
-  bool require(bool condition, net_call kind, const char* otherwise);
+  bool require(bool condition, const std::string& kind, const char* otherwise);
   // Writes down the time-out of the call that begins now.
-  void begin(net_call kind, int64_t timeout_ms);
+  void begin(const std::string& kind, int64_t timeout_ms);
   // Counts the call; the result that is forced on it, if any.
-  std::optional<int32_t> forced(net_call kind);
+  std::optional<int32_t> forced(const std::string& kind);
   // Writes the call down and gives its result back.
-  int32_t done(net_call kind, int32_t result, const std::string& detail = "");
+  int32_t done(const std::string& kind, int32_t result, const std::string& detail = "");
   // The same for a transfer of so many bytes.
-  int32_t transferred(net_call kind, int32_t result, int64_t moved);
+  int32_t transferred(const std::string& kind, int32_t result, int64_t moved);
   void sleep(int32_t milliseconds);
 
   // Lets what the peer has said take effect as far as it needs no handshake.
@@ -198,12 +180,12 @@ class fake_platform {
 
   void arrive(fake_socket& sock, const std::string& said);
 
-  std::multimap<net_call, failure_rule> m_rules;
+  std::multimap<std::string, failure_rule> m_rules;
   failure_rule m_anyRule = {};
   bool m_isAnyLate = false;
-  std::map<net_call, size_t> m_counts;
-  std::vector<std::pair<std::optional<net_call>, std::string>> m_records;  // sleeps have no kind
-  std::string m_faults;                                                    // one a line
+  std::map<std::string, size_t> m_counts;
+  std::vector<std::pair<std::string, std::string>> m_records;  // kinds and texts
+  std::string m_faults;                                        // one a line
   size_t m_idleCalls = 0;   // transfers in a row that moved nothing
   int64_t m_timeLimit = 0;  // ms that the present call may take
 };

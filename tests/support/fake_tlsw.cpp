@@ -13,7 +13,7 @@ int32_t shake_hands(fake_platform& net, uint32_t context, int32_t handle, uint32
   const auto found = net.sockets.find(handle);
   const bool ready = found != net.sockets.end() && found->second.peer && !found->second.shut &&
                      !found->second.under_tls;
-  if (!net.require(ready, net_call::tls_connect, "on a socket that is not ready for it"))
+  if (!net.require(ready, "tls_connect", "on a socket that is not ready for it"))
     return TLSW_ERR_PARAM;
   fake_socket& sock = found->second;
   if (sock.has_inbound() || sock.peer_gone) return TLSW_ERR_CONNECT;
@@ -30,7 +30,7 @@ int32_t shake_hands(fake_platform& net, uint32_t context, int32_t handle, uint32
 }
 
 // The socket that a session protects, or null.
-fake_socket* protected_socket(fake_platform& net, uint32_t session, net_call kind) {
+fake_socket* protected_socket(fake_platform& net, uint32_t session, const std::string& kind) {
   const auto context = net.contexts.find(session ^ session_bit);
   const bool is_active = context != net.contexts.end() && context->second.is_active;
   if (!net.require(is_active, kind, "on a TLS session that is not active")) return nullptr;
@@ -41,7 +41,8 @@ fake_socket* protected_socket(fake_platform& net, uint32_t session, net_call kin
 
 // A read or write: `move` moves bytes, whose count goes to `count`, or gives an error.
 template <typename Move>
-int32_t transfer(net_call kind, uint32_t session, int32_t timeout_ms, int32_t* count, Move&& move) {
+int32_t transfer(const std::string& kind, uint32_t session, int32_t timeout_ms, int32_t* count,
+                 Move&& move) {
   const net_entry entry;
   fake_platform& net = entry.net;
   net.begin(kind, timeout_ms);
@@ -59,31 +60,31 @@ using namespace tav_test;
 int32_t tlsw_init(uint32_t* context) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  const auto forced = net.forced(net_call::tls_init);
+  const auto forced = net.forced("tls_init");
   if (!forced) net.contexts[*context = net.next_context++];
-  return net.done(net_call::tls_init, forced.value_or(TLSW_OK));
+  return net.done("tls_init", forced.value_or(TLSW_OK));
 }
 
 int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
                            uint32_t* session) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  net.begin(net_call::tls_connect, param->timeout_ms);
+  net.begin("tls_connect", param->timeout_ms);
   std::string options;
   for (const uint8_t byte : param->option)
     options += (options.empty() ? "" : " ") + std::to_string(byte);
   const bool known =
-      net.require(net.contexts.count(context) != 0, net_call::tls_connect, "without a context");
-  const auto forced = net.forced(net_call::tls_connect);
+      net.require(net.contexts.count(context) != 0, "tls_connect", "without a context");
+  const auto forced = net.forced("tls_connect");
   const int32_t result = forced  ? *forced
                          : known ? shake_hands(net, context, param->sock, session)
                                  : int32_t{TLSW_ERR_PARAM};
-  return net.done(net_call::tls_connect, result, options);
+  return net.done("tls_connect", result, options);
 }
 
 int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
                         int32_t* count) noexcept {
-  return transfer(net_call::tls_read, session, timeout_ms, count,
+  return transfer("tls_read", session, timeout_ms, count,
                   [=](fake_platform& net, fake_socket& sock) -> int32_t {
                     if (!sock.has_inbound() && !sock.peer_gone) return TLSW_ERR_TIMEOUT;
                     *count = sock.has_inbound() ? net.take(sock, data, len) : 0;
@@ -93,7 +94,7 @@ int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeo
 
 int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_t timeout_ms,
                          int32_t* count) noexcept {
-  return transfer(net_call::tls_write, session, timeout_ms, count,
+  return transfer("tls_write", session, timeout_ms, count,
                   [=](fake_platform& net, fake_socket& sock) -> int32_t {
                     if (sock.peer_gone) return TLSW_ERR_WRITE;
                     *count = net.give(sock, data, len);
@@ -105,26 +106,25 @@ int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_
 int32_t tlsw_shutdown(uint32_t session) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  fake_socket* const sock = protected_socket(net, session, net_call::tls_shutdown);
-  const auto forced = net.forced(net_call::tls_shutdown);
+  fake_socket* const sock = protected_socket(net, session, "tls_shutdown");
+  const auto forced = net.forced("tls_shutdown");
   net.contexts[session ^ session_bit].is_active = false;
   if (sock != nullptr) sock->peer_leaves();
   const int32_t result = sock != nullptr ? TLSW_OK : TLSW_ERR_PARAM;
-  return net.done(net_call::tls_shutdown, forced.value_or(result));
+  return net.done("tls_shutdown", forced.value_or(result));
 }
 
 int32_t tlsw_term(uint32_t context) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  const auto forced = net.forced(net_call::tls_term);
+  const auto forced = net.forced("tls_term");
   const auto found = net.contexts.find(context);
-  const bool known =
-      net.require(found != net.contexts.end(), net_call::tls_term, "without a context");
+  const bool known = net.require(found != net.contexts.end(), "tls_term", "without a context");
   if (known) {
-    net.require(!found->second.is_active, net_call::tls_term, "of a session that is not shut down");
+    net.require(!found->second.is_active, "tls_term", "of a session that is not shut down");
     const auto sock = net.sockets.find(found->second.sock);
     if (sock != net.sockets.end()) sock->second.under_tls = false;
     net.contexts.erase(found);
   }
-  return net.done(net_call::tls_term, forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
+  return net.done("tls_term", forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
 }

@@ -21,6 +21,7 @@ import termios
 import time
 from pathlib import Path
 
+from provider import Provider
 from runs import HOST, TAVMAIL, Host, columns, environment, faults_of, talk
 
 # The name of a file in a mail, and that of the file that is saved.
@@ -35,6 +36,8 @@ NAMES = [
     ("x" * 300 + ".pdf", "x" * 196 + ".pdf"), ("日" * 100 + ".tiff", "日" * 65 + ".tiff"),
     ("filename*=EUC-JP'ja'%C6%FC%CB%DC", "日本"), ("filename*=gb2312''%CE%E4", "武"),
     ("filename=\"=?KOI8-R?B?z8s=?= =?utf-8?Q?_?=\"", "ок"),
+    ("filename*0*=UTF-8''%E6%97;\r\n filename*1*=%A5%zz; filename*2=\"%41.p\"", "日%zz%41.p"),
+    ("filename*0=a; filename*1*=''b; filename*3=c", "a''b"),
 ]
 # A subject, the character set that its mail names, and what is shown.
 SUBJECTS = [
@@ -58,6 +61,23 @@ SUBJECTS = [
 ]
 
 
+# The type of a text, its bytes, and what is saved as UTF-8.
+JAPANESE = "日本語の文①\n" * 20000 + "終"
+TEXTS = [
+    ("text/plain; charset=Shift_JIS", JAPANESE.encode("cp932"), JAPANESE),
+    ("text/plain; charset=iso-2022-jp", JAPANESE.replace("①", "一").encode("iso-2022-jp"),
+     JAPANESE.replace("①", "一")),
+    ("text/plain", "本\n".encode("iso-2022-jp"), "本\n"), ("text/plain", "é\n".encode(), "é\n"),
+    ("text/plain; charset=utf-16", ("é" * 50000).encode("utf-16"), "é" * 50000),
+    ("text/plain; charset=GB2312", ("武a" * 50000).encode("gb2312"), "武a" * 50000),
+    ("text/plain; charset=shift_jis", ("本a" * 50000).encode("cp932"), "本a" * 50000),
+    ("text/html; charset=windows-1252", "<p>€</p>".encode("cp1252"), "\ufeff<p>€</p>"),
+    # As they came: what cannot be read, what names its set itself, and files.
+    ("text/plain; charset=shift_jis", b"a" * 70000 + b"\x93", b"a" * 70000 + b"\x93"),
+    ("text/plain; charset=nobody", b"\xe9", b"\xe9"), ("text/plain; charset=gbk", b"", b""),
+    ("text/xml; charset=koi8-r", b"\xcf", b"\xcf"),
+    ("text/plain; charset=koi8-r; name=a.txt", b"\xcf", b"\xcf"),
+]
 # Mails that formats and readers could spoil.
 WHOLE = [
     b"", b"\r\n", b"Subject: a\r\n\r\n.\r\n..\r\n.x\r\n\r\n", b"A: \0\xff\r\n\r\n" + b"x" * 99999,
@@ -111,6 +131,22 @@ def check_subjects(folder):
     wrong = [(*row, text) for row, text in zip(SUBJECTS, shown) if row[2] != text]
     assert not wrong and len(shown) == len(SUBJECTS), wrong
     assert all(columns(line) <= 80 for line in receive(host).splitlines())
+    return host
+
+
+def check_texts(folder):
+    """Texts are saved as UTF-8, in bounded memory, and the set that they came in is told."""
+    host = host_with(folder, *[
+        f"Content-Type: {kind}\r\nContent-Transfer-Encoding: base64\r\n\r\n".encode() +
+        base64.encodebytes(text) for kind, text, _ in TEXTS])
+    for box, option, wanted in (
+            ("utf8", [], [text.encode() if isinstance(text, str) else text for *_, text in TEXTS]),
+            ("kept", ["--original-charset"], [text for _, text, _ in TEXTS])):
+        told = json.loads(receive(host, "-d", box, "--json", *option))["messages"]
+        saved = [Path(folder, box, mail["parts"][0]["file"]).read_bytes() for mail in told]
+        assert saved == wanted, [(kind, text[:50]) for (kind, *_), text in zip(TEXTS, saved)]
+        assert told[0]["parts"][0]["charset"] == "Shift_JIS", told[0]
+        assert [mail["parts"][0]["bytes"] for mail in told] == list(map(len, wanted))
     return host
 
 
@@ -213,6 +249,19 @@ def check_completion(folder):
     assert code == 0, (code, shown)
 
 
+def check_consent_on_terminal(folder):
+    """A square to scan, and how long the code holds."""
+    provider = Provider(folder)
+    provider.words = ["device", "authorization_pending", "ok"]
+    place = f"http://127.0.0.1:{provider.server_port}"
+    Path(folder, "own").write_text(f"[a.oauth]\ndevice_endpoint = '{place}/device'\n"
+                                   f"token_endpoint = '{place}/token'\nclient_id = 'tool'\n")
+    shown, code, _ = on_terminal(folder, [TAVMAIL, "authorize", "a", "--config", "own"])
+    square = re.findall("\x1b\\[30;107m([ ▀▄█]+)\x1b", shown)
+    assert code == 0 and "the code holds for 0:5" in shown, shown
+    assert len(square) == (len(square[0]) + 1) // 2 > 10 and len(set(map(len, square))) == 1, shown
+
+
 def check_terminal_of_host(folder):
     """Colours on a terminal; Ctrl-C ends it and takes the private folder along."""
     def quit_at_once(shown):
@@ -251,8 +300,9 @@ def check_greedy_clients(folder):
     return host
 
 
-for check in (check_names, check_subjects, check_whole_mails, check_terminal, check_completion,
-              check_terminal_of_host, check_greedy_clients):
+for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
+              check_completion, check_consent_on_terminal, check_terminal_of_host,
+              check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
         used = check(own)

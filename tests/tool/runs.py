@@ -36,6 +36,7 @@ SECRETS = ("geheim", base64.b64encode(b"geheim").decode(),
            *(base64.b64encode(ACCESS[i:i + 9].encode()).decode() for i in range(3)))
 OPENSSL = "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
 FILES = {"config": "config/tavmail/config.toml", "system": "system.toml"}
+MEMORY = {"never": 0, "once": 1}  # how often it has a text
 kept = []  # sockets and pipes that stay open
 
 
@@ -321,9 +322,10 @@ class Job:
                     time.sleep(0.02)
                 time.sleep(0.3)  # and the program has come to wait
                 for word in row.words:
-                    if word.startswith("once "):
-                        count = places_of(word[5:].encode(), process.pid)
-                        assert count == 1, f"{count} times in memory: {word[5:]}"
+                    kind, _, secret = word.partition(" ")
+                    if kind in MEMORY:
+                        count = places_of(secret.encode(), process.pid)
+                        assert count == MEMORY[kind], f"{count} times in memory: {secret}"
                 os.kill(process.pid, getattr(signal, "SIG" + row.code.split(":")[0]))
             _, status, usage = os.wait4(process.pid, 0)
             timer.cancel()
@@ -378,7 +380,7 @@ class Job:
         if kind == "grown":
             assert most < self.most + int(rest), f"{self.most}, then {most} kB"
             return True
-        return self.shell(rest) if kind == "$" else kind == "once" or word in text
+        return self.shell(rest) if kind == "$" else kind in MEMORY or word in text
 
 
 def main():

@@ -16,7 +16,7 @@ enum TAV_WIRETAP_EVENT : int32_t {
   TAV_WIRETAP_CONNECTED = 1,    // the same address answered
   TAV_WIRETAP_SENT = 2,         // bytes: moved to the peer
   TAV_WIRETAP_RECEIVED = 3,     // bytes: moved from the peer
-  TAV_WIRETAP_TLS_STARTED = 4,  // text: protocol version and cipher
+  TAV_WIRETAP_TLS_STARTED = 4,  // text: protocol version ("TLSv1.3"), a blank, cipher
   // text, two lines: why the certificate was refused, one of TAV_TLS_REFUSED_...; then the same as
   // a sentence for a person, or nothing
   TAV_WIRETAP_TLS_REFUSED = 5,
