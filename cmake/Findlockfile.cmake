@@ -1,7 +1,7 @@
-# liblockfile: the target lockfile::lockfile. It is small, and taken into the program where it can.
+# liblockfile: the target lockfile::lockfile.
 
 find_path(lockfile_INCLUDE_DIR lockfile.h)
-find_library(lockfile_LIBRARY NAMES liblockfile.a lockfile)
+find_library(lockfile_LIBRARY lockfile)
 mark_as_advanced(lockfile_INCLUDE_DIR lockfile_LIBRARY)
 if(lockfile_INCLUDE_DIR AND lockfile_LIBRARY)
   set(lockfile_FOUND TRUE)

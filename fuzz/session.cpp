@@ -2,9 +2,9 @@
 //
 // Control bytes: failing allocation, and whether all later ones fail; bytes per call of the network
 // (0: all); the network call that fails (0: none); flags (1 all later calls fail too, 2 with a
-// time-out, 4 the server closes when it has said all); TLS mode; kind of login, from 5 on with tokens. Then a line: what
-// the application does, one letter for each step. The rest is what the server says; a 0x1E waits
-// until it has something to say again.
+// time-out, 4 the server closes when it has said all); TLS mode; kind of login, from 5 on with
+// tokens. Then a line: what the application does, one letter for each step. The rest is what the
+// server says; a 0x1E waits until it has something to say again.
 
 #include <algorithm>
 

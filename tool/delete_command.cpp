@@ -76,9 +76,10 @@ std::vector<listed_mail> delete_mails(const delete_options& options) {
   mark(chosen, visit);
   if (visit.quit_is_confirmed()) return chosen;
   interrupt_guard::check("the server did not confirm what it was to delete");
-  throw problem(EX_TEMPFAIL, options.mailbox.place() +
-                                 " did not confirm the deletion; see tavmail list for the rest")
-      .at("the goodbye", reply_text(visit.view().decisive()), "");
+  problem cause(EX_TEMPFAIL, options.mailbox.place() +
+                                 " did not confirm the deletion; see tavmail list for the rest");
+  cause.at("the goodbye", reply_text(visit.view().decisive()), "");
+  throw problem(cause);
 }
 
 std::string json_of(const std::vector<listed_mail>& deleted, const problem* cause) {
@@ -112,7 +113,7 @@ int run_delete(command_line& command, delete_options& options) {
                 << ") deleted\n";
     }
   }
-  if (end) throw *end;
+  if (end) throw problem(*end);
   return EX_OK;
 }
 

@@ -1,6 +1,5 @@
 // tavmail list.
 
-#include <libsmartcols/libsmartcols.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -24,6 +23,7 @@
 #include "received_text.h"
 #include "seen_file.h"
 #include "seen_path.h"
+#include "text_table.h"
 #include "whole_mail.h"
 
 namespace tavmail {
@@ -107,44 +107,9 @@ size_t terminal_width() {
   return is_terminal ? size.ws_col : kColumns;
 }
 
-// Texts in it are fit to be shown already.
-class table {
- public:
-  table() {
-    if (m_table == nullptr) throw std::bad_alloc();
-    scols_table_enable_noencoding(m_table.get(), 1);
-    scols_table_set_termforce(m_table.get(), SCOLS_TERMFORCE_ALWAYS);
-    scols_table_set_termwidth(m_table.get(), terminal_width());
-  }
-
-  void add_column(const char* name, double width, int flags) {
-    if (scols_table_new_column(m_table.get(), name, width, flags) == nullptr)
-      throw std::bad_alloc();
-  }
-
-  void add_line(const std::vector<std::string>& cells) {
-    libscols_line* const line = scols_table_new_line(m_table.get(), nullptr);
-    if (line == nullptr) throw std::bad_alloc();
-    for (size_t i = 0; i < cells.size(); ++i) {
-      if (scols_line_set_data(line, i, cells[i].c_str()) != 0) throw std::bad_alloc();
-    }
-  }
-
-  std::string text() const {
-    char* data = nullptr;
-    if (scols_print_table_to_string(m_table.get(), &data) != 0) throw std::bad_alloc();
-    const std::unique_ptr<char, decltype(&std::free)> owner(data, std::free);
-    return data != nullptr ? data : "";
-  }
-
- private:
-  std::unique_ptr<libscols_table, decltype(&scols_unref_table)> m_table{scols_new_table(),
-                                                                        scols_unref_table};
-};
-
 // The mails, one line each after that of the titles.
 std::string table_of(const std::vector<shown_mail>& mails, bool has_uids) {
-  table out;
+  text_table out(terminal_width());
   out.add_column("NO", 1, SCOLS_FL_RIGHT);
   out.add_column("", 1, 0);
   out.add_column("SIZE", 1, SCOLS_FL_RIGHT);
@@ -286,7 +251,7 @@ int run_list(command_line& command, list_options& options) {
   } else if (!end) {
     std::cout << "the mailbox is empty\n";
   }
-  if (end) throw *end;
+  if (end) throw problem(*end);
   return EX_OK;
 }
 

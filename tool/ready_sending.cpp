@@ -1,6 +1,9 @@
 #include "ready_sending.h"
 
+#include <algorithm>
+
 #include "envelope.h"
+#include "message_text.h"
 #include "problem.h"
 #include "quorvelmida/taveml_easy_text.h"
 #include "ready_mail.h"
@@ -31,13 +34,20 @@ envelope envelope_of(const header_block& header, const ready_options& options) {
   throw problem(EX_DATAERR, "no recipient: the mail names none in To, Cc or Bcc");
 }
 
+// "NAME" <ADDRESS>, the name as words where it has to be.
+std::string author_with(const std::string& name, const std::string& address) {
+  std::string quoted;
+  for (const char ch : name) quoted += (ch == '"' || ch == '\\' ? "\\" : "") + std::string(1, ch);
+  std::string value =
+      encoded_addresses("-F", "\"" + quoted + "\" <" + address + ">", TAV_EML_CS_UTF_8);
+  value.erase(std::remove(value.begin(), value.end(), '\r'), value.end());  // of its folds
+  return value;
+}
+
 void complete(header_block& header, const envelope& known, const ready_options& options) {
   if (!header.has("From")) {
-    const std::string author =
-        options.author_name.empty()
-            ? known.sender
-            : easy::named_address(options.author_name, known.sender, TAV_EML_CS_UTF_8);
-    header.add("From", author);
+    const std::string& name = options.author_name;
+    header.add("From", name.empty() ? known.sender : author_with(name, known.sender));
   }
   if (!header.has("Date")) header.add("Date", easy::date_now());
   if (header.has("Message-Id")) return;

@@ -123,6 +123,10 @@ class request {
   }
 
   web_answer send(const std::string& host) {
+    // Some give forms to who does not ask for this.
+    const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
+        curl_slist_append(nullptr, "Accept: application/json"), curl_slist_free_all);
+    set(CURLOPT_HTTPHEADER, headers.get());
     web_answer answer;
     char details[CURL_ERROR_SIZE] = "";
     set(CURLOPT_ERRORBUFFER, details);

@@ -12,7 +12,6 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +26,7 @@
 #include "handle_table.h"
 #include "immortal.h"
 #include "port_time.h"
+#include "record_heads.h"
 #include "tav_netsock_tls.h"
 #include "tls_port.h"
 #include "tlsw.h"
@@ -83,16 +83,10 @@ struct session {
   int fd = 0;
   std::string server;               // that the certificate is to be for
   const deadline* until = nullptr;  // of the call that is going on
-  bool is_established = false;
-  bool is_ended = false;   // by the peer, with close_notify
-  bool is_broken = false;  // no further call
-  int error = 0;           // of mbedTLS
-  // The head of the next record: what has come of it, what has been handed out.
-  std::array<unsigned char, 9> head = {};
-  size_t came = 0;
-  size_t handed = 0;
-  size_t body = 0;  // bytes of the record that follow
-  int requests = 0;
+  bool is_ended = false;            // by the peer, with close_notify
+  bool is_broken = false;           // no further call
+  int error = 0;                    // of mbedTLS
+  record_heads heads;
   // Of the certificate, when it was checked.
   uint32_t faults = 0;
   const char* refused = TAV_TLS_REFUSED_OTHER;
@@ -128,57 +122,19 @@ int fetch(session& s, unsigned char* data, size_t length) {
   return count < 0 && is_retry() ? MBEDTLS_ERR_SSL_WANT_READ : MBEDTLS_ERR_SSL_CONN_EOF;
 }
 
-constexpr size_t kHead = 5;  // type, version, length
-
-// How much of a record is looked at: four bytes in a handshake may be a HelloRequest.
-size_t head_size(const session& s) {
-  if (s.came < kHead) return kHead;
-  const bool is_short = s.head[3] == 0 && s.head[4] == 4;
-  return s.head[0] == MBEDTLS_SSL_MSG_HANDSHAKE && is_short ? s.head.size() : kHead;
-}
-
-bool is_hello_request(const session& s) {
-  return s.came == s.head.size() && std::count(&s.head[kHead], s.head.end(), 0) == 4;
-}
-
-// mbedTLS declines a renegotiation and goes on, and does not know that a request for one during a
-// handshake is to be ignored: both are looked for here.
-int fetch_head(session& s) {
-  while (s.came < head_size(s)) {
-    const int count = fetch(s, &s.head[s.came], head_size(s) - s.came);
-    if (count <= 0) return count;
-    s.came += static_cast<size_t>(count);
-    if (s.came < kHead) continue;
-    if (s.head[0] < MBEDTLS_SSL_MSG_CHANGE_CIPHER_SPEC ||
-        s.head[0] > MBEDTLS_SSL_MSG_APPLICATION_DATA || s.head[1] != MBEDTLS_SSL_MAJOR_VERSION_3) {
-      return MBEDTLS_ERR_SSL_INVALID_RECORD;
-    }
-    const bool is_late = s.head[0] == MBEDTLS_SSL_MSG_HANDSHAKE && s.is_established;
-    if (is_late || (is_hello_request(s) && ++s.requests > 1)) {
-      return MBEDTLS_ERR_SSL_UNEXPECTED_MESSAGE;
-    }
-    if (is_hello_request(s)) s.came = 0;  // to be ignored (RFC 5246, 7.4.1.1), but not for ever
-  }
-  s.body = (static_cast<size_t>(s.head[3]) << 8 | s.head[4]) + kHead - s.came;
-  return static_cast<int>(s.came);
-}
-
+// mbedTLS declines a renegotiation and goes on, and knows no request within a handshake.
 int receive_bytes(void* of, unsigned char* data, size_t length) {
   session& s = *static_cast<session*>(of);
-  if (s.body == 0 && s.handed == s.came) s.came = s.handed = 0;
-  if (s.handed == 0) {
-    const int result = fetch_head(s);
-    if (result <= 0) return result;
+  const auto from_socket = [&](unsigned char* room, size_t size) { return fetch(s, room, size); };
+  const int count = s.heads.receive(from_socket, data, length);
+  switch (s.heads.found()) {
+    case record_heads::fault::not_tls:
+      return MBEDTLS_ERR_SSL_INVALID_RECORD;
+    case record_heads::fault::renegotiation:
+      return MBEDTLS_ERR_SSL_UNEXPECTED_MESSAGE;
+    default:
+      return count;
   }
-  if (s.handed < s.came) {
-    const size_t count = std::min(length, s.came - s.handed);
-    std::memcpy(data, &s.head[s.handed], count);
-    s.handed += count;
-    return static_cast<int>(count);
-  }
-  const int count = fetch(s, data, std::min(length, s.body));
-  if (count > 0) s.body -= static_cast<size_t>(count);
-  return count;
 }
 
 enum class io_result { done, closed, timeout, failed };
@@ -366,7 +322,7 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
       return certificate_refused(s.refused, s.sentence);
     return handshake_failed(TLSW_ERR_CONNECT, failure_reason(s));
   }
-  s.is_established = true;
+  s.heads.end_handshake();
   const mbedtls_x509_crt* const certificate = mbedtls_ssl_get_peer_cert(&s.ssl);
   if (!check && has_wiretap() && certificate != nullptr) text_of(*certificate).tell();
   return handshake_started(mbedtls_ssl_get_version(&s.ssl), mbedtls_ssl_get_ciphersuite(&s.ssl));

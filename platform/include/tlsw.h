@@ -69,9 +69,9 @@
 //  - They check the dates only where they are built with a clock.
 //  - With checking off they do not keep the peer's certificate, so that it cannot be told.
 //  - They call an end without close_notify a clean one, or the reverse.
-//  - They read the whole trust store for each context. That of a desktop (about 140 certificates)
-//    takes 3 ms and 0.5 MB with OpenSSL on a PC; a device has those authorities that it needs, or
-//    keeps one parsed store for all contexts.
+//  - They read the whole trust store for each context. That of a desktop (144 certificates) takes
+//    26 ms and 0.8 MB with OpenSSL 3 on a PC, 4 ms and 0.4 MB with mbedTLS 2.28. A device has those
+//    authorities that it needs, or keeps one parsed store for all contexts.
 
 #ifndef TLSW_H
 #define TLSW_H

@@ -18,13 +18,13 @@ struct certificate_refusal {
   bool is_check = false;  // the check counts
 };
 
-// Reads the trust store. True when there is a certificate to trust: in the file, or in a folder that
-// is looked into again when one is wanted.
+// Reads the trust store. True when there is a certificate to trust: in the file, or in a folder
+// that is looked into again when one is wanted.
 bool has_trust_store(SSL_CTX* context);
 
-// Tells the session which server it is for: `server` of the refusal is sent (not an address literal)
-// and, with `is_check`, the chain, dates and name are checked. `refusal` outlives the handshake.
-// False when that cannot be set up.
+// Tells the session which server it is for: `server` of the refusal is sent (not an address
+// literal) and, with `is_check`, the chain, dates and name are checked. `refusal` outlives the
+// handshake. False when that cannot be set up.
 bool set_server_name(SSL* ssl, certificate_refusal& refusal);
 
 #endif

@@ -77,6 +77,7 @@ constexpr char kSecret[] = "tanstaaf";  // every password begins so
 constexpr int kSeconds = 7;             // every time-out
 
 class device {
+  const new_failure_pause m_pause = {};         // what is not the library's never fails
   std::unique_ptr<mailhost::mail_host> m_host;  // outlives the sockets of `net`
 
  public:
@@ -160,6 +161,7 @@ class device {
   }
   // The objects, made of the settings when they are first wanted.
   objects& made();
+  void drop();
 
   // Words of both protocols, and of one.
   void add_setups();

@@ -75,35 +75,6 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
   EXPECT_EQ(sock, -5);
 }
 
-TEST_F(Direct, secrets_are_wiped_from_the_session) {
-  mailhost::settings offers;
-  offers.users = {{"u", kSecret}};
-  offers.methods = {"PLAIN"};
-  mailhost::mail_host server(offers);
-  net.serve(kAddress, server);
-  _tav_eml_smtp_setting record;
-  record.server = kServer;
-  record.port = 25;
-  record.auth_kind = 1;
-  record.user_id = "u";
-  record.password = kSecret;
-  const tav_eml_smtp_settings settings(record);
-  tav_eml_smtp_command command;
-  ntssmtp_fileptr* session = nullptr;
-  ASSERT_EQ(command.tav_eml_smtp_connect_start(&settings, &session), TAV_EML_OK);
-  for (const char* buffer : {session->send_buffer, session->recv_buffer}) {
-    const std::string held(buffer, SMTP_BUFFER_SIZE);
-    EXPECT_EQ(held.find(kSecret), std::string::npos);
-    EXPECT_EQ(held.find("dGFuc3RhYW"), std::string::npos);
-  }
-  EXPECT_STREQ(session->recv_buffer, "235 2.7.0 logged in\r\n");
-  EXPECT_EQ(command.tav_eml_smtp_disconnect(&settings, session), TAV_EML_OK);
-  EXPECT_EQ(session->sock, 0);
-  UtlOS::MemFree(session->send_buffer);
-  UtlOS::MemFree(session->recv_buffer);
-  UtlOS::MemFree(session);
-}
-
 // Without moving so much: the operation that counts a line's bytes is told of a long one.
 TEST_F(Direct, a_message_ends_at_two_gibibytes) {
   using parser = tav_eml_mlutl_receive;
@@ -131,16 +102,6 @@ TEST_F(Direct, a_message_ends_at_two_gibibytes) {
     EXPECT_EQ(sock, 0);
     log.clear();
   }
-}
-
-TEST_F(Direct, codes_of_the_parser_are_those_of_the_facade) {
-  const TAV_EML_RESULT codes[] = {
-      TAV_EML_OK,         TAV_EML_ERR_UNKNOWN,   TAV_EML_ERR_NOT_CONNECTED,
-      TAV_EML_ERR_REPLY,  TAV_EML_ERR_NO_MEMORY, TAV_EML_ERR_UNKNOWN,
-      TAV_EML_ERR_UNKNOWN};
-  for (int32_t i = 0; i < 7; ++i)
-    EXPECT_EQ(tav_eml_pop3_boundary::convert_utl_retcode(static_cast<TAV_EML_UTL_RETCODE>(i)),
-              codes[i]);
 }
 
 }  // namespace

@@ -21,18 +21,7 @@ namespace dialogue {
 
 using std::string;
 
-namespace {
-
-const std::map<string, TAV_EML_TRANSFER_ENCODING> kEncodings = {
-    {"7bit", TAV_EML_TE_7BIT},
-    {"8bit", TAV_EML_TE_8BIT},
-    {"base64", TAV_EML_TE_BASE64},
-    {"qp", TAV_EML_TE_QUOTED_PRINTABLE}};
-const std::map<string, TAV_EML_CHAR_SET> kCharSets = {{"iso-2022-jp", TAV_EML_CS_ISO_2022_JP},
-                                                      {"shift_jis", TAV_EML_CS_SHIFT_JIS},
-                                                      {"utf-8", TAV_EML_CS_UTF_8}};
-
-}  // namespace
+using type = tav_eml_mlutl_mail_type;
 
 // Without the subject, which goes out as it was given when there is no memory to encode it.
 string device::mails_sent() {
@@ -76,8 +65,11 @@ void device::add_fields() {
       {"subject", into(m_mail.m_cSubject)},
       {"date", into(m_mail.m_cDate)},
       {"boundary", into(m_mail.m_cBoundaryString)},
-      {"encoding", [this](const string& v) { m_mail.m_nTransferEncoding = kEncodings.at(v); }},
-      {"charset", [this](const string& v) { m_mail.m_nCharSet = kCharSets.at(v); }},
+      {"encoding",
+       [this](const string& v) {
+         m_mail.m_nTransferEncoding = type::test_transfer_encoding(v.c_str());
+       }},
+      {"charset", [this](const string& v) { m_mail.m_nCharSet = type::test_char_set(v.c_str()); }},
       {"file", [this](const string& v) { m_mail.m_pPart->m_cFIleName = v.c_str(); }},
   });
   m_settings["inline"] = [this](const string&) {

@@ -82,6 +82,9 @@ def compare_part(found, part, data):
     if tidy(found["name"]) not in names:
         yield f"name {found['name']}, should be one of {names}"
     expected = part.get_payload(decode=True)
+    if found["saved_charset"] != found["charset"]:
+        mark = "\ufeff" if kind == "text/html" else ""
+        expected = (mark + expected.decode(found["charset"])).encode()
     if data not in (expected, expected + b"\r\n"):
         yield f"data {data[:99]}, should be {expected[:99]}"
 

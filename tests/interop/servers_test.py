@@ -184,6 +184,16 @@ def test_foreign_mails():
     for number, (path, raw) in mails.items():
         differences = [*foreign_mails.compare(found[number], raw, "saved")]
         assert bool(differences) == path.endswith(foreign_mails.KNOWN), (path, differences)
+    # All of them once more, whole.
+    whole = {"--folder": "all", "--format": "eml", "--all": ""}
+    assert tavmail("receive", 2110, {**RIGHT, **whole})[0] == 0
+    wholes = [path.read_bytes() for path in sorted(Path("all").iterdir())]
+    wrong = [path for (path, raw), whole in zip(mails.values(), wholes) if raw != whole]
+    assert not wrong and len(wholes) == len(mails), wrong
+    shown = tavmail("list", 2110, {**RIGHT, "--max": "3"})
+    assert shown[0] == 0 and not shown[2][0]["new"] and shown[2][2]["uid"], shown
+    assert tavmail("delete", 2110, {**RIGHT, "--uid": shown[2][2]["uid"]})[0] == 0
+    assert tavmail("delete", 2110, {**RIGHT, "--uid": shown[2][2]["uid"]})[0] == 65
     return print(len(mails), "mails of others read")
 
 

@@ -10,6 +10,7 @@ namespace {
 
 TEST(LogContract, one_call_is_one_clean_line) {
   static std::string told;
+  told = "";
   tav_dbglog_common::set_sink(
       [](void*, const char*, int, const char* line) { told += std::string(line) + "\n"; }, nullptr);
   tav_dbglog* const log = tav_dbglog_common::get_instance();

@@ -11,9 +11,12 @@
 #include "socket_fixture.h"
 #include "tls_channel.h"
 #include "tlsw.h"
-#include "trust_hook.h"
 
 namespace contract {
+
+// From the next context on the trust store is this file: certificates in PEM form, or nothing of
+// use, or no file at all. trust_hook.cpp, which a maker replaces.
+void trust(const std::string& file);
 
 using mailhost::certificate_fault;
 class tls_line;

@@ -134,9 +134,11 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
   const std::string request = "\x16\3\3\0\4\0\0\0\0"s;  // HelloRequest
   // A TLS 1.0 server that answers all the same.
   const std::string old = "\x16\3\1\0\x2A\2\0\0\x26\3\1"s + std::string(32, 'r') + "\0\0\x2F\0"s;
-  const step flood = repeat([=](SSL*, tls_line& line) {
-    return send(line.ends.theirs, request.data(), request.size(), MSG_NOSIGNAL);
-  });
+  const auto flood = [](const std::string& text) {
+    return repeat([=](SSL*, tls_line& line) {
+      return send(line.ends.theirs, text.data(), text.size(), MSG_NOSIGNAL);
+    });
+  };
   const step renegotiate = repeat(
       [](SSL* ssl, tls_line&) { return SSL_renegotiate(ssl) > 0 ? SSL_do_handshake(ssl) : 0; });
   const step new_keys = repeat([](SSL* ssl, tls_line&) {
@@ -159,7 +161,7 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
       {{hold}, kLate, TAV_TLS_FAILED_TIMEOUT},
       {{hear, say("\x16\3\3"), hold}, kLate, TAV_TLS_FAILED_TIMEOUT},
       {{hear, drip("\x16\3\3\x40\0"s + std::string(40, 2))}, kLate, TAV_TLS_FAILED_TIMEOUT},
-      {{hear, flood}, kFails, ""},
+      {{hear, flood(request)}, kFails, ""},
       {{hear, cut}, kFails, TAV_TLS_FAILED_CUT},
       {{hear, say("\x16\3\3"), cut}, kFails, TAV_TLS_FAILED_CUT},
       {{cut}, kFails, TAV_TLS_FAILED_CUT, 0, lose},
@@ -187,7 +189,7 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
       const int32_t result = test.told != nullptr ? test.result : TLSW_OK;
       EXPECT_EQ(line.result, result);
       EXPECT_TRUE(result != kLate || line.took >= 400);
-      EXPECT_LT(line.took, 900);
+      EXPECT_LT(line.took, 1500);
       told.expect(result, test.told != nullptr ? test.told : "");
       if (test.told != nullptr || SSL_version(line.peer.get()) != TLS1_VERSION + newest - 1)
         continue;
@@ -199,11 +201,17 @@ TEST(TlsContract, a_handshake_or_read_ends_in_time_and_tells_an_end_from_a_cut) 
         const bool is_attack = test.only == 4 && read == TLSW_ERR_READ;
         EXPECT_TRUE(read == test.result || is_attack) << read;
         EXPECT_EQ(text, "");
-        EXPECT_LT(watch.elapsed(), 900);
+        EXPECT_LT(watch.elapsed(), 1500);
       }
       EXPECT_TRUE(test.result != TLSW_ERR_READ || line.write("x") == TLSW_ERR_WRITE);
     }
   }
+  // Warnings without end: a library may fail, or wait for their end, but not beyond its time.
+  far_end far;
+  far.steps = {hear, flood("\x15\3\3\0\2\1\x5A"s)};
+  const tls_line line({0, 3}, 400, far);
+  EXPECT_TRUE(line.result == kFails || line.result == kLate) << line.result;
+  EXPECT_LT(line.took, 900);
 }
 
 TEST(TlsContract, a_wait_ends_at_its_time_and_no_signal_shortens_it) { expect_timely(kTlsWaits); }
@@ -268,12 +276,12 @@ TEST(TlsContract, bytes_go_both_ways_and_a_write_to_a_slow_peer_has_one_deadline
     line.result = line.write(sent.substr(0, 65536), 400);
   }
   EXPECT_EQ(line.result, TLSW_ERR_TIMEOUT);
-  EXPECT_LT(watch.elapsed(), 600);
+  EXPECT_LT(watch.elapsed(), 1000);
   watch = stopwatch();  // half a record may be out
   EXPECT_EQ(line.write("x"), TLSW_ERR_WRITE);
   EXPECT_EQ(line.read(text), TLSW_ERR_READ);
   EXPECT_EQ(tlsw_shutdown(line.session), TLSW_OK);
-  EXPECT_LT(watch.elapsed(), 100);
+  EXPECT_LT(watch.elapsed(), 300);
   shutdown(line.ends.theirs, SHUT_RDWR);
 }
 
@@ -283,7 +291,7 @@ TEST(TlsContract, a_shutdown_says_goodbye_and_waits_for_nothing) {
     if (is_full) fill(line.ends.ours, 400);
     const stopwatch watch;
     const int32_t result = tlsw_shutdown(line.session);
-    EXPECT_LT(watch.elapsed(), 100);
+    EXPECT_LT(watch.elapsed(), 300);
     std::string text;
     EXPECT_EQ(line.read(text), TLSW_ERR_READ);
     EXPECT_EQ(line.write("x"), TLSW_ERR_WRITE);

@@ -118,7 +118,7 @@ void UtlOS::MemFree(void* block) noexcept {
   if (block == nullptr) return;
   const std::string_view text(static_cast<char*>(block), malloc_usable_size(block));
   for (const std::string& secret : secrets)
-    if (text.find(secret) != text.npos) ++secrets_left;
+    if (new_failure_pauses == 0 && text.find(secret) != text.npos) ++secrets_left;
   device.take_back(block);
 }
 

@@ -72,14 +72,6 @@ int32_t connect_to(fake_platform& net, fake_socket& sock, const std::string& tar
   return 0;
 }
 
-// Answers a call with what the script forces on it, or what `body` does.
-template <typename Body>
-int32_t answer(const std::string& kind, const std::string& detail, Body&& body) {
-  const net_entry entry;
-  const auto forced = entry.net.forced(kind);
-  return entry.net.done(kind, forced ? *forced : body(entry.net), detail);
-}
-
 // A send or a receive; `move` gives its count or error.
 template <typename Move>
 int32_t transfer(const std::string& kind, int32_t sock, int32_t timeout_ms, Move&& move) {

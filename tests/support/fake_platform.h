@@ -119,7 +119,7 @@ class fake_platform {
   // sleeps and dripping receives.
   int64_t clock = 0;
 
-  // What is still open: one line for each kind of socket, TLS context, resolver answer.
+  // That something is still open: a socket, a TLS context, a resolver answer.
   std::string leaks() const;
   // No leaks, and nothing that the caller did wrong: use after close, bytes in clear while TLS is
   // active, a socket closed before its TLS was ended, ... Writes them to the error output
@@ -196,6 +196,14 @@ struct net_entry {
   fake_platform& net;
   const new_failure_pause pause = {};
 };
+
+// Answers a call with what the test forces on it, or what `body` does.
+template <typename Body>
+int32_t answer(const std::string& kind, const std::string& detail, Body&& body) {
+  const net_entry entry;
+  const auto forced = entry.net.forced(kind);
+  return entry.net.done(kind, forced ? *forced : body(entry.net), detail);
+}
 
 // "192.0.2.1:25", "[2001:db8::1]:25"
 std::string endpoint_name(const std::string& address, uint16_t port);

@@ -58,28 +58,24 @@ int32_t transfer(const std::string& kind, uint32_t session, int32_t timeout_ms, 
 using namespace tav_test;
 
 int32_t tlsw_init(uint32_t* context) noexcept {
-  const net_entry entry;
-  fake_platform& net = entry.net;
-  const auto forced = net.forced("tls_init");
-  if (!forced) net.contexts[*context = net.next_context++];
-  return net.done("tls_init", forced.value_or(TLSW_OK));
+  return answer("tls_init", "", [=](fake_platform& net) {
+    net.contexts[*context = net.next_context++];
+    return int32_t{TLSW_OK};
+  });
 }
 
 int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
                            uint32_t* session) noexcept {
   const net_entry entry;
-  fake_platform& net = entry.net;
-  net.begin("tls_connect", param->timeout_ms);
+  entry.net.begin("tls_connect", param->timeout_ms);
   std::string options;
   for (const uint8_t byte : param->option)
     options += (options.empty() ? "" : " ") + std::to_string(byte);
   const bool known =
-      net.require(net.contexts.count(context) != 0, "tls_connect", "without a context");
-  const auto forced = net.forced("tls_connect");
-  const int32_t result = forced  ? *forced
-                         : known ? shake_hands(net, context, param->sock, session)
-                                 : int32_t{TLSW_ERR_PARAM};
-  return net.done("tls_connect", result, options);
+      entry.net.require(entry.net.contexts.count(context) != 0, "tls_connect", "without a context");
+  return answer("tls_connect", options, [=](fake_platform& net) {
+    return known ? shake_hands(net, context, param->sock, session) : int32_t{TLSW_ERR_PARAM};
+  });
 }
 
 int32_t tlsw_read_timeo(uint32_t session, void* data, int32_t len, int32_t timeout_ms,
@@ -105,19 +101,17 @@ int32_t tlsw_write_timeo(uint32_t session, const void* data, int32_t len, int32_
 // A shutdown that fails has ended the session all the same: there is nothing else to do with it.
 int32_t tlsw_shutdown(uint32_t session) noexcept {
   const net_entry entry;
-  fake_platform& net = entry.net;
-  fake_socket* const sock = protected_socket(net, session, "tls_shutdown");
-  const auto forced = net.forced("tls_shutdown");
-  net.contexts[session ^ session_bit].is_active = false;
+  fake_socket* const sock = protected_socket(entry.net, session, "tls_shutdown");
+  entry.net.contexts[session ^ session_bit].is_active = false;
   if (sock != nullptr) sock->peer_leaves();
-  const int32_t result = sock != nullptr ? TLSW_OK : TLSW_ERR_PARAM;
-  return net.done("tls_shutdown", forced.value_or(result));
+  return answer("tls_shutdown", "", [=](fake_platform&) {
+    return int32_t{sock != nullptr ? TLSW_OK : TLSW_ERR_PARAM};
+  });
 }
 
 int32_t tlsw_term(uint32_t context) noexcept {
   const net_entry entry;
   fake_platform& net = entry.net;
-  const auto forced = net.forced("tls_term");
   const auto found = net.contexts.find(context);
   const bool known = net.require(found != net.contexts.end(), "tls_term", "without a context");
   if (known) {
@@ -126,5 +120,6 @@ int32_t tlsw_term(uint32_t context) noexcept {
     if (sock != net.sockets.end()) sock->second.under_tls = false;
     net.contexts.erase(found);
   }
-  return net.done("tls_term", forced.value_or(known ? TLSW_OK : TLSW_ERR_PARAM));
+  return answer("tls_term", "",
+                [=](fake_platform&) { return int32_t{known ? TLSW_OK : TLSW_ERR_PARAM}; });
 }

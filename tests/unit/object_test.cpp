@@ -285,6 +285,20 @@ TEST(Doors, open_to_the_same_rules) {
   EXPECT_EQ(taken(buffer, length + 1), std::string("abc", 4));
 }
 
+TEST(Easy, a_long_text_is_cut_after_a_line_or_a_character) {
+  const std::string line(30000, 'x');
+  std::string kana = "x";
+  while (kana.size() < 50000) kana += "あ";
+  for (const auto& [whole, end] : {std::pair(line + "\n" + line, 30001), std::pair(kana, 49150)}) {
+    tav_eml_smtp_send_mail_part part;
+    std::istringstream in(whole);
+    std::string sent;
+    const auto send = [&] { return sent += easy::take(part) + "|", TAV_EML_OK; };
+    EXPECT_EQ(easy::detail::send_pieces(part, in, true, send), TAV_EML_OK);
+    EXPECT_EQ(sent, std::string(whole).insert(static_cast<size_t>(end), "|") + "|");
+  }
+}
+
 TEST(Base64, takes_whole_groups_of_pieces_and_carries_the_rest) {
   tav_eml_smtp_boundary outbox{tav_eml_smtp_settings{_tav_eml_smtp_setting()}};
   int32_t carried = 0;

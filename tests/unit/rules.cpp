@@ -241,6 +241,11 @@ std::string expanded(const columns& in, expansion* make) {
 RULE(make_subject) { return expanded(in, device::make_subject); }
 RULE(make_signature) { return expanded(in, device::make_signature); }
 
+RULE(to_utf8) { return easy::to_utf8(in[1], set_of(in, 0)); }
+RULE(safe_file_name) { return easy::safe_file_name(in[0], "none"); }
+RULE(quotable_file_name) { return easy::quotable_file_name(in[0]); }
+RULE(one_line) { return easy::one_line(in[0]); }
+
 RULE(get_date) {
   setenv("TZ", in.c_str(0), 1);
   tzset();
@@ -311,6 +316,11 @@ RULE(content_parameters) {
   };
   if (name(mail) != name(disposed)) return "(the names differ)";
   return joined({boundary != nullptr ? text_of(*boundary) : "(none)", name(mail)});
+}
+
+RULE(convert_utl_retcode) {
+  const auto code = static_cast<TAV_EML_UTL_RETCODE>(in.number(0));
+  return easy::result_name(tav_eml_pop3_boundary::convert_utl_retcode(code));
 }
 
 RULE(SearchBlock) {
