@@ -7,6 +7,7 @@
 #include "account_file.h"
 #include "collection.h"
 #include "commands.h"
+#include "mail_log.h"
 #include "receive_report.h"
 
 namespace tavmail {
@@ -71,6 +72,7 @@ int run_receive(command_line& command, receive_options& options) {
     end = cause;
   }
   const std::vector<received_mail> mails = run ? run->mails() : std::vector<received_mail>();
+  mail_log::note(mails);
   if (!end && run->trouble()) end = run->trouble();
   if (!end && run->received() < mails.size()) {
     end.emplace(EX_DATAERR, mails[run->received()].problem);

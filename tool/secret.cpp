@@ -10,10 +10,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <utility>
 
 #include "input_file.h"
 #include "interrupt.h"
 #include "problem.h"
+#include "repetition.h"
 
 namespace tavmail {
 
@@ -174,6 +177,20 @@ void secret_text::wiper::operator()(char* text) const {
   delete[] text;
 }
 
+namespace {
+
+// Nobody sits there to type it again for the next try.
+secret_text typed(const std::string& user, const std::string& server) {
+  if (!repetition::is_wanted()) return from_terminal(user, server);
+  static std::map<std::pair<std::string, std::string>, secret_text> known;
+  const auto found = known.try_emplace({user, server}).first;
+  secret_text& kept = found->second;
+  if (*kept.text() == '\0') kept = from_terminal(user, server);
+  return secret_text(kept.text(), "what was typed");
+}
+
+}  // namespace
+
 secret_text read_password(const std::string& file, const std::string& command,
                           const std::string& user, const std::string& server) {
   if (!file.empty()) return from_file(file, "--password-file");
@@ -182,7 +199,7 @@ secret_text read_password(const std::string& file, const std::string& command,
     how.what = "--password-command";
     return from_command(command, how, kPassword);
   }
-  return from_terminal(user, server);
+  return typed(user, server);
 }
 
 secret_text read_secret_file(const std::string& path, const std::string& option) {
