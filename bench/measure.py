@@ -15,6 +15,7 @@ import tempfile
 import time
 
 import check_mail
+import programs
 from harness import BODY_BYTES, CLIENTS, Server, make_file, mail_text, run_client
 
 FILE_BYTES = 64 * 1024 * 1024
@@ -309,6 +310,8 @@ def main():
                 if not options.task or task.name in options.task
             },
         }
+        if not options.task:
+            results["programs"] = programs.measure(build, pathlib.Path(work), options.rounds)
     if options.task:
         return
     path = pathlib.Path(__file__).parent / "results.json"

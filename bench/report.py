@@ -83,6 +83,13 @@ To repeat it: `bench/run` on Debian 12. It installs what is missing. A client wh
 be had is left out, visibly.
 """
 
+PROGRAMS = """\
+### The programs
+
+A process for each mail, from its start to its end, over a plain connection to the same server. A
+message that is ready comes through the standard input, or for curl from its file. msmtp composes no
+attachments."""
+
 
 def number(value):
     if value is None:
@@ -143,6 +150,18 @@ def table(task):
         title = f"{mark}{NAMES[name]}{mark}"
         lines.append(f"| {title} | " + " | ".join(number(cell) for cell in cells) + " |")
     return "\n".join(lines)
+
+
+def program_tables(results):
+    lines = [PROGRAMS, f"Load {results['load']:.1f} at the end.", ""]
+    for task in results["tasks"].values():
+        lines += [f"| {task['title']} | ms | CPU ms | peak MiB |", "|---|--:|--:|--:|"]
+        for name, row in task["programs"].items():
+            cells = [row["wall_ms"], row["cpu_ms"], row["peak_kib"] / 1024]
+            shown = f"**{name}**" if name.startswith("tavmail") else name
+            lines.append(f"| {shown} | " + " | ".join(map(number, cells)) + " |")
+        lines.append("")
+    return lines
 
 
 def verdict(task):
@@ -230,6 +249,8 @@ def main():
     sections += ["![Times raw, per task and client](benchmarks.svg)", ""]
     for task in results["tasks"].values():
         sections += [table(task), "", verdict(task), ""]
+    if "programs" in results:
+        sections += program_tables(results["programs"])
     sections += [aims(results), "", (HERE / "profile.md").read_text(encoding="utf-8")]
     sections.append(
         "Besides the times, `bench/guard` counts the instructions of small fixed runs under\n"

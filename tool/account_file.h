@@ -3,9 +3,11 @@
 #ifndef ACCOUNT_FILE_H
 #define ACCOUNT_FILE_H
 
+#include <set>
 #include <string>
 
 #include "command_line.h"
+#include "configuration.h"
 #include "endpoint_options.h"
 
 namespace tavmail {
@@ -25,6 +27,9 @@ namespace tavmail {
 //
 //   [office.oauth]                # who gives tokens for both, if not passwords log in
 //   token_endpoint = "https://login.example.com/token"
+//
+//   [test]
+//   inherit = "office"            # what it lacks is as there
 //
 // Every long option of the command may stand there, with "_" for "-"; "password" too, if nobody
 // else can read the file. What the command line says counts more. An account that was not asked for
@@ -46,7 +51,9 @@ class account_file {
   void apply_provider(const command_line& command, const command_line& tool,
                       token_provider& provider) const;
 
-  static std::string default_path();
+  // The files, and the account of them that counts: "" for none. Throw a problem.
+  configuration files() const { return configuration(m_path); }
+  std::string chosen(const configuration& files) const;
 
  private:
   void add_named(command_line& command, const char* names);
@@ -54,6 +61,24 @@ class account_file {
   std::string m_path;
   std::string m_account;
 };
+
+// The steps of it, for whoever examines a file.
+
+std::string option_of(std::string key);  // its long name
+// Throws a problem when no command of the tool has the option.
+void check_key(const command_line& tool, const config_value& value);
+// Throws a problem when the option does not take the value.
+void give(const option& taker, const config_value& value);
+// Adds the keys that sources after this section have no say in.
+void settle(const config_section& section, std::set<std::string>& settled);
+// `endpoint`: whose password it may be; null where none can stand.
+void apply_sources(const std::vector<config_source>& sources, const command_line& command,
+                   const command_line& tool, endpoint_options* endpoint);
+token_provider provider_of(const std::string& account, const std::vector<config_source>& sources,
+                           const command_line& tool);
+
+// The table of an account that says who gives its tokens.
+constexpr char kProviderSection[] = "oauth";
 
 }  // namespace tavmail
 

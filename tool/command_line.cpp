@@ -1,6 +1,8 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <set>
 #include <utility>
 
 namespace tavmail {
@@ -38,7 +40,23 @@ option option::range(int least, int most) const {
 }
 
 option option::one_of(const std::vector<std::string>& words) const {
-  return option(checked(m_option, CLI::IsMember(words)));
+  return option(checked(m_option, CLI::IsMember(words))).suggest(words);
+}
+
+// A check that finds nothing has room for them in its name.
+option option::suggest(const std::vector<std::string>& words) const {
+  const auto accept = [](std::string&) { return std::string(); };
+  return option(m_option->check(CLI::Validator(accept, "", CLI::detail::join(words, " "))));
+}
+
+std::vector<std::string> option::suggestions() const {
+  std::string words;
+  try {
+    for (int i = 0; words.empty(); ++i) words = m_option->get_validator(i)->get_name();
+  } catch (const CLI::OptionNotFound&) {
+    return {};
+  }
+  return CLI::detail::split(words, ' ');
 }
 
 option option::excludes(const option& other) const {
@@ -62,6 +80,13 @@ option option::as_size() const {
 }
 
 bool option::is_given() const { return m_option->count() > 0; }
+
+bool option::is_excluded() const {
+  const std::set<CLI::Option*> others = m_option->get_excludes();
+  return std::any_of(others.begin(), others.end(), [](auto* other) { return other->count() > 0; });
+}
+
+void option::forget() const { m_option->clear(); }
 
 std::vector<std::string> option::values() const { return m_option->results(); }
 
@@ -149,7 +174,9 @@ option command_line::add_word(const std::string& names, std::function<void(int)>
     return value + " is not one of " + known;
   };
   CLI::Option* const added = m_app->add_option_function<int>(names, std::move(take), help);
-  return option(added->transform(CLI::Validator(to_number, "")));
+  std::vector<std::string> known;
+  for (const auto& [word, meaning] : words) known.push_back(word);
+  return option(added->transform(CLI::Validator(to_number, ""))).suggest(known);
 }
 
 command_line& command_line::add_command(const std::string& name, const std::string& description) {

@@ -40,21 +40,27 @@ class option {
 
   option range(int least, int most) const;
   option one_of(const std::vector<std::string>& words) const;
+  option suggest(const std::vector<std::string>& words) const;  // for completion, unchecked
   option excludes(const option& other) const;
   option repeatable() const;    // with one value each time
   option first_counts() const;  // when it is given more than once
   option as_size() const;       // a number of bytes: 500000, 500K, 5M, 1G; K is 1024
 
   bool is_given() const;
+  bool is_excluded() const;  // by one that is given
   std::vector<std::string> values() const;
   // As if the command line had them. Throws a usage_error.
   void give(const std::vector<std::string>& values) const;
+  // As if nobody had given it. What it has filled stays.
+  void forget() const;
 
   std::string name() const;  // without the dashes, "" when it has only a letter
   std::string letter() const;
   std::string value_name() const;
   std::string description() const;
   bool is_flag() const;
+  // The words that the value may be, as far as they are known.
+  std::vector<std::string> suggestions() const;
 
  private:
   CLI::Option* m_option;

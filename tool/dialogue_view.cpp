@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "mail_log.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "utl_os.h"
 
@@ -288,6 +289,12 @@ void dialogue_view::client_line() {
   if (verb == "AUTH")
     m_exchanges.back().method = verb_of(text.substr(std::min<size_t>(5, text.size())));
   if (verb == "MAIL" || verb == "RCPT") m_exchanges.back().address = address_of(text);
+  if (verb == "MAIL") {
+    m_sender = address_of(text);
+    m_recipients.clear();
+  } else if (verb == "RCPT") {
+    m_recipients.push_back(address_of(text));
+  }
 }
 
 void dialogue_view::received(std::string_view bytes) {
@@ -383,7 +390,12 @@ void dialogue_view::take_verdict(const exchange& current) {
   }
 }
 
-dialogue_tap::dialogue_tap(dialogue_view& view) {
+uint64_t dialogue_view::mail_bytes() const {
+  constexpr size_t kEnd = 3;  // ".", CR and LF
+  return m_dataBytes - (m_endSent && m_dataBytes >= kEnd ? kEnd : 0);
+}
+
+dialogue_tap::dialogue_tap(dialogue_view& view) : m_view(view) {
   const auto observe = [](void* context, TAV_WIRETAP_EVENT event, const char* bytes,
                           size_t length) {
     static_cast<dialogue_view*>(context)->take(event, {bytes, length});
@@ -391,6 +403,9 @@ dialogue_tap::dialogue_tap(dialogue_view& view) {
   tav_wiretap_set(observe, &view);
 }
 
-dialogue_tap::~dialogue_tap() { tav_wiretap_set(nullptr, nullptr); }
+dialogue_tap::~dialogue_tap() {
+  tav_wiretap_set(nullptr, nullptr);
+  mail_log::note(m_view);
+}
 
 }  // namespace tavmail

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "exchange.h"
 #include "secret_echo.h"
@@ -58,6 +59,10 @@ class dialogue_view {
   // What became of the mail: its end was sent; the server took it.
   bool end_was_sent() const { return m_endSent; }
   bool was_accepted() const { return m_accepted; }
+  // Of the latest mail that was begun: its envelope, and how many bytes of it were sent.
+  const std::string& sender() const { return m_sender; }
+  const std::vector<std::string>& recipients() const { return m_recipients; }
+  uint64_t mail_bytes() const;
   // Bytes of the messages that were received.
   uint64_t message_bytes() const { return m_messageBytes; }
   // Bytes of the line of a message whose end has not been received.
@@ -98,6 +103,8 @@ class dialogue_view {
   size_t m_unfinished = 0;      // bytes of the server's unfinished line
   size_t m_endMatched = 0;      // bytes of the end of the mail seen so far
   bool m_messageEnded = false;  // nothing more is expected before the next command
+  std::string m_sender;
+  std::vector<std::string> m_recipients;
   uint64_t m_dataBytes = 0;
   uint64_t m_messageBytes = 0;
   bool m_connecting = false;
@@ -109,13 +116,17 @@ class dialogue_view {
   exchange m_refusedLogin;
 };
 
-// Connects the view to the process's connections while it lives.
+// Connects the view to the process's connections while it lives. At the end the log takes what it
+// shows.
 class dialogue_tap {
  public:
   explicit dialogue_tap(dialogue_view& view);
   ~dialogue_tap();
   dialogue_tap(const dialogue_tap&) = delete;
   dialogue_tap& operator=(const dialogue_tap&) = delete;
+
+ private:
+  const dialogue_view& m_view;
 };
 
 }  // namespace tavmail

@@ -74,7 +74,9 @@ void examine_all(const command_line& command, const doctor_options& options,
     examine<mailbox_options>(command, options, "pop3", check_pop3, results);
   }
   if (results.empty()) {
-    throw problem(EX_USAGE, "nothing to examine: give --server HOST or --account NAME");
+    const std::string lack = options.account.files().lack();
+    throw problem(EX_USAGE, "nothing to examine: give --server HOST or --account NAME" +
+                                (lack.empty() ? "" : "; " + lack));
   }
 }
 

@@ -11,6 +11,8 @@
 #include "interrupt.h"
 #include "problem.h"
 #include "provider_tokens.h"
+#include "tav_family.h"
+#include "tav_netsock.h"
 
 namespace tavmail {
 
@@ -115,6 +117,9 @@ void endpoint_options::add_connection(command_line& command) {
       .one_of({"1.2", "1.3"})
       .value_name("VERSION")
       .group(kGroup);
+  const option only_4 =
+      command.add_flag("-4,--ipv4", ipv4, "use IPv4 addresses alone").group(kGroup);
+  command.add_flag("-6,--ipv6", ipv6, "use IPv6 addresses alone").excludes(only_4).group(kGroup);
   command.add("--timeout", timeout, "seconds to wait for the server at each step")
       .range(1, 3600)
       .shows_default()
@@ -131,8 +136,10 @@ void endpoint_options::add_connection(command_line& command) {
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {
   split_port(server, port);
   const std::string option = std::string("--") + protocol.prefix;
-  if (server.empty())
-    throw problem(EX_USAGE, "no server: give " + option + "server HOST or --account NAME");
+  if (server.empty()) {
+    throw problem(EX_USAGE, "no server: give " + option + "server HOST or --account NAME" +
+                                (lack.empty() ? "" : "; " + lack));
+  }
   if (has_control(server) || has_control(user)) {
     throw problem(EX_USAGE,
                   "a control character in " + option + "server or " + option + "user; remove it");
@@ -172,6 +179,7 @@ void endpoint_options::offer_tokens_to(int32_t service) const {
 }
 
 void endpoint_options::complete_connection() {
+  tav_netsock_use_family(ipv4 ? TAV_NETSOCK_INET : ipv6 ? TAV_NETSOCK_INET6 : TAV_NETSOCK_UNSPEC);
   if (ca_file.empty()) return;
   input_file file(ca_file, "--ca-file");
   // A pipe can be read only once.

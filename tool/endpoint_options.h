@@ -37,11 +37,14 @@ struct endpoint_options {
   bool no_check = false;
   std::string ca_file;
   std::string oldest_tls;
+  bool ipv4 = false;  // alone; likewise below
+  bool ipv6 = false;
   int timeout = 30;
   std::string user;
   std::string password_file;
   std::string password_command;
   std::string token_command;
+  std::string lack;  // of accounts, for the message that the server is missing
 
   // Where it is and the account there; then what holds for every connection of a command.
   void add_address(command_line& command, const endpoint_protocol& protocol);
@@ -51,6 +54,8 @@ struct endpoint_options {
   void complete_address(const endpoint_protocol& protocol);
   void complete_connection();
 
+  // " (--ipv6)" where other addresses do not count, else "".
+  std::string family_remark() const { return ipv4 ? " (--ipv4)" : ipv6 ? " (--ipv6)" : ""; }
   std::string place() const { return server + " port " + std::to_string(port); }
 
   // A password that the configuration file holds.

@@ -88,7 +88,7 @@ bool examination::check_way(const endpoint_options& options, bool is_pop3,
   if (tav_eml_mlutl_mail_net().get_ip_address(options.server.c_str(), 0, addresses) != TAV_EML_OK) {
     if (is_over(prefix + "name")) return false;
     fail(prefix + "name",
-         {EX_NOHOST, "\"" + options.server + "\" has no address",
+         {EX_NOHOST, "\"" + options.server + "\" has no address" + options.family_remark(),
           "check the spelling, and this machine's name service (/etc/resolv.conf)"});
     return false;
   }

@@ -9,19 +9,24 @@
 
 #include "interrupt.h"
 #include "problem.h"
+#include "repetition.h"
 
 namespace tavmail {
 
 // A named pipe is opened without waiting for its other end: the wait comes with the first byte.
 input_file::input_file(const std::string& path, const std::string& what)
-    : input_file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), what + " " + path) {}
+    : input_file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), what + " " + path) {
+  if (S_ISFIFO(m_status.st_mode) && !m_isKept) repetition::rule_out();
+}
 
 input_file::input_file(int fd, const std::string& what) : m_what(what), m_fd(fd) {
   if (fd < 0) fail(errno);
   const int error = fstat(fd, &m_status) != 0 ? errno : S_ISDIR(m_status.st_mode) ? EISDIR : 0;
-  if (error == 0) return;
-  close(fd);
-  fail(error);
+  if (error != 0) {
+    close(fd);
+    fail(error);
+  }
+  m_isKept = repetition::is_wanted() && repetition::is_standard_input(m_status);
 }
 
 input_file::~input_file() { close(m_fd); }
@@ -31,10 +36,21 @@ void input_file::fail(int error) const {
                 "cannot read " + m_what + ": " + std::strerror(error) + "; check path and rights");
 }
 
+// What a run before has read of the standard input comes first.
+ssize_t input_file::next(char* bytes, size_t size) {
+  const ssize_t again = m_isKept ? repetition::replay(bytes, size, m_at) : 0;
+  if (again == 0) interrupt_guard::await_input(m_fd);
+  const ssize_t count = again != 0 ? again : ::read(m_fd, bytes, size);
+  if (m_isKept && again == 0 && count > 0) {
+    repetition::keep(bytes, static_cast<size_t>(count), m_at);
+  }
+  if (count > 0) m_at += count;
+  return count;
+}
+
 size_t input_file::read_some(char* bytes, size_t size) {
   for (;;) {
-    interrupt_guard::await_input(m_fd);
-    const ssize_t count = ::read(m_fd, bytes, size);
+    const ssize_t count = next(bytes, size);
     if (count >= 0) return static_cast<size_t>(count);
     if (errno != EINTR && errno != EAGAIN) fail(errno);
   }

@@ -37,9 +37,13 @@ class input_file {
  private:
   [[noreturn]] void fail(int error) const;
 
+  ssize_t next(char* bytes, size_t size);
+
   const std::string m_what;
   const int m_fd;
   struct stat m_status {};
+  bool m_isKept = false;  // for a run that may be repeated
+  off_t m_at = 0;
 };
 
 }  // namespace tavmail

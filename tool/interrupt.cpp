@@ -108,6 +108,16 @@ void interrupt_guard::check(const std::string& meaning) {
   if (was_pressed()) throw cause(meaning);
 }
 
+bool interrupt_guard::sleep(std::chrono::milliseconds time) {
+  pollfd awaited{g_pipe[0], POLLIN, 0};
+  const auto end = clock::now() + time;
+  for (auto left = time; left.count() > 0 && !was_pressed();) {
+    poll(&awaited, 1, static_cast<int>(left.count()));
+    left = std::chrono::duration_cast<std::chrono::milliseconds>(end - clock::now());
+  }
+  return !was_pressed();
+}
+
 bool interrupt_guard::await_input(int fd, int other) {
   pollfd awaited[] = {{fd, POLLIN, 0}, {other, POLLIN, 0}, {g_pipe[0], POLLIN, 0}};
   while (!was_pressed() && poll(awaited, 3, -1) < 0 && errno == EINTR) {

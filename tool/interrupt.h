@@ -3,6 +3,7 @@
 #ifndef INTERRUPT_H
 #define INTERRUPT_H
 
+#include <chrono>
 #include <string>
 
 #include "problem.h"
@@ -30,6 +31,9 @@ class interrupt_guard {
   static problem cause(const std::string& meaning = "");
   // Throws that when the run is to end.
   static void check(const std::string& meaning = "");
+
+  // False when the run is over before the time is.
+  static bool sleep(std::chrono::milliseconds time);
 
   // Waits until `fd`, or `other` if it is given, has bytes or ended. True when `fd` has. Throws
   // when the run is over before.

@@ -20,7 +20,8 @@ void mailbox_options::add_login(command_line& command, const endpoint_protocol& 
 }
 
 void mailbox_options::complete() {
-  if (user.empty()) throw problem(EX_USAGE, "receiving needs a user; add --user NAME");
+  if (user.empty() && !server.empty())
+    throw problem(EX_USAGE, "receiving needs a user; add --user NAME");
   complete_address(kPop3);
   complete_connection();
 }

@@ -36,7 +36,7 @@ finding explain_parameter(const dialogue_view& view, const endpoint_options& opt
     return {EX_DATAERR, "user, password or --helo is too long, or has a control character",
             "shorten it, or remove the character", false};
   }
-  return {EX_NOHOST, "cannot find the server \"" + options.server + "\"",
+  return {EX_NOHOST, "cannot find the server \"" + options.server + "\"" + options.family_remark(),
           "check its name and the name service", false};
 }
 
@@ -169,12 +169,17 @@ const char* outcome_of(const dialogue_view& view) {
 }
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
-  return told(explain_sending(result, view, options), result, view);
+  problem cause = told(explain_sending(result, view, options), result, view);
+  const bool is_known = std::string(outcome_of(view)) != "unknown";
+  if (is_known && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  return cause;
 }
 
 problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
                         const mailbox_options& options) {
-  return told(explain_receiving(result, view, options), result, view);
+  problem cause = told(explain_receiving(result, view, options), result, view);
+  if (view.message_bytes() == 0 && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  return cause;
 }
 
 }  // namespace tavmail

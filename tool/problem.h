@@ -61,6 +61,13 @@ class problem : public std::runtime_error {
   }
   const std::string& recipient() const { return m_recipient; }
 
+  // It may pass, and it is certain that nothing was sent or received: another try does no harm.
+  problem& allow_repetition() {
+    m_mayBeRepeated = true;
+    return *this;
+  }
+  bool may_be_repeated() const { return m_mayBeRepeated; }
+
  private:
   int m_exitCode;
   std::string m_stage;
@@ -69,6 +76,7 @@ class problem : public std::runtime_error {
   std::string m_cause;
   std::string m_remedy;
   std::string m_recipient;
+  bool m_mayBeRepeated = false;
 };
 
 }  // namespace tavmail

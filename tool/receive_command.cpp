@@ -7,6 +7,7 @@
 #include "account_file.h"
 #include "collection.h"
 #include "commands.h"
+#include "mail_log.h"
 #include "receive_report.h"
 
 namespace tavmail {
@@ -71,6 +72,7 @@ int run_receive(command_line& command, receive_options& options) {
     end = cause;
   }
   const std::vector<received_mail> mails = run ? run->mails() : std::vector<received_mail>();
+  mail_log::note(mails);
   if (!end && run->trouble()) end = run->trouble();
   if (!end && run->received() < mails.size()) {
     end.emplace(EX_DATAERR, mails[run->received()].problem);
@@ -96,17 +98,12 @@ Examples:
   tavmail receive -s mail.example.com:995 -u anna --folder mail --delete
 )";
 
-}  // namespace
-
-command add_receive(command_line& tool) {
-  command_line& line = tool.add_command("receive", "list, fetch and delete mail");
-  const auto options = std::make_shared<receive_options>();
-  options->account.add_to(line);
-  options->mailbox.add_to(line);
-  const option folder = line.add("-d,--folder", options->folder, "save new mails there")
+// Where mails go.
+void add_places(command_line& line, receive_options& options) {
+  const option folder = line.add("-d,--folder", options.folder, "save new mails there")
                             .value_name("DIR")
                             .group("Mail");
-  line.add("--format", options->format,
+  line.add("--format", options.format,
            {{"parts", mail_format::parts},
             {"eml", mail_format::eml},
             {"maildir", mail_format::maildir},
@@ -114,30 +111,45 @@ command add_receive(command_line& tool) {
            "save parts (the default) or the whole mail")
       .value_name("parts|eml|maildir|mbox")
       .group("Mail");
-  line.add("--pipe", options->pipe, "hand each new mail to a command")
+  line.add_flag("--original-charset", options.keeps_char_set,
+                "save texts as they came, not as UTF-8")
+      .group("Mail");
+  line.add("--pipe", options.pipe, "hand each new mail to a command")
       .value_name("CMD")
       .excludes(folder)
       .group("Mail");
-  line.add_flag("--delete", options->is_deleting, "delete what was saved on the server")
+  line.add_flag("--delete", options.is_deleting, "delete what was saved on the server")
       .group("Mail");
-  options->picks.add_to(line, "fetch");
-  line.add("--max-size", options->largest, "leave larger mails: 300000, 500K, 5M")
+}
+
+// Which mails.
+void add_choice(command_line& line, receive_options& options) {
+  options.picks.add_to(line, "fetch");
+  line.add("--max-size", options.largest, "leave larger mails: 300000, 500K, 5M")
       .as_size()
       .value_name("SIZE")
       .group("Mail");
-  line.add_flag("--original-charset", options->keeps_char_set,
-                "save texts as they came, not as UTF-8")
-      .group("Mail");
-  line.add("-n,--max", options->most, "most mails to fetch")
+  line.add("-n,--max", options.most, "most mails to fetch")
       .range(1, 1000000)
       .value_name("N")
       .group("Mail");
   const option all =
-      line.add_flag("--all", options->all, "all mails, whether seen before or not").group("Mail");
-  line.add("--seen", options->seen, "list of seen mails; by default of the account")
+      line.add_flag("--all", options.all, "all mails, whether seen before or not").group("Mail");
+  line.add("--seen", options.seen, "list of seen mails; by default of the account")
       .value_name("FILE")
       .excludes(all)
       .group("Mail");
+}
+
+}  // namespace
+
+command add_receive(command_line& tool) {
+  command_line& line = tool.add_command("receive", "list, fetch and delete mail");
+  const auto options = std::make_shared<receive_options>();
+  options->account.add_to(line);
+  options->mailbox.add_to(line);
+  add_places(line, *options);
+  add_choice(line, *options);
   line.add_flag("--json", options->is_json, "tell what was received as JSON").group("Output");
   const option verbose =
       line.add_flag("-v,--verbose", options->verbose, "show the dialogue, secrets masked")

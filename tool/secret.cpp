@@ -10,10 +10,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <utility>
 
 #include "input_file.h"
 #include "interrupt.h"
 #include "problem.h"
+#include "repetition.h"
 
 namespace tavmail {
 
@@ -22,20 +25,20 @@ namespace {
 constexpr std::string_view kByteOrderMarks[] = {"\xEF\xBB\xBF", "\xFF\xFE", "\xFE\xFF"};
 
 struct secret_kind {
-  std::string name;
+  const char* name;
   size_t longest;
 };
-const secret_kind kPassword = {"password", secret_text::kLongest};
-const secret_kind kToken = {"token", secret_text::kLongestToken};
+constexpr secret_kind kPassword = {"password", secret_text::kLongest};
+constexpr secret_kind kToken = {"token", secret_text::kLongestToken};
 
 // Throws when that is none.
 void check_secret(std::string_view text, const std::string& source, const secret_kind& kind) {
   const auto refuse = [&](const std::string& reason) { throw problem(EX_CONFIG, source + reason); };
-  if (text.empty()) refuse(" holds no " + kind.name);
-  if (text.size() > kind.longest) refuse(": " + kind.name + " too long");
+  if (text.empty()) refuse(std::string(" holds no ") + kind.name);
+  if (text.size() > kind.longest) refuse(std::string(": ") + kind.name + " too long");
   for (const std::string_view mark : kByteOrderMarks) {
     if (text.substr(0, mark.size()) != mark) continue;
-    refuse(" begins with a byte order mark, which is no part of a " + kind.name +
+    refuse(std::string(" begins with a byte order mark, which is no part of a ") + kind.name +
            "; save it as UTF-8 without one");
   }
   if (text.find('\0') != text.npos) refuse(" holds a zero byte; save it as plain text");
@@ -174,6 +177,20 @@ void secret_text::wiper::operator()(char* text) const {
   delete[] text;
 }
 
+namespace {
+
+// Nobody sits there to type it again for the next try.
+secret_text typed(const std::string& user, const std::string& server) {
+  if (!repetition::is_wanted()) return from_terminal(user, server);
+  static std::map<std::pair<std::string, std::string>, secret_text> known;
+  const auto found = known.try_emplace({user, server}).first;
+  secret_text& kept = found->second;
+  if (*kept.text() == '\0') kept = from_terminal(user, server);
+  return secret_text(kept.text(), "what was typed");
+}
+
+}  // namespace
+
 secret_text read_password(const std::string& file, const std::string& command,
                           const std::string& user, const std::string& server) {
   if (!file.empty()) return from_file(file, "--password-file");
@@ -182,7 +199,7 @@ secret_text read_password(const std::string& file, const std::string& command,
     how.what = "--password-command";
     return from_command(command, how, kPassword);
   }
-  return from_terminal(user, server);
+  return typed(user, server);
 }
 
 secret_text read_secret_file(const std::string& path, const std::string& option) {

@@ -51,7 +51,8 @@ void send_options::add_content_to(command_line& command) {
       .excludes(text_option);
   html_option = add("--html", html, "the text as HTML, beside the plain one", "TEXT");
   add("--html-file", html_file, "file with it", "FILE").excludes(html_option);
-  add("--charset", char_set_name, "utf-8 (default), iso-2022-jp or shift_jis", "NAME");
+  add("--charset", char_set_name, "utf-8 (default), iso-2022-jp or shift_jis", "NAME")
+      .suggest({"utf-8", "iso-2022-jp", "shift_jis"});
   add("-a,--attach", attach, "file to attach; may be repeated", "FILE").repeatable();
   add("--attach-name", attach_name, "name in the mail of the file before it", "NAME").repeatable();
   add("--content-type", content_type, "its type; by its name by default", "TYPE").repeatable();

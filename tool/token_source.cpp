@@ -87,6 +87,8 @@ void offer_tokens(int32_t service, const std::shared_ptr<token_source>& source) 
   tav_bearer_source_set(answer, &all_offers());
 }
 
+void withdraw_tokens() { all_offers().clear(); }
+
 const problem* token_problem(int32_t service) {
   const auto found = all_offers().find(service);
   return found == all_offers().end() || !found->second.trouble ? nullptr : &*found->second.trouble;

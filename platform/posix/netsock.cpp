@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -19,6 +20,7 @@
 #include "port_time.h"
 #include "resolver.h"
 #include "socket_record.h"
+#include "tav_family.h"
 #include "tav_netsock.h"
 #include "tav_netsock_tls.h"
 #include "wake.h"
@@ -37,6 +39,8 @@ struct resolution {
   std::vector<std::array<uint8_t, 17>> addresses;  // family and address
 };
 thread_local resolution t_latest;
+
+std::atomic<int32_t> g_family{TAV_NETSOCK_UNSPEC};
 
 std::array<uint8_t, 17> address_key(const void* addr) {
   std::array<uint8_t, 17> key{};
@@ -180,6 +184,7 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
     system_hints.ai_socktype = hints->socket_type;
     system_hints.ai_protocol = hints->protocol;
   }
+  if (system_hints.ai_family == AF_UNSPEC) system_hints.ai_family = g_family;
   addrinfo_ptr answer;
   const int result = resolve(host, service, system_hints, answer);
   if (result != 0) return result;
@@ -190,6 +195,8 @@ int32_t tav_netsock_getaddrinfo(const char* host, const char* service,
     return EAI_MEMORY;
   }
 }
+
+void tav_netsock_use_family(int32_t family) noexcept { g_family = family; }
 
 void tav_netsock_freeaddrinfo(tav_netsock_addrinfo* list) noexcept {
   while (list != nullptr) {

@@ -58,7 +58,7 @@ string lines_of(const mailhost::mail_host::record& said) {
 }  // namespace
 
 device::device(bool receives) : m_receives(receives) {
-  net.resolve(kServer, {kAddress});
+  net.names[kServer] = {kAddress};
   m_hostSettings.name = kServer;
   m_hostSettings.methods.clear();
   m_hostSettings.users = {{"u", kSecret}};
@@ -137,7 +137,7 @@ void device::add_setups() {
   m_setups["wire"] = [this](const string& what) {
     for (const char* verb : {"RETR", "TOP"}) script(verb + (" " + exact("+OK^" + what)));
   };
-  m_setups["resolve"] = [this](const string& rest) { net.resolve(kServer, pieces_of(rest, " ")); };
+  m_setups["resolve"] = [this](const string& rest) { net.names[kServer] = pieces_of(rest, " "); };
   m_setups["refuse"] = [this](string rest) {
     host();
     const int32_t port = number(word_of(rest)), result = number(word_of(rest));

@@ -15,7 +15,7 @@ TEST(DeviceContract, a_sleep_ends_at_its_time_and_no_signal_shortens_it) {
   const stopwatch watch;
   for (const int32_t none : {0, -1}) osw_Sleep(none);
   EXPECT_LT(watch.elapsed(), 300);
-  for (const size_t size : {10, 0}) osw_OrgFreeMemPart(0, osw_SubAllocMem(size));
+  for (const size_t size : {size_t{10}, size_t{0}}) osw_OrgFreeMemPart(0, osw_SubAllocMem(size));
   osw_OrgFreeMemPart(0, nullptr);
 }
 

@@ -59,10 +59,6 @@ fake_platform::fake_platform() {
 
 fake_platform::~fake_platform() { current = nullptr; }
 
-void fake_platform::resolve(const std::string& name, const std::vector<std::string>& addresses) {
-  names[name] = addresses;
-}
-
 void fake_platform::serve(const std::string& address, mailhost::mail_host& host, tls_mode mode) {
   using mailhost::protocol;
   endpoints[endpoint_name(address, 25)] = {&host, protocol::smtp, mode, 0};

@@ -4,7 +4,7 @@
 //
 //   mailhost::mail_host host;
 //   fake_platform net;
-//   net.resolve("mail.example", {"fe80::1", "192.0.2.1"});
+//   net.names["mail.example"] = {"fe80::1", "192.0.2.1"};
 //   net.serve("192.0.2.1", host);
 //   ... the call under test ...
 //   EXPECT_EQ(host.connection().in_clear, "EHLO localhost\r\n...");
@@ -74,9 +74,9 @@ class fake_platform {
   fake_platform(const fake_platform&) = delete;
   fake_platform& operator=(const fake_platform&) = delete;
 
-  // The answer for a name, in this order. A name that was not set up fails, an address literal
+  // The answers for names, in this order. A name that is not here fails, an address literal
   // resolves to itself.
-  void resolve(const std::string& name, const std::vector<std::string>& addresses);
+  std::map<std::string, std::vector<std::string>> names;
 
   // Who answers at an address, SMTP on port 25 and POP3 on 110, or how a connect to it fails; it is
   // refused (-1) without either.
@@ -143,7 +143,6 @@ class fake_platform {
     alignas(4) uint8_t address[28];
   };
 
-  std::map<std::string, std::vector<std::string>> names;
   std::map<std::string, endpoint> endpoints;
   std::map<int32_t, fake_socket> sockets;
   int32_t next_socket = 3;

@@ -35,12 +35,9 @@ struct served_host {
     thread.join();
   }
   tav_eml_smtp_settings settings(const char* name, bool is_tls) const {
-    _tav_eml_smtp_setting record;
-    record.server = name;
-    record.port = port;
-    record.timeout = 30;
-    record.tlsmode = record.tls_opt[0] = is_tls ? 1 : 0;
-    return tav_eml_smtp_settings(record);
+    _tav_eml_smtp_setting record = easy::smtp_account(name, port, "", "");
+    record.tlsmode = is_tls ? 1 : 0;
+    return record;
   }
 
   const mailhost::identity own =

@@ -235,6 +235,20 @@ def check_terminal(folder):
     return host
 
 
+def check_completion(folder):
+    """zsh completes the names of accounts; for other shells see runs.txt."""
+    if not os.path.exists("/usr/bin/zsh"):
+        return
+    Path(folder, "config", "tavmail").mkdir(parents=True)
+    Path(folder, "config", "tavmail", "config.toml").write_text("[home.pop3]\n[office.pop3]\n")
+    begin = (f"autoload -U compinit; compinit -D -u; tavmail() {{ {TAVMAIL} $@ }};"
+             " . <(tavmail completion zsh); echo rea''dy\r")
+    shown, code, _ = on_terminal(
+        folder, ["/usr/bin/zsh", "-f", "-i"], (b"$ ", begin.encode()),
+        (b"ready", b"tavmail receive -A home,o\t"), (b"home,office", b"\x03"), (b"$ ", b"exit 0\r"))
+    assert code == 0, (code, shown)
+
+
 def check_consent_on_terminal(folder):
     """A square to scan, and how long the code holds."""
     provider = Provider(folder)
@@ -287,7 +301,8 @@ def check_greedy_clients(folder):
 
 
 for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
-              check_consent_on_terminal, check_terminal_of_host, check_greedy_clients):
+              check_completion, check_consent_on_terminal, check_terminal_of_host,
+              check_greedy_clients):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
         used = check(own)

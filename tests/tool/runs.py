@@ -13,6 +13,7 @@ import os
 import re
 import resource
 import shlex
+import shutil
 import signal
 import socket
 import string
@@ -34,6 +35,7 @@ SECRETS = ("geheim", base64.b64encode(b"geheim").decode(),
            # In base64, wherever the groups of a longer text begin.
            *(base64.b64encode(ACCESS[i:i + 9].encode()).decode() for i in range(3)))
 OPENSSL = "openssl_conf = a\n[a]\nssl_conf = b\n[b]\nsystem_default = c\n[c]\n"
+FILES = {"config": "config/tavmail/config.toml", "system": "system.toml"}
 MEMORY = {"never": 0, "once": 1}  # how often it has a text
 kept = []  # sockets and pipes that stay open
 
@@ -53,7 +55,7 @@ def faults_of(text):
 
 def environment(folder, **more):
     own = {"HOME": folder, "TMPDIR": folder + "/tmp", "XDG_CONFIG_HOME": folder + "/config",
-           "XDG_STATE_HOME": folder + "/state"}
+           "XDG_STATE_HOME": folder + "/state", "TAVMAIL_SYSTEM_CONFIG": folder + "/system.toml"}
     sanitizer = os.environ.get("ASAN_OPTIONS", "") + ":quarantine_size_mb=1"
     return {**os.environ, **own, "ASAN_OPTIONS": sanitizer, "TAV_DBGLOG": "stderr", **more}
 
@@ -255,19 +257,20 @@ class Job:
             self.texts["provider"] = "127.0.0.1:" + self.texts["provider_port"]
         for kind, rest in items:
             assert kind != "sh" or self.shell(rest), rest
-        if self.host is None and re.search(r"\$(smtp|pop3)", row.command + texts.get("config", "")):
+        files = {kind: texts[kind] for kind in FILES if kind in texts}
+        if self.host is None and re.search(r"\$(smtp|pop3)", row.command + str(files)):
             self.host = Host(
                 self.folder,
                 "\n".join(f"{kind} {rest}" for kind, rest in items if kind[:2] != "--"
-                          and kind not in ("sh", "disk", "config", "openssl", "provider")),
+                          and kind not in ("sh", "disk", "openssl", "provider", *FILES)),
                 shlex.split(self.fill(" ".join(item for item in row.scene if item[:2] == "--"))),
                 "\n".join(rest for kind, rest in items if kind == "openssl"))
             for name, number in self.host.ports.items():
                 self.texts.update({name: "127.0.0.1:" + number, name + "_port": number})
             self.texts["ca"] = self.host.ca
-        if "config" in texts:
-            mode, text = re.match(r"(\d* ?)(.*)", texts["config"]).groups()
-            path = Path(self.folder, "config", "tavmail", "config.toml")
+        for kind, text in files.items():
+            mode, text = re.match(r"(\d* ?)(.*)", text).groups()
+            path = Path(self.folder, FILES[kind])
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text(self.fill(text).replace(" / ", "\n") + "\n")
             path.chmod(int(mode or "600", 8))
@@ -338,7 +341,9 @@ class Job:
             document = json.loads(output)
             entry = (document.get("checkups") or [document])[-1]
             faults += [f"JSON says {entry.get('exit_code')}"] * (entry.get("exit_code", 0) != code)
-            problem = ["tavmail: " + document["problem"]] if "problem" in document else []
+            problem = [f"tavmail: {each['account'] + ': ' if 'account' in each else ''}"
+                       + each["problem"] for each in document.get("accounts", [document])
+                       if "problem" in each]
             faults += ["another problem than JSON"] * (said != problem)
         elif "-q" in line and code == 0:
             faults += ["not quiet"] * bool(output or said)
@@ -381,7 +386,8 @@ class Job:
 def main():
     jobs = [job for job in read_table(sys.argv[3])
             if all((word.strip("!") in job[0].where + job[0].command) == (word[0] != "!")
-                   for word in sys.argv[4:])]
+                   for word in sys.argv[4:])
+            and (job[0].command[0] == "t" or shutil.which(job[0].command.split()[0]))]
     texts = {"tavmail": TAVMAIL, "root": Path(__file__).resolve().parents[2],
              "closed": port(full=False), "full": port(full=True)}
     with concurrent.futures.ThreadPoolExecutor(12) as pool:
