@@ -57,13 +57,14 @@ if(TAVEML_TOOL)
                         "CMAKE_SKIP_INSTALL_RPATH does without a search path")
   endif()
   taveml_search_path(tavmail "$ORIGIN/${taveml_bin_to_lib}")
-  # The tool finds its module by the path from itself to there, in the build folder too.
-  set_target_properties(tavmail_mime PROPERTIES
+  # The tool finds its modules by the path from itself to there, in the build folder too.
+  set_target_properties(${taveml_tool_modules} PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${taveml_build_libdir}/tavmail)
-  set_property(SOURCE ${PROJECT_SOURCE_DIR}/tool/mime_library.cpp
+  set_property(SOURCE ${PROJECT_SOURCE_DIR}/tool/module.cpp
     TARGET_DIRECTORY taveml_tool_objects APPEND PROPERTY
-    COMPILE_DEFINITIONS TAVMAIL_MIME_MODULE="${taveml_bin_to_lib}/tavmail/tavmail-mime.so")
-  install(TARGETS tavmail_mime LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tavmail COMPONENT tool)
+    COMPILE_DEFINITIONS TAVMAIL_MODULES="${taveml_bin_to_lib}/tavmail")
+  install(TARGETS ${taveml_tool_modules}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/tavmail COMPONENT tool)
   install(TARGETS tavmail RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(TARGETS tavmail-host RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
 endif()

@@ -9,12 +9,12 @@
 #include <thread>
 
 #include "account_file.h"
+#include "authorize_library.h"
 #include "commands.h"
 #include "exchange.h"
 #include "interrupt.h"
 #include "problem.h"
 #include "provider_tokens.h"
-#include "qr_code.h"
 #include "received_text.h"
 
 namespace tavmail {
@@ -45,7 +45,7 @@ void show(const consent_request& request) {
   if (isatty(STDOUT_FILENO) == 1) {
     const std::string& address =
         request.full_address.empty() ? request.address : request.full_address;
-    std::cout << '\n' << qr_code(address, columns());
+    std::cout << '\n' << authorize_library::loaded().qr_code(address, columns());
   }
   std::cout << std::endl;
 }

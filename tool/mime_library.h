@@ -1,7 +1,7 @@
 // mime_library.h - what is left to a MIME library: mails that the facade does not compose, types of
 // files, and addresses of mails that others wrote.
 //
-// It is a module that is loaded on first use: loading it takes longer than sending a plain mail.
+// It is a module (module.h).
 
 #ifndef MIME_LIBRARY_H
 #define MIME_LIBRARY_H

@@ -5,6 +5,7 @@
 
 #include "mime_library.h"
 #include "mime_stream.h"
+#include "module.h"
 #include "problem.h"
 
 namespace tavmail {
@@ -145,7 +146,7 @@ class gmime_library : public mime_library {
 
 }  // namespace tavmail
 
-extern "C" __attribute__((visibility("default"))) const tavmail::mime_library* tavmail_mime() {
+const void* tavmail_module() {
   static const tavmail::gmime_library library;
-  return &library;
+  return static_cast<const tavmail::mime_library*>(&library);
 }

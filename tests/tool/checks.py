@@ -11,6 +11,7 @@ import pty
 import re
 import resource
 import select
+import shutil
 import signal
 import smtplib
 import socket
@@ -300,9 +301,22 @@ def check_greedy_clients(folder):
     return host
 
 
+def check_modules(folder):
+    """The tool starts without the libraries of its modules, and says what it cannot load."""
+    needed = subprocess.run(["ldd", TAVMAIL], capture_output=True, text=True, check=True).stdout
+    assert not re.search("curl|qrencode|gmime", needed), needed
+    own = shutil.copy(TAVMAIL, folder)
+    here = environment(folder, LD_LIBRARY_PATH=re.search("=> (.*)/libtaveml", needed)[1])
+    Path(folder, "system.toml").write_text("a.oauth.device_endpoint = 'https://localhost/'")
+    for module, line in ("authorize", "authorize a"), ("mime", "send -s x -f a@b -t a@b --html x"):
+        run = subprocess.run([own, *line.split()], env=here, capture_output=True, text=True)
+        said = re.search(f"cannot load .*/tavmail-{module}.so: .*; install ", run.stderr)
+        assert said and run.returncode == os.EX_UNAVAILABLE, run
+
+
 for check in (check_names, check_subjects, check_texts, check_whole_mails, check_terminal,
               check_completion, check_consent_on_terminal, check_terminal_of_host,
-              check_greedy_clients):
+              check_greedy_clients, check_modules):
     with tempfile.TemporaryDirectory() as own:
         os.mkdir(os.path.join(own, "tmp"))
         used = check(own)
