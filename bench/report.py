@@ -155,9 +155,9 @@ def table(task):
 def program_tables(results):
     lines = [PROGRAMS, f"Load {results['load']:.1f} at the end.", ""]
     for task in results["tasks"].values():
-        lines += [f"| {task['title']} | ms | CPU ms | peak MiB |", "|---|--:|--:|--:|"]
+        lines += [f"| {task['title']} | ms | CPU ms |", "|---|--:|--:|"]
         for name, row in task["programs"].items():
-            cells = [row["wall_ms"], row["cpu_ms"], row["peak_kib"] / 1024]
+            cells = [row["wall_ms"], row["cpu_ms"]]
             shown = f"**{name}**" if name.startswith("tavmail") else name
             lines.append(f"| {shown} | " + " | ".join(map(number, cells)) + " |")
         lines.append("")
