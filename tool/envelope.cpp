@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <initializer_list>
 
+#include "header_addresses.h"
 #include "message_text.h"
-#include "mime_library.h"
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_domain_filter.h"
 
@@ -32,6 +32,11 @@ std::string checked(const std::string& what, const std::string& address) {
   throw problem(EX_DATAERR, what + ": \"" + address + "\" is no address that a server can be told");
 }
 
+// What people write in From where there is no address: "Anna Example".
+bool is_name_alone(const std::string& text) {
+  return text.find('@') == std::string::npos && !is_sendable(text);
+}
+
 bool has_any(const header_block& header, std::initializer_list<const char*> names) {
   return std::any_of(names.begin(), names.end(),
                      [&](const char* name) { return header.has(name); });
@@ -52,7 +57,7 @@ void envelope::add_named(const header_block& header) {
   for (const std::string name : {"To", "Cc", "Bcc"}) {
     const std::string field = (is_resent ? "Resent-" : "") + name;
     for (const std::string& value : header.values(field)) {
-      for (const std::string& address : mime_library::loaded().addresses(value)) {
+      for (const std::string& address : header_addresses(field, value)) {
         add(checked("the field " + field, address));
       }
     }
@@ -71,8 +76,9 @@ void envelope::write_to(tav_eml_smtp_send_mail& mail) const {
 std::string author_of(const header_block& header) {
   for (const char* name : {"Resent-From", "From"}) {
     for (const std::string& value : header.values(name)) {
-      const std::vector<std::string> found = mime_library::loaded().addresses(value);
-      if (!found.empty()) return checked("the field " + std::string(name), found.front());
+      const std::vector<std::string> found = header_addresses(name, value);
+      if (found.empty() || is_name_alone(found.front())) continue;
+      return checked("the field " + std::string(name), found.front());
     }
   }
   return "";
