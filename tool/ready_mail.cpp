@@ -11,6 +11,20 @@ constexpr size_t kPiece = size_t{64} << 10;
 // The line in front of a mail in a mailbox file.
 bool is_mailbox_line(std::string_view line) { return line.substr(0, 5) == "From "; }
 
+// Windows programs write it at the beginning of a text.
+std::string_view without_mark(std::string_view line) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  return line.substr(line.substr(0, kByteOrderMark.size()) == kByteOrderMark ? 3 : 0);
+}
+
+// What follows such a line would be text that everybody can read: Bcc, for example.
+void check_end(std::string_view line, const header_block& header) {
+  if (line.empty() || line == "\n" || header.is_empty()) return;
+  throw problem(EX_DATAERR, "the line after the field " + header.fields().back().name +
+                                " of the mail is no header field; end the header with an empty "
+                                "line");
+}
+
 }  // namespace
 
 void ready_mail::grow_line(size_t bytes) {
@@ -50,13 +64,15 @@ void ready_mail::take_header(bool is_all) {
   while (m_inHeader) {
     const size_t feed = m_text.find('\n', at);
     if (feed == std::string::npos && !is_all) break;
-    const std::string_view line =
+    const std::string_view whole =
         std::string_view(m_text).substr(at, feed == std::string::npos ? feed : feed + 1 - at);
+    const std::string_view line = m_headerBytes == 0 ? without_mark(whole) : whole;
     const bool is_empty = line == "\n";
     const bool is_skipped = m_headerBytes == 0 && is_mailbox_line(line);
-    m_headerBytes += line.size();
+    m_headerBytes += whole.size();
     m_inHeader = !line.empty() && !is_empty && (is_skipped || m_header.take(line));
-    if (m_inHeader || is_empty) at += line.size();
+    if (!m_inHeader) check_end(line, m_header);
+    if (m_inHeader || is_empty) at += whole.size();
   }
   m_text.erase(0, at);
   if (m_headerBytes + m_text.size() * (m_inHeader ? 1 : 0) > kLongestHeader) {
