@@ -16,10 +16,9 @@ namespace {
 
 // The address that bounces go to.
 std::string sender_of(const header_block& header, const ready_options& options) {
-  if (!options.sender.empty()) return options.sender;
-  const std::string author = author_of(header);
-  const bool is_complete = author.find('@') != std::string::npos;
-  if (is_complete || (options.fallback_sender.empty() && !author.empty())) return author;
+  const std::string named = options.sender.empty() ? author_of(header) : options.sender;
+  const bool is_complete = named.find('@') != std::string::npos;
+  if (is_complete || (options.fallback_sender.empty() && !named.empty())) return named;
   if (!options.fallback_sender.empty()) return options.fallback_sender;
   throw problem(EX_USAGE, "no sender: the mail names no author; give --envelope-from ADDRESS");
 }
