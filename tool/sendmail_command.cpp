@@ -22,8 +22,8 @@ struct sendmail_options {
   std::string envelope_from;
   std::string from;
   std::string author_name;
-  std::string body_type;
-  std::vector<std::string> settings;
+  std::vector<std::string> ignored;
+  bool is_ignored = false;
   std::string mode = "m";
   std::vector<std::string> permit;
   std::vector<std::string> deny;
@@ -56,8 +56,12 @@ void sendmail_options::add_to(command_line& command) {
   add("--deny", deny, "domain or address that mail may not go to", "NAME")
       .repeatable()
       .excludes(only);
-  add("-B", body_type, "accepted, without effect", "TYPE");
-  add("-o", settings, "accepted, without effect", "SETTING").repeatable();
+  for (const char* name : {"-B", "-C", "-L", "-N", "-O", "-R", "-V", "-X", "-d", "-e", "-o"}) {
+    add(name, ignored, "accepted, without effect", "VALUE").repeatable();
+  }
+  for (const char* name : {"-G", "-U", "-m", "-n", "-q"}) {
+    command.add_flag(name, is_ignored, "accepted, without effect").group(mail);
+  }
   add("-b", mode, "m (default): send; there are no others", "MODE").one_of({"m"});
   command.add_flag("-v,--verbose", verbose, "show the dialogue, secrets masked").group("Output");
 }
