@@ -31,8 +31,10 @@ constexpr struct {
 };
 
 // Servers write these, and who reads them believes that.
-constexpr const char* kOfServers[] = {"Return-Path", "Received", "Delivered-To",
-                                      "Authentication-Results"};
+constexpr const char* kOfServers[] = {"Return-Path",    "Received",      "Delivered-To",
+                                      "DKIM-Signature", "Received-SPF",  "Authentication-Results",
+                                      "Envelope-To",    "X-Original-To", "Apparently-To"};
+constexpr const char* kBeginnings[] = {"Content-", "Resent-", "ARC-"};
 
 bool begins_with(std::string_view name, std::string_view start) {
   return name.size() >= start.size() && is_same_name(name.substr(0, start.size()), start);
@@ -49,7 +51,9 @@ void check_name(const std::string& name) {
   const bool is_of_server =
       std::any_of(std::begin(kOfServers), std::end(kOfServers),
                   [&](const char* known) { return is_same_name(name, known); });
-  if (is_of_server || begins_with(name, "Content-") || begins_with(name, "Resent-")) {
+  const bool is_of_kind = std::any_of(std::begin(kBeginnings), std::end(kBeginnings),
+                                      [&](const char* start) { return begins_with(name, start); });
+  if (is_of_server || is_of_kind) {
     throw problem(EX_USAGE, what + " cannot be given; a mail that has it can be sent with --raw");
   }
 }
