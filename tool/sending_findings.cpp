@@ -1,5 +1,6 @@
 // What a failed step of sending means.
 
+#include <algorithm>
 #include <string>
 
 #include "findings.h"
@@ -80,11 +81,26 @@ std::string who_of(const exchange& entry) {
   return (entry.verb == "MAIL" ? "the sender " : "the recipient ") + entry.address;
 }
 
+// Of a mail with several: as long as it stays one mail, the server will not take it.
+bool has_too_many(const exchange& entry, const dialogue_view& view) {
+  const bool has_others =
+      std::any_of(view.exchanges().begin(), view.exchanges().end(),
+                  [](const exchange& other) { return other.verb == "RCPT" && other.is_success(); });
+  const std::string reply = reply_text(&entry);
+  return entry.verb == "RCPT" && has_others && reply.rfind("452", 0) == 0 &&
+         (says(reply, "4.5.3") || says(reply, "too many recipients"));
+}
+
 // MAIL or RCPT that was refused.
-finding explain_envelope(const exchange& entry, const server_options& options) {
+finding explain_envelope(const exchange& entry, const dialogue_view& view,
+                         const server_options& options) {
   const std::string where = options.place();
   const bool is_recipient = entry.verb == "RCPT";
   if (wants_tls(entry)) return {EX_UNAVAILABLE, where + " wants TLS before a mail", kUseTls};
+  if (has_too_many(entry, view)) {
+    return {EX_UNAVAILABLE, where + " takes no mail with so many recipients",
+            "send it several times, to fewer of them each time"};
+  }
   if (entry.judged == verdict::temporary) {
     return {EX_TEMPFAIL, where + " refused " + who_of(entry) + " for now",
             is_recipient ? "try again in some minutes: many servers put off the first mail of a "
@@ -127,7 +143,7 @@ finding explain_reply(TAV_EML_RESULT result, const dialogue_view& view,
   if (last->verb.empty()) return explain_greeting(last->reply[0], false, options);
   if (!last->is_no()) return explain_nonsense(view, options);
   if (last->verb == "EHLO" || last->verb == "HELO") return explain_hello(*last, view, options);
-  if (last->verb == "MAIL" || last->verb == "RCPT") return explain_envelope(*last, options);
+  if (last->verb == "MAIL" || last->verb == "RCPT") return explain_envelope(*last, view, options);
   if (last->verb == "AUTH" && wants_tls(*last)) return explain_refused_login(last, options);
   if (last->judged == verdict::temporary || result == TAV_EML_ERR_REPLY_TEMPORARY) {
     return {EX_TEMPFAIL, options.place() + " refused " + step_of(view) + " for now",
