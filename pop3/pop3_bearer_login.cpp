@@ -20,14 +20,12 @@ bool says_yes(const utl_buffer& line) { return begins_with(line.view(), "+OK"); 
 
 // The text of a challenge could hold "+OK": only the start of the line counts.
 bearer_rules::reply judge(std::string_view line) {
-  constexpr std::string_view kRefusal = "-ERR ";
-  if (begins_with(line, "+OK")) return bearer_rules::reply::granted;
-  if (begins_with(line, "+")) return bearer_rules::reply::goes_on;
-  if (begins_with(line, kRefusal)) {
-    // Another reason than the token (RFC 2449 8.1, RFC 3206 4).
-    for (const char* code : {"[SYS/", "[IN-USE]", "[LOGIN-DELAY]"}) {
-      if (begins_with_word(line.substr(kRefusal.size()), code)) return bearer_rules::reply::failed;
-    }
+  if (begins_with(line, "+")) {
+    return begins_with(line, "+OK") ? bearer_rules::reply::granted : bearer_rules::reply::goes_on;
+  }
+  // Another reason than the token (RFC 2449 8.1, RFC 3206 4).
+  for (const char* reason : {"-ERR [SYS/", "-ERR [IN-USE]", "-ERR [LOGIN-DELAY]"}) {
+    if (begins_with_word(line, reason)) return bearer_rules::reply::failed;
   }
   return bearer_rules::reply::refused;
 }

@@ -11,10 +11,14 @@
 //  - The function may block, for example to refresh the token, at most `timeout_ms`; 0 or less
 //    means the port's own limit of 30 s. It may be called by several threads at once.
 //  - After a token was refused the library connects once more and calls again, with is_refused. It
-//    tries what it gets then, and ends the login when that is refused too or when there is none.
+//    tries what it gets then, and ends the login when that is refused too or when there is none. It
+//    does not connect again when the refusal has another reason: a POP3 reply with [IN-USE],
+//    [LOGIN-DELAY] or [SYS/...], or one to AUTH before the token was sent.
 //  - The request, its texts and the buffer belong to the library and are good during the call only.
-//    The buffer is not cleared. The library wipes all of it after the login, with every copy that
-//    it made; it never logs a token. The port looks after its own copies.
+//    The buffer is not cleared. It comes from MemAllocate of utl_os.h before the call; without
+//    memory the function is not called, and the login fails. The library wipes all of it after the
+//    login, with every copy that it made; it never logs a token. The port looks after its own
+//    copies.
 //  - A port writes nothing beyond `size`, and logs no token.
 
 #ifndef TAV_BEARER_H
