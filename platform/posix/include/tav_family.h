@@ -1,6 +1,6 @@
 // tav_family.h - IPv4 or IPv6 alone, for programs that let a person choose.
 //
-// A facility of the Linux port, not needed by the library. A device without this header lacks
+// A facility of platform/posix, not needed by the library. A device without this header lacks
 // nothing.
 
 #ifndef TAV_FAMILY_H

@@ -1,6 +1,6 @@
 // tav_wake.h - ends the port's waits from outside, for programs that a person may interrupt.
 //
-// A facility of the Linux port, not needed by the library. The contract of other ports
+// A facility of platform/posix, not needed by the library. The contract of other ports
 // (tav_netsock.h, tlsw.h, osw.h) is unchanged: a device without this header lacks nothing.
 
 #ifndef TAV_WAKE_H
