@@ -30,6 +30,9 @@ __attribute__((weak)) void* operator new(size_t size) {
   void* const block = fails_at > 0 && --fails_at == 0 ? nullptr : std::malloc(size);
   return block != nullptr ? block : throw std::bad_alloc();
 }
+__attribute__((weak)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size);
+}
 __attribute__((weak)) void operator delete(void* block) noexcept { std::free(block); }
 __attribute__((weak)) void operator delete(void* block, size_t) noexcept { std::free(block); }
 
