@@ -19,13 +19,21 @@ TAV_EML_RESULT read_line(pop3_connection& link, utl_buffer& line) {
 bool says_yes(const utl_buffer& line) { return begins_with(line.view(), "+OK"); }
 
 // The text of a challenge could hold "+OK": only the start of the line counts.
+bearer_rules::reply judge(std::string_view line) {
+  if (begins_with(line, "+")) {
+    return begins_with(line, "+OK") ? bearer_rules::reply::granted : bearer_rules::reply::goes_on;
+  }
+  // Another reason than the token (RFC 2449 8.1, RFC 3206 4).
+  for (const char* reason : {"-ERR [SYS/", "-ERR [IN-USE]", "-ERR [LOGIN-DELAY]"}) {
+    if (begins_with_word(line, reason)) return bearer_rules::reply::failed;
+  }
+  return bearer_rules::reply::refused;
+}
+
 TAV_EML_RESULT read(connection& link, bearer_rules::reply& what) {
   utl_buffer line;
   const TAV_EML_RESULT result = read_line(static_cast<pop3_connection&>(link), line);
-  what = bearer_rules::reply::refused;
-  if (result == TAV_EML_OK && begins_with(line.view(), "+")) {
-    what = says_yes(line) ? bearer_rules::reply::granted : bearer_rules::reply::goes_on;
-  }
+  what = result == TAV_EML_OK ? judge(line.view()) : bearer_rules::reply::refused;
   return result;
 }
 
@@ -70,15 +78,18 @@ TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, boo
                               text_of(account.m_strUserID)};
   bearer_token token;
   TAV_EML_RESULT result = token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
+  if (result != TAV_EML_OK) return pop3_called_failure(kName, "tav_bearer_get", result);
   const bearer_method* method = nullptr;
-  if (result == TAV_EML_OK && token.is_given()) result = ask_for_method(link, method);
+  if (token.is_given()) result = ask_for_method(link, method);
   if (result != TAV_EML_OK) return pop3_called_failure(kName, "CAPA", result);
   if (method == nullptr) return go_without(account, token.is_given(), refused_tokens);
 
-  result = token.log_in(login, *method, kRules, link, is_done);
+  bearer_rules::reply verdict = bearer_rules::reply::refused;
+  result = token.log_in(login, *method, kRules, link, verdict);
   if (result != TAV_EML_OK) return pop3_called_failure(kName, "AUTH", result);
+  is_done = verdict == bearer_rules::reply::granted;
   if (is_done) return result;
-  ++refused_tokens;
+  refused_tokens = verdict == bearer_rules::reply::refused ? refused_tokens + 1 : kMaxTokens;
   return pop3_failure(kName, " AUTH error.", TAV_EML_ERR_AUTH);
 }
 

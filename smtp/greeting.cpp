@@ -35,7 +35,7 @@ bool is_short_refusal(const char* line) {
 
 // Takes what one EHLO line announces. The line is "250-KEYWORD ..." or "250 KEYWORD ...".
 void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
-                     smtp_ehlo_option& option) {
+                     smtp_ehlo_option& option, const bearer_method*& bearer) {
   constexpr size_t kKeyword = 4;
   constexpr size_t kMechanisms = 9;  // after "250-AUTH" and a space or an equals sign
   const size_t length = std::strlen(line);
@@ -43,6 +43,8 @@ void take_capability(const char* line, std::string& mechanisms, bool& has_auth,
   if (begins_with_word(line + kKeyword, "AUTH")) {
     has_auth = true;
     mechanisms = length > kMechanisms ? line + kMechanisms : "";
+    // A second line, for old clients, may name fewer methods.
+    if (bearer == nullptr) bearer = find_bearer_method(mechanisms);
   } else if (begins_with_word(line + kKeyword, "STARTTLS")) {
     option.starttls = 1;
   }
@@ -68,12 +70,9 @@ TAV_EML_RESULT read_capabilities(smtp_dialogue& dialogue, smtp_ehlo_option& opti
       verdict = judge_reply(line, kReplySuccess);
       if (verdict != TAV_EML_OK) refused(kEhlo, line, verdict);
     }
-    if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option);
+    if (verdict == TAV_EML_OK) take_capability(line, mechanisms, has_auth, option, bearer);
     if (is_last_line(line, size) || is_short_refusal(line)) {
-      if (verdict == TAV_EML_OK && has_auth) {
-        take_login_methods(mechanisms, option);
-        bearer = find_bearer_method(mechanisms);
-      }
+      if (verdict == TAV_EML_OK && has_auth) take_login_methods(mechanisms, option);
       return verdict;
     }
   }

@@ -85,8 +85,7 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   result = send_ehlo(&settings, &session, announced, bearer);
   if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
   if (token.is_given() && bearer != nullptr) {
-    result = log_in_with_bearer(login, *bearer, token, dialogue);
-    if (result == TAV_EML_ERR_AUTH) ++progress.refused_tokens;
+    result = log_in_with_bearer(login, *bearer, token, dialogue, progress.refused_tokens);
     return result == TAV_EML_OK ? result : method_failure("tav_eml_smtp_auth_bearer", result);
   }
   if (progress.refused_tokens > 0) {

@@ -26,10 +26,16 @@ constexpr bearer_rules kRules = {512, &read};  // RFC 5321 4.5.3.1.4
 }  // namespace
 
 TAV_EML_RESULT log_in_with_bearer(const bearer_login& login, const bearer_method& method,
-                                  const bearer_token& token, smtp_dialogue& dialogue) {
-  bool is_granted = false;
-  const TAV_EML_RESULT result = token.log_in(login, method, kRules, dialogue, is_granted);
-  return result != TAV_EML_OK || is_granted ? result : refuse_login(dialogue, kTexts);
+                                  const bearer_token& token, smtp_dialogue& dialogue,
+                                  int& refused_tokens) {
+  bearer_rules::reply verdict = bearer_rules::reply::refused;
+  TAV_EML_RESULT result = token.log_in(login, method, kRules, dialogue, verdict);
+  if (result != TAV_EML_OK || verdict == bearer_rules::reply::granted) return result;
+  result = refuse_login(dialogue, kTexts);
+  if (result == TAV_EML_ERR_AUTH) {
+    refused_tokens = verdict == bearer_rules::reply::refused ? refused_tokens + 1 : kMaxTokens;
+  }
+  return result;
 }
 
 }  // namespace quorvelmida

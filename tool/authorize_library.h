@@ -23,7 +23,15 @@ struct web_request {
 };
 
 // There is no answer, or one that is too long.
-enum class web_fault { no_such_host, bad_certificate, too_late, too_long, other };
+enum class web_fault {
+  no_such_host,
+  bad_certificate,  // of another kind than the next two
+  expired_certificate,
+  early_certificate,  // not yet valid
+  too_late,
+  too_long,
+  other
+};
 
 struct web_failure {
   web_fault kind;

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <malloc.h>
 #include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -71,12 +72,20 @@ int is_to_end(void* request, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   return static_cast<const web_request*>(request)->is_to_end() ? 1 : 0;
 }
 
-web_fault kind_of(CURLcode code) {
+web_fault certificate_fault(CURL* handle) {
+  long result = X509_V_OK;
+  curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &result);
+  if (result == X509_V_ERR_CERT_HAS_EXPIRED) return web_fault::expired_certificate;
+  if (result == X509_V_ERR_CERT_NOT_YET_VALID) return web_fault::early_certificate;
+  return web_fault::bad_certificate;
+}
+
+web_fault kind_of(CURLcode code, CURL* handle) {
   switch (code) {
     case CURLE_COULDNT_RESOLVE_HOST:
       return web_fault::no_such_host;
     case CURLE_PEER_FAILED_VERIFICATION:
-      return web_fault::bad_certificate;
+      return certificate_fault(handle);
     case CURLE_OPERATION_TIMEDOUT:
       return web_fault::too_late;
     case CURLE_WRITE_ERROR:
@@ -125,7 +134,8 @@ class transfer {
     set(CURLOPT_HEADERDATA, static_cast<void*>(&answer));
     const CURLcode code = curl_easy_perform(m_handle.get());
     if (code != CURLE_OK) {
-      throw web_failure{kind_of(code), *details != '\0' ? details : curl_easy_strerror(code)};
+      throw web_failure{kind_of(code, m_handle.get()),
+                        *details != '\0' ? details : curl_easy_strerror(code)};
     }
     curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &answer.status);
     return answer;

@@ -4,6 +4,8 @@
 #include "exchange.h"
 #include "interrupt.h"
 #include "problem.h"
+#include "tav_wiretap.h"
+#include "tls_advice.h"
 
 namespace tavmail {
 
@@ -17,6 +19,11 @@ bool is_on_this_machine(const std::string& host) {
   return host == "localhost" || host == "127.0.0.1" || host == "[::1]";
 }
 
+problem refused_certificate(const std::string& host, const std::string& details,
+                            const std::string& advice) {
+  return problem(EX_PROTOCOL, "the certificate of " + host + " was refused: " + details, advice);
+}
+
 // What went wrong without an answer, for a person.
 problem problem_of(const web_failure& failure, const std::string& host) {
   const std::string details = presentable(failure.details);
@@ -25,10 +32,11 @@ problem problem_of(const web_failure& failure, const std::string& host) {
       return problem(EX_NOHOST, "cannot find the provider \"" + host + "\"",
                      "check its name and the name service");
     case web_fault::bad_certificate:
-      return problem(EX_PROTOCOL, "the certificate of " + host + " was refused: " + details,
-                     says(details, "not yet valid") || says(details, "expired")
-                         ? "set this machine's clock"
-                         : "trust its issuer with the key ca_file");
+      return refused_certificate(host, details, "trust its issuer with the key ca_file");
+    case web_fault::expired_certificate:
+      return refused_certificate(host, details, certificate_advice(TAV_TLS_REFUSED_EXPIRED));
+    case web_fault::early_certificate:
+      return refused_certificate(host, details, certificate_advice(TAV_TLS_REFUSED_NOT_YET));
     case web_fault::too_late:
       return problem(EX_TEMPFAIL, host + " does not answer in time", "try again later");
     case web_fault::too_long:

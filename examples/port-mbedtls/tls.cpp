@@ -282,6 +282,8 @@ std::string failure_reason(const session& s) {
 // TLS 1.2. Here and in tlsw.h the versions have the same numbers.
 constexpr int kNewest = MBEDTLS_SSL_MINOR_VERSION_3;
 
+constexpr char kNoMemory[] = "no memory";
+
 // A session that is ready for its handshake.
 int32_t prepare(session& s, const tls_options& options) {
   if (options.check && s.server.empty()) {
@@ -292,7 +294,7 @@ int32_t prepare(session& s, const tls_options& options) {
   }
   if (mbedtls_ssl_config_defaults(&s.config, MBEDTLS_SSL_IS_CLIENT, MBEDTLS_SSL_TRANSPORT_STREAM,
                                   MBEDTLS_SSL_PRESET_DEFAULT) != 0) {
-    return handshake_failed(TLSW_ERR_NO_MEMORY, "no memory");
+    return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   }
   mbedtls_ssl_conf_min_version(&s.config, MBEDTLS_SSL_MAJOR_VERSION_3, options.oldest);
   mbedtls_ssl_conf_authmode(&s.config,
@@ -304,7 +306,7 @@ int32_t prepare(session& s, const tls_options& options) {
   const bool has_host = !s.server.empty() && !is_address_literal(s.server);
   if (mbedtls_ssl_setup(&s.ssl, &s.config) != 0 ||
       (has_host && mbedtls_ssl_set_hostname(&s.ssl, s.server.c_str()) != 0)) {
-    return handshake_failed(TLSW_ERR_NO_MEMORY, "no memory");
+    return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   }
   mbedtls_ssl_set_bio(&s.ssl, &s, send_bytes, receive_bytes, nullptr);
   return TLSW_OK;
@@ -326,7 +328,7 @@ int32_t handshake(session& s, bool check, uint32_t timeout_ms) {
   s.heads.end_handshake();
   const mbedtls_x509_crt* const certificate = mbedtls_ssl_get_peer_cert(&s.ssl);
   if (!check && has_wiretap() && certificate != nullptr) text_of(*certificate).tell();
-  return handshake_started(mbedtls_ssl_get_version(&s.ssl), mbedtls_ssl_get_ciphersuite(&s.ssl));
+  return TLSW_OK;
 }
 
 int32_t connect_session(uint32_t handle, const TLSW_CONNECT_PARAM& param, uint32_t* session_out) {
@@ -345,7 +347,10 @@ int32_t connect_session(uint32_t handle, const TLSW_CONNECT_PARAM& param, uint32
   if (result == TLSW_OK) result = handshake(*made, options.check, param.timeout_ms);
   if (result != TLSW_OK) return result;
   *session_out = table().add_session(handle, made);
-  return *session_out != 0 ? TLSW_OK : TLSW_ERR_PARAM;
+  if (*session_out == 0) return handshake_failed(TLSW_ERR_PARAM, "the context has ended");
+  // Told last: after it nothing can fail.
+  const mbedtls_ssl_context* const ssl = &made->ssl;
+  return handshake_started(mbedtls_ssl_get_version(ssl), mbedtls_ssl_get_ciphersuite(ssl));
 }
 
 // The result of a read or write that moved nothing.
@@ -375,7 +380,7 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
   if (param == nullptr || session_out == nullptr || param->sock <= 0) return TLSW_ERR_PARAM;
   return connect_session(context, *param, session_out);
 } catch (const std::bad_alloc&) {
-  return TLSW_ERR_NO_MEMORY;
+  return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
 }
 
 int32_t tlsw_read_timeo(uint32_t handle, void* data, int32_t len, int32_t timeout_ms,

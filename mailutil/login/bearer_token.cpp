@@ -77,7 +77,7 @@ TAV_EML_RESULT send_message(connection& link, const bearer_method& method,
     if (result == TAV_EML_OK) result = rules.read(link, what);
     if (result != TAV_EML_OK) return result;
     if (what != reply::goes_on) {
-      what = reply::refused;  // whatever it says: there was no token yet
+      what = reply::failed;  // whatever it says: there was no token yet
       return result;
     }
     result = send_line(link, "", message);
@@ -140,20 +140,17 @@ bool bearer_token::make_message(const bearer_login& login, const bearer_method& 
 
 TAV_EML_RESULT bearer_token::log_in(const bearer_login& login, const bearer_method& method,
                                     const bearer_rules& rules, connection& link,
-                                    bool& is_granted) const {
-  is_granted = false;
+                                    reply& verdict) const {
   secret_buffer message;
-  reply what = reply::refused;
   TAV_EML_RESULT result = make_message(login, method, message)
-                              ? send_message(link, method, rules, message.view(), what)
+                              ? send_message(link, method, rules, message.view(), verdict)
                               : TAV_EML_ERR_NO_MEMORY;
-  if (result != TAV_EML_OK || what != reply::goes_on) {
-    is_granted = what == reply::granted;
-    return result;
-  }
+  if (result != TAV_EML_OK || verdict != reply::goes_on) return result;
   // What went wrong, in JSON. The refusal comes after an answer.
   result = send_line(link, "", method.answer_to_error);
-  return result == TAV_EML_OK ? rules.read(link, what) : result;
+  if (result == TAV_EML_OK) result = rules.read(link, verdict);
+  if (verdict != reply::failed) verdict = reply::refused;
+  return result;
 }
 
 }  // namespace quorvelmida

@@ -37,7 +37,8 @@ struct bearer_login {
 
 // What a protocol does in its own way.
 struct bearer_rules {
-  enum class reply { granted, goes_on, refused };
+  // Another token may be granted after `refused`, but not after `failed`.
+  enum class reply { granted, goes_on, refused, failed };
 
   int64_t longest_command;  // with its CR LF
   // Reads a reply to AUTH. Logs a failure.
@@ -53,10 +54,11 @@ class bearer_token {
 
   bool is_given() const { return m_uLength > 0; }
 
-  // Logs in with it. `is_granted` is the server's verdict when the result is TAV_EML_OK; a failure
-  // of the exchange is logged. Throws what the allocator throws.
+  // Logs in with it. `verdict` is the server's, and not goes_on, when the result is TAV_EML_OK; a
+  // failure of the exchange is logged. Throws what the allocator throws.
   TAV_EML_RESULT log_in(const bearer_login& login, const bearer_method& method,
-                        const bearer_rules& rules, connection& link, bool& is_granted) const;
+                        const bearer_rules& rules, connection& link,
+                        bearer_rules::reply& verdict) const;
 
  private:
   bool make_message(const bearer_login& login, const bearer_method& method,

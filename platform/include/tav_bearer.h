@@ -11,10 +11,13 @@
 //  - The function may block for `timeout_ms` at most, for example to refresh the token; 0 or less
 //    means the port's own limit of 30 s. Several threads may call it at once.
 //  - After a refusal the library connects once more and calls again, with is_refused. It tries the
-//    token that it gets then. If there is none, or it is refused too, the login fails.
+//    token that it gets then. If there is none, or it is refused too, the login fails. It fails at
+//    once if the refusal has another reason: a POP3 reply with [IN-USE], [LOGIN-DELAY] or [SYS/...],
+//    or a reply that refuses AUTH before the token was sent.
 //  - The request, its texts and the buffer belong to the library and are valid during the call
-//    only. The buffer is not cleared before the call. After the login the library wipes all of it
-//    and every copy that it made; it never logs a token. The port wipes its own copies.
+//    only. The buffer comes from MemAllocate of utl_os.h and is not cleared before the call; if
+//    there is no memory for it, the login fails without a call. After the login the library wipes
+//    all of it and every copy that it made; it never logs a token. The port wipes its own copies.
 //  - A port writes nothing beyond `size`, and logs no token.
 
 #ifndef TAV_BEARER_H

@@ -25,19 +25,21 @@
 //  - With checking on, the chain, the dates (also those that lie ahead) and the name are checked. A
 //    refusal is TLSW_ERR_CERTIFICATE, and so is a socket without a name.
 //  - An address literal is compared with the addresses of the certificate only, a host name with
-//    its host names only. A wildcard is a whole label.
+//    its host names only. A wildcard is a whole label. The common name counts as a host name where
+//    the certificate has no subject alternative name.
 //  - With checking off the certificate is not judged, whatever is wrong with it, and the trust
 //    store need not be there.
 //  - The trust store is read by tlsw_connect_timeo with checking on; what changes in it counts from
 //    the next context on at the latest. One that is missing or cannot be read, or has no
-//    certificate in it, is TLSW_ERR_NO_RESOURCE, before a byte is sent.
+//    certificate in it, is TLSW_ERR_NO_RESOURCE, before a byte is sent. It names roots: whether an
+//    intermediate authority in it suffices without its root is the port's choice.
 //  - A port that has tav_wiretap.h tells the observer how it ended.
 //
 // After it:
 //  - Read looks for bytes that are already decrypted before it waits. One call moves at most `len`
 //    bytes, be they less than a record or several; a port may read records ahead.
-//  - After a read that ended with TLSW_ERR_TIMEOUT the session goes on. Half a record that was
-//    there is kept for the next call.
+//  - After a read that ended with TLSW_ERR_TIMEOUT the session goes on. Half a record that was there
+//    is kept for the next call.
 //  - A clean close by the peer (close_notify) is success with count 0, and so is every later read.
 //    Writes may still succeed. A connection that ends or is reset without one is TLSW_ERR_READ,
 //    between two records as well.

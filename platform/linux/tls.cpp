@@ -256,12 +256,13 @@ int32_t handshake(session& s, uint32_t timeout_ms) {
   }
   s.is_established = true;
   s.renegotiations = 0;
-  return handshake_started(SSL_get_version(s.ssl.get()), SSL_get_cipher_name(s.ssl.get()));
+  return TLSW_OK;
 }
+
+constexpr char kNoMemory[] = "no memory";
 
 // A session that is ready for its handshake.
 int32_t prepare(SSL_CTX* context, const TLSW_CONNECT_PARAM& param, session& s) {
-  constexpr char kNoMemory[] = "no memory";
   s.ssl.reset(SSL_new(context));
   if (!s.ssl) return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   tls_options options;
@@ -300,7 +301,9 @@ int32_t connect_session(uint32_t context, const TLSW_CONNECT_PARAM& param, uint3
   if (result == TLSW_OK) result = handshake(*made, param.timeout_ms);
   if (result != TLSW_OK) return result;
   *handle = table().add_session(context, made);
-  return *handle != 0 ? TLSW_OK : TLSW_ERR_PARAM;
+  if (*handle == 0) return handshake_failed(TLSW_ERR_PARAM, "the context has ended");
+  // Told last: after it nothing can fail.
+  return handshake_started(SSL_get_version(made->ssl.get()), SSL_get_cipher_name(made->ssl.get()));
 }
 
 int32_t transfer_result(session& s, io_result result, const char* operation, int32_t failure) {
@@ -343,7 +346,7 @@ int32_t tlsw_connect_timeo(uint32_t context, const TLSW_CONNECT_PARAM* param,
   try {
     return connect_session(context, *param, session_out);
   } catch (const std::bad_alloc&) {
-    return TLSW_ERR_NO_MEMORY;
+    return handshake_failed(TLSW_ERR_NO_MEMORY, kNoMemory);
   }
 }
 

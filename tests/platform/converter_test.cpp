@@ -35,7 +35,9 @@ TEST(ConverterContract,
   } cases[] = {
       {CHC_UTF_8, CHC_ISO_2022_JP, "a日本b", "a\033$BF|K\\\033(Bb"},
       {CHC_UTF_8, CHC_ISO_2022_JP, "①㈱～", "\033$B-!-j!A\033(B"},
-      {CHC_UTF_8, CHC_ISO_2022_JP, "〜−", "\033$B!A!]\033(B"},  // the other mapping of the same
+      // Written for both of their characters.
+      {CHC_UTF_8, CHC_ISO_2022_JP, "〜−‖¢£¬—¦¥‾", "\033$B!A!]!B!q!r\"L!=||!o!1\033(B"},
+      {CHC_UTF_8, CHC_ISO_2022_JP, "～－∥￠￡￢―￤￥￣", "\033$B!A!]!B!q!r\"L!=||!o!1\033(B"},
       {CHC_UTF_8, CHC_ISO_2022_JP, "ｶﾞｱﾊﾟｳﾞﾞ", "\033$B%,%\"%Q%t!+\033(B"},  // joined sound marks
       // Of several codes one is written; IBM's own rows have no place in JIS.
       {CHC_UTF_8, CHC_ISO_2022_JP, "∵ⅰ¬髙﨑", "\033$B\"h|q\"L|byu\033(B"},

@@ -8,7 +8,9 @@
 
 #include "cfg_group.h"
 #include "osw.h"
+#include "tav_bearer_source.h"
 #include "tav_wake.h"
+#include "tav_wiretap.h"
 #include "tls_fixture.h"
 
 // In place of the system's resolver, for the port too: one name takes long.
@@ -21,6 +23,18 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* ho
       reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
   return system(host, service, hints, list);
 }
+
+// The nth allocation of a thread fails; 0: none. Weak, as the sanitizers of clang have their own.
+static thread_local int fails_at = 0;
+__attribute__((weak)) void* operator new(size_t size) {
+  void* const block = fails_at > 0 && --fails_at == 0 ? nullptr : std::malloc(size);
+  return block != nullptr ? block : throw std::bad_alloc();
+}
+__attribute__((weak)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size);
+}
+__attribute__((weak)) void operator delete(void* block) noexcept { std::free(block); }
+__attribute__((weak)) void operator delete(void* block, size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -136,6 +150,44 @@ TEST(Posix, the_settings_come_from_variables_and_a_file) {
   EXPECT_EQ(cfg_group_get_event_mail(&record), CFG_OK_PARTIAL);
   EXPECT_STREQ(record.printer_name, "MFP1");
   EXPECT_STREQ(record.serial_number, "");
+}
+
+TEST(Posix, a_handshake_that_lacks_memory_ends_once) {
+  int ends = 0, left = 0;
+  tav_wiretap_set(
+      [](void* count, TAV_WIRETAP_EVENT event, const char*, size_t) {
+        *static_cast<int*>(count) += event == TAV_WIRETAP_TLS_STARTED ||
+                                     event == TAV_WIRETAP_TLS_REFUSED ||
+                                     event == TAV_WIRETAP_TLS_FAILED;
+      },
+      &ends);
+  fails_at = 1000;
+  uint32_t context;
+  tlsw_init(&context);
+  for (int nth = 1000 - std::exchange(fails_at, 0) + 1; left == 0; ++nth, ends = 0) {
+    far_end far;
+    far.prepare = [nth](tls_line&) { fails_at = nth; };
+    const tls_line line({1}, 1000, far);
+    left = std::exchange(fails_at, 0);
+    EXPECT_EQ(ends, 1) << nth << " gives " << line.result;
+  }
+  tlsw_term(context);
+  tav_wiretap_set(nullptr, nullptr);
+}
+
+TEST(Posix, no_source_and_one_that_fails_give_no_token) {
+  const tav_bearer_request request = {TAV_BEARER_POP3, "mail.example", "anna", 0, 1000};
+  char token[8];
+  const tav_bearer_source_fn sources[] = {
+      nullptr,
+      [](void*, const tav_bearer_request*, char*, int32_t) -> int32_t { throw std::bad_alloc(); },
+      [](void*, const tav_bearer_request*, char*, int32_t) -> int32_t { return -1; },
+  };
+  for (const tav_bearer_source_fn source : sources) {
+    tav_bearer_source_set(source, nullptr);
+    EXPECT_LE(tav_bearer_get(&request, token, sizeof token), 0);
+  }
+  tav_bearer_source_set(nullptr, nullptr);
 }
 
 }  // namespace

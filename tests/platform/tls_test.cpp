@@ -61,6 +61,7 @@ TEST(TlsContract, only_the_right_certificate_and_known_options_are_accepted) {
       {{1}, kRefused, TAV_TLS_REFUSED_NAME, {fault::wrong_name}},
       {{1}, kRefused, TAV_TLS_REFUSED_NAME, {fault::none, v4}},
       {{1}, kRefused, TAV_TLS_REFUSED_NAME, {fault::none, name, v4}},
+      {{1}, kRefused, TAV_TLS_REFUSED_NAME, {fault::none, name, "l*calhost"}},
       {{1}, kRefused, TAV_TLS_REFUSED_NAME, {fault::address_as_name, v4, v4}},
       {{1}, kRefused, TAV_TLS_REFUSED_NO_NAME, {fault::none, elsewhere}},
       {{1}, kRefused, TAV_TLS_REFUSED_ISSUER, {fault::none, name, name, "other"}},

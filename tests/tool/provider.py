@@ -1,6 +1,9 @@
 """A provider of tokens for runs.py (RFC 6749, RFC 8628). What it answers to one request after the
 other is a list of words: "device" begins a consent, "ok" gives tokens, "odd" gives what no client should
-take, anything else is the name of an error. After a "+" stands how the answer differs."""
+take, anything else is the name of an error. After a "+" stands how the answer differs.
+
+Authlib gives the answers (oauth_library.py), but for those to "odd", where it is installed.
+"""
 
 import json
 import os
@@ -10,6 +13,12 @@ import time
 from email.utils import formatdate
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from urllib.parse import parse_qs
+
+try:
+    from oauth_library import Library
+except ImportError as missing:
+    print(f"the provider is our own, without python3-authlib and python3-flask: {missing}")
+    Library = None
 
 ACCESS, REFRESH, DEVICE = "zugangswort", "auffrischwort", "geraetewort"  # a number follows
 CHANGES = {
@@ -26,6 +35,8 @@ class Provider(ThreadingHTTPServer):
     def __init__(self, folder):
         self.folder, self.words, self.faults, self.given = folder, [], [], 0
         self.accepted = {DEVICE}  # what may be exchanged for tokens
+        self.library = Library and Library(
+            lambda **_: ACCESS + "1", lambda **_: f"{REFRESH}{self.given}")
         super().__init__(("127.0.0.1", 0), Handler)
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
@@ -39,8 +50,9 @@ class Provider(ThreadingHTTPServer):
     def handle_error(self, request, client_address):
         pass  # a client that does not trust it
 
-    def answer(self, path, form):
-        """The status and the document."""
+    def answer(self, path, body):
+        """The status, the document and how they differ."""
+        form = {name: value[0] for name, value in parse_qs(body).items()}
         word, *changes = self.words.pop(0).split("+") if self.words else ["unexpected"]
         secret = form.get("device_code" if "device" in form.get("grant_type", "") else
                           "refresh_token", "")
@@ -48,22 +60,27 @@ class Provider(ThreadingHTTPServer):
         known = form.get("client_secret", "") == ("geheim" if "known" in changes else "")
         if form.get("client_id") != "tool" or not (wanted and known) or word == "unexpected":
             self.faults.append(f"the provider was asked {path} {form} for {word}")
-        if path == "/token" and secret not in self.accepted:
-            word = "invalid_grant"
-        document = {"error": word, "error_description": f"not {secret}"}
-        if word == "device":
+        self.given += word == "ok"
+        status, document = 200 if word in ("device", "ok", "odd") else 400, {"error": word}
+        if self.library and word not in ("odd", "unexpected"):
+            status, document = self.library.answer(
+                word, "geheim" if "known" in changes else "", self.accepted, path, body)
+        elif path == "/token" and secret not in self.accepted:
+            status, document = 400, {"error": "invalid_grant"}
+        elif word == "device":
             document = {"device_code": DEVICE, "user_code": "WDJB-MJHT", "interval": 1,
                         "verification_uri": "https://login.example.com/device", "expires_in": 60,
                         "verification_uri_complete": "https://login.example.com/device?c=WDJB"}
         elif word in ("ok", "odd"):
-            self.given += word == "ok"
             document = {"access_token": ACCESS + "1", "token_type": "Bearer",
                         "refresh_token": f"{REFRESH}{self.given}", "expires_in": 3600}
         for change in changes:
             document.update(CHANGES.get(change, {}))
-        if word == "ok" and document["refresh_token"]:
+        if "echo" in changes:
+            document["error_description"] = f"not {secret}"
+        if word == "ok" and document.get("refresh_token"):
             self.accepted = {document["refresh_token"]}  # the one before is used up
-        return 200 if word in ("device", "ok", "odd") else 400, document, changes
+        return status, document, changes
 
 
 class Handler(BaseHTTPRequestHandler):
@@ -75,8 +92,7 @@ class Handler(BaseHTTPRequestHandler):
 
     def do_POST(self):
         body = self.rfile.read(int(self.headers["Content-Length"])).decode()
-        form = {name: value[0] for name, value in parse_qs(body).items()}
-        status, document, self.changes = self.server.answer(self.path, form)
+        status, document, self.changes = self.server.answer(self.path, body)
         text = "nonsense" if "nonsense" in self.changes else json.dumps(document)
         time.sleep(9 if "silent" in self.changes else 0)
         if "moved" in self.changes:
