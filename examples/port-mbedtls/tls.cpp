@@ -81,7 +81,7 @@ struct session {
   mbedtls_ssl_config config;
   mbedtls_ssl_context ssl;
   int fd = 0;
-  std::string server;               // that the certificate is to be for
+  std::string server;               // the name that the certificate must have
   const deadline* until = nullptr;  // of the call that is going on
   bool is_ended = false;            // by the peer, with close_notify
   bool is_broken = false;           // no further call
@@ -99,8 +99,8 @@ handle_table<context, session>& table() {
   return *instance;
 }
 
-// The bytes on their way. mbedTLS goes on by itself as long as some move, whatever they are: the
-// time of a call is looked at wherever they do.
+// Sending and receiving. mbedTLS goes on by itself as long as bytes move, whatever they are. So
+// both functions check the deadline of the call each time.
 
 bool is_over(const session& s) { return s.until != nullptr && s.until->is_over(); }
 
@@ -114,7 +114,7 @@ int send_bytes(void* of, const unsigned char* data, size_t length) {
   return is_retry() ? MBEDTLS_ERR_SSL_WANT_WRITE : MBEDTLS_ERR_SSL_CONN_EOF;
 }
 
-// Above 0 the bytes that came, else what mbedTLS is told.
+// The count of bytes received, or an error for mbedTLS.
 int fetch(session& s, unsigned char* data, size_t length) {
   if (is_over(s)) return MBEDTLS_ERR_SSL_WANT_READ;
   const ssize_t count = recv(s.fd, data, length, MSG_DONTWAIT);
@@ -122,7 +122,8 @@ int fetch(session& s, unsigned char* data, size_t length) {
   return count < 0 && is_retry() ? MBEDTLS_ERR_SSL_WANT_READ : MBEDTLS_ERR_SSL_CONN_EOF;
 }
 
-// mbedTLS declines a renegotiation and goes on, and knows no request within a handshake.
+// mbedTLS declines a renegotiation and goes on, and fails on a request during the handshake;
+// record_heads does what the contract wants.
 int receive_bytes(void* of, unsigned char* data, size_t length) {
   session& s = *static_cast<session*>(of);
   const auto from_socket = [&](unsigned char* room, size_t size) { return fetch(s, room, size); };
@@ -232,7 +233,7 @@ const char* name_of(uint32_t faults, bool is_self_signed) {
   return TAV_TLS_REFUSED_OTHER;
 }
 
-// Called for each certificate of the chain, at last for the server's own.
+// Called for each certificate of the chain, for the server's own last.
 int judge(void* of, mbedtls_x509_crt* certificate, int depth, uint32_t* faults) {
   session& s = *static_cast<session*>(of);
   try {
@@ -299,7 +300,7 @@ int32_t prepare(session& s, const tls_options& options) {
   mbedtls_ssl_conf_ca_chain(&s.config, &s.owner->store, nullptr);
   mbedtls_ssl_conf_verify(&s.config, judge, &s);
   mbedtls_ssl_conf_rng(&s.config, mbedtls_ctr_drbg_random, &s.owner->random);
-  // A host name is sent, and compared with those of the certificate.
+  // mbedTLS sends this name and compares it with those of the certificate.
   const bool has_host = !s.server.empty() && !is_address_literal(s.server);
   if (mbedtls_ssl_setup(&s.ssl, &s.config) != 0 ||
       (has_host && mbedtls_ssl_set_hostname(&s.ssl, s.server.c_str()) != 0)) {
@@ -413,15 +414,15 @@ int32_t tlsw_write_timeo(uint32_t handle, const void* data, int32_t len, int32_t
     return TLSW_OK;
   }
   *count = 0;
-  s->is_broken = true;  // half a record may be out: nothing can follow it
+  s->is_broken = true;  // half a record may have been sent: nothing can follow it
   return without_bytes(*s, result, "write", TLSW_ERR_WRITE);
 }
 
 int32_t tlsw_shutdown(uint32_t handle) noexcept {
   const session_ptr s = table().session(handle);
   if (!s) return TLSW_ERR_PARAM;
-  if (s->is_broken) return TLSW_OK;  // there is nobody to say goodbye to
-  // One way and without waiting: the peer's own goodbye is not awaited.
+  if (s->is_broken) return TLSW_OK;  // nothing more may be sent
+  // Sends close_notify if that is possible at once. The peer's is not waited for.
   const int result = mbedtls_ssl_close_notify(&s->ssl);
   s->is_broken = true;
   return result == 0 || result == MBEDTLS_ERR_SSL_WANT_WRITE ? TLSW_OK : TLSW_ERR_SHUTDOWN;

@@ -20,8 +20,7 @@
 //    wrapper (tlsw.h) sends it and checks the certificate for it. tav_netsock_tls.h is how the
 //    wrapper learns of it. The next socket of the same handle knows nothing of it.
 //  - A port may be used by several threads at once, a socket by one at a time. No lock is held
-//  while
-//    a call waits.
+//    while a call waits.
 //  - Where handles are the system's own descriptors (platform/posix), sockets that others have made
 //    can be sent to and received from, too. Their options are left alone, nothing is read ahead of
 //    what is asked for, and they carry no name.

@@ -37,8 +37,7 @@
 //  - Read looks for bytes that are already decrypted before it waits. One call moves at most `len`
 //    bytes, be they less than a record or several; a port may read records ahead.
 //  - After a read that ended with TLSW_ERR_TIMEOUT the session goes on. Half a record that was
-//  there
-//    is kept for the next call.
+//    there is kept for the next call.
 //  - A clean close by the peer (close_notify) is success with count 0, and so is every later read.
 //    Writes may still succeed. A connection that ends or is reset without one is TLSW_ERR_READ,
 //    between two records as well.

@@ -8,12 +8,12 @@
 
 #include "tav_bearer.h"
 
-// Answers as tav_bearer_get does, within `request->timeout_ms`, on the thread that logs in. When it
-// throws std::bad_alloc there is no token.
+// Answers as tav_bearer_get does, within `request->timeout_ms`, on the thread that logs in. If it
+// throws std::bad_alloc, there is no token.
 typedef int32_t (*tav_bearer_source_fn)(void* context, const tav_bearer_request* request,
                                         char* token, int32_t size);
 
-// Installs the one source of the process; null removes it. To be called while nobody logs in.
+// Installs the one source of the process; null removes it. Call it while no thread logs in.
 extern "C" UTL_API void tav_bearer_source_set(tav_bearer_source_fn source, void* context) noexcept;
 
 #endif
