@@ -13,6 +13,7 @@
 #include "picking.h"
 #include "problem_json.h"
 #include "progress_bar.h"
+#include "repetition.h"
 
 namespace tavmail {
 
@@ -73,6 +74,8 @@ std::vector<listed_mail> delete_mails(const delete_options& options) {
   mailbox_visit visit(options.mailbox, options.verbose, check_end);
   visit.open();
   const std::vector<listed_mail> chosen = chosen_mails(options.picks, visit);
+  // After a connection that was cut the numbers may be those of other mails.
+  if (!options.picks.numbers.empty()) repetition::rule_out();
   mark(chosen, visit);
   if (visit.quit_is_confirmed()) return chosen;
   interrupt_guard::check("the server did not confirm what it was to delete");

@@ -99,21 +99,24 @@ bool says(std::string_view text, std::string_view words) {
                      [&](char a, char b) { return lower(a) == lower(b); }) != text.end();
 }
 
+// The controls from U+0080 to U+009F steer terminals too.
+size_t steering_bytes(std::string_view text) {
+  const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+  if (text.empty()) return 0;
+  if (byte(0) < 0x20 || byte(0) == 0x7F) return 1;
+  if (byte(0) == 0xC2 && text.size() > 1 && byte(1) < 0xA0) return 2;
+  return turns_direction(text.substr(0, 3)) ? 3 : 0;
+}
+
 std::string presentable(std::string_view text) {
   size_t end = std::min(text.size(), kLongestLine);
   while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;
   std::string result(text.substr(0, end));
   const bool is_text = is_utf8(result);
   for (size_t i = 0; i < result.size(); ++i) {
-    const unsigned char byte = static_cast<unsigned char>(result[i]);
-    const bool is_control = byte < 0x20 || byte == 0x7F;
-    // The controls from U+0080 to U+009F steer terminals too.
-    const bool is_c1 = is_text && byte == 0xC2 && static_cast<unsigned char>(result[i + 1]) < 0xA0;
-    if (is_c1) result[i + 1] = ' ';
-    if (is_control || is_c1) result[i] = ' ';
-    if (is_text && turns_direction(std::string_view(result).substr(i, 3)))
-      result.replace(i, 3, "   ");
-    if (!is_text && byte >= 0x80) result[i] = '?';
+    if (!is_text && static_cast<unsigned char>(result[i]) >= 0x80) result[i] = '?';
+    const size_t count = steering_bytes(std::string_view(result).substr(i));
+    result.replace(i, count, count, ' ');
   }
   result.erase(result.find_last_not_of(' ') + 1);
   return result;

@@ -52,7 +52,11 @@ std::string reply_text(const exchange* entry);
 // True when the text has the words, in whatever case.
 bool says(std::string_view text, std::string_view words);
 
-// Without control characters, and not longer than a person wants to read.
+// How many bytes the character at the begin of a UTF-8 text has if it steers a terminal or turns
+// the direction of the text; 0 for another one.
+size_t steering_bytes(std::string_view text);
+
+// Without such characters, and not longer than a person wants to read.
 std::string presentable(std::string_view text);
 
 }  // namespace tavmail

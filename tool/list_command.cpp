@@ -73,21 +73,32 @@ class known_mails {
   std::vector<int> m_copies;
 };
 
-// "2026-11-20" in the time of this place; the date as it came where it is none.
+constexpr size_t kDateColumns = 10;
+
+// No character of UTF-8 has more columns than bytes.
+std::string begin_of(const std::string& date) {
+  size_t end = std::min(date.size(), kDateColumns);
+  while (end > 0 && end < date.size() && (static_cast<unsigned char>(date[end]) & 0xC0) == 0x80) {
+    --end;
+  }
+  return date.substr(0, end);
+}
+
+// "2026-11-20" in the time of this place; how it begins where it is none.
 std::string short_date(const std::string& date) {
   const size_t comma = date.find(',');
   const std::string from = date.substr(comma == std::string::npos ? 0 : comma + 1);
   std::tm told{};
   const char* rest = strptime(from.c_str(), " %d %b %Y %H:%M:%S", &told);
   if (rest == nullptr) rest = strptime(from.c_str(), " %d %b %Y %H:%M", &told);
-  if (rest == nullptr) return date;
+  if (rest == nullptr) return begin_of(date);
   std::tm zone{};
   const bool has_zone = strptime(rest, " %z", &zone) != nullptr;
   const std::time_t moment = timegm(&told) - (has_zone ? zone.tm_gmtoff : 0);
   std::tm here{};
   char text[32];
-  if (localtime_r(&moment, &here) == nullptr) return date;
-  return std::strftime(text, sizeof text, "%Y-%m-%d", &here) > 0 ? text : date;
+  if (localtime_r(&moment, &here) == nullptr) return begin_of(date);
+  return std::strftime(text, sizeof text, "%Y-%m-%d", &here) > 0 ? text : begin_of(date);
 }
 
 // The name of the sender, or the address where there is none.
@@ -113,7 +124,7 @@ std::string table_of(const std::vector<shown_mail>& mails, bool has_uids) {
   out.add_column("NO", 1, SCOLS_FL_RIGHT);
   out.add_column("", 1, 0);
   out.add_column("SIZE", 1, SCOLS_FL_RIGHT);
-  out.add_column("DATE", 10, SCOLS_FL_TRUNC);
+  out.add_column("DATE", kDateColumns, SCOLS_FL_TRUNC);
   out.add_column("FROM", 0.25, SCOLS_FL_TRUNC);
   out.add_column("SUBJECT", 0.5, SCOLS_FL_TRUNC);
   if (has_uids) out.add_column("UID", 1, 0);

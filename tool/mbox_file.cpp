@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "disk.h"
 #include "interrupt.h"
 #include "mail_store.h"
 #include "spool_file.h"
@@ -32,8 +33,6 @@ problem cannot(const std::string& what, const std::string& path) {
 class locked_mbox {
  public:
   explicit locked_mbox(const std::string& path) : m_path(path), m_lock(path + ".lock") {
-    m_fd = open(path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
-    if (m_fd < 0) throw cannot("open", path);
     try {
       const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kPatience);
       while (!lock()) {
@@ -56,9 +55,9 @@ class locked_mbox {
   // Adds a mail with the line that it begins with. Nothing is left of one that cannot be added.
   void add(const std::string& first_line, int mail) {
     const off_t before = m_status.st_size;
-    const bool is_added = lseek(m_fd, before, SEEK_SET) == before &&
-                          write_all(m_fd, gap() + first_line) && copy(mail) &&
-                          write_all(m_fd, "\n") && fsync(m_fd) == 0;
+    const bool is_added =
+        lseek(m_fd, before, SEEK_SET) == before && write_all(m_fd, gap() + first_line) &&
+        copy(mail) && write_all(m_fd, "\n") && fsync(m_fd) == 0 && (before > 0 || name_is_safe());
     if (is_added) return;
     const problem trouble = cannot("write", m_path);
     if (ftruncate(m_fd, before) != 0) throw cannot("write", m_path);
@@ -67,6 +66,17 @@ class locked_mbox {
 
  private:
   bool lock() {
+    if (m_fd < 0) {
+      m_fd = open(m_path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
+      if (m_fd < 0) throw cannot("open", m_path);
+    }
+    if (!lock_both()) return false;
+    if (is_in_place()) return true;
+    unlock();
+    return false;
+  }
+
+  bool lock_both() {
     if (!m_isLocked) {
       struct flock whole {};
       whole.l_type = F_WRLCK;
@@ -81,10 +91,23 @@ class locked_mbox {
                          (errno == EACCES || errno == EROFS || errno == EPERM));
   }
 
+  // Whoever had the lock may have put a new file in the place of the one that is open.
+  bool is_in_place() const {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(m_fd, &opened) == 0 && stat(m_path.c_str(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+  }
+
   void unlock() {
     if (m_hasFile) lockfile_remove(m_lock.c_str());
-    close(m_fd);  // takes the other lock away
+    if (m_fd >= 0) close(m_fd);  // takes the other lock away
+    m_fd = -1;
+    m_isLocked = m_hasFile = false;
   }
+
+  // An mbox without mail may be new. Some folders can be used and not read.
+  bool name_is_safe() const { return sync_folder_of(m_path) || errno == EACCES; }
 
   void check() {
     char begin[5];

@@ -16,7 +16,8 @@ void add_problem(nlohmann::ordered_json& document, const problem& cause);
 // A document that says nothing else.
 std::string problem_document(const problem& cause);
 
-// Texts are UTF-8 already; whatever slipped through must not end the command.
+// Texts are UTF-8 already; whatever slipped through must not end the command. What steers a
+// terminal is escaped.
 std::string json_text(const nlohmann::ordered_json& document);
 
 }  // namespace tavmail
