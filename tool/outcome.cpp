@@ -73,6 +73,15 @@ problem told(const finding& found, TAV_EML_RESULT result, const dialogue_view& v
   return cause;
 }
 
+// Whether the mail may have been taken: after its end, only a whole reply that says one thing is
+// certain.
+bool may_have_arrived(const dialogue_view& view) {
+  if (std::string(outcome_of(view)) == "unknown") return true;
+  const exchange* last = view.decisive();
+  return view.end_was_sent() && last != nullptr && last->verb == "." &&
+         (!last->is_complete || last->code.empty());
+}
+
 }  // namespace
 
 std::string step_of(const dialogue_view& view) {
@@ -170,8 +179,7 @@ const char* outcome_of(const dialogue_view& view) {
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
   problem cause = told(explain_sending(result, view, options), result, view);
-  const bool is_known = std::string(outcome_of(view)) != "unknown";
-  if (is_known && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  if (!may_have_arrived(view) && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
   return cause;
 }
 
