@@ -82,6 +82,12 @@ bool may_have_arrived(const dialogue_view& view) {
          (!last->is_complete || last->code.empty());
 }
 
+// A server may be starting again, and the network not be up yet.
+bool may_pass(TAV_EML_RESULT result, const problem& cause) {
+  return cause.exit_code() == EX_TEMPFAIL || cause.exit_code() == EX_NOHOST ||
+         result == TAV_EML_ERR_CONNECT;
+}
+
 }  // namespace
 
 std::string step_of(const dialogue_view& view) {
@@ -179,14 +185,14 @@ const char* outcome_of(const dialogue_view& view) {
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
   problem cause = told(explain_sending(result, view, options), result, view);
-  if (!may_have_arrived(view) && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  if (!may_have_arrived(view) && may_pass(result, cause)) cause.allow_repetition();
   return cause;
 }
 
 problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
                         const mailbox_options& options) {
   problem cause = told(explain_receiving(result, view, options), result, view);
-  if (view.message_bytes() == 0 && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  if (view.message_bytes() == 0 && may_pass(result, cause)) cause.allow_repetition();
   return cause;
 }
 
