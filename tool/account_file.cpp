@@ -95,14 +95,38 @@ const std::set<std::string>& login_keys() {
   return keys;
 }
 
-// Of the nearest source that says how to log in.
-size_t depth_of_login(const std::vector<config_source>& sources) {
-  for (const config_source& source : sources) {
-    for (const config_value& value : source.section->values) {
-      if (login_keys().count(value.key) != 0) return source.depth;
-    }
+using source_iterator = std::vector<config_source>::const_iterator;
+
+const config_value* login_of(const config_source& source) {
+  for (const config_value& value : source.section->values) {
+    if (login_keys().count(value.key) != 0) return &value;
   }
-  return std::numeric_limits<size_t>::max();
+  return nullptr;
+}
+
+// The nearest source that says how to log in, else the end.
+source_iterator find_login(const std::vector<config_source>& sources) {
+  return std::find_if(sources.begin(), sources.end(), login_of);
+}
+
+size_t depth_of_login(const std::vector<config_source>& sources) {
+  const source_iterator found = find_login(sources);
+  return found != sources.end() ? found->depth : std::numeric_limits<size_t>::max();
+}
+
+// The value that counts among these sources, null when they have none.
+const config_value* value_of(source_iterator from, source_iterator to, const std::string& key) {
+  for (; from != to; ++from) {
+    if (const config_value* value = from->section->find(key)) return value;
+  }
+  return nullptr;
+}
+
+bool is_login_given(const command_line& command) {
+  return std::any_of(login_keys().begin(), login_keys().end(), [&](const std::string& key) {
+    const option found = command.find(option_of(key));
+    return found && found.is_given();
+  });
 }
 
 problem missing_table(const configuration& files, const std::string& account,
@@ -153,6 +177,7 @@ bool account_file::apply(const command_line& command, const command_line& tool,
   const std::vector<config_source> sources = files.sources(name, section);
   if (sources.empty() && optional) return false;
   if (sources.empty()) throw missing_table(files, name, section, "");
+  if (!is_login_given(command)) check_login(sources);
   apply_sources(sources, command, tool, &endpoint);
   const std::vector<config_source> providers = files.sources(name, kProviderSection);
   if (!providers.empty() && providers[0].depth <= depth_of_login(sources)) {
@@ -183,6 +208,19 @@ token_provider provider_of(const std::string& account, const std::vector<config_
   provider.account = account;
   apply_sources(sources, own, tool, nullptr);
   return provider;
+}
+
+void check_login(const std::vector<config_source>& sources) {
+  const source_iterator login = find_login(sources);
+  if (login == sources.end()) return;
+  for (const char* key : {"server", "user"}) {
+    const config_value* own = value_of(sources.begin(), login, key);
+    const config_value* meant = value_of(login, sources.end(), key);
+    if (own == nullptr || meant == nullptr || own->texts == meant->texts) continue;
+    throw own->place.fault(std::string("the ") + key + " of account \"" + sources[0].account +
+                           "\" has no login of its own; that of " + login_of(*login)->place.text() +
+                           " is for another: give the account a password_command");
+  }
 }
 
 void settle(const config_section& section, std::set<std::string>& settled) {

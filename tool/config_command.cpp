@@ -141,6 +141,7 @@ class check {
     }
     // An account for others to inherit from need not be complete.
     if (m_faults.size() > before || is_base(name)) return;
+    check_login(sources);
     try {
       if (section == kProviderSection) {
         provider_of(name, sources, tool).complete();

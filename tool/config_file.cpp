@@ -155,12 +155,12 @@ const config_account* config_file::account(const std::string& name) const {
   return found(accounts, name, &config_account::name);
 }
 
-config_file read_config(const std::string& path, bool is_system) {
+config_file read_config(const std::string& path) {
   input_file source(path, "the configuration");
   const std::string text = source.read_all(kLargestFile);
   if (text.size() > kLargestFile) throw problem(EX_CONFIG, path + " is no configuration file");
-  // Its commands would be theirs.
-  if (is_system && (source.status().st_mode & S_IWOTH) != 0) {
+  // Its commands would be theirs. A device such as /dev/null is not meant.
+  if (S_ISREG(source.status().st_mode) && (source.status().st_mode & S_IWOTH) != 0) {
     throw problem(EX_CONFIG, "others can write " + path + "; chmod o-w it");
   }
   config_file file = parse(path, text);

@@ -65,8 +65,8 @@ struct config_file {
 extern const char kPasswordKey[];
 
 // Throws a problem: the file cannot be read, is no TOML, or has passwords and can be read by
-// others. One that belongs to the system may not be written by others either.
-config_file read_config(const std::string& path, bool is_system);
+// others. Nobody else may write it either: everybody could put a command into it.
+config_file read_config(const std::string& path);
 
 // Overwrites what earlier calls left on the stack: short texts are not on the heap.
 void wipe_stack();

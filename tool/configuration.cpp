@@ -56,7 +56,7 @@ configuration::configuration(const std::string& path) {
   if (path.empty() && is_missing(user)) {
     m_sought.push_back(user);
   } else {
-    m_files.push_back(read_config(user, false));
+    m_files.push_back(read_config(user));
   }
   const std::string system = system_path();
   if (system.empty()) return;
@@ -64,7 +64,7 @@ configuration::configuration(const std::string& path) {
   if (is_missing(system) || access(system.c_str(), R_OK) != 0) {
     m_sought.push_back(system + (is_missing(system) ? "" : " (not readable)"));
   } else {
-    m_files.push_back(read_config(system, true));
+    m_files.push_back(read_config(system));
   }
 }
 

@@ -46,6 +46,15 @@ bool is_last_line(std::string_view line, bool is_ehlo) {
   return is_ehlo && !goes_on && smtp_verdict(line) != verdict::success;
 }
 
+// The three digits that a line begins with, "" when it does not.
+std::string_view code_of(std::string_view line) {
+  const std::string_view code = line.substr(0, kCode);
+  const bool is_code = code.size() == kCode && std::all_of(code.begin(), code.end(), [](char ch) {
+                         return ch >= '0' && ch <= '9';
+                       });
+  return is_code ? code : std::string_view();
+}
+
 bool is_continuation(char ch) { return (static_cast<unsigned char>(ch) & 0xC0) == 0x80; }
 
 // U+2028 to U+202E and U+2066 to U+2069 let a text look like another one.
@@ -67,6 +76,11 @@ void exchange::judge(std::string_view line) {
   }
   const bool is_ehlo = verb == "EHLO";
   if (is_first || (is_ehlo && judged == verdict::success)) judged = smtp_verdict(line);
+  if (is_first) {
+    code = code_of(line);
+  } else if (code != code_of(line)) {
+    code.clear();
+  }
   if (is_last_line(line, is_ehlo)) is_complete = true;
 }
 

@@ -32,6 +32,7 @@ struct exchange {
   size_t lines = 0;                // all of them, also those that are not kept
   verdict judged = verdict::none;
   bool is_complete = false;    // its last line has come
+  std::string code;            // of three digits, when all lines have the same, else ""
   bool has_lone_feed = false;  // a line went on after a line feed without carriage return
 
   // Judges by the first line, but for EHLO, where each line counts. `line` is as it came, without

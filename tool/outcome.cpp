@@ -73,6 +73,21 @@ problem told(const finding& found, TAV_EML_RESULT result, const dialogue_view& v
   return cause;
 }
 
+// Whether the mail may have been taken: after its end, only a whole reply that says one thing is
+// certain.
+bool may_have_arrived(const dialogue_view& view) {
+  if (std::string(outcome_of(view)) == "unknown") return true;
+  const exchange* last = view.decisive();
+  return view.end_was_sent() && last != nullptr && last->verb == "." &&
+         (!last->is_complete || last->code.empty());
+}
+
+// A server may be starting again, and the network not be up yet.
+bool may_pass(TAV_EML_RESULT result, const problem& cause) {
+  return cause.exit_code() == EX_TEMPFAIL || cause.exit_code() == EX_NOHOST ||
+         result == TAV_EML_ERR_CONNECT;
+}
+
 }  // namespace
 
 std::string step_of(const dialogue_view& view) {
@@ -170,15 +185,14 @@ const char* outcome_of(const dialogue_view& view) {
 
 problem explain(TAV_EML_RESULT result, const dialogue_view& view, const server_options& options) {
   problem cause = told(explain_sending(result, view, options), result, view);
-  const bool is_known = std::string(outcome_of(view)) != "unknown";
-  if (is_known && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  if (!may_have_arrived(view) && may_pass(result, cause)) cause.allow_repetition();
   return cause;
 }
 
 problem explain_mailbox(TAV_EML_RESULT result, const dialogue_view& view,
                         const mailbox_options& options) {
   problem cause = told(explain_receiving(result, view, options), result, view);
-  if (view.message_bytes() == 0 && cause.exit_code() == EX_TEMPFAIL) cause.allow_repetition();
+  if (view.message_bytes() == 0 && may_pass(result, cause)) cause.allow_repetition();
   return cause;
 }
 

@@ -12,6 +12,7 @@ namespace {
 
 const int* g_retries = nullptr;
 bool g_isPossible = true;
+bool g_isWhole = true;
 int g_kept = -1;  // a file without name
 off_t g_size = 0;
 
@@ -23,11 +24,13 @@ void open_kept() {
 
 }  // namespace
 
+void repetition::begin_account() { g_isPossible = true; }
+
 void repetition::begin(const int* retries) { g_retries = retries; }
 
 bool repetition::is_wanted() { return g_retries != nullptr && *g_retries > 0; }
 
-bool repetition::is_possible() { return is_wanted() && g_isPossible; }
+bool repetition::is_possible() { return is_wanted() && g_isPossible && g_isWhole; }
 
 void repetition::rule_out() { g_isPossible = false; }
 
@@ -46,7 +49,7 @@ void repetition::keep(const char* bytes, size_t size, off_t at) {
   if (!is_possible()) return;
   if (g_kept < 0) open_kept();
   const ssize_t count = pwrite(g_kept, bytes, size, at);
-  if (count != static_cast<ssize_t>(size)) rule_out();
+  if (count != static_cast<ssize_t>(size)) g_isWhole = false;
   if (count > 0) g_size = std::max(g_size, at + static_cast<off_t>(count));
 }
 

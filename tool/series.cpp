@@ -202,6 +202,7 @@ class series {
   // Runs the command with this account, "" for what the command line says.
   run_result run(const std::string& account) {
     std::chrono::seconds wait = kFirstWait;
+    repetition::begin_account();
     for (int tries = 0;; ++tries) {
       const std::unique_ptr<invocation> current = next();
       const command& chosen = current->chosen();
