@@ -12,8 +12,8 @@
 //    means the port's own limit of 30 s. Several threads may call it at once.
 //  - After a refusal the library connects once more and calls again, with is_refused. It tries the
 //    token that it gets then. If there is none, or it is refused too, the login fails. It fails at
-//    once if the refusal has another reason: a POP3 reply with [IN-USE], [LOGIN-DELAY] or [SYS/...],
-//    or a reply that refuses AUTH before the token was sent.
+//    once if the refusal has another reason: a POP3 reply with [IN-USE], [LOGIN-DELAY] or
+//    [SYS/...], or a reply that refuses AUTH before the token was sent.
 //  - The request, its texts and the buffer belong to the library and are valid during the call
 //    only. The buffer comes from MemAllocate of utl_os.h and is not cleared before the call; if
 //    there is no memory for it, the login fails without a call. After the login the library wipes
