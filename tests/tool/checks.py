@@ -181,7 +181,7 @@ def on_terminal(folder, line, *steps):
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         os.chdir(folder)
         os.execve(line[0], line, environment(folder, TAV_DBGLOG="", PS1="$ ", TERM="xterm"))
-    shown, rest, steps, echoes, end = b"", b"", list(steps), [], time.time() + 20
+    shown, rest, steps, echoes, end = b"", b"", list(steps), [], time.time() + 60
 
     def is_echoing():
         return bool(termios.tcgetattr(terminal)[3] & termios.ECHO)
