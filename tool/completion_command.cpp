@@ -142,7 +142,7 @@ std::string bash_script(const command_line& tool) {
   return out + "  esac\n}\ncomplete -F _tavmail tavmail\n";
 }
 
-// A text of a specification of zsh's _arguments.
+// A text within an argument of zsh's _arguments: what means something there is escaped.
 std::string for_zsh(const std::string& text) {
   std::string result;
   for (const char ch : text) {
