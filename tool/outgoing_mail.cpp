@@ -162,7 +162,7 @@ void prepare(const send_options& options, const std::vector<attachment_request>&
   out.mail.m_nContentType = TAV_EML_CT_TEXT_PLAIN;
   out.mail.m_nTransferEncoding = TAV_EML_TE_BASE64;
   for (const auto& recipients : {options.to, options.cc, options.bcc}) {
-    check_recipients(recipients, options.permit, options.deny);
+    check_recipients(recipients, options.limits.permit, options.limits.deny);
   }
   fill_addresses(options, out.mail);
   check_header_text("--subject", options.subject, out.mail.m_nCharSet);

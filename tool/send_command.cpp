@@ -105,8 +105,8 @@ void send_raw(const send_options& options, const send_attempt& attempt, outgoing
     ready.recipients.insert(ready.recipients.end(), lists.begin(), lists.end());
   }
   ready.reads_recipients = ready.recipients.empty();
-  ready.permit = options.permit;
-  ready.deny = options.deny;
+  ready.permit = options.limits.permit;
+  ready.deny = options.limits.deny;
   progress_bar bar("Sending", out.ready->size(), shows_progress(options));
   send_ready(*out.ready, ready, attempt, out.mail, [&](size_t bytes) { bar.advance(bytes); });
 }
@@ -141,7 +141,7 @@ int run_send(command_line& command, send_options& options) {
     } else {
       out.ready = std::make_unique<mail_input>(options.raw, "--raw");
     }
-    const send_attempt sending(options.server, options.size_limit, options.verbose);
+    const send_attempt sending(options.server, options.limits.size_limit, options.verbose);
     try {
       send_with(options, sending, out);
     } catch (const problem&) {

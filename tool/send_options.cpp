@@ -26,12 +26,7 @@ void send_options::add_to(command_line& command) {
   add("--raw", raw, "a mail that is ready; \"-\" is standard input", "FILE");
   envelope_from_option =
       add("--envelope-from", envelope_from, "where bounces go; the author by default", "ADDRESS");
-  add("--size-limit", size_limit, "most bytes of the mail; 500K, 5M", "SIZE").as_size();
-  const option only =
-      add("--permit", permit, "domain or address mail may go to; repeatable", "NAME").repeatable();
-  add("--deny", deny, "domain or address that mail may not go to", "NAME")
-      .repeatable()
-      .excludes(only);
+  limits.add_to(command, kMail);
   const option loud = command.add_flag("-v,--verbose", verbose, "show the dialogue, secrets masked")
                           .group("Output");
   command.add_flag("--json", is_json, "tell the outcome as JSON").group("Output");

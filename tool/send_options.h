@@ -8,6 +8,7 @@
 
 #include "account_file.h"
 #include "attachment.h"
+#include "sending_limits.h"
 #include "server_options.h"
 
 namespace tavmail {
@@ -15,8 +16,7 @@ namespace tavmail {
 struct send_options {
   account_file account;
   server_options server;
-  std::vector<std::string> permit;  // domains and addresses that mail may go to
-  std::vector<std::string> deny;    // and those that it may not
+  sending_limits limits;
   std::string from;
   std::vector<std::string> to;
   std::vector<std::string> cc;
@@ -39,7 +39,6 @@ struct send_options {
   std::string html_file;
   std::string envelope_from;
   std::string raw;
-  uint32_t size_limit = 0;
   bool internet_fax = false;
   bool verbose = false;
   bool quiet = false;

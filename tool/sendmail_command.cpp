@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "envelope.h"
 #include "ready_sending.h"
+#include "sending_limits.h"
 
 namespace tavmail {
 
@@ -25,9 +26,7 @@ struct sendmail_options {
   std::vector<std::string> ignored;
   bool is_ignored = false;
   std::string mode = "m";
-  std::vector<std::string> permit;
-  std::vector<std::string> deny;
-  uint32_t size_limit = 0;
+  sending_limits limits;
   bool verbose = false;
 
   std::vector<option> sender_options;
@@ -50,12 +49,7 @@ void sendmail_options::add_to(command_line& command) {
                     add("-r", envelope_from, "the same", "ADDRESS")};
   add("--from", from, "author, where the mail names none", "ADDRESS");
   add("-F", author_name, "name of that author", "NAME");
-  add("--size-limit", size_limit, "most bytes of the mail; 500K, 5M", "SIZE").as_size();
-  const option only =
-      add("--permit", permit, "domain or address mail may go to; repeatable", "NAME").repeatable();
-  add("--deny", deny, "domain or address that mail may not go to", "NAME")
-      .repeatable()
-      .excludes(only);
+  limits.add_to(command, "Mail");
   for (const char* name : {"-B", "-C", "-L", "-N", "-O", "-R", "-V", "-X", "-d", "-e", "-o"}) {
     add(name, ignored, "accepted, without effect", "VALUE").repeatable();
   }
@@ -74,14 +68,14 @@ int run_sendmail(command_line& command, sendmail_options& options) {
   ready.recipients = options.recipients;
   ready.reads_recipients = options.reads_recipients;
   ready.author_name = options.author_name;
-  ready.permit = options.permit;
-  ready.deny = options.deny;
+  ready.permit = options.limits.permit;
+  ready.deny = options.limits.deny;
   for (const option& each : options.sender_options) {
     if (each.is_given()) ready.sender = given_sender("-f", options.envelope_from);
   }
   if (!options.from.empty()) ready.fallback_sender = given_sender("--from", options.from);
   mail_input input("-", "");
-  const send_attempt attempt(options.server, options.size_limit, options.verbose);
+  const send_attempt attempt(options.server, options.limits.size_limit, options.verbose);
   tav_eml_smtp_send_mail mail;
   send_ready(input, ready, attempt, mail, [](size_t) {});
   return EX_OK;
