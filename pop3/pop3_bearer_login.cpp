@@ -50,7 +50,7 @@ TAV_EML_RESULT ask_for_method(pop3_connection& link, const bearer_method*& metho
   for (int count = 0; count < kMaxLines; ++count) {
     result = read_line(link, line);
     if (result != TAV_EML_OK || line.view() == ".\r\n") return result;
-    if (begins_with_word(line.view(), kSasl)) {
+    if (method == nullptr && begins_with_word(line.view(), kSasl)) {
       method = find_bearer_method(line.view().substr(kSasl.size()));
     }
   }

@@ -76,6 +76,12 @@ TAV_EML_RESULT read_reply(pop3_connection& link, utl_buffer& reply) {
   return result == TAV_EML_OK ? result : called_failure("ReadResponse", result, __LINE__);
 }
 
+// Closes the connection and logs why.
+TAV_EML_RESULT refuse(pop3_connection& link, const char* why, TAV_EML_RESULT result) {
+  link.close();
+  return pop3_failure(kName, why, result);
+}
+
 // Sends "verb first second" and reads the reply. The line is wiped: it may hold a password.
 TAV_EML_RESULT exchange(pop3_connection& link, const char* verb, const char* first,
                         const char* second, utl_buffer& reply) {
@@ -96,19 +102,22 @@ TAV_EML_RESULT log_in_with_apop(pop3_connection& link, utl_buffer& reply) {
   secret_array<kDigestSize> digest;
   TAV_EML_RESULT result =
       make_apop_digest(UtlString(reply.data()), link.settings->m_strPassword, digest.data);
-  if (result != TAV_EML_OK) return pop3_called_failure(kName, "CreateAPOPHash", result);
+  if (result != TAV_EML_OK) {
+    link.close();
+    return pop3_called_failure(kName, "CreateAPOPHash", result);
+  }
   result = exchange(link, "APOP", text_of(link.settings->m_strUserID), digest.data, reply);
   if (result != TAV_EML_OK || is_positive(reply)) return result;
-  return pop3_failure(kName, " APOP error.", TAV_EML_ERR_AUTH);
+  return refuse(link, " APOP error.", TAV_EML_ERR_AUTH);
 }
 
 TAV_EML_RESULT log_in_with_password(pop3_connection& link, utl_buffer& reply) {
   TAV_EML_RESULT result = exchange(link, "USER", text_of(link.settings->m_strUserID), "", reply);
   if (result != TAV_EML_OK) return result;
-  if (!is_positive(reply)) return pop3_failure(kName, "response error.", TAV_EML_ERR_REPLY);
+  if (!is_positive(reply)) return refuse(link, "response error.", TAV_EML_ERR_REPLY);
   result = exchange(link, "PASS", text_of(link.settings->m_strPassword), "", reply);
   if (result != TAV_EML_OK || is_positive(reply)) return result;
-  return pop3_failure(kName, "PASS error.", TAV_EML_ERR_AUTH);
+  return refuse(link, "PASS error.", TAV_EML_ERR_AUTH);
 }
 
 TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
@@ -116,8 +125,9 @@ TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
   if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
   TAV_EML_RESULT result = read_reply(link, reply);
   if (result != TAV_EML_OK) return result;
-  if (!is_positive(reply)) return pop3_failure(kName, " response error.", TAV_EML_ERR_REPLY);
+  if (!is_positive(reply)) return refuse(link, " response error.", TAV_EML_ERR_REPLY);
   if (link.settings->m_strUserID.IsEmpty()) {
+    link.close();
     TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::%s(): get_user_id() user id error\n", kName);
     return TAV_EML_ERR_AUTH;
   }
