@@ -6,7 +6,6 @@
 #include "common/log.h"
 #include "common/secret.h"
 #include "common/text.h"
-#include "login/bearer_token.h"
 #include "pop3_bearer_login.h"
 #include "pop3_log.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
@@ -120,7 +119,7 @@ TAV_EML_RESULT log_in_with_password(pop3_connection& link, utl_buffer& reply) {
   return refuse(link, "PASS error.", TAV_EML_ERR_AUTH);
 }
 
-TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
+TAV_EML_RESULT log_in(pop3_connection& link, token_state& tokens) {
   utl_buffer reply;
   if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
   TAV_EML_RESULT result = read_reply(link, reply);
@@ -141,7 +140,7 @@ TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
   }
   if (link.is_under_tls()) {
     bool is_done = false;
-    result = log_in_with_token(link, refused_tokens, is_done);
+    result = log_in_with_token(link, tokens, is_done);
     if (result != TAV_EML_OK || is_done) return result;
   }
   return link.settings->m_nAPOP != 0 ? log_in_with_apop(link, reply)
@@ -149,11 +148,11 @@ TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
 }
 
 TAV_EML_RESULT connect_and_log_in(const tav_eml_pop3_settings& settings, pop3_connection link,
-                                  int& refused_tokens) {
+                                  token_state& tokens) {
   const TAV_EML_RESULT result =
       link.open({text_of(settings.m_strServer), settings.m_nPort, settings.m_nAddressSelector,
                  settings.m_ucTLSMode, settings.m_ucTLSOption});
-  return result == TAV_EML_OK ? log_in(link, refused_tokens) : result;
+  return result == TAV_EML_OK ? log_in(link, tokens) : result;
 }
 
 }  // namespace
@@ -185,13 +184,13 @@ TAV_EML_RESULT log_in_to_pop3(const tav_eml_pop3_settings* settings, int& sock,
     if (settings == nullptr) return pop3_failure(kName, " no settings.", TAV_EML_ERR_UNKNOWN);
     TAV_EML_RESULT result = check_settings(*settings);
     if (result != TAV_EML_OK) return result;
-    int refused_tokens = 0;
+    token_state tokens = token_state::none_refused;
     do {
       new_connection opened(*settings);
-      result = connect_and_log_in(*settings, opened.view(), refused_tokens);
+      result = connect_and_log_in(*settings, opened.view(), tokens);
       if (result == TAV_EML_OK) opened.hand_over(sock, tls);
       // A refused token gets one successor, on a connection of its own.
-    } while (result == TAV_EML_ERR_AUTH && refused_tokens > 0 && refused_tokens < kMaxTokens);
+    } while (result == TAV_EML_ERR_AUTH && tokens == token_state::one_refused);
     return result;
   });
 }
