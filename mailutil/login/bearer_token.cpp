@@ -36,7 +36,7 @@ bool has_word(std::string_view text, std::string_view word) {
 
 char* put(std::string_view text, char* out) { return std::copy(text.begin(), text.end(), out); }
 
-// A name with those characters escaped that end it (RFC 5801 4).
+// The characters that would end the name are escaped (RFC 5801 4).
 char* put_escaped(const char* name, char* out) {
   for (; *name != '\0'; ++name) {
     if (*name == ',' || *name == '=') {
