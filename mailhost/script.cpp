@@ -9,7 +9,7 @@ namespace mailhost {
 namespace {
 
 constexpr size_t max_reply = size_t{16} << 20;  // also when it is said many times
-constexpr size_t max_flood = 1000000;
+constexpr size_t max_flood_count = 1000000;
 constexpr size_t max_number = 1000000000;
 constexpr std::chrono::milliseconds max_time = std::chrono::hours(1);
 constexpr std::string_view blanks = " \t\r";
@@ -205,7 +205,7 @@ void line_reader::read_action(deviation& into) {
   } else if (action == "inject") {
     into.injected = strings(action, true);
   } else if (action == "flood") {
-    into.flood = number("\"flood\"", 2, max_flood);
+    into.flood = number("\"flood\"", 2, max_flood_count);
   } else if (action == "delay") {
     into.delay = time(action);
   } else if (action == "drip") {

@@ -10,7 +10,7 @@ namespace mailhost {
 namespace {
 
 constexpr size_t max_line = size_t{64} << 10;
-constexpr size_t max_flood = size_t{16} << 20;  // bytes
+constexpr size_t max_flood_bytes = size_t{16} << 20;  // bytes
 constexpr size_t shown_lines = 20, shown_columns = 300;
 
 std::string bytes_text(size_t count, const std::string& what) {
@@ -121,7 +121,7 @@ std::string session::reply(const deviation& how, const std::string& ordinary, sh
   if (m_hungUp) return "";
   std::string counts = how.outcome(ordinary + "\r\n");
   std::string bytes = counts;
-  const size_t most = max_flood / std::max(bytes.size(), size_t{1});
+  const size_t most = max_flood_bytes / std::max(bytes.size(), size_t{1});
   for (size_t said = 1; said < std::min(how.flood, most); ++said) bytes += counts;
   bytes += how.injected;
   if (how.cut) bytes.resize(std::min(bytes.size(), *how.cut));

@@ -9,6 +9,7 @@
 #include "problem.h"
 #include "quorvelmida/taveml_easy_text.h"
 #include "utl_os.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -17,13 +18,9 @@ using namespace quorvelmida;
 namespace {
 
 // A multiple of 48 bytes, so that every base64 line of 64 characters is full.
-constexpr size_t kPiece = 48 * 4096;
+constexpr size_t kAttachmentPiece = 48 * 4096;
 
 constexpr char kAnyBytes[] = "application/octet-stream";
-
-bool begins_with(const std::string& text, std::string_view start) {
-  return std::string_view(text).substr(0, start.size()) == start;
-}
 
 std::string base_name(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
@@ -74,15 +71,15 @@ void attachment::cut_at_line_end(char* bytes, size_t& count) {
 }
 
 size_t attachment::read_into(tav_eml_mlutl_mail_part& part) {
-  std::unique_ptr<void, decltype(&UtlOS::MemFree)> block(UtlOS::MemAllocate(kPiece + 1),
+  std::unique_ptr<void, decltype(&UtlOS::MemFree)> block(UtlOS::MemAllocate(kAttachmentPiece + 1),
                                                          UtlOS::MemFree);
   if (!block) throw problem(EX_OSERR, "out of memory");
   char* bytes = static_cast<char*>(block.get());
   const std::string held = std::exchange(m_rest, {});
   held.copy(bytes, held.size());
-  size_t count = held.size() + m_file.read(bytes + held.size(), kPiece - held.size());
+  size_t count = held.size() + m_file.read(bytes + held.size(), kAttachmentPiece - held.size());
   if (count == 0) return 0;
-  if (!m_isEncoded && count == kPiece) cut_at_line_end(bytes, count);
+  if (!m_isEncoded && count == kAttachmentPiece) cut_at_line_end(bytes, count);
   bytes[count] = '\0';
   void* data = block.release();
   long length = static_cast<long>(count);

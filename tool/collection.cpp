@@ -20,7 +20,7 @@ constexpr int kMostRefused = 100;  // mails in a row
 constexpr int kMostLists = 20;     // of one run
 
 // The bytes of a received line for which the library has room, its end counted.
-constexpr size_t kLongestLine = 4095;
+constexpr size_t kLongestReadLine = 4095;
 
 }  // namespace
 
@@ -300,7 +300,7 @@ std::string collection::mark_of(const entry& mail) const {
 // Then the library has ended the connection. Its results do not tell it from one that broke; that
 // no more of the line was read does.
 bool collection::is_line_too_long() const {
-  return m_visit.view().unfinished_line() >= kLongestLine;
+  return m_visit.view().unfinished_line() >= kLongestReadLine;
 }
 
 problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
@@ -313,7 +313,7 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
   };
   if (is_line_too_long()) {
     return told(EX_DATAERR, " has a line that is longer than the library takes (" +
-                                std::to_string(kLongestLine) +
+                                std::to_string(kLongestReadLine) +
                                 " bytes), so its parts cannot be saved; it stays on the server, "
                                 "fetch all of it with --format eml or delete it");
   }

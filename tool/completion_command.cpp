@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "problem.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -63,12 +64,6 @@ value_kind kind_of(const option& each) {
   return value == "FILE" || value == "DIR" ? value_kind::file : value_kind::other;
 }
 
-std::string joined(const std::vector<std::string>& words, const char* between = " ") {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : between) + word;
-  return text;
-}
-
 // "--server" and "-s".
 std::vector<std::string> words_of(const option& each) {
   std::vector<std::string> words;
@@ -91,7 +86,7 @@ std::vector<std::string> words_of(const command_line& command) {
 }
 
 // A text between single quotes, for all three shells.
-std::string quoted(const std::string& text) {
+std::string shell_quoted(const std::string& text) {
   std::string result = "'";
   for (const char ch : text) result += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
   return result + "'";
@@ -113,7 +108,7 @@ std::string bash_values(const option& each) {
     case value_kind::type:
       return "_tavmail_types";
     case value_kind::words:
-      return "_tavmail_words " + quoted(joined(each.suggestions()));
+      return "_tavmail_words " + shell_quoted(joined(each.suggestions()));
     default:
       return ":";
   }
@@ -133,12 +128,12 @@ std::string bash_script(const command_line& tool) {
   }
   out += "  esac\n  case $command in\n";
   for (const command_line* command : tool.commands()) {
-    out += "    " + command->name() + ") _tavmail_words " + quoted(joined(words_of(*command))) +
-           " ;;\n";
+    out += "    " + command->name() + ") _tavmail_words " +
+           shell_quoted(joined(words_of(*command))) + " ;;\n";
   }
   std::vector<std::string> first = words_of(tool);
   for (const command_line* command : tool.commands()) first.push_back(command->name());
-  out += "    '') _tavmail_words " + quoted(joined(first)) + " ;;\n";
+  out += "    '') _tavmail_words " + shell_quoted(joined(first)) + " ;;\n";
   return out + "  esac\n}\ncomplete -F _tavmail tavmail\n";
 }
 
@@ -173,8 +168,8 @@ std::string zsh_arguments(const command_line& command) {
   for (const option& each : command.options()) {
     const std::string told = "[" + for_zsh(each.description()) + "]" + zsh_values(each);
     const std::vector<std::string> words = words_of(each);
-    for (const std::string& word : words) out += " \\\n        " + quoted("*" + word + told);
-    if (words.empty()) out += " \\\n        " + quoted("1" + zsh_values(each));
+    for (const std::string& word : words) out += " \\\n        " + shell_quoted("*" + word + told);
+    if (words.empty()) out += " \\\n        " + shell_quoted("1" + zsh_values(each));
   }
   return out;
 }
@@ -182,7 +177,7 @@ std::string zsh_arguments(const command_line& command) {
 std::string zsh_script(const command_line& tool) {
   std::string out = kZshBegin;
   for (const command_line* command : tool.commands()) {
-    out += "    " + quoted(for_zsh(command->name()) + ":" + command->description()) + "\n";
+    out += "    " + shell_quoted(for_zsh(command->name()) + ":" + command->description()) + "\n";
   }
   out += "  )\n  local state\n  _arguments -C" + zsh_arguments(tool) +
          " \\\n        '1: :->command' '*::word:->words'\n"
@@ -204,12 +199,12 @@ std::string fish_values(const option& each) {
     case value_kind::file:
       return " -r -F";
     case value_kind::account:
-      return " -x -a " + quoted("(" ACCOUNTS ")");
+      return " -x -a " + shell_quoted("(" ACCOUNTS ")");
     case value_kind::type:
-      return " -x -a " + quoted("(" TYPES ")");
+      return " -x -a " + shell_quoted("(" TYPES ")");
     default:
       return " -x" +
-             (each.suggestions().empty() ? "" : " -a " + quoted(joined(each.suggestions())));
+             (each.suggestions().empty() ? "" : " -a " + shell_quoted(joined(each.suggestions())));
   }
 }
 
@@ -219,17 +214,18 @@ std::string fish_script(const command_line& tool) {
       "complete -c tavmail -f\n";
   for (const command_line* command : all_of(tool)) {
     const bool is_tool = command == &tool;
-    const std::string begin = "complete -c tavmail -n " +
-                              (is_tool ? "__fish_use_subcommand"
-                                       : quoted("__fish_seen_subcommand_from " + command->name()));
+    const std::string begin =
+        "complete -c tavmail -n " +
+        (is_tool ? "__fish_use_subcommand"
+                 : shell_quoted("__fish_seen_subcommand_from " + command->name()));
     if (!is_tool) {
       out += "complete -c tavmail -n __fish_use_subcommand -a " + command->name() + " -d " +
-             quoted(command->description()) + "\n";
+             shell_quoted(command->description()) + "\n";
     }
     for (const option& each : command->options()) {
       out += begin + (each.name().empty() ? "" : " -l " + each.name()) +
              (each.letter().empty() ? "" : " -s " + each.letter()) + fish_values(each) + " -d " +
-             quoted(each.description()) + "\n";
+             shell_quoted(each.description()) + "\n";
     }
   }
   return out;

@@ -6,6 +6,7 @@
 #include "problem.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "utl_os.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -43,8 +44,8 @@ std::string composed_header(tav_eml_smtp_send_mail& mail) {
 }
 
 bool tells_of_content(const header_field& field) {
-  return is_same_name(field.name, "Mime-Version") ||
-         is_same_name(field.name.substr(0, 8), "Content-");
+  return is_same_word(field.name, "Mime-Version") ||
+         is_same_word(field.name.substr(0, 8), "Content-");
 }
 
 std::vector<header_field> fields_of(const std::string& header) {

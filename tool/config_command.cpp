@@ -234,7 +234,7 @@ int run_config(const std::string& action, const account_file& account, const std
   return EX_OK;
 }
 
-constexpr char kExamples[] = R"(
+constexpr char kConfigExamples[] = R"(
 "check" lists every account, where each of its values comes from, and what is
 wrong, with file and line; passwords do not show. "accounts" prints the names.
 
@@ -253,7 +253,7 @@ command add_config(command_line& tool) {
       .suggest({"check", "accounts"})
       .value_name("ACTION");
   account->add_to(line);
-  line.set_footer(kExamples);
+  line.set_footer(kConfigExamples);
   return {&line, [&line, action, account] {
             const std::vector<std::string> names = line.find("account").values();
             return run_config(*action, *account, names.empty() ? "" : names[0]);

@@ -14,7 +14,7 @@ const char kPasswordKey[] = "password";
 
 namespace {
 
-constexpr size_t kLargestFile = 1 << 20;
+constexpr size_t kLargestConfig = 1 << 20;
 
 template <typename Item>
 const Item* found(const std::vector<Item>& items, const std::string& name,
@@ -157,8 +157,8 @@ const config_account* config_file::account(const std::string& name) const {
 
 config_file read_config(const std::string& path) {
   input_file source(path, "the configuration");
-  const std::string text = source.read_all(kLargestFile);
-  if (text.size() > kLargestFile) throw problem(EX_CONFIG, path + " is no configuration file");
+  const std::string text = source.read_all(kLargestConfig);
+  if (text.size() > kLargestConfig) throw problem(EX_CONFIG, path + " is no configuration file");
   // Its commands would be theirs. A device such as /dev/null is not meant.
   if (S_ISREG(source.status().st_mode) && (source.status().st_mode & S_IWOTH) != 0) {
     throw problem(EX_CONFIG, "others can write " + path + "; chmod o-w it");

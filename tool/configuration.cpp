@@ -8,18 +8,13 @@
 #include <filesystem>
 
 #include "near_word.h"
+#include "words.h"
 
 namespace tavmail {
 
 const char kInheritKey[] = "inherit";
 
 namespace {
-
-std::string joined(const std::vector<std::string>& words, const char* between) {
-  std::string text;
-  for (const std::string& word : words) text += (text.empty() ? "" : between) + word;
-  return text;
-}
 
 bool is_one_of(const std::string& word, const std::vector<std::string>& words) {
   return std::find(words.begin(), words.end(), word) != words.end();

@@ -2,18 +2,20 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iostream>
 #include <utility>
 
 #include "mail_log.h"
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "utl_os.h"
+#include "words.h"
 
 namespace tavmail {
 
 namespace {
 
-constexpr size_t kLongestLine = 2000;
-constexpr size_t kMostLines = 100;  // of one reply
+constexpr size_t kLongestViewed = 2000;
+constexpr size_t kMostReplyLines = 100;  // of one reply
 constexpr size_t kMostExchanges = 300;
 constexpr size_t kMostConnections = 20;
 constexpr std::string_view kEndOfData = "\r\n.\r\n";
@@ -66,12 +68,6 @@ std::string address_of(std::string_view line) {
   const size_t end = line.rfind('>');
   if (begin == std::string_view::npos || end == std::string_view::npos || end < begin) return {};
   return std::string(line.substr(begin + 1, end - begin - 1));
-}
-
-std::string_view without_end(std::string_view line) {
-  if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
 }
 
 // True for a reply that keeps the mail from being sent.
@@ -259,7 +255,7 @@ void dialogue_view::client_byte(char ch) {
     if (ch != '\r') m_secrets.add(ch);
     return;
   }
-  if (m_fromClient.size() < kLongestLine) m_fromClient += ch;
+  if (m_fromClient.size() < kLongestViewed) m_fromClient += ch;
   if (ch == ' ') m_secret = begins_secret(m_fromClient);
 }
 
@@ -307,7 +303,7 @@ void dialogue_view::received(std::string_view bytes) {
     const std::string_view piece = bytes.substr(0, count);
     bytes.remove_prefix(count);
     m_fromServer.append(
-        piece.substr(0, kLongestLine - std::min(m_fromServer.size(), kLongestLine)));
+        piece.substr(0, kLongestViewed - std::min(m_fromServer.size(), kLongestViewed)));
     const bool is_end = is_line_end(piece);
     m_latestByte = piece.back();
     if (is_end) server_line(std::exchange(m_fromServer, {}), false);
@@ -356,7 +352,7 @@ void dialogue_view::cut_server_line() {
 }
 
 void dialogue_view::server_line(std::string_view line, bool is_cut) {
-  line = without_end(line);
+  line = without_line_end(line);
   if (m_exchanges.empty()) begin_exchange("");
   exchange& current = m_exchanges.back();
   if (is_cut) {
@@ -370,7 +366,7 @@ void dialogue_view::server_line(std::string_view line, bool is_cut) {
     text = (m_pop3 ? "+ " : text.substr(0, 4)) + kMask;
   }
   show("S: ", text);
-  if (current.reply.size() < kMostLines) current.reply.push_back(text);
+  if (current.reply.size() < kMostReplyLines) current.reply.push_back(text);
   if (current.is_complete) take_verdict(current);
 }
 
@@ -406,6 +402,11 @@ dialogue_tap::dialogue_tap(dialogue_view& view) : m_view(view) {
 dialogue_tap::~dialogue_tap() {
   tav_wiretap_set(nullptr, nullptr);
   mail_log::note(m_view);
+}
+
+dialogue_view::line_sink lines_to_stderr(bool is_shown) {
+  if (!is_shown) return {};
+  return [](const std::string& line) { std::cerr << line << '\n'; };
 }
 
 }  // namespace tavmail

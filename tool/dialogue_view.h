@@ -129,6 +129,9 @@ class dialogue_tap {
   const dialogue_view& m_view;
 };
 
+// Shows each line on standard error, if any is to be shown.
+dialogue_view::line_sink lines_to_stderr(bool is_shown);
+
 }  // namespace tavmail
 
 #endif

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace tavmail {
 
@@ -31,6 +32,14 @@ bool sync_folder(const std::string& folder) {
 bool sync_folder_of(const std::string& path) {
   const size_t slash = path.rfind('/');
   return sync_folder(slash == std::string::npos ? "." : path.substr(0, slash + 1));
+}
+
+problem cannot(const std::string& what, const std::string& path) {
+  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
+}
+
+void require_synced(const std::string& folder) {
+  if (!sync_folder(folder)) throw cannot("write", folder);
 }
 
 }  // namespace tavmail

@@ -13,6 +13,7 @@
 #include "provider_tokens.h"
 #include "tav_family.h"
 #include "tav_netsock.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -24,13 +25,8 @@ const endpoint_protocol kPop3BeforeSmtp = {"pop3-", 995, 110, 110,
 
 namespace {
 
-constexpr char kGroup[] = "Server";
+constexpr char kServerGroup[] = "Server";
 constexpr char kPopGroup[] = "POP3 login before sending";
-
-bool has_control(const std::string& text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
-}
 
 constexpr size_t kMostCertificates = 16 * 1024 * 1024;  // in bytes
 
@@ -79,7 +75,7 @@ void endpoint_options::add_address(command_line& command, const endpoint_protoco
                                                          {"implicit", tls_mode::implicit}};
   const std::string prefix = protocol.prefix;
   const bool is_main = prefix.empty();
-  const std::string group = is_main ? kGroup : kPopGroup;
+  const std::string group = is_main ? kServerGroup : kPopGroup;
   const auto name = [&](const char* letter, const std::string& word) {
     return (is_main && *letter != '\0' ? std::string(letter) + "," : "") + "--" + prefix + word;
   };
@@ -109,28 +105,30 @@ void endpoint_options::add_address(command_line& command, const endpoint_protoco
 
 void endpoint_options::add_connection(command_line& command) {
   command.add_flag("--tls-no-check", no_check, "do not check the server's certificate")
-      .group(kGroup);
+      .group(kServerGroup);
   command.add("--ca-file", ca_file, "certificates to trust; the system's by default")
       .value_name("FILE")
-      .group(kGroup);
+      .group(kServerGroup);
   command.add("--tls-min", oldest_tls, "oldest TLS version: 1.2 (default) or 1.3")
       .one_of({"1.2", "1.3"})
       .value_name("VERSION")
-      .group(kGroup);
+      .group(kServerGroup);
   const option only_4 =
-      command.add_flag("-4,--ipv4", ipv4, "use IPv4 addresses alone").group(kGroup);
-  command.add_flag("-6,--ipv6", ipv6, "use IPv6 addresses alone").excludes(only_4).group(kGroup);
+      command.add_flag("-4,--ipv4", ipv4, "use IPv4 addresses alone").group(kServerGroup);
+  command.add_flag("-6,--ipv6", ipv6, "use IPv6 addresses alone")
+      .excludes(only_4)
+      .group(kServerGroup);
   command.add("--timeout", timeout, "seconds to wait for the server at each step")
       .range(1, 3600)
       .shows_default()
       .value_name("N")
-      .group(kGroup);
+      .group(kServerGroup);
   command
       .add("--max-time", std::function<void(int)>(interrupt_guard::end_after),
            "seconds for all of the run; no limit by default")
       .range(1, 1000000)
       .value_name("N")
-      .group(kGroup);
+      .group(kServerGroup);
 }
 
 void endpoint_options::complete_address(const endpoint_protocol& protocol) {

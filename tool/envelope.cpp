@@ -14,12 +14,12 @@ using namespace quorvelmida;
 
 namespace {
 
-constexpr size_t kLongestAddress = 256;
+constexpr size_t kLongestPath = 256;
 
 // True for an address that the library puts into its command as it is. Without a domain it is the
 // server's.
 bool is_sendable(const std::string& address) {
-  return !address.empty() && address.size() <= kLongestAddress && is_ascii(address) &&
+  return !address.empty() && address.size() <= kLongestPath && is_ascii(address) &&
          address.front() != '@' && address.back() != '@' &&
          std::none_of(address.begin(), address.end(), [](char ch) {
            return ch <= ' ' || ch == 0x7F ||

@@ -34,7 +34,7 @@ bool has_lone_feed(const std::string& greeting) {
   return feed != std::string::npos && (feed == 0 || greeting[feed - 1] != '\r');
 }
 
-std::string quoted(const std::string& greeting) {
+std::string quoted_greeting(const std::string& greeting) {
   return ": " + presentable(greeting.substr(0, greeting.find('\n')).substr(0, 200));
 }
 
@@ -135,17 +135,17 @@ bool examination::check_look(const endpoint_options& options, bool is_pop3,
   const std::string& greeting = look.greeting;
   if (is_of_another(greeting, is_pop3)) {
     finding found = explain_greeting(greeting, is_pop3, options);
-    found.cause += quoted(greeting);
+    found.cause += quoted_greeting(greeting);
     fail(prefix + "greeting", found);
   } else if (look.is_tls && options.tls != tls_mode::implicit) {
     fail(prefix + "tls",
          {EX_PROTOCOL, where + " speaks TLS from the first byte", "use --tls implicit"});
   } else if (!look.is_tls && options.tls == tls_mode::implicit && !greeting.empty()) {
-    fail(prefix + "tls", {EX_PROTOCOL, where + " begins in clear text" + quoted(greeting),
+    fail(prefix + "tls", {EX_PROTOCOL, where + " begins in clear text" + quoted_greeting(greeting),
                           "use --tls starttls, or the port for TLS from the first byte"});
   } else if (has_lone_feed(greeting)) {
     fail(prefix + "greeting",
-         {EX_PROTOCOL, where + " ends its lines with a line feed alone" + quoted(greeting),
+         {EX_PROTOCOL, where + " ends its lines with a line feed alone" + quoted_greeting(greeting),
           "CR LF is wanted; ask whoever runs the server"});
   }
   return is_good();

@@ -8,12 +8,12 @@ namespace tavmail {
 
 namespace {
 
-constexpr size_t kLongestLine = 2000;
+constexpr size_t kLongestShown = 2000;
 
 // The bytes of a POP3 line that are looked at.
 constexpr size_t kLongestStatus = 1022;
 
-constexpr size_t kCode = 3;
+constexpr size_t kCodeLength = 3;
 
 verdict smtp_verdict(std::string_view line) {
   switch (line.empty() ? '\0' : line[0]) {
@@ -40,18 +40,18 @@ verdict pop3_verdict(std::string_view line) {
 
 // A space after the code ends a reply. A refusal of EHLO need not have it.
 bool is_last_line(std::string_view line, bool is_ehlo) {
-  if (line.size() > kCode && line[kCode] == ' ') return true;
+  if (line.size() > kCodeLength && line[kCodeLength] == ' ') return true;
   line = line.substr(0, line.find('\0'));
-  const bool goes_on = line.size() > kCode && line[kCode] == '-';
+  const bool goes_on = line.size() > kCodeLength && line[kCodeLength] == '-';
   return is_ehlo && !goes_on && smtp_verdict(line) != verdict::success;
 }
 
 // The three digits that a line begins with, "" when it does not.
 std::string_view code_of(std::string_view line) {
-  const std::string_view code = line.substr(0, kCode);
-  const bool is_code = code.size() == kCode && std::all_of(code.begin(), code.end(), [](char ch) {
-                         return ch >= '0' && ch <= '9';
-                       });
+  const std::string_view code = line.substr(0, kCodeLength);
+  const bool is_code =
+      code.size() == kCodeLength &&
+      std::all_of(code.begin(), code.end(), [](char ch) { return ch >= '0' && ch <= '9'; });
   return is_code ? code : std::string_view();
 }
 
@@ -123,8 +123,8 @@ size_t steering_bytes(std::string_view text) {
 }
 
 std::string presentable(std::string_view text) {
-  size_t end = std::min(text.size(), kLongestLine);
-  while (end < text.size() && end > kLongestLine - 4 && is_continuation(text[end])) --end;
+  size_t end = std::min(text.size(), kLongestShown);
+  while (end < text.size() && end > kLongestShown - 4 && is_continuation(text[end])) --end;
   std::string result(text.substr(0, end));
   const bool is_text = is_utf8(result);
   for (size_t i = 0; i < result.size(); ++i) {

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "words.h"
+
 namespace tavmail {
 
 namespace {
-
-bool begins_with(const std::string& text, const char* start) { return text.rfind(start, 0) == 0; }
 
 bool begins_with_code(const std::string& text) {
   const auto is_digit = [](char ch) { return ch >= '0' && ch <= '9'; };

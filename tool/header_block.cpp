@@ -2,13 +2,11 @@
 
 #include <algorithm>
 
-#include "clb.h"
+#include "words.h"
 
 namespace tavmail {
 
 namespace {
-
-bool is_blank(char ch) { return ch == ' ' || ch == '\t'; }
 
 std::string_view without_blanks(std::string_view text) {
   while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
@@ -24,11 +22,6 @@ std::string unfolded(const std::string& value) {
 }
 
 }  // namespace
-
-bool is_same_name(std::string_view name, std::string_view other) {
-  return name.size() == other.size() &&
-         clb_CompStrCaseN(name.data(), other.data(), name.size()) == 0;
-}
 
 bool is_field_name(std::string_view name) {
   return !name.empty() && std::all_of(name.begin(), name.end(),
@@ -49,19 +42,19 @@ bool header_block::take(std::string_view line) {
 
 bool header_block::has(std::string_view name) const {
   return std::any_of(m_fields.begin(), m_fields.end(),
-                     [&](const header_field& field) { return is_same_name(field.name, name); });
+                     [&](const header_field& field) { return is_same_word(field.name, name); });
 }
 
 std::vector<std::string> header_block::values(std::string_view name) const {
   std::vector<std::string> found;
   for (const header_field& field : m_fields) {
-    if (is_same_name(field.name, name)) found.push_back(unfolded(field.value));
+    if (is_same_word(field.name, name)) found.push_back(unfolded(field.value));
   }
   return found;
 }
 
 void header_block::remove(std::string_view name) {
-  const auto is_named = [&](const header_field& field) { return is_same_name(field.name, name); };
+  const auto is_named = [&](const header_field& field) { return is_same_word(field.name, name); };
   m_fields.erase(std::remove_if(m_fields.begin(), m_fields.end(), is_named), m_fields.end());
 }
 

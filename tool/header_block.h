@@ -36,7 +36,6 @@ class header_block {
   std::vector<header_field> m_fields;
 };
 
-bool is_same_name(std::string_view name, std::string_view other);
 // field-name = 1*(%d33-57 / %d59-126) (RFC 5322 3.6.8)
 bool is_field_name(std::string_view name);
 

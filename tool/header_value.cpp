@@ -7,6 +7,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "received_text.h"
 #include "utl_os.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -95,17 +96,11 @@ struct run_of_words {
   }
 };
 
-bool is_blank(const std::string& text) {
+bool is_empty_text(const std::string& text) {
   return text.find_first_not_of(" \t\r\n") == std::string::npos;
 }
 
 }  // namespace
-
-std::string trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 std::string parameter_of(std::string value, const char* name) {
   const size_t at = lower_case(value).find(name);
@@ -157,7 +152,7 @@ std::string header_value(const std::string& received, const std::string& hint) {
       continue;
     }
     const std::string between = received.substr(plain, at - plain);
-    if (!follows_word || !is_blank(between)) {
+    if (!follows_word || !is_empty_text(between)) {
       run.flush(out);
       out += header_text(between, hint);
     }

@@ -14,9 +14,6 @@ namespace tavmail {
 // The library joins the bytes of all words, and leaves "_" and blanks as they are.
 std::string header_value(const std::string& received, const std::string& hint);
 
-// Without blanks at its ends.
-std::string trimmed(const std::string& text);
-
 // The parameter `name` ("charset=") of a value, up to its quote or ";"; "" for none.
 std::string parameter_of(std::string value, const char* name);
 

@@ -25,6 +25,7 @@
 #include "seen_path.h"
 #include "text_table.h"
 #include "whole_mail.h"
+#include "words.h"
 
 namespace tavmail {
 

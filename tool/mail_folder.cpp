@@ -20,11 +20,7 @@ namespace tavmail {
 namespace {
 
 constexpr int kMostAlike = 10000;  // files of one name in a folder
-constexpr char kUnfinished[] = ".part";
-
-problem cannot(const std::string& what, const std::string& path) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
-}
+constexpr char kUnfinishedMail[] = ".part";
 
 // "report.pdf", "report-2.pdf", "report-3.pdf" ...
 std::string numbered(const std::string& name, int count) {
@@ -37,10 +33,6 @@ std::string numbered(const std::string& name, int count) {
 bool make_empty(const std::string& path) {
   const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
   return fd >= 0 && close(fd) == 0;
-}
-
-void require_synced(const std::string& path) {
-  if (!sync_folder(path)) throw cannot("write", path);
 }
 
 }  // namespace
@@ -113,7 +105,7 @@ std::string mail_folder::begin_mail(const std::string& mark) {
     std::snprintf(number, sizeof number, "%04d", m_next);
     struct stat status;
     if (lstat(path_of(number).c_str(), &status) == 0) continue;
-    const std::string name = std::string(number) + kUnfinished;
+    const std::string name = std::string(number) + kUnfinishedMail;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
       ++m_next;
       if (mark.empty() || make_empty(mark_path(name, mark))) return name;
@@ -126,7 +118,7 @@ std::string mail_folder::begin_mail(const std::string& mark) {
 }
 
 std::string mail_folder::finish_mail(const std::string& name, const std::string& mark) const {
-  const std::string finished = name.substr(0, name.size() - std::strlen(kUnfinished));
+  const std::string finished = name.substr(0, name.size() - std::strlen(kUnfinishedMail));
   require_synced(path_of(name));
   if (!mark.empty()) unlink(mark_path(name, mark).c_str());
   if (std::rename(path_of(name).c_str(), path_of(finished).c_str()) != 0) {
@@ -142,7 +134,7 @@ void mail_folder::discard_marked(const std::string& mark) const {
   for (const auto& entry : std::filesystem::directory_iterator(m_path, error)) {
     const std::string name = entry.path().filename().string();
     struct stat status;
-    if (entry.path().extension() == kUnfinished && !entry.is_symlink(error) &&
+    if (entry.path().extension() == kUnfinishedMail && !entry.is_symlink(error) &&
         lstat(mark_path(name, mark).c_str(), &status) == 0) {
       names.push_back(name);
     }

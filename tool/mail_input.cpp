@@ -15,7 +15,7 @@ namespace tavmail {
 
 namespace {
 
-constexpr size_t kPiece = size_t{64} << 10;
+constexpr size_t kInputPiece = size_t{64} << 10;
 constexpr size_t kMostInMemory = size_t{1} << 20;
 
 // A file without a name, which goes with its descriptor.
@@ -80,7 +80,7 @@ void mail_input::read_ahead() {
   m_size = m_kept.size();
   if (m_size <= kMostInMemory) return;
   temporary_file rest;
-  std::string piece(kPiece, '\0');
+  std::string piece(kInputPiece, '\0');
   while (const size_t count = m_file->read(piece.data(), piece.size())) {
     rest.write(piece.data(), count);
     m_size += count;

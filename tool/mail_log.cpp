@@ -27,23 +27,23 @@ std::vector<received_mail> g_received;
 constexpr struct {
   int code;
   const char* name;
-} kNames[] = {{EX_OK, "EX_OK"},
-              {EX_USAGE, "EX_USAGE"},
-              {EX_DATAERR, "EX_DATAERR"},
-              {EX_NOINPUT, "EX_NOINPUT"},
-              {EX_NOHOST, "EX_NOHOST"},
-              {EX_UNAVAILABLE, "EX_UNAVAILABLE"},
-              {EX_SOFTWARE, "EX_SOFTWARE"},
-              {EX_OSERR, "EX_OSERR"},
-              {EX_CANTCREAT, "EX_CANTCREAT"},
-              {EX_IOERR, "EX_IOERR"},
-              {EX_TEMPFAIL, "EX_TEMPFAIL"},
-              {EX_PROTOCOL, "EX_PROTOCOL"},
-              {EX_NOPERM, "EX_NOPERM"},
-              {EX_CONFIG, "EX_CONFIG"}};
+} kExitNames[] = {{EX_OK, "EX_OK"},
+                  {EX_USAGE, "EX_USAGE"},
+                  {EX_DATAERR, "EX_DATAERR"},
+                  {EX_NOINPUT, "EX_NOINPUT"},
+                  {EX_NOHOST, "EX_NOHOST"},
+                  {EX_UNAVAILABLE, "EX_UNAVAILABLE"},
+                  {EX_SOFTWARE, "EX_SOFTWARE"},
+                  {EX_OSERR, "EX_OSERR"},
+                  {EX_CANTCREAT, "EX_CANTCREAT"},
+                  {EX_IOERR, "EX_IOERR"},
+                  {EX_TEMPFAIL, "EX_TEMPFAIL"},
+                  {EX_PROTOCOL, "EX_PROTOCOL"},
+                  {EX_NOPERM, "EX_NOPERM"},
+                  {EX_CONFIG, "EX_CONFIG"}};
 
 std::string exit_name(int code) {
-  for (const auto& known : kNames) {
+  for (const auto& known : kExitNames) {
     if (known.code == code) return known.name;
   }
   return std::to_string(code);
@@ -56,14 +56,14 @@ std::string word(std::string text) {
   return text;
 }
 
-std::string quoted(std::string text) {
+std::string log_quoted(std::string text) {
   text = presentable(text);
   std::replace(text.begin(), text.end(), '\'', '"');
   return "'" + text + "'";
 }
 
 std::string ending(const problem* cause) {
-  return (cause != nullptr ? " errormsg=" + quoted(cause->what()) : "") +
+  return (cause != nullptr ? " errormsg=" + log_quoted(cause->what()) : "") +
          " exitcode=" + exit_name(cause != nullptr ? cause->exit_code() : EX_OK);
 }
 
@@ -76,7 +76,7 @@ std::string sent_line(const std::string& server, const std::string& user, const 
             " recipients=" + mail.recipients + " mailsize=" + std::to_string(mail.bytes);
   }
   if (!mail.reply.empty()) {
-    line += " smtpstatus=" + word(mail.reply.substr(0, 3)) + " smtpmsg=" + quoted(mail.reply);
+    line += " smtpstatus=" + word(mail.reply.substr(0, 3)) + " smtpmsg=" + log_quoted(mail.reply);
   }
   return line + ending(cause);
 }
@@ -84,9 +84,9 @@ std::string sent_line(const std::string& server, const std::string& user, const 
 std::string received_line(const std::string& server, const std::string& user,
                           const received_mail& mail) {
   std::string line = "host=" + word(server) + " user=" + word(user) + " uid=" + word(mail.uid) +
-                     " from=" + quoted(mail.from) + " mailsize=" + std::to_string(mail.size);
+                     " from=" + log_quoted(mail.from) + " mailsize=" + std::to_string(mail.size);
   const std::string& place = mail.is_kept ? mail.file : mail.folder;
-  if (!place.empty()) line += " saved=" + quoted(place);
+  if (!place.empty()) line += " saved=" + log_quoted(place);
   if (mail.is_deleted) line += " deleted=yes";
   if (mail.problem.empty()) return line + ending(nullptr);
   const problem cause(EX_DATAERR, mail.problem);

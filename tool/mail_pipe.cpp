@@ -19,8 +19,8 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr int kPatience = 600;       // seconds; servers end sessions that are silent for longer
-constexpr int kNotExecutable = 126;  // what the shell ends with
+constexpr int kProgramPatience = 600;  // seconds; servers end sessions that are silent for longer
+constexpr int kNotExecutable = 126;    // what the shell ends with
 constexpr int kNotFound = 127;
 
 // A command of the shell that reads a file. It ends with the run.
@@ -50,7 +50,7 @@ class running_command {
 
   // What it ended with, as waitpid has it.
   int wait() {
-    const clock::time_point end = clock::now() + std::chrono::seconds(kPatience);
+    const clock::time_point end = clock::now() + std::chrono::seconds(kProgramPatience);
     while (is_running()) {
       interrupt_guard::check();
       if (clock::now() > end) {

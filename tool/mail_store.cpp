@@ -28,11 +28,6 @@ void make_folder(const std::string& path) {
   }
 }
 
-void require_synced(const std::string& folder) {
-  if (sync_folder(folder)) return;
-  throw problem(EX_CANTCREAT, "cannot write " + folder + ": " + std::strerror(errno));
-}
-
 // Mails as files of a folder, which get their names when they are whole.
 class file_store : public mail_store {
  public:

@@ -14,7 +14,7 @@ using namespace quorvelmida;
 namespace {
 
 constexpr long kReplyRoom = 1024;
-constexpr int kMostLines = 1000000;  // of a list; the library takes no mailbox with more mails
+constexpr int kMostListLines = 1000000;  // of a list; the library takes no mailbox with more mails
 
 bool is_positive(const std::string& reply) { return reply.compare(0, 3, "+OK") == 0; }
 
@@ -88,7 +88,7 @@ TAV_EML_RESULT mailbox_session::require(const std::string& command) {
 // Reads lines "NUMBER WORD" up to the line with a dot. Others count, and are passed over.
 TAV_EML_RESULT mailbox_session::read_list(const take_line& take) {
   m_parser.flush_buffer();
-  for (int lines = 0; lines <= kMostLines;) {
+  for (int lines = 0; lines <= kMostListLines;) {
     UtlString received;
     long length = 0;
     const TAV_EML_UTL_RETCODE code = m_parser.ReadLine(timeout(), m_sock, received, length, m_tls);

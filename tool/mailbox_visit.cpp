@@ -1,6 +1,5 @@
 #include "mailbox_visit.h"
 
-#include <iostream>
 #include <utility>
 
 #include "outcome.h"
@@ -9,20 +8,11 @@ namespace tavmail {
 
 using namespace quorvelmida;
 
-namespace {
-
-dialogue_view::line_sink sink_of(bool verbose) {
-  if (!verbose) return {};
-  return [](const std::string& line) { std::cerr << line << '\n'; };
-}
-
-}  // namespace
-
 mailbox_visit::mailbox_visit(const mailbox_options& options, bool verbose,
                              std::function<void()> check_end)
     : m_options(options),
       m_checkEnd(std::move(check_end)),
-      m_view(sink_of(verbose), dialogue_kind::pop3),
+      m_view(lines_to_stderr(verbose), dialogue_kind::pop3),
       m_tap(m_view, m_header),
       m_settings(options.settings()),
       m_session(m_settings) {}

@@ -22,11 +22,7 @@ namespace tavmail {
 
 namespace {
 
-constexpr int kPatience = 30;  // seconds that another program may have an mbox
-
-problem cannot(const std::string& what, const std::string& path) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
-}
+constexpr int kLockPatience = 30;  // seconds that another program may have an mbox
 
 // An mbox that is open and locked while it lives, as Debian's programs do it: with fcntl, and with
 // FILE.lock where that can be made.
@@ -34,7 +30,7 @@ class locked_mbox {
  public:
   explicit locked_mbox(const std::string& path) : m_path(path), m_lock(path + ".lock") {
     try {
-      const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kPatience);
+      const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(kLockPatience);
       while (!lock()) {
         interrupt_guard::check();
         if (std::chrono::steady_clock::now() > end) {

@@ -8,6 +8,7 @@
 #include "message_text.h"
 #include "mime_library.h"
 #include "problem.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -29,21 +30,12 @@ constexpr struct {
     {"html", TAV_EML_CT_TEXT_HTML},        {"htm", TAV_EML_CT_TEXT_HTML},
 };
 
-bool is_same_word(const std::string& text, const char* word) {
-  return text.size() == std::strlen(word) && clb_CompStrCaseN(text.c_str(), word, text.size()) == 0;
-}
-
 bool is_token(const std::string& text) {
   constexpr size_t kLongest = 127;  // RFC 6838 4.2
   return !text.empty() && text.size() <= kLongest &&
          std::all_of(text.begin(), text.end(), [](char ch) {
            return ch > ' ' && ch <= '~' && std::strchr("()<>@,;:\\\"/[]?=", ch) == nullptr;
          });
-}
-
-std::string trimmed(const std::string& text) {
-  const size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
-  return text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
 }
 
 // Of "charset=utf-8", with quotes or without.

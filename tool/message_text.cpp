@@ -10,6 +10,7 @@
 #include "quorvelmida/tav_eml_mlutl_mime_utility.h"
 #include "quorvelmida/tav_eml_smtp_util.h"
 #include "utl_os.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -18,20 +19,15 @@ using namespace quorvelmida;
 namespace {
 
 constexpr char kSeparators[] = ";,";
-constexpr size_t kLongestLine = 75;
+constexpr size_t kLongestWordLine = 75;
 constexpr size_t kAddressLabel = sizeof "Disposition-Notification-To: ";
 
 // What fits a header line of the library, below 1024 bytes with its label and CR LF: a text that is
 // encoded afterwards, counted before; an address, whose name is encoded already.
 constexpr size_t kLongestText = 1012;
-constexpr size_t kLongestAddress = 990;
+constexpr size_t kLongestAddressLine = 990;
 // What is not encoded is not folded: RFC 5322 2.1.1 allows 998 bytes.
 constexpr size_t kLongestAscii = 980;
-
-bool has_control(const std::string& text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
-}
 
 // True when all of the text converts.
 bool converts(const std::string& text, CHC_ENCODE_TYPE to) {
@@ -92,7 +88,7 @@ std::string display_name(const std::string& address) {
 }
 
 std::string to_name_words(const std::string& name, TAV_EML_CHAR_SET char_set) {
-  return to_words(name, char_set, static_cast<int>(kLongestLine - kAddressLabel));
+  return to_words(name, char_set, static_cast<int>(kLongestWordLine - kAddressLabel));
 }
 
 // For a message of one line.
@@ -127,12 +123,12 @@ std::string encoded_address(const std::string& what, const std::string& address,
   const std::string name = display_name(address);
   const std::string end = std::string(" <") + bare.GetString() + ">";
   const std::string words = to_name_words(name, char_set);
-  if (words.size() + end.size() <= kLongestAddress) return words + end;
-  size_t most = std::min(name.size(), kLongestAddress);  // whole characters of the name
+  if (words.size() + end.size() <= kLongestAddressLine) return words + end;
+  size_t most = std::min(name.size(), kLongestAddressLine);  // whole characters of the name
   do {
     --most;
     while ((static_cast<unsigned char>(name[most]) & 0xC0) == 0x80) --most;
-  } while (to_name_words(name.substr(0, most), char_set).size() + end.size() > kLongestAddress);
+  } while (to_name_words(name.substr(0, most), char_set).size() + end.size() > kLongestAddressLine);
   throw too_long(what + ": the name of " + bare.GetString(), name.size(), most);
 }
 

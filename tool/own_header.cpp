@@ -5,6 +5,7 @@
 
 #include "message_text.h"
 #include "problem.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -36,21 +37,17 @@ constexpr const char* kOfServers[] = {"Return-Path",    "Received",      "Delive
                                       "Envelope-To",    "X-Original-To", "Apparently-To"};
 constexpr const char* kBeginnings[] = {"Content-", "Resent-", "ARC-"};
 
-bool begins_with(std::string_view name, std::string_view start) {
-  return name.size() >= start.size() && is_same_name(name.substr(0, start.size()), start);
-}
-
 void check_name(const std::string& name) {
   const std::string what = "--header: the field " + name;
   for (const auto& composed : kComposed) {
-    if (!is_same_name(name, composed.name)) continue;
+    if (!is_same_word(name, composed.name)) continue;
     const std::string option = composed.option;
     throw problem(EX_USAGE, what + " is always composed" +
                                 (option.empty() ? "" : "; give " + option + " instead"));
   }
   const bool is_of_server =
       std::any_of(std::begin(kOfServers), std::end(kOfServers),
-                  [&](const char* known) { return is_same_name(name, known); });
+                  [&](const char* known) { return is_same_word(name, known); });
   const bool is_of_kind = std::any_of(std::begin(kBeginnings), std::end(kBeginnings),
                                       [&](const char* start) { return begins_with(name, start); });
   if (is_of_server || is_of_kind) {

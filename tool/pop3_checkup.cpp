@@ -16,12 +16,12 @@ using namespace quorvelmida;
 namespace {
 
 // A logged-in session, with POP3 commands that the library's boundary does not have by themselves.
-class trial_session {
+class pop3_trial {
  public:
-  explicit trial_session(const tav_eml_pop3_settings& settings) : m_settings(settings) {}
-  trial_session(const trial_session&) = delete;
-  trial_session& operator=(const trial_session&) = delete;
-  ~trial_session() {
+  explicit pop3_trial(const tav_eml_pop3_settings& settings) : m_settings(settings) {}
+  pop3_trial(const pop3_trial&) = delete;
+  pop3_trial& operator=(const pop3_trial&) = delete;
+  ~pop3_trial() {
     if (m_sock > 0) tav_eml_pop3_command::disconnect(&m_settings, m_sock, m_tls);
   }
 
@@ -75,7 +75,7 @@ checkup check_pop3(const mailbox_options& options, bool verbose) {
   if (!test.check_way(options, true, "", look)) return test.take();
   dialogue_view view(line_sink(verbose), dialogue_kind::pop3);
   const dialogue_tap tap(view);
-  trial_session session(settings);
+  pop3_trial session(settings);
   int count = 0;
   TAV_EML_RESULT result = session.open();
   const bool is_open = result == TAV_EML_OK;

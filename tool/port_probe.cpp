@@ -12,8 +12,8 @@ using namespace quorvelmida;
 namespace {
 
 // A server that has said nothing by then may wait for the client to speak first. In milliseconds.
-constexpr long kPatience = 2000;
-constexpr size_t kMostBytes = 4096;
+constexpr long kProbePatience = 2000;
+constexpr size_t kMostProbed = 4096;
 
 // Why a handshake failed, while it lives.
 class failure_watch {
@@ -37,7 +37,7 @@ class failure_watch {
 };
 
 long patience(const endpoint_options& options) {
-  return std::min(kPatience, static_cast<long>(options.timeout) * 1000);
+  return std::min(kProbePatience, static_cast<long>(options.timeout) * 1000);
 }
 
 bool has_line(const std::string& text) { return text.find('\n') != std::string::npos; }
@@ -54,7 +54,7 @@ bool is_list(const std::string& text) {
 
 // What the port says in clear text.
 std::string clear_greeting(const std::string& address, const endpoint_options& options) {
-  return port_probe(address, options.port, kPatience).read(has_line, patience(options));
+  return port_probe(address, options.port, kProbePatience).read(has_line, patience(options));
 }
 
 void look_for_tls(port_probe& first, const std::string& address, const endpoint_options& options,
@@ -113,7 +113,7 @@ std::string port_probe::read(const std::function<bool(const std::string&)>& is_e
                              long timeout) {
   const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
   std::string text;
-  while (m_result == TAV_EML_OK && text.size() < kMostBytes && !is_enough(text)) {
+  while (m_result == TAV_EML_OK && text.size() < kMostProbed && !is_enough(text)) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
         until - std::chrono::steady_clock::now());
     if (left.count() <= 0) break;
@@ -131,7 +131,7 @@ std::string port_probe::read(const std::function<bool(const std::string&)>& is_e
 
 void port_probe::send(const std::string& text) {
   long length = static_cast<long>(text.size());
-  m_net.send_data(m_sock, text.data(), length, 0, kPatience, m_tls);
+  m_net.send_data(m_sock, text.data(), length, 0, kProbePatience, m_tls);
 }
 
 port_look look_at(port_probe& first, const std::string& address, const endpoint_options& options,

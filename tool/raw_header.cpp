@@ -2,29 +2,17 @@
 
 #include <algorithm>
 
+#include "words.h"
+
 namespace tavmail {
 
 namespace {
 
-constexpr size_t kMostBytes = 256 * 1024;  // the library reads no longer header
-
-bool is_blank(char ch) { return ch == ' ' || ch == '\t'; }
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-std::string_view without_end(std::string_view line) {
-  if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
-}
+constexpr size_t kLongestHeader = 256 * 1024;  // the library reads no longer header
 
 // True when the field name of a line is `name`, which is in lower case.
 bool has_name(std::string_view line, std::string_view name) {
-  const std::string_view found = trimmed(line.substr(0, line.find(':')));
+  const std::string found = trimmed(line.substr(0, line.find(':')));
   return found.size() == name.size() &&
          std::equal(found.begin(), found.end(), name.begin(), [](char ch, char lower) {
            return (ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch) == lower;
@@ -47,7 +35,7 @@ void raw_header::take(std::string_view received) {
     if (m_line.back() == '\n') {
       take_line(m_line);
       m_line.clear();
-    } else if (m_line.size() > kMostBytes) {
+    } else if (m_line.size() > kLongestHeader) {
       m_state = state::elsewhere;
     }
   }
@@ -58,9 +46,9 @@ void raw_header::take_line(std::string_view line) {
     m_state = line.substr(0, 3) == "+OK" ? state::header : state::elsewhere;
     return;
   }
-  const std::string_view text = without_end(line);
+  const std::string_view text = without_line_end(line);
   const bool is_end = text == "." || (text.empty() && !m_text.empty());
-  if (is_end || m_text.size() + line.size() > kMostBytes) {
+  if (is_end || m_text.size() + line.size() > kLongestHeader) {
     m_state = state::elsewhere;
     return;
   }
@@ -83,7 +71,7 @@ std::optional<std::string> raw_header::value(std::string_view name) const {
     is_wanted = colon != std::string_view::npos && has_name(line, name);
     if (is_wanted) found.emplace(line.substr(colon + 1));
   }
-  if (found) found = std::string(trimmed(*found));
+  if (found) found = trimmed(*found);
   return found;
 }
 

@@ -6,7 +6,7 @@ namespace tavmail {
 
 namespace {
 
-constexpr size_t kPiece = size_t{64} << 10;
+constexpr size_t kMailPiece = size_t{64} << 10;
 
 // The line in front of a mail in a mailbox file.
 bool is_mailbox_line(std::string_view line) { return line.substr(0, 5) == "From "; }
@@ -95,7 +95,7 @@ void ready_mail::send_lines() {
 void ready_mail::add(std::string_view bytes) {
   append(bytes);
   if (m_inHeader) take_header(false);
-  if (!m_inHeader && m_text.size() >= kPiece) send_lines();
+  if (!m_inHeader && m_text.size() >= kMailPiece) send_lines();
 }
 
 void ready_mail::end() {

@@ -88,7 +88,7 @@ int run_receive(command_line& command, receive_options& options) {
   return EX_OK;
 }
 
-constexpr char kExamples[] = R"(
+constexpr char kReceiveExamples[] = R"(
 Without --folder the headers of new mails are shown, and nothing is changed.
 With it new mails are saved there, one sub-folder each, and are not new the
 next time.
@@ -157,7 +157,7 @@ command add_receive(command_line& tool) {
   line.add_flag("-q,--quiet", options->quiet, "say nothing on success")
       .excludes(verbose)
       .group("Output");
-  line.set_footer(kExamples);
+  line.set_footer(kReceiveExamples);
   return {&line, [&line, options] { return run_receive(line, *options); }};
 }
 

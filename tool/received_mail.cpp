@@ -11,6 +11,7 @@
 #include "quorvelmida/taveml_easy.h"
 #include "received_text.h"
 #include "saved_text.h"
+#include "words.h"
 
 namespace tavmail {
 

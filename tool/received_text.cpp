@@ -8,6 +8,7 @@
 #include "dialogue_view.h"
 #include "message_text.h"
 #include "text_converter.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -38,13 +39,6 @@ size_t take_character(const std::string& text, size_t at, char32_t& character) {
 }
 
 }  // namespace
-
-std::string lower_case(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](char ch) {
-    return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-  });
-  return text;
-}
 
 std::string header_text(const std::string& bytes, const std::string& hint) {
   std::string text;

@@ -7,8 +7,6 @@
 
 namespace tavmail {
 
-std::string lower_case(std::string text);  // of ASCII
-
 // A header value of which only the bytes are known. ISO-2022-JP shows by its escape sequences and
 // UTF-8 by its form; anything else is read in the character set `hint` ("" for none).
 std::string header_text(const std::string& bytes, const std::string& hint);

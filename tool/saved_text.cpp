@@ -8,13 +8,14 @@
 #include "problem.h"
 #include "received_text.h"
 #include "text_converter.h"
+#include "words.h"
 
 namespace tavmail {
 
 namespace {
 
-constexpr size_t kBlock = size_t{64} << 10;
-constexpr char kUnfinished[] = ".utf-8";  // no part has a name that begins with a dot
+constexpr size_t kTextBlock = size_t{64} << 10;
+constexpr char kUnfinishedText[] = ".utf-8";  // no part has a name that begins with a dot
 constexpr char kMark[] = "\xEF\xBB\xBF";
 
 // Texts of old mail programs name no character set.
@@ -24,7 +25,7 @@ std::string set_of(const std::string& named, const std::string& begin) {
 }
 
 std::string next_block(std::ifstream& in) {
-  std::string block(kBlock, '\0');
+  std::string block(kTextBlock, '\0');
   in.read(block.data(), static_cast<std::streamsize>(block.size()));
   block.resize(static_cast<size_t>(in.gcount()));
   return block;
@@ -40,10 +41,10 @@ bool save_as_utf8(const std::string& folder, const std::string& name, const std:
   const std::unique_ptr<text_converter> converter =
       make_text_converter(set_of(lower_case(char_set), block));
   if (converter == nullptr || block.empty()) return false;
-  saved_file out(folder, kUnfinished);
+  saved_file out(folder, kUnfinishedText);
   if (has_mark) out.write(kMark, sizeof kMark - 1);
   for (bool is_last = false; !is_last; block = next_block(in)) {
-    is_last = block.size() < kBlock;
+    is_last = block.size() < kTextBlock;
     std::string text;
     if (in.bad() || !converter->convert(block, is_last, text)) return false;
     out.write(text.data(), text.size());

@@ -4,6 +4,7 @@
 #include "quorvelmida/taveml_easy_text.h"
 #include "received_text.h"
 #include "state_file.h"
+#include "words.h"
 
 namespace tavmail {
 

@@ -1,7 +1,5 @@
 #include "send_attempt.h"
 
-#include <iostream>
-
 #include "interrupt.h"
 #include "outcome.h"
 
@@ -9,18 +7,9 @@ namespace tavmail {
 
 using namespace quorvelmida;
 
-namespace {
-
-dialogue_view::line_sink sink_of(bool is_shown) {
-  if (!is_shown) return {};
-  return [](const std::string& line) { std::cerr << line << '\n'; };
-}
-
-}  // namespace
-
 send_attempt::send_attempt(const server_options& server, uint32_t size_limit, bool is_shown)
     : m_server(server),
-      m_view(sink_of(is_shown), server.kind_of_dialogue()),
+      m_view(lines_to_stderr(is_shown), server.kind_of_dialogue()),
       m_tap(m_view),
       m_settings(server.settings(size_limit)) {}
 

@@ -163,7 +163,7 @@ int run_send(command_line& command, send_options& options) {
   }
 }
 
-constexpr char kExamples[] = R"(
+constexpr char kSendExamples[] = R"(
 Examples:
   tavmail send -s mail.example.com -u anna -f anna@example.com \
       -t bob@example.org -S "Hello" --text "How are you?"
@@ -178,7 +178,7 @@ command add_send(command_line& tool) {
   command_line& line = tool.add_command("send", "send a mail");
   const auto options = std::make_shared<send_options>();
   options->add_to(line);
-  line.set_footer(kExamples);
+  line.set_footer(kSendExamples);
   return {&line, [&line, options] { return run_send(line, *options); }};
 }
 

@@ -81,7 +81,7 @@ int run_sendmail(command_line& command, sendmail_options& options) {
   return EX_OK;
 }
 
-constexpr char kExamples[] = R"(
+constexpr char kSendmailExamples[] = R"(
 Examples:
   git config sendemail.sendmailCmd "tavmail sendmail"
   ln -s /usr/bin/tavmail /usr/local/sbin/sendmail     # for cron, mutt and PHP
@@ -93,7 +93,7 @@ command add_sendmail(command_line& tool) {
   command_line& line = tool.add_command("sendmail", "send a mail that a program has written");
   const auto options = std::make_shared<sendmail_options>();
   options->add_to(line);
-  line.set_footer(kExamples);
+  line.set_footer(kSendmailExamples);
   return {&line, [&line, options] { return run_sendmail(line, *options); }};
 }
 

@@ -51,12 +51,12 @@ std::string guessed_address(const server_options& options) {
 }
 
 // A session of the command layer that is given up before the data of a mail.
-class trial_session {
+class smtp_trial {
  public:
-  explicit trial_session(const tav_eml_smtp_settings& settings) : m_settings(settings) {}
-  trial_session(const trial_session&) = delete;
-  trial_session& operator=(const trial_session&) = delete;
-  ~trial_session() {
+  explicit smtp_trial(const tav_eml_smtp_settings& settings) : m_settings(settings) {}
+  smtp_trial(const smtp_trial&) = delete;
+  smtp_trial& operator=(const smtp_trial&) = delete;
+  ~smtp_trial() {
     if (m_session == nullptr) return;
     tav_eml_mlutl_mail_net net;
     net.end_tls(m_session->tls_info);
@@ -187,7 +187,7 @@ checkup check_smtp(const trial_options& options, bool verbose) {
 
   dialogue_view view(line_sink(verbose), options.kind_of_dialogue());
   const dialogue_tap tap(view);
-  trial_session session(settings);
+  smtp_trial session(settings);
   TAV_EML_RESULT result = session.open();
   report_opening(result, view, options, test);
   if (result != TAV_EML_OK) return in_order(test.take());

@@ -9,17 +9,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "disk.h"
 #include "problem.h"
 
 namespace tavmail {
 
 namespace {
 
-constexpr size_t kBlock = size_t{64} << 10;
-
-problem cannot(const std::string& what, const std::string& where) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + where + ": " + std::strerror(errno));
-}
+constexpr size_t kSpoolBlock = size_t{64} << 10;
 
 std::string temporary_folder() {
   const char* folder = std::getenv("TMPDIR");
@@ -66,7 +63,7 @@ bool spool_file::make_in(const std::string& folder, const std::string& prefix) {
 void spool_file::write(std::string_view text) {
   m_buffer += text;
   m_size += text.size();
-  if (m_buffer.size() >= kBlock) flush();
+  if (m_buffer.size() >= kSpoolBlock) flush();
 }
 
 void spool_file::flush() {

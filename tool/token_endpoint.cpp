@@ -9,6 +9,7 @@
 #include "problem.h"
 #include "received_text.h"
 #include "secret_echo.h"
+#include "words.h"
 
 namespace tavmail {
 

@@ -7,7 +7,7 @@ namespace tavmail {
 
 namespace {
 
-constexpr char kGroup[] = "Provider";
+constexpr char kProviderGroup[] = "Provider";
 
 void check_endpoint(const std::string& url, const char* key) {
   if (url.empty())
@@ -21,7 +21,7 @@ void check_endpoint(const std::string& url, const char* key) {
 
 void token_provider::add_to(command_line& command) {
   const auto add = [&](const char* name, std::string& value, const char* help, const char* kind) {
-    return command.add(name, value, help).value_name(kind).group(kGroup);
+    return command.add(name, value, help).value_name(kind).group(kProviderGroup);
   };
   add("--device-endpoint", device_endpoint, "where the provider begins a consent", "URL");
   add("--token-endpoint", token_endpoint, "where it gives tokens", "URL");
@@ -36,7 +36,7 @@ void token_provider::add_to(command_line& command) {
       .range(1, 3600)
       .shows_default()
       .value_name("N")
-      .group(kGroup);
+      .group(kProviderGroup);
 }
 
 void token_provider::complete() const {

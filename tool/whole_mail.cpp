@@ -5,6 +5,7 @@
 
 #include "dialogue_view.h"
 #include "header_value.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -12,7 +13,7 @@ using namespace quorvelmida;
 
 namespace {
 
-constexpr size_t kBlock = size_t{64} << 10;
+constexpr size_t kMailBlock = size_t{64} << 10;
 constexpr uint64_t kLargestHeader = uint64_t{1} << 20;
 constexpr uint64_t kLargestMail = INT_MAX;  // as the library takes it in parts
 
@@ -61,7 +62,7 @@ TAV_EML_RESULT whole_mail_reader::read_to_end(const std::string& received, wire_
                                               uint64_t most) {
   m_endless = false;
   text.take(received);
-  std::vector<char> block(kBlock);
+  std::vector<char> block(kMailBlock);
   for (uint64_t bytes = received.size(); !text.has_ended();) {
     m_progress();
     size_t length = block.size();

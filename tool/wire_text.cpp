@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "received_text.h"
+#include "words.h"
 
 namespace tavmail {
 
