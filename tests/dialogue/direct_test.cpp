@@ -1,5 +1,4 @@
-// What the facades do not show: the transport and the parser called directly, and what stays in
-// memory.
+// What the facades do not show: the transport and the parser called directly.
 
 #include <climits>
 
@@ -54,6 +53,7 @@ TEST_F(Direct, reads_one_line_and_nothing_after_it) {
     }
     transport.close_socket(sock);
   }
+  EXPECT_TRUE(log.contains("RecvOneLine : size <= 1"));
 }
 
 TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
@@ -63,6 +63,7 @@ TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
   ASSERT_EQ(connect(), TAV_EML_OK);
   net.fail("shutdown", 2, 3);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_UNKNOWN);
+  EXPECT_TRUE(log.contains("shutdown [UNKNOWN]"));
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_OK);  // it was still open
 }
 
@@ -79,17 +80,17 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
 TEST_F(Direct, a_message_ends_at_two_gibibytes) {
   using parser = tav_eml_mlutl_receive;
   using mail = tav_eml_mlutl_mail;
-  const std::function<TAV_EML_UTL_RETCODE(parser&, mail&)> steps[] = {
-      [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); },
-      [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); },
-      [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); },
-      [&](parser& r, mail& m) {
+  const std::pair<const char*, std::function<TAV_EML_UTL_RETCODE(parser&, mail&)>> steps[] = {
+      {"skip_mail", [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); }},
+      {"skip_part", [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); }},
+      {"header", [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); }},
+      {"body", [&](parser& r, mail& m) {
         auto code = TAV_EML_UTL_OK;
         while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
         return code;
-      },
+      }},
   };
-  for (const auto& read_on : steps) {
+  for (const auto& [name, read_on] : steps) {
     ASSERT_EQ(connect("Content-Type: multipart/mixed; boundary=b^^{preamble^*100000}"), TAV_EML_OK);
     parser receiver;
     mail endless;
@@ -99,6 +100,7 @@ TEST_F(Direct, a_message_ends_at_two_gibibytes) {
     receiver.ChkMailEndLine(endless, counted, INT_MAX - 10000, 0);
     EXPECT_EQ(read_on(receiver, endless), TAV_EML_UTL_BAD_REPLY);
     EXPECT_TRUE(log.contains("message without end"));
+    EXPECT_TRUE(log.contains(std::string(name) + "(): ReadLine() returns")) << log.all();
     EXPECT_EQ(sock, 0);
     log.clear();
   }
