@@ -12,10 +12,10 @@ struct Direct : testing::Test {
   ~Direct() override { EXPECT_TRUE(net.clean()); }
 
   // A connection to a server that says this.
-  TAV_EML_RESULT connect(const std::string& said = "") {
+  TAV_EML_RESULT connect(const std::string& said = "", uint16_t port = 110) {
     host.script.add("greeting " + device::exact(said) + "\n");
     net.serve(kAddress, host);
-    return transport.connect_mail(&sock, kServer, 110, 1000, 0);
+    return transport.connect_mail(&sock, kServer, port, 1000, 0);
   }
 
   mailhost::mail_host host;
@@ -56,7 +56,7 @@ TEST_F(Direct, reads_one_line_and_nothing_after_it) {
   EXPECT_TRUE(log.contains("RecvOneLine : size <= 1"));
 }
 
-TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
+TEST_F(Direct, closes_a_socket_unless_shutdown_gives_an_unknown_code) {
   ASSERT_EQ(connect(), TAV_EML_OK);
   net.fail("shutdown", 1, -1);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_SOCKET);
@@ -74,6 +74,42 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
   net.fail("socket", 2, -5);
   EXPECT_EQ(transport.connect_mail(&sock, kServer, 25, 1000, 0), TAV_EML_ERR_SOCKET);
   EXPECT_EQ(sock, -5);
+}
+
+// Whoever calls the commands one by one has no object that closes what they leave.
+TEST_F(Direct, commands_that_end_a_session_close_it) {
+  const tav_eml_smtp_settings settings{_tav_eml_smtp_setting()};
+  char sent[SMTP_BUFFER_SIZE], received[SMTP_BUFFER_SIZE];
+  ntssmtp_fileptr session = {0, SMTP_CONNECT, sent, received, {}};
+  tav_eml_smtp_command smtp;
+  const auto stls = [&] {
+    return tav_eml_pop3_command::NegotiateStartTLS(nullptr, session.sock, session.tls_info, 1);
+  };
+  const struct {
+    uint16_t port;
+    const char* script;
+    TAV_EML_RESULT result;
+    std::function<TAV_EML_RESULT()> end;
+  } cases[] = {
+      {110, "", TAV_EML_ERR_TLS_CONNECT, stls},
+      {110, R"(CAPA "+OK" "STLS" ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(CAPA "+OK" "STLS" "x"*1100 ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(CAPA "+OK" "\0" ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(every "+OK" "STLS" ".")", TAV_EML_ERR_UNKNOWN, stls},
+      {25, "", TAV_EML_ERR_REPLY,
+       [&] { return smtp.NegotiateStartTLS(session.sock, 1, session.tls_info); }},
+      {25, R"(every "502 no")", TAV_EML_ERR_REPLY,
+       [&] { return smtp.tav_eml_smtp_pnon_auth_ehlo(&settings, &session); }},
+      {25, "", TAV_EML_OK, [&] { return smtp.tav_eml_smtp_disconnect(&settings, &session); }},
+  };
+  for (const auto& test : cases) {
+    host.script.clear();
+    host.script.add(test.script);
+    ASSERT_EQ(connect("", test.port), TAV_EML_OK);
+    session.sock = sock;
+    EXPECT_EQ(test.end(), test.result) << test.script << "\n" << log.all();
+    EXPECT_EQ(net.leaks(), "") << test.script;
+  }
 }
 
 // Without moving so much: the operation that counts a line's bytes is told of a long one.

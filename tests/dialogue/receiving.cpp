@@ -1,5 +1,6 @@
 // Words for a device that receives mail. "seen N UID STATUS" is set up in the list of seen mail,
-// which "set capacity N" limits. Calls; what they give besides their result stands after it:
+// which "set capacity N" limits; the status is 1 for a mail that waits, 2 for one that was handed
+// out. Calls; what they give besides their result stands after it:
 //
 //   noop
 //   stat                the count

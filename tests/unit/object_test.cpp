@@ -131,10 +131,11 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
   void *more = block_of("x"), *nothing = nullptr;
   long length = 1, none = 0;
   memory.fail(1);
+  const log_capture log;
   EXPECT_EQ(part.set_buffer(more, length) + part.set_buffer(more, none), 0);
   EXPECT_EQ(part.set_buffer(nothing, length), 0);
+  EXPECT_EQ(log.count("set_buffer() pBuffer is null"), 2u);
   UtlOS::MemFree(more);
-  const log_capture log;
   memory.fail(1);
   EXPECT_EQ(next(part, 4), "(failed)");
   memory.fail_by(throw_exception);
@@ -246,7 +247,7 @@ TEST(MailInfoList, reports_a_hole_and_finds_a_missing_id_first) {
 }
 
 // Exported operations that lead to what the tables see through others.
-TEST(Doors, open_to_the_same_rules) {
+TEST(ExportedOperations, follow_the_rules_of_the_tables) {
   tav_eml_mlutl_mail mail;
   tav_eml_mlutl_receive receive;
   UtlString encoding("BASE64"), place("inline"), type("text/html"), blank("\r\n");
