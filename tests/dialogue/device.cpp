@@ -68,6 +68,8 @@ device::device(bool receives) : m_receives(receives) {
   add_calls();
   add_values();
   receives ? add_receiving() : add_sending();
+  for (const auto& [name, value] : m_values)
+    if (m_setups.count(name) + m_calls.count(name) != 0) throw std::runtime_error("two of " + name);
 }
 
 device::~device() {
@@ -132,10 +134,6 @@ void device::add_setups() {
     const string uid = word_of(rest);
     m_messages.emplace_back(uid, expand(rest));
     host().memory.add(uid, m_messages.back().second);
-  };
-  m_setups["mail"] = [this](const string& what) { m_setups["wire"](what + ".^"); };
-  m_setups["wire"] = [this](const string& what) {
-    for (const char* verb : {"RETR", "TOP"}) script(verb + (" " + exact("+OK^" + what)));
   };
   m_setups["resolve"] = [this](const string& rest) { net.names[kServer] = pieces_of(rest, " "); };
   m_setups["refuse"] = [this](string rest) {

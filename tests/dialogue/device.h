@@ -12,8 +12,6 @@
 //   token TOKEN REFRESHED   the device gives this token, and that one after a refusal; none of
 //                           them without it. Every token begins with "toktoktok"
 //   message UID TEXT        is in the mailbox
-//   mail TEXT               what RETR and TOP give after the status line and before the final dot,
-//                           exactly so; "wire TEXT" with whatever ends it
 //   set NAME VALUE          a setting of the library: server, user, password, tls (0 to 2) of both
 //                           protocols; helo, options (five bytes), auth (0 to 3), limit, wait and
 //                           pop3-account (none) of SMTP; apop (0 or 1) of POP3

@@ -120,11 +120,12 @@ TEST_F(Direct, a_message_ends_at_two_gibibytes) {
       {"skip_mail", [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); }},
       {"skip_part", [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); }},
       {"header", [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); }},
-      {"body", [&](parser& r, mail& m) {
-        auto code = TAV_EML_UTL_OK;
-        while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
-        return code;
-      }},
+      {"body",
+       [&](parser& r, mail& m) {
+         auto code = TAV_EML_UTL_OK;
+         while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
+         return code;
+       }},
   };
   for (const auto& [name, read_on] : steps) {
     ASSERT_EQ(connect("Content-Type: multipart/mixed; boundary=b^^{preamble^*100000}"), TAV_EML_OK);
