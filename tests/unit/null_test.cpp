@@ -69,6 +69,7 @@ TEST(NullPointers, are_refused_by_functions) {
   refuse("InsertBuffer() failed to re", 0, [&] { return mail.InsertBuffer(none, minus, "a", 1); });
   refuse("", 0, [&] { return type::convert_encoded_string(nothing, copy, count) + count; });
   refuse("pBuffer is null", 0, [&] { return tav_eml_mlutl_stream(9).WriteStream(none, 1, count); });
+  refuse("a NULL", 0, [&] { return util::decode_and_set_escape_string(mail, nullptr), 0; });
   refuse("m_cFIleName is null", 1, [&] { return mail.get_file_extension() == nullptr; });
   refuse("", 0, [&] { return tav_eml_mlutl_check_filter("a@b", 2, nullptr, 1); });
   refuse("", 0, [&] { return tav_eml_mlutl_check_filter("a@b", 2, nullptr, -1); });
