@@ -269,8 +269,10 @@ TEST(ExportedOperations, follow_the_rules_of_the_tables) {
     EXPECT_EQ(receive.ChkMailEndLine(mail, type, length, 8), length == 6 ? 0 : -1);
   EXPECT_EQ(receive.ChkMailEndLine(mail, end, 3, 0), 1);
   EXPECT_EQ(mail.m_nComplete + mail.get_part()->m_nComplete - mail.m_nReceiving, 2);
+  const log_capture log;
   EXPECT_EQ(receive.set_recv_buffer(std::string(4096, 'x').c_str()), 0);
   EXPECT_EQ(receive.set_recv_buffer(std::string(4097, 'x').c_str()), 1);
+  EXPECT_EQ(log.count("string too large to fit in buffer"), 1u);
   UtlVector lines;
   for (const char* header : {"", "a\r\n b\r\nc\r\n"}) receive.RemoveWSP(header, 0, &lines);
   ASSERT_EQ(lines.Count(), 2);
