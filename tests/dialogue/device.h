@@ -6,14 +6,12 @@
 //   host WHEN WHAT          a deviation in the words of mailhost/script.h. A reply without quotes
 //                           is a text: "EHLO 502-no^502 no", "RETR bytes +OK^x"
 //   offers WORDS            of tls, and of the methods of AUTH; none of them without it
-//   serves WORDS            how the server is reached: implicit-tls, nothing
+//   serves WORD             how the server is reached: plain, implicit-tls, nothing
 //   account USER PASSWORD   the server knows it besides "u" and its password
 //   bears USER TOKEN        and with this access token, under TLS
 //   token TOKEN REFRESHED   the device gives this token, and that one after a refusal; none of
 //                           them without it. Every token begins with "toktoktok"
 //   message UID TEXT        is in the mailbox
-//   mail TEXT               what RETR and TOP give after the status line and before the final dot,
-//                           exactly so; "wire TEXT" with whatever ends it
 //   set NAME VALUE          a setting of the library: server, user, password, tls (0 to 2) of both
 //                           protocols; helo, options (five bytes), auth (0 to 3), limit, wait and
 //                           pop3-account (none) of SMTP; apop (0 or 1) of POP3
@@ -25,7 +23,8 @@
 //   drop                    the objects of the library
 //
 // Then come calls of the library, each with its result ("-> REPLY" for TAV_EML_ERR_REPLY, and what
-// else it gives), and values that are checked. Both protocols have
+// else it gives, which is nothing after a failure unless the row says so), and values that are
+// checked. Both protocols have
 //
 //   test, connect, close, fresh-test (of an object of its own)
 //
@@ -42,8 +41,9 @@
 //   lines          of the log, all of them
 //   live, peak     bytes of memory
 //
-// "log PIECES" is one line at the level of errors for each piece, in this order, that holds it, and
-// "starved PIECES" lines that a storm case logs when memory runs out.
+// "log PIECES" is one line at the level of errors for each piece, in this order, that holds it, of
+// those since the latest "log"; and "starved PIECES" lines that a storm case logs when memory runs
+// out.
 //
 // What every case is held to whatever it says: no secret in the log, the time-outs of the settings,
 // no call of the platform that it does not allow, a line in the log for a failure and none at the
@@ -207,7 +207,7 @@ class device {
   mailhost::settings m_hostSettings;
   std::string m_script;
   tls_mode m_mode = tls_mode::plain;
-  bool m_serves = true, m_hasAccount = true, m_isLogChecked = false, m_hasFailed = false;
+  bool m_serves = true, m_hasAccount = true, m_hasFailed = false;  // since "log"
 
   _tav_eml_smtp_setting m_to;
   _tav_eml_pop3_setting m_from;

@@ -1,5 +1,4 @@
-// What the facades do not show: the transport and the parser called directly, and what stays in
-// memory.
+// What the facades do not show: the transport and the parser called directly.
 
 #include <climits>
 
@@ -13,10 +12,10 @@ struct Direct : testing::Test {
   ~Direct() override { EXPECT_TRUE(net.clean()); }
 
   // A connection to a server that says this.
-  TAV_EML_RESULT connect(const std::string& said = "") {
+  TAV_EML_RESULT connect(const std::string& said = "", uint16_t port = 110) {
     host.script.add("greeting " + device::exact(said) + "\n");
     net.serve(kAddress, host);
-    return transport.connect_mail(&sock, kServer, 110, 1000, 0);
+    return transport.connect_mail(&sock, kServer, port, 1000, 0);
   }
 
   mailhost::mail_host host;
@@ -54,15 +53,17 @@ TEST_F(Direct, reads_one_line_and_nothing_after_it) {
     }
     transport.close_socket(sock);
   }
+  EXPECT_TRUE(log.contains("RecvOneLine : size <= 1"));
 }
 
-TEST_F(Direct, closes_a_socket_unless_its_shutdown_is_unheard_of) {
+TEST_F(Direct, closes_a_socket_unless_shutdown_gives_an_unknown_code) {
   ASSERT_EQ(connect(), TAV_EML_OK);
   net.fail("shutdown", 1, -1);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_SOCKET);
   ASSERT_EQ(connect(), TAV_EML_OK);
   net.fail("shutdown", 2, 3);
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_ERR_UNKNOWN);
+  EXPECT_TRUE(log.contains("shutdown [UNKNOWN]"));
   EXPECT_EQ(transport.close_socket(sock), TAV_EML_OK);  // it was still open
 }
 
@@ -75,21 +76,58 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
   EXPECT_EQ(sock, -5);
 }
 
+// Whoever calls the commands one by one has no object that closes what they leave.
+TEST_F(Direct, commands_that_end_a_session_close_it) {
+  const tav_eml_smtp_settings settings{_tav_eml_smtp_setting()};
+  char sent[SMTP_BUFFER_SIZE], received[SMTP_BUFFER_SIZE];
+  ntssmtp_fileptr session = {0, SMTP_CONNECT, sent, received, {}};
+  tav_eml_smtp_command smtp;
+  const auto stls = [&] {
+    return tav_eml_pop3_command::NegotiateStartTLS(nullptr, session.sock, session.tls_info, 1);
+  };
+  const struct {
+    uint16_t port;
+    const char* script;
+    TAV_EML_RESULT result;
+    std::function<TAV_EML_RESULT()> end;
+  } cases[] = {
+      {110, "", TAV_EML_ERR_TLS_CONNECT, stls},
+      {110, R"(CAPA "+OK" "STLS" ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(CAPA "+OK" "STLS" "x"*1100 ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(CAPA "+OK" "\0" ".")", TAV_EML_ERR_REPLY, stls},
+      {110, R"(every "+OK" "STLS" ".")", TAV_EML_ERR_UNKNOWN, stls},
+      {25, "", TAV_EML_ERR_REPLY,
+       [&] { return smtp.NegotiateStartTLS(session.sock, 1, session.tls_info); }},
+      {25, R"(every "502 no")", TAV_EML_ERR_REPLY,
+       [&] { return smtp.tav_eml_smtp_pnon_auth_ehlo(&settings, &session); }},
+      {25, "", TAV_EML_OK, [&] { return smtp.tav_eml_smtp_disconnect(&settings, &session); }},
+  };
+  for (const auto& test : cases) {
+    host.script.clear();
+    host.script.add(test.script);
+    ASSERT_EQ(connect("", test.port), TAV_EML_OK);
+    session.sock = sock;
+    EXPECT_EQ(test.end(), test.result) << test.script << "\n" << log.all();
+    EXPECT_EQ(net.leaks(), "") << test.script;
+  }
+}
+
 // Without moving so much: the operation that counts a line's bytes is told of a long one.
 TEST_F(Direct, a_message_ends_at_two_gibibytes) {
   using parser = tav_eml_mlutl_receive;
   using mail = tav_eml_mlutl_mail;
-  const std::function<TAV_EML_UTL_RETCODE(parser&, mail&)> steps[] = {
-      [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); },
-      [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); },
-      [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); },
-      [&](parser& r, mail& m) {
-        auto code = TAV_EML_UTL_OK;
-        while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
-        return code;
-      },
+  const std::pair<const char*, std::function<TAV_EML_UTL_RETCODE(parser&, mail&)>> steps[] = {
+      {"skip_mail", [&](parser& r, mail& m) { return r.skip_mail(m, 7, sock, tls); }},
+      {"skip_part", [&](parser& r, mail& m) { return r.skip_part(m, 7, sock, tls); }},
+      {"header", [&](parser& r, mail& m) { return r.receive_part_header(m, sock, 7, tls); }},
+      {"body",
+       [&](parser& r, mail& m) {
+         auto code = TAV_EML_UTL_OK;
+         while (code == TAV_EML_UTL_OK) code = r.receive_part_body(m, sock, 7, tls);
+         return code;
+       }},
   };
-  for (const auto& read_on : steps) {
+  for (const auto& [name, read_on] : steps) {
     ASSERT_EQ(connect("Content-Type: multipart/mixed; boundary=b^^{preamble^*100000}"), TAV_EML_OK);
     parser receiver;
     mail endless;
@@ -99,6 +137,7 @@ TEST_F(Direct, a_message_ends_at_two_gibibytes) {
     receiver.ChkMailEndLine(endless, counted, INT_MAX - 10000, 0);
     EXPECT_EQ(read_on(receiver, endless), TAV_EML_UTL_BAD_REPLY);
     EXPECT_TRUE(log.contains("message without end"));
+    EXPECT_TRUE(log.contains(std::string(name) + "(): ReadLine() returns")) << log.all();
     EXPECT_EQ(sock, 0);
     log.clear();
   }

@@ -1,5 +1,8 @@
-// Words for a device that receives mail. "seen N UID STATUS" is set up in the list of seen mail,
-// which "set capacity N" limits. Calls; what they give besides their result stands after it:
+// Words for a device that receives mail. "mail TEXT" is what RETR and TOP give after the status
+// line and before the final dot, exactly so; "wire TEXT" has whatever ends it, too. "seen N UID
+// STATUS" is set up in the list of seen mail, which "set capacity N" limits; the status is 1 for a
+// mail that waits, 2 for one that was handed out. Calls; what they give besides their result stands
+// after it:
 //
 //   noop
 //   stat                the count
@@ -102,6 +105,10 @@ void device::add_receiving_calls() {
 }
 
 void device::add_lists() {
+  m_setups["mail"] = [this](const string& what) { m_setups["wire"](what + ".^"); };
+  m_setups["wire"] = [this](const string& what) {
+    for (const char* verb : {"RETR", "TOP"}) script(verb + (" " + exact("+OK^" + what)));
+  };
   m_setups["seen"] = [this](string rest) {
     const int number = stoi(word_of(rest));
     const string uid = word_of(rest);
@@ -239,7 +246,6 @@ TAV_EML_RESULT device::run_command(const string& line) {
   }
   EXPECT_TRUE(sock != 0 || result != TAV_EML_OK);
   if (sock != 0 && result != TAV_EML_OK) m_value += " open";
-  EXPECT_NE(m_value, " open") << line;
   if (sock != 0) command::disconnect(account, sock, tls);
   return result;
 }

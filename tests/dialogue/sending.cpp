@@ -4,8 +4,10 @@
 //   header, body TEXT, part-header, part-body TEXT, end     the steps of a mail
 //   send TEXT                                               all of them
 //
-// The mail is short and in UTF-8; "field NAME TEXT" changes it, "attach TEXT" adds a PDF, "piece N"
-// is how much of body and attachment goes into one call. Values:
+// The mail is short and in UTF-8; "attach TEXT" adds a PDF, "piece N" is how much of body and
+// attachment goes into one call, and "field NAME TEXT" changes the mail: from, to, cc, bcc and
+// reply-to ("(none)" is no address), subject, date, boundary, encoding, charset; file, which is the
+// attachment's name; inline, which makes a text of the attachment. Values:
 //
 //   mails, to, mail   how many the server has; recipients and text of the latest one
 //   text, decoded     what follows its header; the bytes that this is the base64 of

@@ -133,7 +133,7 @@ TEST(Posix, a_socket_of_others_is_left_as_it_is) {
 }
 
 TEST(Posix, the_settings_come_from_variables_and_a_file) {
-  const std::string path = testing::TempDir() + "device.conf";
+  const std::string path = testing::TempDir() + "device." + std::to_string(getpid());
   std::ofstream(path) << "# device\nprinter_name = aaaaaaaaaaa日本語日本語日本語\n"
                       << "serial_number=SN 1\n equipment_id =\t" << std::string(100, 'e') << "\n";
   setenv("TAV_DEVICE_SETTINGS", path.c_str(), 1);
@@ -145,6 +145,7 @@ TEST(Posix, the_settings_come_from_variables_and_a_file) {
   EXPECT_STREQ(record.serial_number, "SN 1");
   EXPECT_EQ(std::string(record.equipment_id), std::string(16, 'e'));
   EXPECT_STRNE(record.host_name, "");
+  std::remove(path.c_str());
   setenv("TAV_PRINTER_NAME", "MFP1", 1);
   setenv("TAV_DEVICE_SETTINGS", "/none", 1);
   EXPECT_EQ(cfg_group_get_event_mail(&record), CFG_OK_PARTIAL);

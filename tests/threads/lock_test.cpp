@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -117,7 +118,7 @@ TEST(Threads, send_one_mail_after_the_other_or_do_not_disturb_each_other) {
 // The port remembers which name a thread resolved, and TLS checks the certificate for it.
 TEST(Threads, resolve_names_at_the_same_time_and_each_checks_its_own) {
   served_host host(true);
-  const std::string authority = testing::TempDir() + "lock_test.pem";
+  const std::string authority = testing::TempDir() + "lock_test." + std::to_string(getpid());
   std::ofstream(authority) << mailhost::to_pem(host.own.authority.get());
   setenv("SSL_CERT_FILE", authority.c_str(), 1);
   run_at_once([&host](int thread) {
@@ -129,6 +130,7 @@ TEST(Threads, resolve_names_at_the_same_time_and_each_checks_its_own) {
     }
   });
   host.end();
+  std::remove(authority.c_str());
 }
 
 }  // namespace

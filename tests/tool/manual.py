@@ -1,7 +1,7 @@
 """The manual against the programs: manual.py TAVMAIL TAVMAIL_HOST ROOT
 
 Every long option that a command's --help shows stands in its page, and no page names one that is
-not there. The exit codes listed are those of the code.
+not there. The exit codes listed are those of the code, and the tests that a document names exist.
 """
 
 import glob
@@ -50,6 +50,16 @@ assert len(rows) > 30, rows
 problems += [f"troubleshooting.md explains \"{piece}\", which tavmail does not say"
              for row in rows for text in re.findall("`([^`]*)`", row)
              for piece in text.split("…") if len(piece) > 1 and piece not in said]
+# The tests of the threat model, by the names that it gives them.
+tests = {f"{suite}.{name}" for path in glob.glob(f"{ROOT}/tests/*/*.cpp")
+         for suite, name in re.findall(r"^TEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\)", read(path), re.M)}
+for path in glob.glob(f"{ROOT}/tests/dialogue/*.cases"):
+    table = os.path.basename(path).partition(".")[0].capitalize()
+    tests |= {f"{table}." + re.sub(r"\W", "_", name)
+              for name in re.findall(r"^(?:storm )?case (.*)", read(path), re.M)}
+named = re.findall(r"`((?:[A-Z]\w*|storm)\.\w+)`", read(f"{ROOT}/docs/threat-model.md"))
+assert len(named) > 30, named
+problems += [f"threat-model.md names {name}, which is no test" for name in {*named} - tests]
 # The examples come first, which mandoc has its doubts about.
 problems += [f"{page} does not begin with examples" for page in os.listdir() if ".Sh DESCRIPTION"
              in read(page).partition(".Sh EXAMPLES\n")[0]]

@@ -24,7 +24,7 @@ ACCESS, REFRESH, DEVICE = "zugangswort", "auffrischwort", "geraetewort"  # a num
 CHANGES = {
     "2": {"access_token": ACCESS + "2"}, "short": {"expires_in": 4}, "same": {"refresh_token": None}, "narrow": {"scope": "smtp"},
     "mac": {"token_type": "mac"}, "blank": {"access_token": "a b"}, "plain": {"user_code": "\x1b[2J"},
-    "file": {"verification_uri": "file:///etc/passwd"}, 
+    "file": {"verification_uri": "file:///etc/passwd"},
     "endless": {"expires_in": 1e300, "interval": -1},
     "huge": {"x": "y" * 100000}, "bare": {"access_token": None, "device_code": None}}
 

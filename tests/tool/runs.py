@@ -116,14 +116,15 @@ def port(full):
 
 
 def talk(place, *lines, patience=0.7):
-    """What is said in answer to the lines, and how it ends."""
+    """What is said in answer to the lines, and how it ends. The greeting may take long."""
     said, end = b"", "closed"
     address, number = place.split(":")
     try:
-        with socket.create_connection((address, int(number)), patience) as client:
+        with socket.create_connection((address, int(number)), ONCE) as client:
             client.sendall(b"".join(os.fsencode(line) + b"\r\n" for line in lines))
             while block := client.recv(65536):
                 said += block
+                client.settimeout(patience)
     except socket.timeout:
         end = "silent"
     except ConnectionResetError:

@@ -69,12 +69,13 @@ TEST(NullPointers, are_refused_by_functions) {
   refuse("InsertBuffer() failed to re", 0, [&] { return mail.InsertBuffer(none, minus, "a", 1); });
   refuse("", 0, [&] { return type::convert_encoded_string(nothing, copy, count) + count; });
   refuse("pBuffer is null", 0, [&] { return tav_eml_mlutl_stream(9).WriteStream(none, 1, count); });
+  refuse("a NULL", 0, [&] { return util::decode_and_set_escape_string(mail, nullptr), 0; });
   refuse("m_cFIleName is null", 1, [&] { return mail.get_file_extension() == nullptr; });
   refuse("", 0, [&] { return tav_eml_mlutl_check_filter("a@b", 2, nullptr, 1); });
   refuse("", 0, [&] { return tav_eml_mlutl_check_filter("a@b", 2, nullptr, -1); });
   refuse("", 0, [&] { return util::ToMimeEncode(utf8, "a", LONG_MAX, none, n, 75); });
-  refuse("", 0, [&] { return list.get_address(text, before, ","); });
-  refuse("", 0, [&] { return list.get_address(text, behind, ","); });
+  refuse("no text at", 0, [&] { return list.get_address(text, before, ","); });
+  refuse("no text at", 0, [&] { return list.get_address(text, behind, ","); });
   refuse("", 0, [&] { return list.get_address(text, count, nullptr); });
   EXPECT_TRUE(none == nullptr && n == 0 && text.GetString() == nullptr);
 }
@@ -145,8 +146,8 @@ TEST(NullPointers, are_refused_by_commands) {
   };
   for (const call& what : calls) refuse("rror", kUnknown, what);
   constexpr long kParam = TAV_EML_ERR_PARAM;
-  refuse("", kParam, [&] { return net.connect_mail(&sock, nullptr, 25, 1, 0); });
-  refuse("", kParam, [&] { return net.connect_mail(nullptr, "h", 25, 1, 0); });
+  refuse("GetIpAddress [NG]", kParam, [&] { return net.connect_mail(&sock, nullptr, 25, 1, 0); });
+  refuse("pSock is null", kParam, [&] { return net.connect_mail(nullptr, "h", 25, 1, 0); });
   EXPECT_EQ(session, nullptr);
 }
 

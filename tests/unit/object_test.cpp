@@ -131,10 +131,11 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
   void *more = block_of("x"), *nothing = nullptr;
   long length = 1, none = 0;
   memory.fail(1);
+  const log_capture log;
   EXPECT_EQ(part.set_buffer(more, length) + part.set_buffer(more, none), 0);
   EXPECT_EQ(part.set_buffer(nothing, length), 0);
+  EXPECT_EQ(log.count("set_buffer() "), 3u);
   UtlOS::MemFree(more);
-  const log_capture log;
   memory.fail(1);
   EXPECT_EQ(next(part, 4), "(failed)");
   memory.fail_by(throw_exception);
@@ -182,6 +183,7 @@ TEST(Parts, copy_everything_but_the_fax_value) {
 }
 
 TEST(Streams, give_back_what_went_in_and_are_empty_after_a_failure) {
+  const log_capture log;
   fake_memory memory;
   tav_eml_mlutl_stream stream(10);
   int full = -1;
@@ -196,6 +198,7 @@ TEST(Streams, give_back_what_went_in_and_are_empty_after_a_failure) {
     EXPECT_EQ(next(stream, 2), "(failed)");
     EXPECT_EQ(stream.SearchBlock(), 0);
   }
+  EXPECT_EQ(log.count("ReadStream() Mem"), 2u);
   EXPECT_EQ(write("abc"), 0);
   memory.fail(2);  // behind the block that is written
   EXPECT_EQ(write("d"), -1);
@@ -246,7 +249,7 @@ TEST(MailInfoList, reports_a_hole_and_finds_a_missing_id_first) {
 }
 
 // Exported operations that lead to what the tables see through others.
-TEST(Doors, open_to_the_same_rules) {
+TEST(ExportedOperations, follow_the_rules_of_the_tables) {
   tav_eml_mlutl_mail mail;
   tav_eml_mlutl_receive receive;
   UtlString encoding("BASE64"), place("inline"), type("text/html"), blank("\r\n");
@@ -266,8 +269,10 @@ TEST(Doors, open_to_the_same_rules) {
     EXPECT_EQ(receive.ChkMailEndLine(mail, type, length, 8), length == 6 ? 0 : -1);
   EXPECT_EQ(receive.ChkMailEndLine(mail, end, 3, 0), 1);
   EXPECT_EQ(mail.m_nComplete + mail.get_part()->m_nComplete - mail.m_nReceiving, 2);
+  const log_capture log;
   EXPECT_EQ(receive.set_recv_buffer(std::string(4096, 'x').c_str()), 0);
   EXPECT_EQ(receive.set_recv_buffer(std::string(4097, 'x').c_str()), 1);
+  EXPECT_EQ(log.count("string too large to fit in buffer"), 1u);
   UtlVector lines;
   for (const char* header : {"", "a\r\n b\r\nc\r\n"}) receive.RemoveWSP(header, 0, &lines);
   ASSERT_EQ(lines.Count(), 2);

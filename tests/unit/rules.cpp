@@ -1,4 +1,4 @@
-// The functions of the tables, in their order there.
+// The functions of the tables.
 
 #include <cstdlib>
 #include <ctime>
@@ -213,9 +213,10 @@ RULE(create_message_id) {
   const int made = tav_eml_smtp_send_mail::create_message_id(from, id);
   std::string same;
   const auto original = device::create_original_message_id(text_of(from.m_cAddress), same);
-  if ((original == TAV_EML_OK) != (made != 0)) return "(the two ways differ)";
   const std::regex shape("<[0-9]{14}[0-9a-f]{8}\\.(.*)>");
-  return std::regex_replace(text_of(id), shape, "$1");
+  same = std::regex_replace(same, shape, "$1");
+  const std::string rest = std::regex_replace(text_of(id), shape, "$1");
+  return (original == TAV_EML_OK) == (made != 0) && rest == same ? rest : "(the two ways differ)";
 }
 
 using expansion = decltype(device::make_subject);

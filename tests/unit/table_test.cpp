@@ -38,7 +38,7 @@ bool hold(const std::string& function, const std::string& line, size_t nth, bool
   }
   memory.fail(nth);
   std::string result = "(failed)";
-  bool is_logged = !throws;
+  bool is_logged = function == "make_signature" && !throws;  // which leaves the text as it is
   try {
     result = rules().at(function)(in);
   } catch (const std::bad_alloc&) {  // by a text of the test
@@ -55,7 +55,7 @@ bool hold(const std::string& function, const std::string& line, size_t nth, bool
   if (!has_failed) {
     EXPECT_TRUE(note == line.size() || log.contains(line.substr(note + 4))) << log.all();
   }
-  for (const char* said : {"thrown", "Exception occured", "out of memory"}) {
+  for (const char* said : {"thrown", "Exception occured", "memory", "Mem", "pBuffer is null"}) {
     is_logged = is_logged || log.contains(said);
   }
   EXPECT_TRUE(is_logged || !has_failed) << log.all();
