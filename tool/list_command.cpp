@@ -215,10 +215,7 @@ class listing {
     if (result == TAV_EML_OK) return;
     interrupt_guard::check();
     const problem cause =
-        reader.was_endless()
-            ? problem(EX_DATAERR, "the header of mail " + std::to_string(listed.number) +
-                                      " is longer than 1 MiB, or without end")
-            : m_visit.explain(result);
+        reader.was_endless() ? endless_header(listed.number) : m_visit.explain(result);
     mail.problem = cause.what();
     if (!m_trouble) m_trouble = cause;
     const bool is_lost = !m_visit.session().is_connected();

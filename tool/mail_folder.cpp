@@ -112,9 +112,13 @@ std::string mail_folder::begin_mail(const std::string& mark) {
     char number[16];
     std::snprintf(number, sizeof number, "%04d", m_next);
     struct stat status;
-    if (lstat(path_of(number).c_str(), &status) == 0) continue;
     const std::string name = std::string(number) + kUnfinished;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
+      // Looked for now that nobody else can finish a mail with this number.
+      if (lstat(path_of(number).c_str(), &status) == 0) {
+        rmdir(path_of(name).c_str());
+        continue;
+      }
       ++m_next;
       if (mark.empty() || make_empty(mark_path(name, mark))) return name;
       const problem trouble = cannot("write", path_of(name));
