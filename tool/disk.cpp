@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace tavmail {
 
@@ -14,6 +15,16 @@ bool write_at(int fd, const std::string& bytes, off_t offset) {
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return false;
     at += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+bool write_all(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(count));
   }
   return true;
 }
@@ -31,6 +42,14 @@ bool sync_folder(const std::string& folder) {
 bool sync_folder_of(const std::string& path) {
   const size_t slash = path.rfind('/');
   return sync_folder(slash == std::string::npos ? "." : path.substr(0, slash + 1));
+}
+
+problem cannot(const std::string& what, const std::string& path) {
+  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
+}
+
+void require_synced(const std::string& folder) {
+  if (!sync_folder(folder)) throw cannot("write", folder);
 }
 
 }  // namespace tavmail

@@ -22,10 +22,6 @@ namespace {
 constexpr int kMostAlike = 10000;  // files of one name in a folder
 constexpr char kUnfinished[] = ".part";
 
-problem cannot(const std::string& what, const std::string& path) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
-}
-
 // "report.pdf", "report-2.pdf", "report-3.pdf" ...
 std::string numbered(const std::string& name, int count) {
   if (count == 1) return name;
@@ -37,10 +33,6 @@ std::string numbered(const std::string& name, int count) {
 bool make_empty(const std::string& path) {
   const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
   return fd >= 0 && close(fd) == 0;
-}
-
-void require_synced(const std::string& path) {
-  if (!sync_folder(path)) throw cannot("write", path);
 }
 
 }  // namespace
@@ -63,13 +55,7 @@ saved_file::~saved_file() {
 
 void saved_file::write(const char* bytes, size_t length) {
   m_size += length;
-  while (length > 0) {
-    const ssize_t count = ::write(m_fd, bytes, length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) throw cannot("write", m_folder + "/" + m_name);
-    bytes += count;
-    length -= static_cast<size_t>(count);
-  }
+  if (!write_all(m_fd, {bytes, length})) throw cannot("write", m_folder + "/" + m_name);
 }
 
 void saved_file::keep() {
@@ -78,6 +64,14 @@ void saved_file::keep() {
   // A mail may be deleted from the server after this: it must be on the disk.
   const bool is_safe = fsync(fd) == 0;
   if (close(fd) != 0 || !is_safe) throw cannot("write", m_folder + "/" + m_name);
+}
+
+void make_folder(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (error || !std::filesystem::is_directory(path, error)) {
+    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
+  }
 }
 
 int next_mail_number(const std::string& folder) {
@@ -94,11 +88,7 @@ int next_mail_number(const std::string& folder) {
 }
 
 mail_folder::mail_folder(const std::string& path) : m_path(path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (error || !std::filesystem::is_directory(path, error)) {
-    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
-  }
+  make_folder(path);
   m_next = next_mail_number(path);
 }
 

@@ -24,10 +24,6 @@ namespace {
 
 constexpr int kPatience = 30;  // seconds that another program may have an mbox
 
-problem cannot(const std::string& what, const std::string& path) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + path + ": " + std::strerror(errno));
-}
-
 // An mbox that is open and locked while it lives, as Debian's programs do it: with fcntl, and with
 // FILE.lock where that can be made.
 class locked_mbox {

@@ -7,9 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
-#include "problem.h"
+#include "disk.h"
 
 namespace tavmail {
 
@@ -17,26 +16,12 @@ namespace {
 
 constexpr size_t kBlock = size_t{64} << 10;
 
-problem cannot(const std::string& what, const std::string& where) {
-  return problem(EX_CANTCREAT, "cannot " + what + " " + where + ": " + std::strerror(errno));
-}
-
 std::string temporary_folder() {
   const char* folder = std::getenv("TMPDIR");
   return folder != nullptr && *folder == '/' ? folder : "/tmp";
 }
 
 }  // namespace
-
-bool write_all(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(count));
-  }
-  return true;
-}
 
 spool_file::spool_file(const std::string& folder, const std::string& prefix) {
   if (!make_in(folder, prefix)) throw cannot("make a file in", folder);
