@@ -182,10 +182,11 @@ void collection::take_mails() {
       continue;
     }
     take(m_entries[at++]);
-    // A server may count mails that it does not have, and very many of them.
+    // A server may count mails that it does not have, and very many of them. What was received
+    // before is deleted all the same.
     refused = m_mails.back().problem.empty() ? 0 : refused + 1;
     const bool is_endless = !m_seen || !m_options.pipe.empty();
-    if (is_endless && refused >= kMostRefused) throw problem(*m_trouble);
+    if (is_endless && refused >= kMostRefused) return;
   }
 }
 
