@@ -229,7 +229,9 @@ void collection::take(entry& listed) {
   const bool has_content = !mail.parts.empty() || mail.is_kept;
   const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || has_content);
   if (!is_whole) note_failure(listed, result, mail);
-  listed.is_to_go = m_options.is_deleting && is_whole && mail.is_safe();
+  const bool is_doubtful = is_whole && m_options.saves() && m_visit.view().has_excess();
+  if (is_doubtful) note_doubt(listed, mail);
+  listed.is_to_go = m_options.is_deleting && is_whole && !is_doubtful && mail.is_safe();
   m_mails.push_back(std::move(mail));
   if (is_whole && is_noted(listed)) m_seen->finish(listed.key(), listed.is_to_go);
 }
@@ -254,6 +256,13 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
   }
   mail.problem = cause.what();
   note_trouble(cause);
+}
+
+// It is kept as it is, and not fetched again: the next try would end there, too.
+void collection::note_doubt(const entry& listed, received_mail& mail) {
+  mail.problem = "more came after the end of mail " + std::to_string(listed.number) +
+                 ", which may not be complete; it stays on the server";
+  note_trouble(problem(EX_DATAERR, mail.problem));
 }
 
 TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {

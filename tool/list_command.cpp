@@ -224,8 +224,9 @@ class listing {
 
   // Another connection may number the mails in another way.
   void reopen(const listed_mail& listed) {
-    if (m_visit.session().is_connected()) return;
+    const int before = m_visit.connection();
     m_visit.open();
+    if (m_visit.connection() == before) return;
     std::string uid;
     if (!listed.uid.empty()) m_visit.require(m_visit.session().uid_of(listed.number, uid));
     if (uid != listed.uid) throw problem(EX_TEMPFAIL, "the mailbox has changed; try again");
