@@ -31,9 +31,10 @@ std::string list_of(const std::vector<std::string>& words) {
   return list;
 }
 
-// Names and addresses of a client need not be UTF-8.
+// Names and addresses of a client need not be UTF-8, and no character of them steers a terminal:
+// those that are not ASCII are escaped.
 std::string line_of(const json& object) {
-  return object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  return object.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
 bool is_writable(int milliseconds) {

@@ -5,6 +5,7 @@
 #include <openssl/rand.h>
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -54,6 +55,15 @@ std::string nonce() {
   unsigned char bytes[16];
   if (RAND_bytes(bytes, sizeof bytes) != 1) throw problem(EX_OSERR, "no random numbers");
   return hex({reinterpret_cast<const char*>(bytes), sizeof bytes});
+}
+
+maildir maildir_in(const fs::path& folder) {
+  try {
+    return maildir(folder);
+  } catch (const fs::filesystem_error& error) {
+    throw problem(EX_CANTCREAT,
+                  "cannot make --folder " + folder.string() + ": " + error.code().message());
+  }
 }
 
 settings settings_of(const options& given) {
@@ -131,9 +141,10 @@ void write_ready_file(const std::string& path, const entrance& where) {
   if (path.empty()) return;
   std::string text;
   for (const auto& [name, port] : where.ports) text += name + "=" + std::to_string(port) + "\n";
-  std::error_code failure = std::make_error_code(std::errc::io_error);
-  if (write_file(path + ".new", text)) fs::rename(path + ".new", path, failure);
-  if (failure) throw problem(EX_CANTCREAT, "cannot write " + path);
+  const std::string fresh = path + ".new";
+  if (write_file(fresh, text) && std::rename(fresh.c_str(), path.c_str()) == 0) return;
+  unlink(fresh.c_str());
+  throw problem(EX_CANTCREAT, "cannot write " + path);
 }
 
 // Readable when a signal asks the program to end.
@@ -148,10 +159,9 @@ file_descriptor signals_to_end() {
 
 void run(const options& given) {
   const file_descriptor stop = signals_to_end();
-  std::error_code ignored;
-  fs::remove(given.ready_file, ignored);  // that of a former run
+  unlink(given.ready_file.c_str());  // that of a former run
   const mail_folder folder(given.folder);
-  maildir mails(folder.path());
+  maildir mails = maildir_in(folder.path());
   for (const std::string& argument : given.add) {
     mail added;
     added.data = added_mail(argument);

@@ -182,10 +182,11 @@ void collection::take_mails() {
       continue;
     }
     take(m_entries[at++]);
-    // A server may count mails that it does not have, and very many of them.
+    // A server may count mails that it does not have, and very many of them. What was received
+    // before is deleted all the same.
     refused = m_mails.back().problem.empty() ? 0 : refused + 1;
     const bool is_endless = !m_seen || !m_options.pipe.empty();
-    if (is_endless && refused >= kMostRefused) throw problem(*m_trouble);
+    if (is_endless && refused >= kMostRefused) return;
   }
 }
 
@@ -228,16 +229,20 @@ void collection::take(entry& listed) {
   const bool has_content = !mail.parts.empty() || mail.is_kept;
   const bool is_whole = result == TAV_EML_OK && (!m_options.saves() || has_content);
   if (!is_whole) note_failure(listed, result, mail);
-  listed.is_to_go = m_options.is_deleting && is_whole && mail.is_safe();
+  const bool is_doubtful = is_whole && m_options.saves() && m_visit.view().has_excess();
+  if (is_doubtful) note_doubt(listed, mail);
+  listed.is_to_go = m_options.is_deleting && is_whole && !is_doubtful && mail.is_safe();
   m_mails.push_back(std::move(mail));
   if (is_whole && is_noted(listed)) m_seen->finish(listed.key(), listed.is_to_go);
 }
 
 void collection::note_failure(const entry& listed, TAV_EML_RESULT result, received_mail& mail) {
-  // What is left of it stands between us and the next mail.
+  mailbox_session& session = m_visit.session();
   tav_eml_pop3_mail_info info;
   tav_eml_pop3_receive_mail rest(info);
-  const bool is_lost = result != TAV_EML_OK && m_visit.session().skip_mail(rest) != TAV_EML_OK;
+  // What is left of a mail in parts stands between us and the next one.
+  const bool is_lost = result != TAV_EML_OK &&
+                       (m_folder ? session.skip_mail(rest) != TAV_EML_OK : !session.is_connected());
   problem cause = explain_mail(result, listed.number, is_lost);
   if (is_noted(listed) && m_seen->is_given_up(listed.key())) {
     cause = problem(cause.exit_code(),
@@ -253,8 +258,14 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
   note_trouble(cause);
 }
 
+// It is kept as it is, and not fetched again: the next try would end there, too.
+void collection::note_doubt(const entry& listed, received_mail& mail) {
+  mail.problem = "more came after the end of mail " + std::to_string(listed.number) +
+                 ", which may not be complete; it stays on the server";
+  note_trouble(problem(EX_DATAERR, mail.problem));
+}
+
 TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
-  tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
   progress_bar bar("Receiving mail " + std::to_string(listed.number),
                    static_cast<uint64_t>(listed.size), !m_options.quiet && !m_options.verbose);
   uint64_t shown = m_visit.view().message_bytes();
@@ -263,10 +274,19 @@ TAV_EML_RESULT collection::read(const entry& listed, received_mail& mail) {
     shown = m_visit.view().message_bytes();
     check_end();
   };
-  if (m_options.saves_whole()) return read_whole(listed, mail, progress);
+  if (m_store) return read_whole(listed, mail, progress);
+  if (!m_folder) return read_header(listed, mail, progress);
+  tav_eml_pop3_mail_info info(listed.number, listed.uid.c_str(), listed.size, 1);
   mail_reader reader(m_visit.session(), m_visit.header(), m_options.keeps_char_set, progress);
-  return m_options.saves() ? reader.read(info, *m_folder, mark_of(listed), mail)
-                           : reader.read_header(info, mail);
+  return reader.read(info, *m_folder, mark_of(listed), mail);
+}
+
+TAV_EML_RESULT collection::read_header(const entry& listed, received_mail& mail,
+                                       const std::function<void()>& progress) {
+  whole_mail_reader reader(m_visit.session(), m_visit.header(), progress);
+  const TAV_EML_RESULT result = reader.read_header(listed, mail);
+  if (result != TAV_EML_OK) progress();  // throws when the run is to end
+  return result;
 }
 
 TAV_EML_RESULT collection::read_whole(const entry& listed, received_mail& mail,
@@ -298,9 +318,9 @@ std::string collection::mark_of(const entry& mail) const {
 }
 
 // Then the library has ended the connection. Its results do not tell it from one that broke; that
-// no more of the line was read does.
+// no more of the line was read does. A mail that is not parsed may have longer ones.
 bool collection::is_line_too_long() const {
-  return m_visit.view().unfinished_line() >= kLongestReadLine;
+  return m_folder && m_visit.view().unfinished_line() >= kLongestReadLine;
 }
 
 problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost) const {
@@ -318,13 +338,16 @@ problem collection::explain_mail(TAV_EML_RESULT result, int number, bool is_lost
                                 "fetch all of it with --format eml or delete it");
   }
   if (result == TAV_EML_ERR_REPLY && cause.reply().rfind("+OK", 0) == 0) {
+    if (!m_options.saves()) return endless_header(number);
     return told(EX_DATAERR, " is larger than the library takes (2 GiB), or without end");
   }
   if (result == TAV_EML_OK) {
     return told(EX_DATAERR, " has none of the parts that it announces; nothing was saved");
   }
   if (result == TAV_EML_ERR_UNKNOWN && !is_lost) {
-    return told(EX_DATAERR, " cannot be read: it is not formed as a mail should be");
+    return told(EX_DATAERR,
+                " cannot be read in parts: it is not formed as a mail should be; --format eml "
+                "fetches all of it");
   }
   return told(EX_TEMPFAIL, std::string(" could not be received; ") + cause.what());
 }

@@ -92,8 +92,11 @@ class collection {
   bool has_its_number(const entry& mail);
   void take(entry& listed);
   void note_failure(const entry& listed, quorvelmida::TAV_EML_RESULT result, received_mail& mail);
+  void note_doubt(const entry& listed, received_mail& mail);
   bool is_noted(const entry& mail) const;
   quorvelmida::TAV_EML_RESULT read(const entry& listed, received_mail& mail);
+  quorvelmida::TAV_EML_RESULT read_header(const entry& listed, received_mail& mail,
+                                          const std::function<void()>& progress);
   quorvelmida::TAV_EML_RESULT read_whole(const entry& listed, received_mail& mail,
                                          const std::function<void()>& progress);
   void discard_left(const entry& mail) const;

@@ -13,6 +13,7 @@
 #include "picking.h"
 #include "problem_json.h"
 #include "progress_bar.h"
+#include "receive_report.h"
 #include "repetition.h"
 
 namespace tavmail {
@@ -86,11 +87,7 @@ std::vector<listed_mail> delete_mails(const delete_options& options) {
 }
 
 std::string json_of(const std::vector<listed_mail>& deleted, const problem* cause) {
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const listed_mail& mail : deleted) {
-    list.push_back({{"number", mail.number}, {"uid", mail.uid}, {"size", mail.size}});
-  }
-  nlohmann::ordered_json document = {{"deleted", list}};
+  nlohmann::ordered_json document = {{"deleted", listed_json(deleted)}};
   if (cause != nullptr) add_problem(document, *cause);
   return json_text(document);
 }

@@ -323,6 +323,7 @@ bool dialogue_view::is_line_end(std::string_view piece) const {
 // Takes a line of a message, or a piece of one, and what comes after its last line, which is no
 // reply. Returns how many bytes it was.
 size_t dialogue_view::take_message(std::string_view bytes) {
+  m_hasExcess = m_messageEnded;
   if (m_messageEnded) return bytes.size();
   const size_t count = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
   const std::string_view piece = bytes.substr(0, count);
@@ -382,6 +383,7 @@ void dialogue_view::take_verdict(const exchange& current) {
   if (m_pop3 && current.is_success() && (current.verb == "RETR" || current.verb == "TOP")) {
     m_mode = mode::message;
     m_messageEnded = false;
+    m_hasExcess = false;
     m_dataBytes = m_messageBytes;
   }
 }

@@ -65,6 +65,8 @@ class dialogue_view {
   uint64_t mail_bytes() const;
   // Bytes of the messages that were received.
   uint64_t message_bytes() const { return m_messageBytes; }
+  // The server has said more after the end of a message, before the next command.
+  bool has_excess() const { return m_mode == mode::message && m_hasExcess; }
   // Bytes of the line of a message whose end has not been received.
   size_t unfinished_line() const { return m_mode == mode::message ? m_unfinished : 0; }
 
@@ -103,6 +105,7 @@ class dialogue_view {
   size_t m_unfinished = 0;      // bytes of the server's unfinished line
   size_t m_endMatched = 0;      // bytes of the end of the mail seen so far
   bool m_messageEnded = false;  // nothing more is expected before the next command
+  bool m_hasExcess = false;     // and it came
   std::string m_sender;
   std::vector<std::string> m_recipients;
   uint64_t m_dataBytes = 0;

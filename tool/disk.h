@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 #include "problem.h"
 
@@ -13,16 +14,17 @@ namespace tavmail {
 
 // Results are false when it failed; errno tells why.
 
-// Writes all of the bytes at an offset of the file.
+// Write all of the bytes: at an offset of the file, or at its current position.
 bool write_at(int fd, const std::string& bytes, off_t offset);
+bool write_all(int fd, std::string_view bytes);
 
 // Waits until the names in a folder, or in the one that a path is in, are on the disk.
 bool sync_folder(const std::string& folder);
 bool sync_folder_of(const std::string& path);
 
-// "cannot WHAT PATH: why", after errno.
+// What errno tells: "cannot write x: No space left on device".
 problem cannot(const std::string& what, const std::string& path);
-// Ends the command where a folder cannot be made to last.
+// As sync_folder, but throws that.
 void require_synced(const std::string& folder);
 
 }  // namespace tavmail

@@ -43,6 +43,14 @@ void end_run(int signal) {
   errno = error;
 }
 
+// Whoever has started the tool may keep it from all signals, and its time would never be over.
+void let_timer_through() {
+  sigset_t timer;
+  sigemptyset(&timer);
+  sigaddset(&timer, SIGALRM);
+  sigprocmask(SIG_UNBLOCK, &timer, nullptr);
+}
+
 void set_timer(std::chrono::microseconds first) {
   itimerval timer{};
   timer.it_value.tv_sec = static_cast<time_t>(first.count() / 1000000);
@@ -88,6 +96,7 @@ interrupt_guard::~interrupt_guard() {
 
 void interrupt_guard::end_after(int seconds) {
   g_seconds = seconds;
+  let_timer_through();
   const auto left = g_start + std::chrono::seconds(seconds) - clock::now();
   set_timer(std::max(std::chrono::duration_cast<std::chrono::microseconds>(left),
                      std::chrono::microseconds(1)));

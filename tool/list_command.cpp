@@ -216,10 +216,7 @@ class listing {
     if (result == TAV_EML_OK) return;
     interrupt_guard::check();
     const problem cause =
-        reader.was_endless()
-            ? problem(EX_DATAERR, "the header of mail " + std::to_string(listed.number) +
-                                      " is longer than 1 MiB, or without end")
-            : m_visit.explain(result);
+        reader.was_endless() ? endless_header(listed.number) : m_visit.explain(result);
     mail.problem = cause.what();
     if (!m_trouble) m_trouble = cause;
     const bool is_lost = !m_visit.session().is_connected();
@@ -228,8 +225,9 @@ class listing {
 
   // Another connection may number the mails in another way.
   void reopen(const listed_mail& listed) {
-    if (m_visit.session().is_connected()) return;
+    const int before = m_visit.connection();
     m_visit.open();
+    if (m_visit.connection() == before) return;
     std::string uid;
     if (!listed.uid.empty()) m_visit.require(m_visit.session().uid_of(listed.number, uid));
     if (uid != listed.uid) throw problem(EX_TEMPFAIL, "the mailbox has changed; try again");

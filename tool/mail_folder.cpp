@@ -55,13 +55,7 @@ saved_file::~saved_file() {
 
 void saved_file::write(const char* bytes, size_t length) {
   m_size += length;
-  while (length > 0) {
-    const ssize_t count = ::write(m_fd, bytes, length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) throw cannot("write", m_folder + "/" + m_name);
-    bytes += count;
-    length -= static_cast<size_t>(count);
-  }
+  if (!write_all(m_fd, {bytes, length})) throw cannot("write", m_folder + "/" + m_name);
 }
 
 void saved_file::keep() {
@@ -70,6 +64,14 @@ void saved_file::keep() {
   // A mail may be deleted from the server after this: it must be on the disk.
   const bool is_safe = fsync(fd) == 0;
   if (close(fd) != 0 || !is_safe) throw cannot("write", m_folder + "/" + m_name);
+}
+
+void make_folder(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (error || !std::filesystem::is_directory(path, error)) {
+    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
+  }
 }
 
 int next_mail_number(const std::string& folder) {
@@ -86,11 +88,7 @@ int next_mail_number(const std::string& folder) {
 }
 
 mail_folder::mail_folder(const std::string& path) : m_path(path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (error || !std::filesystem::is_directory(path, error)) {
-    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
-  }
+  make_folder(path);
   m_next = next_mail_number(path);
 }
 
@@ -104,9 +102,13 @@ std::string mail_folder::begin_mail(const std::string& mark) {
     char number[16];
     std::snprintf(number, sizeof number, "%04d", m_next);
     struct stat status;
-    if (lstat(path_of(number).c_str(), &status) == 0) continue;
     const std::string name = std::string(number) + kUnfinishedMail;
     if (mkdir(path_of(name).c_str(), 0700) == 0) {
+      // Looked for now that nobody else can finish a mail with this number.
+      if (lstat(path_of(number).c_str(), &status) == 0) {
+        rmdir(path_of(name).c_str());
+        continue;
+      }
       ++m_next;
       if (mark.empty() || make_empty(mark_path(name, mark))) return name;
       const problem trouble = cannot("write", path_of(name));

@@ -30,6 +30,9 @@ class saved_file {
   uint64_t m_size = 0;
 };
 
+// Makes the folder when it does not exist. Throws a problem.
+void make_folder(const std::string& path);
+
 // The number after those of the mails "0001", "0002.part", "0003.eml" ... in a folder.
 int next_mail_number(const std::string& folder);
 
@@ -37,7 +40,7 @@ int next_mail_number(const std::string& folder);
 // "0001.part". Nothing is ever overwritten.
 class mail_folder {
  public:
-  // Makes the folder when it does not exist. Throws a problem.
+  // Makes the folder, as make_folder.
   explicit mail_folder(const std::string& path);
 
   // Makes the next sub-folder and returns its name; gives it its final name, which is returned.

@@ -23,7 +23,8 @@ constexpr int kProgramPatience = 600;  // seconds; servers end sessions that are
 constexpr int kNotExecutable = 126;    // what the shell ends with
 constexpr int kNotFound = 127;
 
-// A command of the shell that reads a file. It ends with the run.
+// A command of the shell that reads a file. It ends with the run, and so do the programs that it
+// has started: they are a process group.
 class running_command {
  public:
   running_command(const std::string& command, int input, bool is_quiet) {
@@ -31,9 +32,13 @@ class running_command {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     if (is_quiet) posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
+    posix_spawnattr_t attributes;  // a group of its own, as it is made
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
-    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, nullptr,
+    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, &attributes,
                                   const_cast<char* const*>(line), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw problem(EX_OSERR, "cannot run --pipe");
   }
@@ -41,9 +46,9 @@ class running_command {
   running_command& operator=(const running_command&) = delete;
   ~running_command() {
     const clock::time_point end = clock::now() + std::chrono::milliseconds(500);
-    if (is_running()) kill(m_pid, SIGTERM);
+    if (is_running()) kill(-m_pid, SIGTERM);
     while (is_running()) {
-      if (clock::now() > end) kill(m_pid, SIGKILL);
+      if (clock::now() > end) kill(-m_pid, SIGKILL);
       pause();
     }
   }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -19,14 +18,6 @@
 namespace tavmail {
 
 namespace {
-
-void make_folder(const std::string& path) {
-  std::error_code error;
-  std::filesystem::create_directories(path, error);
-  if (error || !std::filesystem::is_directory(path, error)) {
-    throw problem(EX_CANTCREAT, "cannot make --folder " + path + ": " + error.message());
-  }
-}
 
 // Mails as files of a folder, which get their names when they are whole.
 class file_store : public mail_store {

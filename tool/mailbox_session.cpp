@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "quorvelmida/tav_eml_mlutl_mail_net.h"
 #include "quorvelmida/tav_eml_pop3_boundary.h"
 #include "quorvelmida/tav_eml_pop3_command.h"
 
@@ -56,6 +57,13 @@ TAV_EML_RESULT mailbox_session::connect() {
 
 void mailbox_session::quit() {
   if (is_connected()) tav_eml_pop3_command::disconnect(&m_settings, m_sock, m_tls);
+}
+
+void mailbox_session::drop() {
+  tav_eml_mlutl_mail_net net;
+  net.end_tls(m_tls);
+  if (is_connected()) net.close_socket(m_sock);
+  m_sock = 0;
 }
 
 TAV_EML_RESULT mailbox_session::count(int& mails) {
@@ -153,8 +161,13 @@ TAV_EML_RESULT mailbox_session::begin_header(int number, std::string& received) 
   std::string reply;
   const TAV_EML_RESULT result = ask("TOP " + std::to_string(number) + " 0", reply);
   if (result != TAV_EML_OK) return result;
-  received = reply.substr(std::min(reply.find('\n'), reply.size() - 1) + 1);
-  return is_positive(reply) ? TAV_EML_OK : TAV_EML_ERR_REPLY;
+  const size_t end = std::min(reply.find('\n'), reply.size() - 1) + 1;
+  received = reply.substr(end);
+  // As the library and the view of the dialogue judge it. After anything else a header may come.
+  const bool is_refused = reply.compare(0, 1, "-") == 0;
+  if (!is_refused && reply.substr(0, end).find("+OK") != std::string::npos) return TAV_EML_OK;
+  if (!is_refused) drop();
+  return TAV_EML_ERR_REPLY;
 }
 
 TAV_EML_RESULT mailbox_session::begin_mail(int number, std::string& received) {
@@ -171,14 +184,6 @@ TAV_EML_RESULT mailbox_session::read_some(char* buffer, size_t& length) {
       m_parser.ReadMail(m_sock, buffer, count, static_cast<long>(timeout()) * 1000, m_tls);
   length = code == TAV_EML_UTL_OK ? static_cast<size_t>(count) : 0;
   return code == TAV_EML_UTL_RECV_ERROR ? TAV_EML_ERR_TRANSFER : result_of(code);
-}
-
-TAV_EML_RESULT mailbox_session::receive_header_only(tav_eml_pop3_receive_mail& mail) {
-  m_parser.flush_buffer();
-  const TAV_EML_RESULT result =
-      tav_eml_pop3_command::GetTop(&m_settings, m_sock, m_tls, mail.m_MailInfo.m_nMailNo);
-  if (result != TAV_EML_OK) return result;
-  return result_of(m_parser.receive_header_only(mail, m_sock, timeout(), m_tls));
 }
 
 TAV_EML_RESULT mailbox_session::receive_header(tav_eml_pop3_receive_mail& mail) {

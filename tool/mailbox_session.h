@@ -20,7 +20,7 @@ struct listed_mail {
   long size = 0;    // 0 when it is not known
 };
 
-// A refused command leaves the connection open, but for RETR and TOP. Results are the library's;
+// A refused command leaves the connection open, but for RETR. Results are the library's;
 // after any but TAV_EML_OK, is_connected tells whether the connection is lost.
 //
 // The library's own list of what is new asks for each mail by itself, twice, and again after every
@@ -37,6 +37,8 @@ class mailbox_session {
   bool is_connected() const { return m_sock > 0; }
   // The server deletes now what was marked.
   void quit();
+  // Without a goodbye: what comes next would be taken for the answer.
+  void drop();
 
   quorvelmida::TAV_EML_RESULT count(int& mails);
 
@@ -57,14 +59,13 @@ class mailbox_session {
 
   // Begin to read a header (TOP) or a mail (RETR) as it is transferred; `received` is what has come
   // of it. Then read_some is called until its end has come, and after a failure no more.
-  // TAV_EML_ERR_REPLY when the server refuses.
+  // TAV_EML_ERR_REPLY when the server refuses, or says what is no reply, which ends the connection.
   quorvelmida::TAV_EML_RESULT begin_header(int number, std::string& received);
   quorvelmida::TAV_EML_RESULT begin_mail(int number, std::string& received);
   // `length` is the room at `buffer`, and becomes the number of bytes.
   quorvelmida::TAV_EML_RESULT read_some(char* buffer, size_t& length);
 
-  // Begin to read a mail (TOP, RETR); one step of the parser each.
-  quorvelmida::TAV_EML_RESULT receive_header_only(quorvelmida::tav_eml_pop3_receive_mail& mail);
+  // Begin to read a mail (RETR); one step of the parser each.
   quorvelmida::TAV_EML_RESULT receive_header(quorvelmida::tav_eml_pop3_receive_mail& mail);
   quorvelmida::TAV_EML_RESULT receive_body(quorvelmida::tav_eml_pop3_receive_mail& mail);
   quorvelmida::TAV_EML_RESULT receive_part_header(quorvelmida::tav_eml_pop3_receive_mail& mail);

@@ -28,6 +28,9 @@ problem mailbox_visit::explain(TAV_EML_RESULT result) const {
 }
 
 void mailbox_visit::open() {
+  // It would be taken for answers to the next commands. Whoever has written a mail with a line of
+  // one dot after a lone line feed may have chosen it.
+  if (m_view.has_excess()) m_session.drop();
   if (m_session.is_connected()) return;
   require(m_session.connect());
   require(m_session.count(m_onServer));

@@ -19,7 +19,8 @@ class mailbox_visit {
   // `options` must outlive it. `check_end` throws when the run is to end. Asks for the password.
   mailbox_visit(const mailbox_options& options, bool verbose, std::function<void()> check_end);
 
-  // Connects, unless it is connected, and counts the mails. Throws a problem, as what follows.
+  // Connects, unless it is connected and in step, and counts the mails. Throws a problem, as what
+  // follows.
   void open();
   // Tells in `has_uids` whether the server gives unique ids.
   std::vector<listed_mail> list(bool& has_uids);

@@ -61,30 +61,33 @@ class locked_mbox {
   }
 
  private:
+  // False when another program has one of the locks: then none is kept, as that program may be
+  // waiting for the other one.
   bool lock() {
-    if (m_fd < 0) {
-      m_fd = open(m_path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
-      if (m_fd < 0) throw cannot("open", m_path);
-    }
-    if (!lock_both()) return false;
-    if (is_in_place()) return true;
+    m_fd = open(m_path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
+    if (m_fd < 0) throw cannot("open", m_path);
+    if (lock_bytes() && make_lock_file() && is_in_place()) return true;
     unlock();
     return false;
   }
 
-  bool lock_both() {
-    if (!m_isLocked) {
-      struct flock whole {};
-      whole.l_type = F_WRLCK;
-      whole.l_whence = SEEK_SET;
-      m_isLocked = fcntl(m_fd, F_SETLK, &whole) == 0;
-      if (!m_isLocked) return false;
-    }
+  bool lock_bytes() const {
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    if (fcntl(m_fd, F_SETLK, &whole) == 0) return true;
+    if (errno != EAGAIN && errno != EACCES) throw cannot("lock", m_path);
+    return false;
+  }
+
+  bool make_lock_file() {
     const int result = lockfile_create(m_lock.c_str(), 0, L_PID);
     m_hasFile = result == L_SUCCESS;
     // A folder that others own: the other lock has to do.
-    return m_hasFile || ((result == L_TMPLOCK || result == L_ERROR) &&
-                         (errno == EACCES || errno == EROFS || errno == EPERM));
+    const bool is_foreign = errno == EACCES || errno == EROFS || errno == EPERM;
+    if (m_hasFile || (result != L_MAXTRYS && is_foreign)) return true;
+    if (result != L_MAXTRYS) throw cannot("lock", m_path);
+    return false;
   }
 
   // Whoever had the lock may have put a new file in the place of the one that is open.
@@ -99,7 +102,7 @@ class locked_mbox {
     if (m_hasFile) lockfile_remove(m_lock.c_str());
     if (m_fd >= 0) close(m_fd);  // takes the other lock away
     m_fd = -1;
-    m_isLocked = m_hasFile = false;
+    m_hasFile = false;
   }
 
   // An mbox without mail may be new. Some folders can be used and not read.
@@ -136,7 +139,6 @@ class locked_mbox {
   const std::string m_path;
   const std::string m_lock;
   int m_fd = -1;
-  bool m_isLocked = false;
   bool m_hasFile = false;
   struct stat m_status {};
 };

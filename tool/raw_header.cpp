@@ -43,7 +43,7 @@ void raw_header::take(std::string_view received) {
 
 void raw_header::take_line(std::string_view line) {
   if (m_state == state::status) {
-    m_state = line.substr(0, 3) == "+OK" ? state::header : state::elsewhere;
+    m_state = line.find("+OK") != line.npos ? state::header : state::elsewhere;
     return;
   }
   const std::string_view text = without_line_end(line);

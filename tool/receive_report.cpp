@@ -39,6 +39,8 @@ nlohmann::ordered_json part_json(const received_part& part, const std::string& f
           {"certain", part.is_certain}};
 }
 
+}  // namespace
+
 nlohmann::ordered_json listed_json(const std::vector<listed_mail>& mails) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const listed_mail& mail : mails) {
@@ -46,8 +48,6 @@ nlohmann::ordered_json listed_json(const std::vector<listed_mail>& mails) {
   }
   return list;
 }
-
-}  // namespace
 
 std::string mail_lines(const received_mail& mail, const std::string& folder) {
   if (mail.is_given_up) return wrapped("", mail.problem);

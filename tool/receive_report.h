@@ -3,6 +3,7 @@
 #ifndef RECEIVE_REPORT_H
 #define RECEIVE_REPORT_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ namespace tavmail {
 
 // One mail as lines of at most 79 columns, with where its parts are.
 std::string mail_lines(const received_mail& mail, const std::string& folder);
+
+// Mails by number, unique id and size.
+nlohmann::ordered_json listed_json(const std::vector<listed_mail>& mails);
 
 // All of them as one JSON document, with those of earlier runs that were deleted, with those that
 // were too large, and with the problem that ended the command, null for none.

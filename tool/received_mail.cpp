@@ -156,21 +156,12 @@ bool received_mail::is_safe() const {
                                         [](const received_part& part) { return part.is_certain; }));
 }
 
-TAV_EML_RESULT mail_reader::read_header(tav_eml_pop3_mail_info& info, received_mail& out) {
-  tav_eml_pop3_receive_mail mail(info);
-  m_header.begin();
-  const TAV_EML_RESULT result = m_session.receive_header_only(mail);
-  if (result != TAV_EML_OK) m_progress();  // throws when the run is to end
-  describe(mail, m_header, out);
-  return result;
-}
-
 TAV_EML_RESULT mail_reader::read(tav_eml_pop3_mail_info& info, mail_folder& folder,
                                  const std::string& mark, received_mail& out) {
   tav_eml_pop3_receive_mail mail(info);
   m_header.begin();
   TAV_EML_RESULT result = m_session.receive_header(mail);
-  if (result != TAV_EML_OK) m_progress();
+  if (result != TAV_EML_OK) m_progress();  // throws when the run is to end
   describe(mail, m_header, out);
   if (result != TAV_EML_OK) return result;
   const std::string unfinished = folder.begin_mail(mark);

@@ -58,10 +58,6 @@ class mail_reader {
         m_keepsCharSet(keeps_char_set),
         m_progress(std::move(on_progress)) {}
 
-  // The header alone.
-  quorvelmida::TAV_EML_RESULT read_header(quorvelmida::tav_eml_pop3_mail_info& info,
-                                          received_mail& out);
-
   // The whole mail, its parts into `folder`. Of a mail that breaks off the parts that are complete
   // are kept, with `mark` (mail_folder::begin_mail); nothing is when the trouble is on this side
   // and the mail will be read again.

@@ -7,10 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "disk.h"
-#include "problem.h"
 
 namespace tavmail {
 
@@ -24,16 +22,6 @@ std::string temporary_folder() {
 }
 
 }  // namespace
-
-bool write_all(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(count));
-  }
-  return true;
-}
 
 spool_file::spool_file(const std::string& folder, const std::string& prefix) {
   if (!make_in(folder, prefix)) throw cannot("make a file in", folder);

@@ -43,9 +43,6 @@ class spool_file {
   uint64_t m_size = 0;
 };
 
-// Writes all of the bytes at the end of the file. False when it failed; errno tells why.
-bool write_all(int fd, std::string_view bytes);
-
 }  // namespace tavmail
 
 #endif

@@ -72,11 +72,16 @@ TAV_EML_RESULT whole_mail_reader::read_to_end(const std::string& received, wire_
     bytes += length;
     m_endless = bytes > most && !text.has_ended();
     if (m_endless) {
-      m_session.quit();  // what is left of it must not answer the next command
+      m_session.drop();  // what is left of it must not answer the next command
       return TAV_EML_ERR_REPLY;
     }
   }
   return TAV_EML_OK;
+}
+
+problem endless_header(int number) {
+  return problem(EX_DATAERR, "the header of mail " + std::to_string(number) +
+                                 " is longer than 1 MiB, or without end");
 }
 
 }  // namespace tavmail

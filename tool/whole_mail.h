@@ -8,6 +8,7 @@
 #include <string>
 
 #include "mailbox_session.h"
+#include "problem.h"
 #include "raw_header.h"
 #include "received_mail.h"
 #include "wire_text.h"
@@ -24,7 +25,7 @@ class whole_mail_reader {
   whole_mail_reader(mailbox_session& session, raw_header& header, progress on_progress)
       : m_session(session), m_header(header), m_progress(std::move(on_progress)) {}
 
-  // The header alone. A server that refuses leaves the connection open.
+  // The header alone. A refusal leaves the connection open.
   quorvelmida::TAV_EML_RESULT read_header(const listed_mail& listed, received_mail& out);
   // All of it, into `text`.
   quorvelmida::TAV_EML_RESULT read(const listed_mail& listed, wire_text& text, received_mail& out);
@@ -42,6 +43,9 @@ class whole_mail_reader {
   progress m_progress;
   bool m_endless = false;
 };
+
+// The header of this mail was endless.
+problem endless_header(int number);
 
 }  // namespace tavmail
 
