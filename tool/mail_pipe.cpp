@@ -8,10 +8,12 @@
 #include <cstring>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "interrupt.h"
 #include "mail_store.h"
 #include "spool_file.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
@@ -32,8 +34,11 @@ class running_command {
     posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
     if (is_quiet) posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
     const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
-    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, nullptr,
-                                  const_cast<char* const*>(line), environ);
+    std::vector<const char*> variables = environment_of_commands();
+    variables.push_back(nullptr);
+    const int error =
+        posix_spawn(&m_pid, _PATH_BSHELL, &actions, nullptr, const_cast<char* const*>(line),
+                    const_cast<char* const*>(variables.data()));
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw problem(EX_OSERR, "cannot run --pipe");
   }

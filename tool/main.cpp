@@ -1,6 +1,8 @@
 // tavmail - the command line of libtaveml.
 
+#include <fcntl.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <csignal>
@@ -11,7 +13,20 @@
 #include "interrupt.h"
 #include "series.h"
 
+namespace {
+
+// What is opened next would take the place of a standard file that is closed: a message could be
+// written to the server. What is opened here fails as a closed file does.
+void hold_standard_files() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  hold_standard_files();
   std::vector<char*> words(argv, argv + argc + 1);  // with the null at the end
   static char sendmail[] = "sendmail";
   // Called through a link, as programs call it that know nothing of tavmail.
@@ -22,6 +37,8 @@ int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "C.UTF-8");
   // A file that may not grow is an error like any other.
   std::signal(SIGXFSZ, SIG_IGN);
+  // A program that ignores it may call tavmail, which has to learn how its commands end.
+  std::signal(SIGCHLD, SIG_DFL);
   try {
     const tavmail::interrupt_guard guard;
     return tavmail::run_series(static_cast<int>(words.size()) - 1, words.data(),

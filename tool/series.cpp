@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
@@ -22,6 +20,7 @@
 #include "received_text.h"
 #include "repetition.h"
 #include "token_source.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
@@ -49,31 +48,6 @@ class output_catcher {
  private:
   std::ostringstream m_text;
   std::streambuf* const m_before;
-};
-
-// An account's own certificates are for its runs alone.
-class environment_guard {
- public:
-  environment_guard() {
-    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
-      const char* value = std::getenv(name);
-      m_before[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-    }
-  }
-  ~environment_guard() {
-    for (const auto& [name, value] : m_before) {
-      if (value) {
-        setenv(name.c_str(), value->c_str(), 1);
-      } else {
-        unsetenv(name.c_str());
-      }
-    }
-  }
-  environment_guard(const environment_guard&) = delete;
-  environment_guard& operator=(const environment_guard&) = delete;
-
- private:
-  std::map<std::string, std::optional<std::string>> m_before;
 };
 
 // What can stand there.
@@ -207,7 +181,7 @@ class series {
       const std::unique_ptr<invocation> current = next();
       const command& chosen = current->chosen();
       if (!account.empty()) choose(*chosen.line, account);
-      const environment_guard environment;
+      reset_trust();  // an account's own certificates are for its runs alone
       withdraw_tokens();
       repetition::begin(&chosen.options->retries);
       mail_log::begin();

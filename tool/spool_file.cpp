@@ -70,7 +70,8 @@ void spool_file::write(std::string_view text) {
 }
 
 void spool_file::flush() {
-  if (!write_all(m_fd, m_buffer)) throw cannot("write", m_path.empty() ? "a mail" : m_path);
+  if (!write_all(m_fd, m_buffer))
+    throw cannot("write", m_path.empty() ? "a temporary file" : m_path);
   m_buffer.clear();
 }
 
