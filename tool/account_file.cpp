@@ -78,6 +78,22 @@ void give(const option& taker, const config_value& value) {
   }
 }
 
+void check_exclusions(const command_line& command, const config_section& section) {
+  const auto taker_of = [&](const config_value& value) {
+    const bool is_off = value.is_flag && value.texts[0] == "false";
+    return is_off ? option() : command.find(option_of(value.key));
+  };
+  for (const config_value& value : section.values) {
+    const option one = taker_of(value);
+    for (const config_value& other : section.values) {
+      const option two = taker_of(other);
+      if (!one || !two || !one.is_excluded_by(two)) continue;
+      throw value.place.fault(value.key + " and " + other.key +
+                              " exclude each other; leave one of them out");
+    }
+  }
+}
+
 namespace {
 
 // Gives the value to its option, unless the option has one that counts more.
@@ -188,6 +204,7 @@ void apply_sources(const std::vector<config_source>& sources, const command_line
                    const command_line& tool, endpoint_options* endpoint) {
   std::set<std::string> settled;  // keys that a source before has
   for (const config_source& source : sources) {
+    check_exclusions(command, *source.section);
     for (const config_value& value : source.section->values) {
       if (settled.count(value.key) != 0) continue;
       if (value.key != kPasswordKey || endpoint == nullptr) {

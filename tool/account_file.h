@@ -68,6 +68,8 @@ std::string option_of(std::string key);  // its long name
 void check_key(const command_line& tool, const config_value& value);
 // Throws a problem when the option does not take the value.
 void give(const option& taker, const config_value& value);
+// Throws a problem for two keys of the section that cannot both count.
+void check_exclusions(const command_line& command, const config_section& section);
 // `endpoint`: whose password it may be; null where none can stand.
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
                    const command_line& tool, endpoint_options* endpoint);

@@ -115,6 +115,8 @@ class check {
     for (const config_source& source : sources) {
       for (const config_value& value : source.section->values)
         check_value(source.account, tool, value);
+      for (const command_line* command : tool.commands())
+        check_exclusions(*command, *source.section);
     }
     // An account for others to inherit from need not be complete.
     if (m_faults.size() > before || is_base(name)) return;
