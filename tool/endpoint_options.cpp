@@ -8,6 +8,7 @@
 
 #include "input_file.h"
 #include "interrupt.h"
+#include "message_text.h"
 #include "problem.h"
 #include "provider_tokens.h"
 #include "tav_family.h"
@@ -26,11 +27,6 @@ namespace {
 
 constexpr char kGroup[] = "Server";
 constexpr char kPopGroup[] = "POP3 login before sending";
-
-bool has_control(const std::string& text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
-}
 
 constexpr size_t kMostCertificates = 16 * 1024 * 1024;  // in bytes
 

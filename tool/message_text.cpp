@@ -28,11 +28,6 @@ constexpr size_t kLongestAddress = 990;
 // What is not encoded is not folded: RFC 5322 2.1.1 allows 998 bytes.
 constexpr size_t kLongestAscii = 980;
 
-bool has_control(const std::string& text) {
-  return std::any_of(text.begin(), text.end(),
-                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
-}
-
 // True when all of the text converts.
 bool converts(const std::string& text, CHC_ENCODE_TYPE to) {
   if (text.find('\0') != std::string::npos) return false;
@@ -150,6 +145,11 @@ void for_each_address(const std::string& list, Take&& take) {
 bool is_ascii(const std::string& text) {
   return std::all_of(text.begin(), text.end(),
                      [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
+}
+
+bool has_control(const std::string& text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char ch) { return static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F; });
 }
 
 bool is_utf8(const std::string& text) { return converts(text, CHC_UTF_8); }

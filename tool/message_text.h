@@ -13,6 +13,8 @@ namespace tavmail {
 
 bool is_ascii(const std::string& text);
 bool is_utf8(const std::string& text);
+// True when a byte of ASCII is none that is seen, among them a line end.
+bool has_control(const std::string& text);
 // True when the character set has every character of a UTF-8 text.
 bool can_express(const std::string& text, quorvelmida::TAV_EML_CHAR_SET char_set);
 

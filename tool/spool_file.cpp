@@ -21,12 +21,12 @@ problem cannot(const std::string& what, const std::string& where) {
   return problem(EX_CANTCREAT, "cannot " + what + " " + where + ": " + std::strerror(errno));
 }
 
+}  // namespace
+
 std::string temporary_folder() {
   const char* folder = std::getenv("TMPDIR");
   return folder != nullptr && *folder == '/' ? folder : "/tmp";
 }
-
-}  // namespace
 
 bool write_all(int fd, std::string_view bytes) {
   while (!bytes.empty()) {

@@ -43,6 +43,9 @@ class spool_file {
   uint64_t m_size = 0;
 };
 
+// Where files go that nobody is to find: $TMPDIR.
+std::string temporary_folder();
+
 // Writes all of the bytes at the end of the file. False when it failed; errno tells why.
 bool write_all(int fd, std::string_view bytes);
 

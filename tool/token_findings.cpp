@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "json_text.h"
 #include "provider_tokens.h"
 #include "tav_bearer.h"
 
@@ -11,12 +12,6 @@ namespace tavmail {
 namespace {
 
 using json = nlohmann::json;
-
-std::string text_at(const json& document, const char* key) {
-  if (!document.is_object()) return {};
-  const auto found = document.find(key);
-  return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
 
 // True when a server that wants a token for `wanted` cannot take one for `scope`.
 bool is_for_another(const std::string& wanted, const std::string& scope) {

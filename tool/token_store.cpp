@@ -12,6 +12,7 @@
 #include "disk.h"
 #include "input_file.h"
 #include "interrupt.h"
+#include "json_text.h"
 #include "problem.h"
 #include "state_file.h"
 
@@ -23,11 +24,6 @@ using json = nlohmann::json;
 
 constexpr size_t kLargestFile = 64 * 1024;
 constexpr off_t kUsualSize = 2 * 8192 + 4096;  // of the longest tokens
-
-std::string text_at(const json& document, const char* key) {
-  const auto found = document.find(key);
-  return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
 
 problem cannot_keep(const std::string& path, int error) {
   return problem(EX_CANTCREAT, "cannot write " + path + ": " + std::strerror(error),
@@ -121,7 +117,7 @@ kept_tokens token_store::load_file() const {
     throw problem(EX_CONFIG, "others can read the tokens in " + m_path, "chmod 600 it");
   }
   const json document = json::parse(file.read_all(kLargestFile), nullptr, false);
-  const std::string refresh = document.is_object() ? text_at(document, "refresh_token") : "";
+  const std::string refresh = text_at(document, "refresh_token");
   if (refresh.empty()) throw problem(EX_CONFIG, m_path + " holds no tokens", again);
   if (text_at(document, "token_endpoint") != m_provider.token_endpoint ||
       text_at(document, "client_id") != m_provider.client_id ||
