@@ -272,8 +272,11 @@ int run_series(int argc, const char* const* argv, const char* version) {
     if (first.is_answered()) return EX_OK;
     const int exit_code = run_chosen(runs, first.chosen());
     // Otherwise output is lost without a word: the disk may be full.
-    if (!std::cout.flush()) throw problem(EX_IOERR, "cannot write to the standard output");
-    return exit_code;
+    if (std::cout.flush()) return exit_code;
+    const bool is_done = exit_code == EX_OK;
+    report(std::string("cannot write to the standard output") +
+           (is_done ? "; all else is done" : ""));
+    return is_done ? EX_IOERR : exit_code;
   } catch (const usage_error& error) {
     const std::string sentence = std::string(error.what()) + "; see tavmail --help";
     return report_alone(problem(EX_USAGE, sentence), argc, argv);
