@@ -1,7 +1,6 @@
 #include "pop3_bearer_login.h"
 
 #include "common/text.h"
-#include "login/bearer_token.h"
 #include "pop3_log.h"
 #include "tav_bearer.h"
 
@@ -33,7 +32,7 @@ bearer_rules::reply judge(std::string_view line) {
 TAV_EML_RESULT read(connection& link, bearer_rules::reply& what) {
   utl_buffer line;
   const TAV_EML_RESULT result = read_line(static_cast<pop3_connection&>(link), line);
-  what = result == TAV_EML_OK ? judge(line.view()) : bearer_rules::reply::refused;
+  if (result == TAV_EML_OK) what = judge(line.view());
   return result;
 }
 
@@ -50,7 +49,7 @@ TAV_EML_RESULT ask_for_method(pop3_connection& link, const bearer_method*& metho
   for (int count = 0; count < kMaxLines; ++count) {
     result = read_line(link, line);
     if (result != TAV_EML_OK || line.view() == ".\r\n") return result;
-    if (begins_with_word(line.view(), kSasl)) {
+    if (method == nullptr && begins_with_word(line.view(), kSasl)) {
       method = find_bearer_method(line.view().substr(kSasl.size()));
     }
   }
@@ -59,10 +58,10 @@ TAV_EML_RESULT ask_for_method(pop3_connection& link, const bearer_method*& metho
 
 // There is no token, or no method for it.
 TAV_EML_RESULT go_without(const tav_eml_pop3_settings& account, bool has_token,
-                          int& refused_tokens) {
-  if (refused_tokens > 0) {
+                          token_state& tokens) {
+  if (tokens != token_state::none_refused) {
     // A password is not for a server that has just refused a token.
-    refused_tokens = kMaxTokens;
+    tokens = token_state::given_up;
     return pop3_failure(kName, " no new token.", TAV_EML_ERR_AUTH);
   }
   if (!has_token || !account.m_strPassword.IsEmpty()) return TAV_EML_OK;
@@ -71,25 +70,25 @@ TAV_EML_RESULT go_without(const tav_eml_pop3_settings& account, bool has_token,
 
 }  // namespace
 
-TAV_EML_RESULT log_in_with_token(pop3_connection& link, int& refused_tokens, bool& is_done) {
+TAV_EML_RESULT log_in_with_token(pop3_connection& link, token_state& tokens, bool& is_done) {
   is_done = false;
   const tav_eml_pop3_settings& account = *link.settings;
   const bearer_login login = {TAV_BEARER_POP3, text_of(account.m_strServer), account.m_nPort,
                               text_of(account.m_strUserID)};
   bearer_token token;
-  TAV_EML_RESULT result = token.ask(login, refused_tokens > 0, to_milliseconds(account.m_nTimeout));
+  TAV_EML_RESULT result = token.ask(login, tokens, to_milliseconds(account.m_nTimeout));
   if (result != TAV_EML_OK) return pop3_called_failure(kName, "tav_bearer_get", result);
   const bearer_method* method = nullptr;
   if (token.is_given()) result = ask_for_method(link, method);
   if (result != TAV_EML_OK) return pop3_called_failure(kName, "CAPA", result);
-  if (method == nullptr) return go_without(account, token.is_given(), refused_tokens);
+  if (method == nullptr) return go_without(account, token.is_given(), tokens);
 
   bearer_rules::reply verdict = bearer_rules::reply::refused;
   result = token.log_in(login, *method, kRules, link, verdict);
   if (result != TAV_EML_OK) return pop3_called_failure(kName, "AUTH", result);
   is_done = verdict == bearer_rules::reply::granted;
   if (is_done) return result;
-  refused_tokens = verdict == bearer_rules::reply::refused ? refused_tokens + 1 : kMaxTokens;
+  tokens = after_refusal(tokens, verdict);
   return pop3_failure(kName, " AUTH error.", TAV_EML_ERR_AUTH);
 }
 

@@ -6,7 +6,6 @@
 #include "common/log.h"
 #include "common/secret.h"
 #include "common/text.h"
-#include "login/bearer_token.h"
 #include "pop3_bearer_login.h"
 #include "pop3_log.h"
 #include "quorvelmida/tav_eml_mlutl_mail_hash.h"
@@ -76,6 +75,12 @@ TAV_EML_RESULT read_reply(pop3_connection& link, utl_buffer& reply) {
   return result == TAV_EML_OK ? result : called_failure("ReadResponse", result, __LINE__);
 }
 
+// Closes the connection and logs why.
+TAV_EML_RESULT refuse(pop3_connection& link, const char* why, TAV_EML_RESULT result) {
+  link.close();
+  return pop3_failure(kName, why, result);
+}
+
 // Sends "verb first second" and reads the reply. The line is wiped: it may hold a password.
 TAV_EML_RESULT exchange(pop3_connection& link, const char* verb, const char* first,
                         const char* second, utl_buffer& reply) {
@@ -96,28 +101,32 @@ TAV_EML_RESULT log_in_with_apop(pop3_connection& link, utl_buffer& reply) {
   secret_array<kDigestSize> digest;
   TAV_EML_RESULT result =
       make_apop_digest(UtlString(reply.data()), link.settings->m_strPassword, digest.data);
-  if (result != TAV_EML_OK) return pop3_called_failure(kName, "CreateAPOPHash", result);
+  if (result != TAV_EML_OK) {
+    link.close();
+    return pop3_called_failure(kName, "CreateAPOPHash", result);
+  }
   result = exchange(link, "APOP", text_of(link.settings->m_strUserID), digest.data, reply);
   if (result != TAV_EML_OK || is_positive(reply)) return result;
-  return pop3_failure(kName, " APOP error.", TAV_EML_ERR_AUTH);
+  return refuse(link, " APOP error.", TAV_EML_ERR_AUTH);
 }
 
 TAV_EML_RESULT log_in_with_password(pop3_connection& link, utl_buffer& reply) {
   TAV_EML_RESULT result = exchange(link, "USER", text_of(link.settings->m_strUserID), "", reply);
   if (result != TAV_EML_OK) return result;
-  if (!is_positive(reply)) return pop3_failure(kName, "response error.", TAV_EML_ERR_REPLY);
+  if (!is_positive(reply)) return refuse(link, "response error.", TAV_EML_ERR_REPLY);
   result = exchange(link, "PASS", text_of(link.settings->m_strPassword), "", reply);
   if (result != TAV_EML_OK || is_positive(reply)) return result;
-  return pop3_failure(kName, "PASS error.", TAV_EML_ERR_AUTH);
+  return refuse(link, "PASS error.", TAV_EML_ERR_AUTH);
 }
 
-TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
+TAV_EML_RESULT log_in(pop3_connection& link, token_state& tokens) {
   utl_buffer reply;
   if (!make_reply_buffer(kName, reply)) return TAV_EML_ERR_NO_MEMORY;
   TAV_EML_RESULT result = read_reply(link, reply);
   if (result != TAV_EML_OK) return result;
-  if (!is_positive(reply)) return pop3_failure(kName, " response error.", TAV_EML_ERR_REPLY);
+  if (!is_positive(reply)) return refuse(link, " response error.", TAV_EML_ERR_REPLY);
   if (link.settings->m_strUserID.IsEmpty()) {
+    link.close();
     TAV_EML_LOG_ERROR("<Error> tav_eml_pop3_command::%s(): get_user_id() user id error\n", kName);
     return TAV_EML_ERR_AUTH;
   }
@@ -131,7 +140,7 @@ TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
   }
   if (link.is_under_tls()) {
     bool is_done = false;
-    result = log_in_with_token(link, refused_tokens, is_done);
+    result = log_in_with_token(link, tokens, is_done);
     if (result != TAV_EML_OK || is_done) return result;
   }
   return link.settings->m_nAPOP != 0 ? log_in_with_apop(link, reply)
@@ -139,11 +148,11 @@ TAV_EML_RESULT log_in(pop3_connection& link, int& refused_tokens) {
 }
 
 TAV_EML_RESULT connect_and_log_in(const tav_eml_pop3_settings& settings, pop3_connection link,
-                                  int& refused_tokens) {
+                                  token_state& tokens) {
   const TAV_EML_RESULT result =
       link.open({text_of(settings.m_strServer), settings.m_nPort, settings.m_nAddressSelector,
                  settings.m_ucTLSMode, settings.m_ucTLSOption});
-  return result == TAV_EML_OK ? log_in(link, refused_tokens) : result;
+  return result == TAV_EML_OK ? log_in(link, tokens) : result;
 }
 
 }  // namespace
@@ -175,13 +184,13 @@ TAV_EML_RESULT log_in_to_pop3(const tav_eml_pop3_settings* settings, int& sock,
     if (settings == nullptr) return pop3_failure(kName, " no settings.", TAV_EML_ERR_UNKNOWN);
     TAV_EML_RESULT result = check_settings(*settings);
     if (result != TAV_EML_OK) return result;
-    int refused_tokens = 0;
+    token_state tokens = token_state::none_refused;
     do {
       new_connection opened(*settings);
-      result = connect_and_log_in(*settings, opened.view(), refused_tokens);
+      result = connect_and_log_in(*settings, opened.view(), tokens);
       if (result == TAV_EML_OK) opened.hand_over(sock, tls);
       // A refused token gets one successor, on a connection of its own.
-    } while (result == TAV_EML_ERR_AUTH && refused_tokens > 0 && refused_tokens < kMaxTokens);
+    } while (result == TAV_EML_ERR_AUTH && tokens == token_state::one_refused);
     return result;
   });
 }

@@ -76,7 +76,7 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   bearer_token token;
   TAV_EML_RESULT result = TAV_EML_OK;
   if (dialogue.is_under_tls()) {
-    result = token.ask(login, progress.refused_tokens > 0, to_milliseconds(settings.timeout));
+    result = token.ask(login, progress.tokens, to_milliseconds(settings.timeout));
     if (result != TAV_EML_OK) return called_failure(kName, "tav_bearer_get", result);
   }
   // Always the reply to this EHLO: what was announced before TLS does not count.
@@ -85,12 +85,12 @@ TAV_EML_RESULT choose_and_run(const tav_eml_smtp_settings& settings, ntssmtp_fil
   result = send_ehlo(&settings, &session, announced, bearer);
   if (result != TAV_EML_OK) return called_failure(kName, "SendEhloCommand", result);
   if (token.is_given() && bearer != nullptr) {
-    result = log_in_with_bearer(login, *bearer, token, dialogue, progress.refused_tokens);
+    result = log_in_with_bearer(login, *bearer, token, dialogue, progress.tokens);
     return result == TAV_EML_OK ? result : method_failure("tav_eml_smtp_auth_bearer", result);
   }
-  if (progress.refused_tokens > 0) {
+  if (progress.tokens != token_state::none_refused) {
     // A password is not for a server that has just refused a token.
-    progress.refused_tokens = kMaxTokens;
+    progress.tokens = token_state::given_up;
     return command_failure(kName, ": no new token", TAV_EML_ERR_AUTH);
   }
   if (token.is_given() && settings.password.IsEmpty()) {
@@ -108,8 +108,8 @@ void take_login_methods(const std::string& list, smtp_ehlo_option& option) {
 }
 
 bool has_another_login(const login_progress& progress) {
-  return progress.refused_tokens > 0 ? progress.refused_tokens < kMaxTokens
-                                     : first_method(progress.untried) != nullptr;
+  return progress.tokens == token_state::none_refused ? first_method(progress.untried) != nullptr
+                                                      : progress.tokens == token_state::one_refused;
 }
 
 TAV_EML_RESULT log_in(const tav_eml_smtp_settings* settings, ntssmtp_fileptr* session,

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "login/bearer_token.h"
 #include "quorvelmida/tav_eml_smtp_settings.h"
 #include "smtp_dialogue.h"
 
@@ -29,7 +30,7 @@ void take_login_methods(const std::string& list, smtp_ehlo_option& option);
 // What is kept from one connection to the next until a login succeeds.
 struct login_progress {
   smtp_ehlo_option untried = {};
-  int refused_tokens = 0;
+  token_state tokens = token_state::none_refused;
 };
 
 // True if a login on another connection can succeed after a refused one.

@@ -9,11 +9,11 @@
 
 namespace quorvelmida {
 
-// TAV_EML_ERR_AUTH if the server refuses the token; `refused_tokens` counts it, or is kMaxTokens if
-// no other token can help. Memory may run out by std::bad_alloc.
+// TAV_EML_ERR_AUTH if the server refuses the token; `tokens` becomes the state after that. Memory
+// may run out by std::bad_alloc.
 TAV_EML_RESULT log_in_with_bearer(const bearer_login& login, const bearer_method& method,
                                   const bearer_token& token, smtp_dialogue& dialogue,
-                                  int& refused_tokens);
+                                  token_state& tokens);
 
 }  // namespace quorvelmida
 

@@ -13,8 +13,8 @@ namespace quorvelmida {
 // The greatest number of message ids in the references field.
 extern TAVEML_API const long REFERENCES_MAX;
 
-// The attachment that is sent next, after the body; set_part with a new one makes it the next of
-// several.
+// An attachment. A mail holds one at a time, and it is sent after the body; the next of several
+// comes with set_part when all of this one has been sent.
 class TAVEML_API tav_eml_smtp_send_mail_part : public tav_eml_mlutl_mail_part {
  public:
   tav_eml_smtp_send_mail_part();

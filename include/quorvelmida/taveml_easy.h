@@ -108,7 +108,7 @@ inline std::string take(tav_eml_mlutl_mail_part& part) {
 inline tav_eml_smtp_send_mail_part& attach(tav_eml_smtp_send_mail& mail, TAV_EML_CONTENT_TYPE type,
                                            const std::string& file_name) {
   mail.m_nContentType = TAV_EML_CT_MULTIPART_MIXED;
-  // The header has announced the one that is there.
+  // A boundary that is there may stand in the header that was sent.
   if (mail.m_cBoundaryString.IsEmpty()) mail.m_cBoundaryString = new_boundary().c_str();
   mail.set_part(new tav_eml_smtp_send_mail_part);
   mail.m_pPart->m_nContentType = type;

@@ -36,7 +36,7 @@ bool has_word(std::string_view text, std::string_view word) {
 
 char* put(std::string_view text, char* out) { return std::copy(text.begin(), text.end(), out); }
 
-// A name with those characters escaped that end it (RFC 5801 4).
+// The characters that would end the name are escaped (RFC 5801 4).
 char* put_escaped(const char* name, char* out) {
   for (; *name != '\0'; ++name) {
     if (*name == ',' || *name == '=') {
@@ -48,8 +48,8 @@ char* put_escaped(const char* name, char* out) {
   return out;
 }
 
-// Sends "command", a blank and the base64 text of `secret` as a line, without what is empty, from
-// buffers that are wiped.
+// Sends a line with the command, a blank and the base64 text of `secret`, from buffers that are
+// wiped. Without one of the two there is no blank.
 TAV_EML_RESULT send_line(connection& link, std::string_view command, std::string_view secret) {
   secret_buffer encoded, line;
   if (!to_base64(secret.data(), static_cast<long>(secret.size()), 0, encoded) ||
@@ -77,7 +77,7 @@ TAV_EML_RESULT send_message(connection& link, const bearer_method& method,
     if (result == TAV_EML_OK) result = rules.read(link, what);
     if (result != TAV_EML_OK) return result;
     if (what != reply::goes_on) {
-      what = reply::failed;  // whatever it says: there was no token yet
+      what = reply::failed;  // whatever it says: no token was sent yet
       return result;
     }
     result = send_line(link, "", message);
@@ -94,11 +94,17 @@ const bearer_method* find_bearer_method(std::string_view announced) {
   return nullptr;
 }
 
-TAV_EML_RESULT bearer_token::ask(const bearer_login& login, bool was_refused, long timeout) {
+token_state after_refusal(token_state before, reply verdict) {
+  return before == token_state::none_refused && verdict == reply::refused ? token_state::one_refused
+                                                                          : token_state::given_up;
+}
+
+TAV_EML_RESULT bearer_token::ask(const bearer_login& login, token_state state, long timeout) {
   if (&tav_bearer_get == nullptr || !has_no_control(login.user)) return TAV_EML_OK;
   if (!m_cText.allocate_uncleared(TAV_BEARER_MAX)) return TAV_EML_ERR_NO_MEMORY;
   m_cText.set_length(TAV_BEARER_MAX);  // all of it is wiped, whatever the device says
-  const tav_bearer_request request = {login.service, login.server, login.user, was_refused ? 1 : 0,
+  const tav_bearer_request request = {login.service, login.server, login.user,
+                                      state == token_state::one_refused ? 1 : 0,
                                       static_cast<int32_t>(timeout)};
   const int32_t length = tav_bearer_get(&request, m_cText.data(), TAV_BEARER_MAX);
   if (length <= 0) return TAV_EML_OK;
@@ -146,7 +152,7 @@ TAV_EML_RESULT bearer_token::log_in(const bearer_login& login, const bearer_meth
                               ? send_message(link, method, rules, message.view(), verdict)
                               : TAV_EML_ERR_NO_MEMORY;
   if (result != TAV_EML_OK || verdict != reply::goes_on) return result;
-  // What went wrong, in JSON. The refusal comes after an answer.
+  // The challenge says in JSON what went wrong. The refusal comes after an answer to it.
   result = send_line(link, "", method.answer_to_error);
   if (result == TAV_EML_OK) result = rules.read(link, verdict);
   if (verdict != reply::failed) verdict = reply::refused;

@@ -12,16 +12,14 @@
 
 namespace quorvelmida {
 
-// A token that the server refuses may have run out; a second one has not.
-constexpr int kMaxTokens = 2;
-
 struct bearer_method {
   const char* name;     // as servers announce it
-  const char* command;  // that starts it
+  const char* command;  // AUTH and the name
   // What logs in: "%u" is the user, "%e" the user with escapes, "%h" the server, "%p" the port and
   // "%t" the token.
   const char* message;
-  // What answers the error text of a refused login, so that the refusal itself follows.
+  // A server first says in a challenge why it refuses a token. This answers the challenge, so that
+  // the refusal itself follows.
   const char* answer_to_error;
 };
 
@@ -35,22 +33,29 @@ struct bearer_login {
   const char* user;
 };
 
-// What a protocol does in its own way.
+// In what SMTP and POP3 differ.
 struct bearer_rules {
   // Another token may be granted after `refused`, but not after `failed`.
   enum class reply { granted, goes_on, refused, failed };
 
   int64_t longest_command;  // with its CR LF
-  // Reads a reply to AUTH. Logs a failure.
+  // Reads a reply to AUTH. A failure is logged and leaves `what` as it is.
   TAV_EML_RESULT (*read)(connection& link, reply& what);
 };
+
+// What is known of a login's tokens from one connection to the next. A refused token may have
+// expired, so one more is tried on another connection.
+enum class token_state { none_refused, one_refused, given_up };
+
+// The state after a verdict other than granted.
+token_state after_refusal(token_state before, bearer_rules::reply verdict);
 
 // An access token from the device, wiped on destruction.
 class bearer_token {
  public:
-  // Asks the device. `was_refused`: the server has refused the last one. TAV_EML_OK with and
+  // Asks the device, and says whether the server has refused the token before. TAV_EML_OK with and
   // without a token. Throws what the allocator throws.
-  TAV_EML_RESULT ask(const bearer_login& login, bool was_refused, long timeout);
+  TAV_EML_RESULT ask(const bearer_login& login, token_state state, long timeout);
 
   bool is_given() const { return m_uLength > 0; }
 

@@ -45,7 +45,7 @@ bool is_media_type(const char* text) {
   return subtype > 0 && subtype <= kLongest && rest[subtype] == '\0';
 }
 
-// The type on the wire: that of the table, or for any other the text of the application.
+// The table has a type for the wire, or the application has given the text of another.
 bool has_usable_type(const tav_eml_mlutl_mail_part& part) {
   if (part.m_nContentType != TAV_EML_CT_UNKNOWN) return part.m_nContentType != TAV_EML_CT_NONE;
   return is_media_type(text_of(part.m_cMediaType));

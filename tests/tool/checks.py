@@ -247,9 +247,10 @@ def check_completion(folder):
     Path(folder, "config", "tavmail", "config.toml").write_text("[home.pop3]\n[office.pop3]\n")
     begin = (f"autoload -U compinit; compinit -D -u; tavmail() {{ {TAVMAIL} $@ }};"
              " . <(tavmail completion zsh); echo rea''dy\r")
+    # ^U, not ^C, empties the line: ^C would only end a completion that is still at work.
     shown, code, _ = on_terminal(
         folder, ["/usr/bin/zsh", "-f", "-i"], (b"$ ", begin.encode()),
-        (b"ready", b"tavmail receive -A home,o\t"), (b"home,office", b"\x03"), (b"$ ", b"exit 0\r"))
+        (b"ready", b"tavmail receive -A home,o\t"), (b"home,office", b"\x15exit 0\r"))
     assert code == 0, (code, shown)
 
 
