@@ -1,9 +1,10 @@
 #include "account_file.h"
 
 #include <algorithm>
-#include <limits>
 #include <set>
 
+#include "account_login.h"
+#include "home_folder.h"
 #include "near_word.h"
 #include "problem.h"
 
@@ -77,6 +78,22 @@ void give(const option& taker, const config_value& value) {
   }
 }
 
+void check_exclusions(const command_line& command, const config_section& section) {
+  const auto taker_of = [&](const config_value& value) {
+    const bool is_off = value.is_flag && value.texts[0] == "false";
+    return is_off ? option() : command.find(option_of(value.key));
+  };
+  for (const config_value& value : section.values) {
+    const option one = taker_of(value);
+    for (const config_value& other : section.values) {
+      const option two = taker_of(other);
+      if (!one || !two || !one.is_excluded_by(two)) continue;
+      throw value.place.fault(value.key + " and " + other.key +
+                              " exclude each other; leave one of them out");
+    }
+  }
+}
+
 namespace {
 
 // Gives the value to its option, unless the option has one that counts more.
@@ -88,42 +105,9 @@ void set_option(const command_line& command, const command_line& tool, const con
   give(found, value);
 }
 
-// Keys that say how to log in.
-const std::set<std::string>& login_keys() {
-  static const std::set<std::string> keys = {kPasswordKey, "password_file", "password_command",
-                                             "token_command"};
-  return keys;
-}
-
-using source_iterator = std::vector<config_source>::const_iterator;
-
-const config_value* login_of(const config_source& source) {
-  for (const config_value& value : source.section->values) {
-    if (login_keys().count(value.key) != 0) return &value;
-  }
-  return nullptr;
-}
-
-// The nearest source that says how to log in, else the end.
-source_iterator find_login(const std::vector<config_source>& sources) {
-  return std::find_if(sources.begin(), sources.end(), login_of);
-}
-
-size_t depth_of_login(const std::vector<config_source>& sources) {
-  const source_iterator found = find_login(sources);
-  return found != sources.end() ? found->depth : std::numeric_limits<size_t>::max();
-}
-
-// The value that counts among these sources, null when they have none.
-const config_value* value_of(source_iterator from, source_iterator to, const std::string& key) {
-  for (; from != to; ++from) {
-    if (const config_value* value = from->section->find(key)) return value;
-  }
-  return nullptr;
-}
-
 bool is_login_given(const command_line& command) {
-  return std::any_of(login_keys().begin(), login_keys().end(), [&](const std::string& key) {
+  const std::vector<std::string> keys = login_keys();
+  return std::any_of(keys.begin(), keys.end(), [&](const std::string& key) {
     const option found = command.find(option_of(key));
     return found && found.is_given();
   });
@@ -174,15 +158,17 @@ bool account_file::apply(const command_line& command, const command_line& tool,
     endpoint.lack = files.lack();
     return false;
   }
+  files.check_places(name);
   const std::vector<config_source> sources = files.sources(name, section);
   if (sources.empty() && optional) return false;
   if (sources.empty()) throw missing_table(files, name, section, "");
-  if (!is_login_given(command)) check_login(sources);
-  apply_sources(sources, command, tool, &endpoint);
   const std::vector<config_source> providers = files.sources(name, kProviderSection);
-  if (!providers.empty() && providers[0].depth <= depth_of_login(sources)) {
-    endpoint.set_provider(provider_of(name, providers, tool));
+  if (!is_login_given(command)) {
+    check_login(sources);
+    check_refresh_token(sources, providers);
   }
+  apply_sources(sources, command, tool, &endpoint);
+  if (uses_provider(sources, providers)) endpoint.set_provider(provider_of(name, providers, tool));
   wipe_stack();
   return true;
 }
@@ -192,10 +178,14 @@ void account_file::apply_provider(const command_line& command, const command_lin
   const configuration files(m_path);
   provider.account = chosen(files);
   if (provider.account.empty()) throw problem(EX_USAGE, "which account? give its name");
+  files.check_places(provider.account);
   const std::vector<config_source> sources = files.sources(provider.account, kProviderSection);
   if (sources.empty()) {
     throw missing_table(files, provider.account, kProviderSection,
                         ", which says who gives its tokens");
+  }
+  for (const char* section : {"smtp", "pop3"}) {
+    check_refresh_token(files.sources(provider.account, section), sources);
   }
   apply_sources(sources, command, tool, nullptr);
 }
@@ -210,33 +200,11 @@ token_provider provider_of(const std::string& account, const std::vector<config_
   return provider;
 }
 
-void check_login(const std::vector<config_source>& sources) {
-  const source_iterator login = find_login(sources);
-  if (login == sources.end()) return;
-  for (const char* key : {"server", "user"}) {
-    const config_value* own = value_of(sources.begin(), login, key);
-    const config_value* meant = value_of(login, sources.end(), key);
-    if (own == nullptr || meant == nullptr || own->texts == meant->texts) continue;
-    throw own->place.fault(std::string("the ") + key + " of account \"" + sources[0].account +
-                           "\" has no login of its own; that of " + login_of(*login)->place.text() +
-                           " is for another: give the account a password_command");
-  }
-}
-
-void settle(const config_section& section, std::set<std::string>& settled) {
-  for (const config_value& value : section.values) {
-    settled.insert(value.key);
-    // One way to log in settles the others.
-    if (login_keys().count(value.key) != 0) {
-      settled.insert(login_keys().begin(), login_keys().end());
-    }
-  }
-}
-
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
                    const command_line& tool, endpoint_options* endpoint) {
   std::set<std::string> settled;  // keys that a source before has
   for (const config_source& source : sources) {
+    check_exclusions(command, *source.section);
     for (const config_value& value : source.section->values) {
       if (settled.count(value.key) != 0) continue;
       if (value.key != kPasswordKey || endpoint == nullptr) {

@@ -3,7 +3,6 @@
 #ifndef ACCOUNT_FILE_H
 #define ACCOUNT_FILE_H
 
-#include <set>
 #include <string>
 
 #include "command_line.h"
@@ -69,19 +68,13 @@ std::string option_of(std::string key);  // its long name
 void check_key(const command_line& tool, const config_value& value);
 // Throws a problem when the option does not take the value.
 void give(const option& taker, const config_value& value);
-// Throws a problem when a server or user would get a login that stands below it, with another
-// server or user: that password is not for it.
-void check_login(const std::vector<config_source>& sources);
-// Adds the keys that sources after this section have no say in.
-void settle(const config_section& section, std::set<std::string>& settled);
+// Throws a problem for two keys of the section that cannot both count.
+void check_exclusions(const command_line& command, const config_section& section);
 // `endpoint`: whose password it may be; null where none can stand.
 void apply_sources(const std::vector<config_source>& sources, const command_line& command,
                    const command_line& tool, endpoint_options* endpoint);
 token_provider provider_of(const std::string& account, const std::vector<config_source>& sources,
                            const command_line& tool);
-
-// The table of an account that says who gives its tokens.
-constexpr char kProviderSection[] = "oauth";
 
 }  // namespace tavmail
 

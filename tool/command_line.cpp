@@ -86,6 +86,10 @@ bool option::is_excluded() const {
   return std::any_of(others.begin(), others.end(), [](auto* other) { return other->count() > 0; });
 }
 
+bool option::is_excluded_by(const option& other) const {
+  return m_option->get_excludes().count(other.m_option) > 0;
+}
+
 void option::forget() const { m_option->clear(); }
 
 std::vector<std::string> option::values() const { return m_option->results(); }

@@ -48,6 +48,7 @@ class option {
 
   bool is_given() const;
   bool is_excluded() const;  // by one that is given
+  bool is_excluded_by(const option& other) const;
   std::vector<std::string> values() const;
   // As if the command line had them. Throws a usage_error.
   void give(const std::vector<std::string>& values) const;

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "account_file.h"
+#include "account_login.h"
 #include "commands.h"
 #include "mailbox_options.h"
 #include "received_text.h"
@@ -16,10 +17,6 @@ namespace tavmail {
 namespace {
 
 constexpr const char* kSections[] = {"smtp", "pop3", kProviderSection};
-
-bool is_section(const std::string& name) {
-  return std::find(std::begin(kSections), std::end(kSections), name) != std::end(kSections);
-}
 
 bool ends_with(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -44,8 +41,11 @@ class check {
 
   void check_files() {
     for (const config_file& file : m_files.files()) {
-      for (const config_value& value : file.values) check_top(value);
-      for (const config_account& account : file.accounts) check_table(account);
+      for (const problem& fault : misplaced(file)) note("", fault);
+      if (const config_value* value = file.find(kDefaultKey)) check_default(*value);
+      for (const config_account& account : file.accounts) {
+        for (const problem& fault : misplaced(account)) note(account.name, fault);
+      }
     }
   }
 
@@ -75,35 +75,12 @@ class check {
     m_faults.push_back(text);
   }
 
-  void check_top(const config_value& value) {
-    if (value.key != "default") {
-      note("", value.place.fault("unknown key \"" + value.key +
-                                 "\"; at the top only \"default\" can stand"));
-    } else if (!value.is_text) {
-      note("", value.place.fault("default: expected the name of an account"));
-    } else {
-      check_name(value);
-    }
-  }
-
-  void check_name(const config_value& value) {
+  void check_default(const config_value& value) {
     try {
+      if (!value.is_text) throw problem(EX_CONFIG, "expected the name of an account");
       m_files.tables(value.texts[0]);
     } catch (const problem& cause) {
-      note("", value.place.fault(std::string("default: ") + cause.what()));
-    }
-  }
-
-  void check_table(const config_account& account) {
-    for (const config_value& value : account.values) {
-      if (value.key == kInheritKey) continue;
-      note(account.name, value.place.fault("unknown key \"" + value.key + "\"; options stand in [" +
-                                           account.name + ".smtp] or [" + account.name + ".pop3]"));
-    }
-    for (const config_section& section : account.sections) {
-      if (is_section(section.name)) continue;
-      note(account.name, section.place.fault("unknown table [" + account.name + "." + section.name +
-                                             "]; it is smtp, pop3 or oauth"));
+      note("", value.place.fault(value.key + ": " + cause.what()));
     }
   }
 
@@ -138,10 +115,15 @@ class check {
     for (const config_source& source : sources) {
       for (const config_value& value : source.section->values)
         check_value(source.account, tool, value);
+      for (const command_line* command : tool.commands())
+        check_exclusions(*command, *source.section);
     }
     // An account for others to inherit from need not be complete.
     if (m_faults.size() > before || is_base(name)) return;
     check_login(sources);
+    if (section != kProviderSection) {
+      check_refresh_token(sources, m_files.sources(name, kProviderSection));
+    }
     try {
       if (section == kProviderSection) {
         provider_of(name, sources, tool).complete();

@@ -1,18 +1,20 @@
 #include "configuration.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
+#include "home_folder.h"
 #include "near_word.h"
 #include "words.h"
 
 namespace tavmail {
 
+const char kDefaultKey[] = "default";
 const char kInheritKey[] = "inherit";
+const char kProviderSection[] = "oauth";
 
 namespace {
 
@@ -27,13 +29,6 @@ bool is_missing(const std::string& path) {
 }
 
 }  // namespace
-
-std::string home_of(const std::string& user) {
-  const char* home = std::getenv("HOME");
-  if (user.empty() && home != nullptr && *home != '\0') return home;
-  const passwd* entry = user.empty() ? getpwuid(getuid()) : getpwnam(user.c_str());
-  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
-}
 
 std::string configuration::user_path() {
   const char* config = std::getenv("XDG_CONFIG_HOME");
@@ -77,7 +72,7 @@ std::string configuration::lack() const {
 
 const config_value* configuration::default_account() const {
   for (const config_file& file : m_files) {
-    if (const config_value* value = file.find("default")) return value;
+    if (const config_value* value = file.find(kDefaultKey)) return value;
   }
   return nullptr;
 }
@@ -120,18 +115,14 @@ std::vector<const config_account*> configuration::tables(const std::string& acco
                 "no account \"" + account + "\" in " + places() + did_you_mean(account, names()));
 }
 
-std::vector<config_source> configuration::sources(const std::string& account,
-                                                  const std::string& section) const {
-  std::vector<config_source> sources;
+std::vector<std::string> configuration::line_of(const std::string& account) const {
   std::vector<std::string> line = {account};
-  for (size_t at = 0; at < line.size(); ++at) {
+  for (;;) {
     const config_value* parent = nullptr;
-    for (const config_account* table : tables(line[at])) {
-      if (const config_section* own = table->section(section))
-        sources.push_back({line[at], at, own});
+    for (const config_account* table : tables(line.back())) {
       if (parent == nullptr) parent = table->find(kInheritKey);
     }
-    if (parent == nullptr) break;
+    if (parent == nullptr) return line;
     const std::string& name = parent->text("the name of an account");
     if (is_one_of(name, line)) {
       throw parent->place.fault("account \"" + name +
@@ -143,7 +134,59 @@ std::vector<config_source> configuration::sources(const std::string& account,
     }
     line.push_back(name);
   }
+}
+
+std::vector<config_source> configuration::sources(const std::string& account,
+                                                  const std::string& section) const {
+  std::vector<config_source> sources;
+  size_t depth = 0;
+  size_t rank = 0;
+  for (const std::string& name : line_of(account)) {
+    for (const config_account* table : tables(name)) {
+      const config_section* const own = table->section(section);
+      if (own != nullptr) sources.push_back({name, depth, rank, own});
+      ++rank;
+    }
+    ++depth;
+  }
   return sources;
+}
+
+void configuration::check_places(const std::string& account) const {
+  for (const config_file& file : m_files) {
+    for (const problem& fault : misplaced(file)) throw fault;
+  }
+  for (const std::string& name : line_of(account)) {
+    for (const config_account* table : tables(name)) {
+      for (const problem& fault : misplaced(*table)) throw fault;
+    }
+  }
+}
+
+std::vector<problem> misplaced(const config_file& file) {
+  std::vector<problem> faults;
+  for (const config_value& value : file.values) {
+    if (value.key == kDefaultKey) continue;
+    faults.push_back(value.place.fault("unknown key \"" + value.key +
+                                       "\"; at the top only \"default\" can stand"));
+  }
+  return faults;
+}
+
+std::vector<problem> misplaced(const config_account& account) {
+  std::vector<problem> faults;
+  const std::string& name = account.name;
+  for (const config_value& value : account.values) {
+    if (value.key == kInheritKey) continue;
+    faults.push_back(value.place.fault("unknown key \"" + value.key + "\"; options stand in [" +
+                                       name + ".smtp] or [" + name + ".pop3]"));
+  }
+  for (const config_section& section : account.sections) {
+    if (is_one_of(section.name, {"smtp", "pop3", kProviderSection})) continue;
+    faults.push_back(section.place.fault("unknown table [" + name + "." + section.name +
+                                         "]; it is smtp, pop3 or oauth"));
+  }
+  return faults;
 }
 
 }  // namespace tavmail

@@ -14,6 +14,7 @@ namespace tavmail {
 struct config_source {
   std::string account;
   size_t depth;  // 0 for the account itself, 1 for the one that it inherits from, ...
+  size_t rank;   // of its account's table: of those of all files, what comes first counts more
   const config_section* section;
 };
 
@@ -43,17 +44,27 @@ class configuration {
   // All that counts for a section of the account: what comes first counts more. Throws a problem:
   // there is no such account, or one inherits from itself.
   std::vector<config_source> sources(const std::string& account, const std::string& section) const;
+  // Throws a problem when something that counts for the account stands in the wrong place: it would
+  // have no effect, and may be a limit to what goes out.
+  void check_places(const std::string& account) const;
 
  private:
+  // The account, the one that it inherits from, and so on.
+  std::vector<std::string> line_of(const std::string& account) const;
+
   std::vector<config_file> m_files;
   std::vector<std::string> m_sought;  // and not found
 };
 
-// The key that names the account from which one inherits.
+// The keys that name the account that counts, and the one from which an account inherits.
+extern const char kDefaultKey[];
 extern const char kInheritKey[];
+// The table of an account that says who gives its tokens.
+extern const char kProviderSection[];
 
-// The folder of a user, "" when there is none; without a name of the one who runs this.
-std::string home_of(const std::string& user);
+// What stands at the top of a file, or in an account's table, and means nothing there.
+std::vector<problem> misplaced(const config_file& file);
+std::vector<problem> misplaced(const config_account& account);
 
 }  // namespace tavmail
 

@@ -271,6 +271,7 @@ void dialogue_view::client_line() {
     begin_exchange("AUTH");
     m_exchanges.back().method = answer.method;
     m_exchanges.back().challenge = answer.challenge;
+    m_exchanges.back().has_secret = true;
     return;
   }
   const std::string verb = verb_of(text);
@@ -280,10 +281,13 @@ void dialogue_view::client_line() {
     return;
   }
   show("C: ", is_secret ? text + " " + kMask : text);
-  if (verb == "AUTH") m_mode = mode::login;
   begin_exchange(verb);
-  if (verb == "AUTH")
+  if (verb == "AUTH") {
+    m_mode = mode::login;
+    m_hasLogin = m_hasLogin || !m_pop3;
     m_exchanges.back().method = verb_of(text.substr(std::min<size_t>(5, text.size())));
+    m_exchanges.back().has_secret = is_secret;
+  }
   if (verb == "MAIL" || verb == "RCPT") m_exchanges.back().address = address_of(text);
   if (verb == "MAIL") {
     m_sender = address_of(text);

@@ -52,6 +52,8 @@ class dialogue_view {
   const exchange* decisive() const;
   // The latest final reply that refused a login with SMTP; null for none.
   const exchange* refused_login() const;
+  // True when a login with SMTP was begun.
+  bool has_login() const { return m_hasLogin; }
   // True while it is, or would be, POP3 that is spoken.
   bool is_pop3() const;
   // Of the latest connection.
@@ -112,6 +114,7 @@ class dialogue_view {
   uint64_t m_messageBytes = 0;
   bool m_connecting = false;
   bool m_underTls = false;
+  bool m_hasLogin = false;
   bool m_endSent = false;
   bool m_accepted = false;
   std::deque<connection> m_connections;

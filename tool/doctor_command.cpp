@@ -11,6 +11,7 @@
 #include "interrupt.h"
 #include "problem_json.h"
 #include "received_text.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
@@ -53,6 +54,7 @@ bool wants(const command_line& command, const doctor_options& options,
 template <typename Options, typename Check>
 bool examine(const command_line& command, const doctor_options& options, const char* protocol,
              Check check, std::vector<checkup>& results) {
+  reset_trust();  // the other protocol may have had certificates of its own
   Options endpoint;
   command_line own;
   endpoint.add_to(own);

@@ -1,7 +1,6 @@
 #include "endpoint_options.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -9,10 +8,12 @@
 
 #include "input_file.h"
 #include "interrupt.h"
+#include "message_text.h"
 #include "problem.h"
 #include "provider_tokens.h"
 #include "tav_family.h"
 #include "tav_netsock.h"
+#include "trust_store.h"
 #include "words.h"
 
 namespace tavmail {
@@ -114,8 +115,8 @@ void endpoint_options::add_connection(command_line& command) {
       .value_name("VERSION")
       .group(kServerGroup);
   const option only_4 =
-      command.add_flag("-4,--ipv4", ipv4, "use IPv4 addresses alone").group(kServerGroup);
-  command.add_flag("-6,--ipv6", ipv6, "use IPv6 addresses alone")
+      command.add_flag("-4,--ipv4", ipv4, "use only IPv4 addresses").group(kServerGroup);
+  command.add_flag("-6,--ipv6", ipv6, "use only IPv6 addresses")
       .excludes(only_4)
       .group(kServerGroup);
   command.add("--timeout", timeout, "seconds to wait for the server at each step")
@@ -186,9 +187,7 @@ void endpoint_options::complete_connection() {
                                  " holds no certificate; it has to be in PEM form, with a line "
                                  "\"-----BEGIN CERTIFICATE-----\"");
   }
-  // The trust store of the platform's TLS is chosen by this variable.
-  setenv("SSL_CERT_FILE", ca_file.c_str(), 1);
-  setenv("SSL_CERT_DIR", "/dev/null", 1);
+  trust(ca_file);
 }
 
 uint8_t endpoint_options::library_tls_mode() const {

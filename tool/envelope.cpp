@@ -37,6 +37,16 @@ bool is_name_alone(const std::string& text) {
   return text.find('@') == std::string::npos && !is_sendable(text);
 }
 
+// A domain is the same with a dot at its end.
+std::string without_last_dots(const std::string& addresses) {
+  std::string list;
+  for (std::string address : bare_addresses(addresses)) {
+    address.erase(address.find_last_not_of('.') + 1);
+    list += (list.empty() ? "" : ",") + address;
+  }
+  return list;
+}
+
 bool has_any(const header_block& header, std::initializer_list<const char*> names) {
   return std::any_of(names.begin(), names.end(),
                      [&](const char* name) { return header.has(name); });
@@ -104,13 +114,15 @@ void check_recipients(const std::vector<std::string>& lists, const std::vector<s
   if (names.empty()) return;
   std::vector<const char*> list;
   for (const std::string& name : names) list.push_back(name.c_str());
+  const auto is_good = [&](const std::string& addresses) {
+    return tav_eml_mlutl_check_filter(addresses.c_str(), is_permit ? kPermit : kDeny, list.data(),
+                                      static_cast<int>(list.size())) != 0;
+  };
   for (const std::string& addresses : lists) {
-    if (tav_eml_mlutl_check_filter(addresses.c_str(), is_permit ? kPermit : kDeny, list.data(),
-                                   static_cast<int>(list.size())) == 0) {
-      throw problem(EX_NOPERM, "mail may not go to " + addresses + ": " +
-                                   (is_permit ? "not all of it is on the --permit list"
-                                              : "it is on the --deny list"));
-    }
+    if (is_good(addresses) && is_good(without_last_dots(addresses))) continue;
+    throw problem(EX_NOPERM, "mail may not go to " + addresses + ": " +
+                                 (is_permit ? "not all of it is on the --permit list"
+                                            : "it is on the --deny list"));
   }
 }
 

@@ -26,6 +26,7 @@ struct exchange {
   // Of AUTH: what the server asked last, decoded, as a person may see it. After a token it is what
   // is wrong with that, in JSON.
   std::string challenge;
+  bool has_secret = false;  // of AUTH: the client has sent one, or answered with one
   bool under_tls = false;
   bool is_pop3 = false;
   std::vector<std::string> reply;  // its lines, as a person may see them

@@ -79,4 +79,9 @@ std::string input_file::read_all(size_t most) {
   return text;
 }
 
+std::unique_ptr<input_file> open_input(const std::string& path, const std::string& what) {
+  if (path != "-") return std::make_unique<input_file>(path, what);
+  return std::make_unique<input_file>(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3), "standard input");
+}
+
 }  // namespace tavmail

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 
 namespace tavmail {
@@ -45,6 +46,9 @@ class input_file {
   bool m_isKept = false;  // for a run that may be repeated
   off_t m_at = 0;
 };
+
+// The file, or the standard input for "-". Throws a problem.
+std::unique_ptr<input_file> open_input(const std::string& path, const std::string& what);
 
 }  // namespace tavmail
 

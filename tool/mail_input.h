@@ -26,8 +26,8 @@ class mail_input {
  private:
   void read_ahead();
 
-  std::unique_ptr<input_file> m_file;
-  std::string m_kept;  // what was read ahead, before what the file has
+  std::unique_ptr<input_file> m_file;  // null when all of it was read ahead
+  std::string m_kept;                  // what was read ahead, before what the file has
   size_t m_at = 0;
   uint64_t m_size = 0;
 };

@@ -94,7 +94,9 @@ std::string received_line(const std::string& server, const std::string& user,
 }
 
 bool add_to_file(const std::string& path, const std::string& text) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0600);
+  // A pipe that nobody reads is not waited for.
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  const int fd = open(path.c_str(), kFlags, 0600);
   if (fd < 0) return false;
   // In one piece: other runs may write there too.
   const bool is_written =
@@ -119,9 +121,7 @@ void mail_log::note(const dialogue_view& view) {
     mail.recipients += (mail.recipients.empty() ? "" : ",") + word(address);
   }
   mail.bytes = view.mail_bytes();
-  const auto& all = view.exchanges();
-  mail.has_login =
-      std::any_of(all.begin(), all.end(), [](const exchange& each) { return each.verb == "AUTH"; });
+  mail.has_login = view.has_login();
   const exchange* refused = view.refused_login();
   mail.reply = reply_text(refused != nullptr ? refused : view.decisive());
   g_sending = mail;

@@ -8,10 +8,12 @@
 #include <cstring>
 #include <optional>
 #include <thread>
+#include <vector>
 
 #include "interrupt.h"
 #include "mail_store.h"
 #include "spool_file.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
@@ -36,8 +38,11 @@ class running_command {
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
     const char* const line[] = {"sh", "-c", command.c_str(), nullptr};
-    const int error = posix_spawn(&m_pid, _PATH_BSHELL, &actions, &attributes,
-                                  const_cast<char* const*>(line), environ);
+    std::vector<const char*> variables = environment_of_commands();
+    variables.push_back(nullptr);
+    const int error =
+        posix_spawn(&m_pid, _PATH_BSHELL, &actions, &attributes, const_cast<char* const*>(line),
+                    const_cast<char* const*>(variables.data()));
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw problem(EX_OSERR, "cannot run --pipe");

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <csignal>
@@ -14,18 +15,18 @@
 
 namespace {
 
-// A caller may have closed the standard streams, and the next file that is opened would be taken
-// for one of them. What stands there now can be neither read nor written in that direction.
-void open_standard_streams() {
-  for (int fd = 0; fd <= 2; ++fd) {
-    if (fcntl(fd, F_GETFD) == -1) open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
+// What is opened next would take the place of a standard file that is closed: a message could be
+// written to the server. What is opened here fails as a closed file does.
+void hold_standard_files() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) < 0) open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
   }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  open_standard_streams();
+  hold_standard_files();
   std::vector<char*> words(argv, argv + argc + 1);  // with the null at the end
   static char sendmail[] = "sendmail";
   // Called through a link, as programs call it that know nothing of tavmail.
@@ -36,7 +37,7 @@ int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "C.UTF-8");
   // A file that may not grow is an error like any other.
   std::signal(SIGXFSZ, SIG_IGN);
-  // Whoever ignores it is not told how a command ended.
+  // A program that ignores it may call tavmail, which has to learn how its commands end.
   std::signal(SIGCHLD, SIG_DFL);
   try {
     const tavmail::interrupt_guard guard;

@@ -1,6 +1,5 @@
 #include "outgoing_mail.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,11 +27,7 @@ std::string join(const std::vector<std::string>& lists) {
 }
 
 std::string read_text_file(const std::string& path, const char* option) {
-  const bool is_standard = path == "-";
-  std::string text = is_standard
-                         ? input_file(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3), "standard input")
-                               .read_all(kLargestBody)
-                         : input_file(path, option).read_all(kLargestBody);
+  std::string text = open_input(path, option)->read_all(kLargestBody);
   if (text.size() > kLargestBody) {
     throw problem(EX_DATAERR, "the text is too long for a mail's text; attach it with --attach");
   }
@@ -103,7 +98,8 @@ void fill_addresses(const send_options& options, tav_eml_smtp_send_mail& mail) {
   if (count_addresses(options.from) != 1) {
     throw problem(EX_USAGE, "--from takes one address; others go into --reply-to");
   }
-  if (options.to.empty() && options.cc.empty() && options.bcc.empty()) {
+  // Lists that name nobody: a variable of a script may be empty.
+  if (count_addresses(join({join(options.to), join(options.cc), join(options.bcc)})) == 0) {
     throw problem(EX_USAGE, "no recipient: give --to, --cc or --bcc");
   }
   if (count_addresses(options.sender) > 1) throw problem(EX_USAGE, "--sender takes one address");

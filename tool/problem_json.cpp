@@ -43,10 +43,4 @@ std::string json_text(const nlohmann::ordered_json& document) {
   return text;
 }
 
-std::string text_at(const nlohmann::json& document, const char* key) {
-  if (!document.is_object()) return {};
-  const auto found = document.find(key);
-  return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
 }  // namespace tavmail

@@ -20,9 +20,6 @@ std::string problem_document(const problem& cause);
 // terminal is escaped.
 std::string json_text(const nlohmann::ordered_json& document);
 
-// A member of an object that somebody else wrote: "" unless it is there and a text.
-std::string text_at(const nlohmann::json& document, const char* key);
-
 }  // namespace tavmail
 
 #endif

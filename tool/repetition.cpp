@@ -4,7 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
+
+#include "spool_file.h"
 
 namespace tavmail {
 
@@ -17,9 +18,7 @@ int g_kept = -1;  // a file without name
 off_t g_size = 0;
 
 void open_kept() {
-  const char* folder = std::getenv("TMPDIR");
-  if (folder == nullptr || *folder == '\0') folder = "/tmp";
-  g_kept = open(folder, O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  g_kept = open(temporary_folder().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
 }
 
 }  // namespace

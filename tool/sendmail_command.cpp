@@ -21,6 +21,7 @@ struct sendmail_options {
   bool reads_recipients = false;
   bool ignores_dots = false;
   std::string envelope_from;
+  std::string other_envelope_from;  // of -r, which no key of an account replaces
   std::string from;
   std::string author_name;
   std::vector<std::string> ignored;
@@ -29,7 +30,8 @@ struct sendmail_options {
   sending_limits limits;
   bool verbose = false;
 
-  std::vector<option> sender_options;
+  option sender_option;
+  option other_sender_option;
 
   void add_to(command_line& command);
 };
@@ -44,9 +46,9 @@ void sendmail_options::add_to(command_line& command) {
   const auto add = [&](const char* names, auto& value, const char* help, const char* type) {
     return command.add(names, value, help).value_name(type).group(mail);
   };
-  sender_options = {add("-f,--envelope-from", envelope_from,
-                        "where bounces go; the author by default", "ADDRESS"),
-                    add("-r", envelope_from, "the same", "ADDRESS")};
+  sender_option = add("-f,--envelope-from", envelope_from,
+                      "where bounces go; the author by default", "ADDRESS");
+  other_sender_option = add("-r", other_envelope_from, "the same", "ADDRESS");
   add("--from", from, "author, where the mail names none", "ADDRESS");
   add("-F", author_name, "name of that author", "NAME");
   limits.add_to(command, "Mail");
@@ -70,8 +72,10 @@ int run_sendmail(command_line& command, sendmail_options& options) {
   ready.author_name = options.author_name;
   ready.permit = options.limits.permit;
   ready.deny = options.limits.deny;
-  for (const option& each : options.sender_options) {
-    if (each.is_given()) ready.sender = given_sender("-f", options.envelope_from);
+  if (options.other_sender_option.is_given()) {
+    ready.sender = given_sender("-r", options.other_envelope_from);
+  } else if (options.sender_option.is_given()) {
+    ready.sender = given_sender("-f", options.envelope_from);
   }
   if (!options.from.empty()) ready.fallback_sender = given_sender("--from", options.from);
   mail_input input("-", "");

@@ -4,24 +4,22 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
 
-#include "commands.h"
 #include "configuration.h"
 #include "interrupt.h"
+#include "invocation.h"
 #include "mail_log.h"
-#include "near_word.h"
 #include "problem_json.h"
 #include "received_text.h"
 #include "repetition.h"
 #include "token_source.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
@@ -49,79 +47,6 @@ class output_catcher {
  private:
   std::ostringstream m_text;
   std::streambuf* const m_before;
-};
-
-// An account's own certificates are for its runs alone.
-class environment_guard {
- public:
-  environment_guard() {
-    for (const char* name : {"SSL_CERT_FILE", "SSL_CERT_DIR"}) {
-      const char* value = std::getenv(name);
-      m_before[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-    }
-  }
-  ~environment_guard() {
-    for (const auto& [name, value] : m_before) {
-      if (value) {
-        setenv(name.c_str(), value->c_str(), 1);
-      } else {
-        unsetenv(name.c_str());
-      }
-    }
-  }
-  environment_guard(const environment_guard&) = delete;
-  environment_guard& operator=(const environment_guard&) = delete;
-
- private:
-  std::map<std::string, std::optional<std::string>> m_before;
-};
-
-// What can stand there.
-std::vector<std::string> known_words(const command_line& line) {
-  std::vector<std::string> words;
-  for (const command_line* command : line.commands()) words.push_back(command->name());
-  for (const option& option : line.options()) {
-    if (!option.name().empty()) words.push_back("--" + option.name());
-  }
-  return words;
-}
-
-void refuse_unknown(const command_line& line) {
-  for (const std::string& word : line.unknown_words()) {
-    if (word == "--") continue;  // the end of the options
-    const bool is_option = word[0] == '-' || line.parent() != nullptr;
-    throw problem(EX_USAGE, (is_option ? "unknown option " : "unknown command ") + word +
-                                did_you_mean(word.substr(0, word.find('=')), known_words(line)));
-  }
-}
-
-// A command line as it was given, read anew for each run: a run leaves nothing to the next one.
-class invocation {
- public:
-  invocation(int argc, const char* const* argv, const char* version)
-      : m_tool("Sends mail over SMTP and receives it over POP3.", "tavmail") {
-    m_tool.set_version(version);
-    m_commands = add_commands(m_tool);
-    m_isAnswered = !m_tool.parse(argc, argv);
-  }
-
-  // The help or the version was asked for.
-  bool is_answered() const { return m_isAnswered; }
-
-  const command& chosen() const {
-    refuse_unknown(m_tool);
-    for (const command& command : m_commands) {
-      if (!command.line->is_chosen()) continue;
-      refuse_unknown(*command.line);
-      return command;
-    }
-    throw problem(EX_USAGE, "no command given; see tavmail --help");
-  }
-
- private:
-  command_line m_tool;
-  std::vector<command> m_commands;
-  bool m_isAnswered = false;
 };
 
 // One line for a log; for a person it is broken where the terminal would cut a word.
@@ -207,7 +132,7 @@ class series {
       const std::unique_ptr<invocation> current = next();
       const command& chosen = current->chosen();
       if (!account.empty()) choose(*chosen.line, account);
-      const environment_guard environment;
+      reset_trust();  // an account's own certificates are for its runs alone
       withdraw_tokens();
       repetition::begin(&chosen.options->retries);
       mail_log::begin();
@@ -347,8 +272,11 @@ int run_series(int argc, const char* const* argv, const char* version) {
     if (first.is_answered()) return EX_OK;
     const int exit_code = run_chosen(runs, first.chosen());
     // Otherwise output is lost without a word: the disk may be full.
-    if (!std::cout.flush()) throw problem(EX_IOERR, "cannot write to the standard output");
-    return exit_code;
+    if (std::cout.flush()) return exit_code;
+    const bool is_done = exit_code == EX_OK;
+    report(std::string("cannot write to the standard output") +
+           (is_done ? "; all else is done" : ""));
+    return is_done ? EX_IOERR : exit_code;
   } catch (const usage_error& error) {
     const std::string sentence = std::string(error.what()) + "; see tavmail --help";
     return report_alone(problem(EX_USAGE, sentence), argc, argv);

@@ -6,8 +6,10 @@
 #include <map>
 #include <optional>
 
+#include "message_text.h"
 #include "problem.h"
 #include "tav_bearer.h"
+#include "words.h"
 
 namespace tavmail {
 
@@ -78,11 +80,7 @@ void server_options::complete() {
   } else if (!mailbox.server.empty() || !mailbox.user.empty()) {
     throw problem(EX_USAGE, "--pop3-server and --pop3-user need --auth pop or pop+smtp");
   }
-  for (const char ch : helo) {
-    if (static_cast<unsigned char>(ch) < 0x20 || ch == 0x7F) {
-      throw problem(EX_USAGE, "a control character in --helo; remove it");
-    }
-  }
+  if (has_control(helo)) throw problem(EX_USAGE, "a control character in --helo; remove it");
   if (helo.empty()) helo = host_name();
 }
 

@@ -16,10 +16,14 @@
 
 #include "interrupt.h"
 #include "problem.h"
+#include "trust_store.h"
 
 namespace tavmail {
 
 namespace {
+
+constexpr size_t kMostOutput = size_t{1} << 20;
+constexpr char kTryIt[] = "try it by itself";
 
 void pause_briefly() { std::this_thread::sleep_for(std::chrono::milliseconds(5)); }
 
@@ -66,8 +70,7 @@ void shell_command::start(const std::string& line, const std::string& variable, 
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   if (input >= 0) posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-  std::vector<const char*> variables;
-  for (char** each = environ; *each != nullptr; ++each) variables.push_back(*each);
+  std::vector<const char*> variables = environment_of_commands();
   if (!variable.empty()) variables.push_back(variable.c_str());
   variables.push_back(nullptr);
   const char* const words[] = {"sh", "-c", line.c_str(), nullptr};
@@ -108,15 +111,18 @@ bool shell_command::is_running() {
 void shell_command::finish() {
   // It must not fail for want of a reader.
   char rest[512];
-  while (read_some(rest, sizeof rest) > 0) {
+  size_t count = 0;
+  while (const size_t got = read_some(rest, sizeof rest)) {
+    explicit_bzero(rest, got);
+    count += got;
+    if (count > kMostOutput) throw problem(EX_CONFIG, m_what + " does not stop printing", kTryIt);
   }
-  explicit_bzero(rest, sizeof rest);
   while (is_running()) {
     interrupt_guard::check();
     if (clock::now() >= m_end) fail_late();
     pause_briefly();
   }
-  if (m_status != 0) throw problem(EX_CONFIG, m_what + " failed; try it by itself");
+  if (m_status != 0) throw problem(EX_CONFIG, m_what + " failed", kTryIt);
 }
 
 }  // namespace tavmail

@@ -16,12 +16,12 @@ namespace {
 
 constexpr size_t kSpoolBlock = size_t{64} << 10;
 
+}  // namespace
+
 std::string temporary_folder() {
   const char* folder = std::getenv("TMPDIR");
   return folder != nullptr && *folder == '/' ? folder : "/tmp";
 }
-
-}  // namespace
 
 spool_file::spool_file(const std::string& folder, const std::string& prefix) {
   if (!make_in(folder, prefix)) throw cannot("make a file in", folder);
@@ -55,7 +55,8 @@ void spool_file::write(std::string_view text) {
 }
 
 void spool_file::flush() {
-  if (!write_all(m_fd, m_buffer)) throw cannot("write", m_path.empty() ? "a mail" : m_path);
+  if (!write_all(m_fd, m_buffer))
+    throw cannot("write", m_path.empty() ? "a temporary file" : m_path);
   m_buffer.clear();
 }
 

@@ -43,6 +43,9 @@ class spool_file {
   uint64_t m_size = 0;
 };
 
+// Where files go that nobody is to find: $TMPDIR.
+std::string temporary_folder();
+
 }  // namespace tavmail
 
 #endif

@@ -4,22 +4,17 @@
 #include <cstring>
 #include <filesystem>
 
+#include "home_folder.h"
 #include "problem.h"
 
 namespace tavmail {
 
 std::string state_folder(const std::string& advice) {
-  std::string folder;
   const char* state = std::getenv("XDG_STATE_HOME");
-  const char* home = std::getenv("HOME");
-  if (state != nullptr && *state == '/') {
-    folder = state;
-  } else if (home != nullptr && *home == '/') {
-    folder = std::string(home) + "/.local/state";
-  } else {
-    throw problem(EX_USAGE, "no home directory to keep files of tavmail in; " + advice);
-  }
-  return folder + "/tavmail";
+  if (state != nullptr && *state == '/') return std::string(state) + "/tavmail";
+  const std::string home = home_of("");
+  if (!home.empty() && home[0] == '/') return home + "/.local/state/tavmail";
+  throw problem(EX_USAGE, "no home directory to keep files of tavmail in; " + advice);
 }
 
 void make_folder_of(const std::string& path) {

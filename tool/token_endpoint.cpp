@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "exchange.h"
+#include "json_text.h"
 #include "problem.h"
 #include "received_text.h"
 #include "secret_echo.h"
@@ -66,10 +67,7 @@ struct token_endpoint::answer {
   std::string error;        // of RFC 6749, 5.2; "" for none
   std::string description;  // what the provider says of it
 
-  std::string text(const char* key) const {
-    const auto found = document.find(key);
-    return found != document.end() && found->is_string() ? found->get<std::string>() : "";
-  }
+  std::string text(const char* key) const { return text_at(document, key); }
   // Of a number, or a text that is one; `otherwise` for anything else.
   int64_t number(const char* key, int64_t otherwise) const {
     const auto found = document.find(key);

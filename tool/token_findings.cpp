@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "problem_json.h"
+#include "json_text.h"
 #include "provider_tokens.h"
 #include "tav_bearer.h"
 
@@ -30,6 +30,12 @@ bool is_token_login(const exchange& entry) {
 }
 
 finding explain_refused_token(const exchange& refused, const endpoint_options& options) {
+  if (!refused.has_secret) {
+    return {
+        EX_NOPERM,
+        options.place() + " refused a login with " + refused.method + " before it had the token",
+        "ask whoever runs the server"};
+  }
   const std::string cause = options.place() + " refused the token of " + options.user;
   const problem* const trouble = token_problem(refused.is_pop3 ? TAV_BEARER_POP3 : TAV_BEARER_SMTP);
   if (trouble != nullptr) {

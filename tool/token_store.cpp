@@ -12,8 +12,8 @@
 #include "disk.h"
 #include "input_file.h"
 #include "interrupt.h"
+#include "json_text.h"
 #include "problem.h"
-#include "problem_json.h"
 #include "state_file.h"
 
 namespace tavmail {
@@ -73,8 +73,7 @@ shell_command::settings command_settings(const char* what, std::chrono::millisec
 
 token_store::token_store(const token_provider& provider)
     : m_provider(provider),
-      m_path(state_folder("give store_command and load_command") + "/" +
-             encoded_name(provider.account) + ".token") {}
+      m_path(state_folder("set HOME") + "/" + encoded_name(provider.account) + ".token") {}
 
 token_store::lock::lock(const token_store& store, std::chrono::milliseconds patience) {
   const std::string path = store.m_path + ".lock";

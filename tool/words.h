@@ -10,7 +10,7 @@
 namespace tavmail {
 
 inline bool is_blank(char ch) { return ch == ' ' || ch == '\t'; }
-bool has_control(std::string_view text);
+bool has_control(std::string_view text);  // of ASCII, line ends among them
 
 // Letters of ASCII are the same in both cases.
 bool is_same_word(std::string_view word, std::string_view other);

@@ -231,6 +231,9 @@ def check_terminal(folder):
     assert "gehei" not in shown and "falsch" not in shown, shown
     shown, code, _ = on_terminal(folder, line, (prompt, b"geheim\r"))
     assert code == 0 and "geheim" not in shown, (code, shown)
+    line = [TAVMAIL, "sendmail", "-s", "127.0.0.1:" + host.ports["smtp"], "--tls", "none", "a@b"]
+    _, code, _ = on_terminal(folder, line, (b"", b"From: a@b\r\rx\r\x04"))
+    assert code == 0, "the end of a mail is told once"
     bars = [bar for bar in shown.split("\r\x1b[K") if bar.startswith("Receiving mail 1 [")]
     assert len(bars) > 1 and all(columns(bar) < 80 and " % " in bar for bar in bars), shown
     return host
