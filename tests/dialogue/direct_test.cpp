@@ -75,6 +75,19 @@ TEST_F(Direct, a_failed_connect_leaves_the_handle_that_there_was) {
   EXPECT_EQ(sock, -5);
 }
 
+TEST_F(Direct, the_parser_needs_a_connection_and_a_message) {
+  using parser = tav_eml_mlutl_receive;
+  for (const auto read : {&parser::receive_header_only, &parser::receive_body,
+                          &parser::receive_part_header, &parser::receive_part_body}) {
+    tav_eml_mlutl_mail ended;
+    ended.m_nReceiving = 0;
+    int none = 0, some = 3;
+    EXPECT_EQ((parser().*read)(ended, none, 7, tls), TAV_EML_UTL_NOT_CONNECTED);
+    EXPECT_EQ((parser().*read)(ended, some, 7, tls), TAV_EML_UTL_ERROR);
+  }
+  EXPECT_EQ(log.count(" not connected") * 10 + log.count(" no data."), 44u);
+}
+
 // Without moving so much: the operation that counts a line's bytes is told of a long one.
 TEST_F(Direct, a_message_ends_at_two_gibibytes) {
   using parser = tav_eml_mlutl_receive;
