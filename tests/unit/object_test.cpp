@@ -359,6 +359,13 @@ TEST(Base64, takes_whole_groups_of_pieces_and_carries_the_rest) {
   EXPECT_EQ(log.count("ModLen is invalid") + log.count(" <- NG"), 5u);
 }
 
+TEST(Codecs, take_a_negative_length_for_none) {
+  using util = tav_eml_mlutl_mime_utility;
+  for (const auto decode : {util::from_b64, util::from_qp})
+    EXPECT_EQ(result_of<void*>([&](auto& out, long& n) { return decode("QUJD", -5, out, n); }), "");
+  EXPECT_EQ(result_of([](char*& out, long& n) { return util::to_b64("x", -5, out, n, 64); }), "");
+}
+
 TEST(JisCodes, become_shift_jis_or_0) {
   const auto shift_jis = tav_eml_mlutl_mime_utility::CodeConvertJis2Sjis;
   EXPECT_TRUE(shift_jis(0x2422) == 0x82A0 && shift_jis(0x2160) == 0x8180);
