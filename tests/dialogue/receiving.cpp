@@ -234,8 +234,6 @@ TAV_EML_RESULT device::run_command(const string& line) {
     m_value = text_of(word);
   } else if (verb == "NOOP") {
     result = run(command::noop);
-  } else if (verb == "STLS") {
-    result = command::NegotiateStartTLS(account, sock, tls, kSeconds * 1000);
   } else {
     result = run(verb == "DELE" ? command::delete_mail : command::GetTop, number);
   }
