@@ -232,6 +232,7 @@ void device::add_values() {
   m_values["lock"] = [this] { return memory.any_mutex_held() ? "held" : "free"; };
   m_values["lines"] = [this] { return log.all(); };
   m_values["live"] = [this] { return std::to_string(memory.state().live_bytes); };
+  m_values["largest"] = [this] { return std::to_string(memory.state().largest_block); };
   m_values["peak"] = [this] { return std::to_string(memory.state().peak_bytes); };
 }
 

@@ -40,6 +40,7 @@
 //   lock           held or free
 //   lines          of the log, all of them
 //   live, peak     bytes of memory
+//   largest        bytes of the largest block that a call asked for
 //
 // "log PIECES" is one line at the level of errors for each piece, in this order, that holds it, of
 // those since the latest "log"; and "starved PIECES" lines that a storm case logs when memory runs

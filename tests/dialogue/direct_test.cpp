@@ -26,6 +26,19 @@ struct Direct : testing::Test {
   int sock = 0;
 };
 
+TEST_F(Direct, the_parser_needs_a_connection_and_a_message) {
+  using parser = tav_eml_mlutl_receive;
+  for (const auto read : {&parser::receive_header_only, &parser::receive_body,
+                          &parser::receive_part_header, &parser::receive_part_body}) {
+    tav_eml_mlutl_mail ended;
+    ended.m_nReceiving = 0;
+    int none = 0, some = 3;
+    EXPECT_EQ((parser().*read)(ended, none, 7, tls), TAV_EML_UTL_NOT_CONNECTED);
+    EXPECT_EQ((parser().*read)(ended, some, 7, tls), TAV_EML_UTL_ERROR);
+  }
+  EXPECT_EQ(log.count(" not connected") * 10 + log.count(" no data."), 44u);
+}
+
 TEST_F(Direct, reads_one_line_and_nothing_after_it) {
   const struct {
     const char* sent;

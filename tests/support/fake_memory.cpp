@@ -18,7 +18,7 @@ struct UtlMutex {
 namespace tav_test {
 namespace {
 
-constexpr size_t largest_block = size_t{1} << 30;
+constexpr size_t most_granted = size_t{1} << 30;
 
 allocations device;
 std::function<void()> device_thrower;
@@ -48,8 +48,9 @@ bool allocations::fails_now() {
 }
 
 void* allocations::give(size_t size) {
-  void* const block = size <= largest_block ? std::malloc(std::max<size_t>(size, 1)) : nullptr;
+  void* const block = size <= most_granted ? std::malloc(std::max<size_t>(size, 1)) : nullptr;
   if (block == nullptr) return nullptr;
+  if (new_failure_pauses == 0) largest_block = std::max(largest_block, size);
   const size_t usable = malloc_usable_size(block);
   // All of it is searched when it is freed. A fortified build ends at memset of more than `size`.
   std::fill_n(static_cast<char*>(block), usable, '\xA5');

@@ -53,6 +53,7 @@ struct allocations {
   size_t calls = 0;    // the test's own do not count
   int64_t blocks = 0;  // not yet freed
   size_t live_bytes = 0, peak_bytes = 0;
+  size_t largest_block = 0;  // as asked for; the test's own do not count
 
   // Counts a call.
   bool fails_now();

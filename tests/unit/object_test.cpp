@@ -6,6 +6,7 @@
 #include <new>
 
 #include "fake_memory.h"
+#include "fake_platform.h"
 #include "log_capture.h"
 #include "values.h"
 
@@ -85,6 +86,22 @@ TEST(Mails, own_one_part_and_a_copy_of_their_info) {
   hold_a_part<tav_eml_pop3_receive_mail_part>(mail);
   tav_eml_smtp_send_mail sent;
   hold_a_part<tav_eml_smtp_send_mail_part>(sent);
+}
+
+TEST(Mails, give_back_the_ids_that_were_set) {
+  using mail = tav_eml_smtp_send_mail;
+  mail sent;
+  sent.set_message_id("1@x");
+  sent.set_in_reply_to("<2>");
+  sent.set_references("<3>");
+  UtlString value("none");
+  std::string all;
+  for (const auto get : {&mail::get_message_id, &mail::get_in_reply_to, &mail::get_references}) {
+    EXPECT_EQ((mail().*get)(value), 0);
+    all += text_of(value);
+    EXPECT_EQ((sent.*get)(value), 1);
+  }
+  EXPECT_EQ(all + text_of(value), "none<1@x><2><3>");
 }
 
 TEST(Boundaries, a_line_is_held_against_the_innermost) {
@@ -212,12 +229,17 @@ TEST(Filter, changes_the_entries_of_a_callers_list_and_knows_an_absent_one) {
   for (UtlString* entry : {&absent, &empty, &domain}) {
     UtlVector list;
     list.Add(0, entry);
+    list.Add(1, nullptr);  // is passed over
     EXPECT_EQ(filter::check_domain(UtlString("local"), 1, list), entry == &empty ? 1 : 0);
     EXPECT_EQ(filter::check_domain(UtlString(), 1, list), entry == &domain ? 0 : 1);
     EXPECT_EQ(filter::check_domain(UtlString("a@X.e"), 1, list), entry == &domain ? 1 : 0);
     EXPECT_EQ(filter::check_filter(tav_eml_mlutl_mail_address(), 0, list), 0);
   }
   EXPECT_STREQ(domain.GetString(), "X.E");
+  const log_capture log;
+  const char* nothing[] = {nullptr};  // permits nothing, whatever the addresses are
+  EXPECT_EQ(tav_eml_mlutl_check_filter("\"open", 1, nothing, 1), 0);
+  EXPECT_TRUE(log.lines().empty()) << log.all();
   const char* entries[] = {"Y.e"};  // the result may be the text that was handed in
   EXPECT_EQ(filter::check_filter(both.GetString(), both, 1, entries, 1), 1);
   EXPECT_STREQ(both.GetString(), "b@y.e");
@@ -283,6 +305,18 @@ TEST(ExportedOperations, follow_the_rules_of_the_tables) {
   int pos = 0;
   EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a\\\"b\"c", pos) * 10 + pos, 16);
   EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a", pos = 0), 0);
+  char bytes[] = "........";
+  tav_eml_mlutl_mime_utility::escape_string_decode("a%41bc", 5, bytes);  // no more than five
+  tav_eml_mlutl_mime_utility::escape_string_decode("d", 5, bytes + 4);   // nor past the end
+  EXPECT_STREQ(bytes, "aAb.d...");
+  fake_platform net;
+  std::strcpy(net.device_settings.host_name, "host");
+  char* cursor = bytes;
+  for (const int measure : {1, 0}) tav_eml_smtp_util::ConvertMacroStr(3, cursor, measure);
+  EXPECT_TRUE(cursor == bytes + 8 && std::string(bytes) == "aAb.host") << bytes;
+  unsigned long digest[4];
+  tav_eml_mlutl_mail_hash().GetMD5Digest(nullptr, 9, digest);  // as of no bytes
+  EXPECT_EQ(digest[0], 0xd98c1dd4u);
   char* buffer = nullptr;
   long length = 0;
   EXPECT_EQ(mail.add_buffer(buffer, length, "bc", 2), 1);
@@ -316,6 +350,25 @@ TEST(Base64, takes_whole_groups_of_pieces_and_carries_the_rest) {
   };
   for (const auto& [piece, whole] : {std::pair("abcd", "abc"), {"e", ""}, {"f", "def"}, {"", ""}})
     EXPECT_EQ(ready(piece), whole);
+  const log_capture log;
+  char* none = nullptr;
+  long length = 0;
+  for (int32_t count : {0, 1, 2})
+    EXPECT_EQ(outbox.adjust_buff_len_m3(none, length, count, carry), TAV_EML_OK);
+  EXPECT_TRUE(none == nullptr && length == 0) << "nothing comes of nothing";
+  length = 3;
+  for (int32_t count : {-1, 3, 0, 1, 2}) {
+    if (count == 0) length = -1;
+    EXPECT_EQ(outbox.adjust_buff_len_m3(none, length, count, carry), TAV_EML_ERR_UNKNOWN) << count;
+  }
+  EXPECT_EQ(log.count("ModLen is invalid") + log.count(" <- NG"), 5u);
+}
+
+TEST(Codecs, take_a_negative_length_for_none) {
+  using util = tav_eml_mlutl_mime_utility;
+  for (const auto decode : {util::from_b64, util::from_qp})
+    EXPECT_EQ(result_of<void*>([&](auto& out, long& n) { return decode("QUJD", -5, out, n); }), "");
+  EXPECT_EQ(result_of([](char*& out, long& n) { return util::to_b64("x", -5, out, n, 64); }), "");
 }
 
 TEST(JisCodes, become_shift_jis_or_0) {

@@ -60,7 +60,7 @@ TAV_EML_CHAR_SET set_of(const columns& in, size_t i) { return type::test_char_se
 RULE(from_b64) {
   char behind = '\0';
   const std::string bytes = result_of<void*>([&](auto& out, long& n) {
-    if (util::from_b64(in.c_str(0), in.length(0), out, n) == 0) return 0;
+    if (util::from_b64(in.bytes(0).get(), in.length(0), out, n) == 0) return 0;
     behind = static_cast<char*>(out)[n];
     return 1;
   });
@@ -68,11 +68,11 @@ RULE(from_b64) {
 }
 
 RULE(to_b64) {
-  return result_of(std::bind(util::to_b64, in.c_str(0), in.length(0), _1, _2, in.number(1)));
+  return result_of(std::bind(util::to_b64, in.bytes(0).get(), in.length(0), _1, _2, in.number(1)));
 }
 
 RULE(from_qp) {
-  return result_of<void*>(std::bind(util::from_qp, in.c_str(0), in.length(0), _1, _2));
+  return result_of<void*>(std::bind(util::from_qp, in.bytes(0).get(), in.length(0), _1, _2));
 }
 
 // The text, and the length that is reported.
@@ -88,19 +88,19 @@ RULE(to_qb) {
 }
 
 RULE(ToMimeEncode) {
-  return result_of(std::bind(util::ToMimeEncode, set_of(in, 0), in.c_str(2), in.length(2), _1, _2,
-                             in.number(1)));
+  return result_of(std::bind(util::ToMimeEncode, set_of(in, 0), in.bytes(2).get(), in.length(2), _1,
+                             _2, in.number(1)));
 }
 
 RULE(inline_encode) {
   return result_of(
-      std::bind(util::inline_encode, in.c_str(1), in.length(1), _1, _2, set_of(in, 0)));
+      std::bind(util::inline_encode, in.bytes(1).get(), in.length(1), _1, _2, set_of(in, 0)));
 }
 
 RULE(inline_decode) {
   TAV_EML_CHAR_SET set = TAV_EML_CS_NONE;
   const std::string text = result_of(
-      std::bind(util::inline_decode, in.c_str(0), in.length(0), _1, _2, std::ref(set), 0));
+      std::bind(util::inline_decode, in.bytes(0).get(), in.length(0), _1, _2, std::ref(set), 0));
   return set != TAV_EML_CS_NONE ? joined({text, str(set)}) : text;
 }
 

@@ -12,6 +12,7 @@
 #define TESTS_UNIT_TABLE_H
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,12 @@ struct columns : std::vector<std::string> {
       push_back(dialogue::expand(piece));
   }
   const char* c_str(size_t i) const { return at(i) != "(null)" ? at(i).c_str() : nullptr; }
+  // The same bytes with no NUL after them: a sanitizer sees what reads on.
+  std::unique_ptr<char[]> bytes(size_t i) const {
+    std::unique_ptr<char[]> all(c_str(i) != nullptr ? new char[at(i).size()] : nullptr);
+    if (all) at(i).copy(all.get(), at(i).size());
+    return all;
+  }
   // The length to hand over; some length for a null pointer.
   long length(size_t i) const { return c_str(i) != nullptr ? size_of(at(i)) : 4; }
   int number(size_t i) const { return std::stoi(at(i)); }
