@@ -65,7 +65,8 @@ TEST(DialogueView, masks_every_secret_and_counts_mails_in_any_slicing) {
       {kPop3, "C: PASS {geheim 1}|S: -ERR no PASS {geheim 1} here"},
       // A token, and what is wrong with it.
       {kSmtp,
-       "C: AUTH XOAUTH2 {dXNlcj1hbm5hAWF1dGg9QmVhcmVyIGtleS0xAQE=}|S: 334 {eyJzdGF0dXMiOiI0MDAifQ==}"
+       "C: AUTH XOAUTH2 {dXNlcj1hbm5hAWF1dGg9QmVhcmVyIGtleS0xAQE=}|S: 334 "
+       "{eyJzdGF0dXMiOiI0MDAifQ==}"
        "|C: {}|S: 535-key- {key-1}|S: 535 x auth=Bearer {key-1}|C: AUTH XOAUTH2|S: 235 {key-1}"},
       {kPop3,
        "C: AUTH OAUTHBEARER|S: + {}|C: {bixhPWFubmEsAWhvc3Q9eAFhdXRoPUJlYXJlciBrZXktMQEB}"
@@ -79,7 +80,7 @@ TEST(DialogueView, masks_every_secret_and_counts_mails_in_any_slicing) {
   };
   for (const auto& test : cases) {
     const std::string bytes = std::regex_replace(test.dialogue, std::regex("[{}<>]"), "");
-    for (const size_t slice : {1, 2, 3, 7, 1000}) {
+    for (const size_t slice : {1U, 2U, 3U, 7U, 1000U}) {
       EXPECT_EQ(shown(test.kind, bytes, slice), expected(test.kind, test.dialogue)) << slice;
     }
   }
