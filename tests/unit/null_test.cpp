@@ -147,6 +147,8 @@ TEST(NullPointers, are_refused_by_commands) {
   for (const call& what : calls) refuse("rror", kUnknown, what);
   constexpr long kParam = TAV_EML_ERR_PARAM;
   refuse("GetIpAddress [NG]", kParam, [&] { return net.connect_mail(&sock, nullptr, 25, 1, 0); });
+  std::vector<tav_eml_mlutl_mail_net::TAV_EML_ADDR_INFO> found;
+  refuse("getaddrinfo()", kParam, [&] { return net.get_ip_address(nullptr, 0, found); });
   refuse("pSock is null", kParam, [&] { return net.connect_mail(nullptr, "h", 25, 1, 0); });
   EXPECT_EQ(session, nullptr);
 }

@@ -169,6 +169,14 @@ TEST(Parts, hand_their_data_out_in_pieces_and_keep_it_in_a_failure) {
 TEST(Parts, copy_everything_but_the_fax_value) {
   fake_memory memory;
   tav_eml_mlutl_mail_part part;
+  using copied = tav_eml_mlutl_mail_part;
+  EXPECT_EQ(copied(part).m_pData, nullptr) << "without data there is no block";
+  for (const auto text :
+       {&copied::m_cContentType, &copied::m_cMediaType, &copied::m_cHeader1,
+        &copied::m_cTransferEncoding, &copied::m_cFileExtension, &copied::m_cHeader2}) {
+    part.*text = "kept";
+    EXPECT_STREQ((copied(part).*text).GetString(), "kept");
+  }
   part.m_nCharSet = TAV_EML_CS_UTF_8;
   part.m_cFIleName = "scan.tif.pdf";
   part.m_nComplete = 1;
@@ -303,6 +311,7 @@ TEST(ExportedOperations, follow_the_rules_of_the_tables) {
     EXPECT_STREQ(line->GetString(), i == 0 ? "ab\r\n" : "c\r\n");
   }
   int pos = 0;
+  EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("a\"b\"", pos), 0);
   EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a\\\"b\"c", pos) * 10 + pos, 16);
   EXPECT_EQ(tav_eml_mlutl_mail_address::SkipUserName("\"a", pos = 0), 0);
   char bytes[] = "........";

@@ -235,7 +235,10 @@ std::string expanded(const columns& in, expansion* make) {
   net.device_result = in[0] == "fails" ? 5 : in[0] == "both" ? CFG_OK : CFG_OK_PARTIAL;
   char garbage = 0, *result = &garbage;
   int length = 77;
-  if (make(in.c_str(1), &result, &length) == TAV_EML_OK) return taken(result, length);
+  const TAV_EML_RESULT code = make(in.c_str(1), &result, &length);
+  if (code == TAV_EML_OK) return taken(result, length);
+  if (code != (in.c_str(1) == nullptr ? TAV_EML_ERR_PARAM : TAV_EML_ERR_NO_MEMORY))
+    return "(failed, and gave another code)";
   return result == nullptr && length == 0 ? "(failed)" : "(failed, and left something)";
 }
 
