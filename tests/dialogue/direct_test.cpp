@@ -125,6 +125,16 @@ TEST_F(Direct, commands_that_end_a_session_close_it) {
   }
 }
 
+TEST_F(Direct, the_parser_hands_out_one_line_with_its_end) {
+  ASSERT_EQ(connect("one^two^"), TAV_EML_OK);
+  UtlString line;
+  long length = 0;
+  EXPECT_EQ(tav_eml_mlutl_receive().ReadLine(7, sock, line, length, tls), TAV_EML_UTL_OK);
+  EXPECT_STREQ(line.GetString(), "one\r\n");
+  EXPECT_EQ(length, 5);
+  EXPECT_EQ(transport.close_socket(sock), TAV_EML_OK);
+}
+
 // Without moving so much: the operation that counts a line's bytes is told of a long one.
 TEST_F(Direct, a_message_ends_at_two_gibibytes) {
   using parser = tav_eml_mlutl_receive;

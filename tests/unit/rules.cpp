@@ -254,10 +254,11 @@ RULE(get_date) {
   setenv("TZ", in.c_str(0), 1);
   tzset();
   clock_stands_at = in.number(1);
-  char room[64] = "";
-  const size_t length = device::get_date(in.number(2), static_cast<size_t>(in.number(3)), room);
+  std::string room = '\0' + std::string(63, 'x');  // a text has to bring its end along
+  const size_t length =
+      device::get_date(in.number(2), static_cast<size_t>(in.number(3)), room.data());
   clock_stands_at.reset();
-  return {room, length};
+  return room[length] == '\0' ? room.substr(0, length) : "no end";
 }
 
 // What a mail knows: "name=value" of each field that is not as it was made.
