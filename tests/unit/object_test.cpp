@@ -183,9 +183,9 @@ TEST(Parts, copy_everything_but_the_fax_value) {
   part.set_content_ciajwnetfax(1);
   give(part, "data");
   tav_eml_mlutl_mail_part copy(part);
-  const size_t of_two = memory.state().live_bytes;
+  const int64_t of_two = memory.state().blocks;
   copy = tav_eml_mlutl_mail_part(part);
-  EXPECT_EQ(memory.state().live_bytes, of_two) << "what it held before is gone";
+  EXPECT_EQ(memory.state().blocks, of_two) << "what it held before is gone";
   copy = static_cast<const tav_eml_mlutl_mail_part&>(copy);
   EXPECT_EQ(copy.get_file_extension() + next(copy, -1), "pdfdata");
   EXPECT_EQ(copy.m_nCharSet * 10 + copy.m_nComplete, 101);
