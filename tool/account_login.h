@@ -18,8 +18,8 @@ std::vector<std::string> login_keys(const std::string& prefix = "");
 bool uses_provider(const std::vector<config_source>& sources,
                    const std::vector<config_source>& providers);
 
-// Throws a problem when a server or user would get a login that stands below it, with another
-// server or user: that password is not for it.
+// Throws a problem when an account has a server or user of its own and inherits the login of
+// another: that password is not for it.
 void check_login(const std::vector<config_source>& sources);
 // The same for the commands that keep the refresh token.
 void check_refresh_token(const std::vector<config_source>& sources,

@@ -121,7 +121,7 @@ class transfer {
   }
 
   web_answer send() {
-    // Some give forms to who does not ask for this.
+    // Some providers answer with a form unless they are asked for JSON.
     const std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers(
         curl_slist_append(nullptr, "Accept: application/json"), curl_slist_free_all);
     set(CURLOPT_HTTPHEADER, headers.get());

@@ -240,7 +240,7 @@ void collection::note_failure(const entry& listed, TAV_EML_RESULT result, receiv
   mailbox_session& session = m_visit.session();
   tav_eml_pop3_mail_info info;
   tav_eml_pop3_receive_mail rest(info);
-  // What is left of a mail in parts stands between us and the next one.
+  // The rest of a mail in parts has to be read before the next reply.
   const bool is_lost = result != TAV_EML_OK &&
                        (m_folder ? session.skip_mail(rest) != TAV_EML_OK : !session.is_connected());
   problem cause = explain_mail(result, listed.number, is_lost);

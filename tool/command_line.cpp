@@ -43,7 +43,7 @@ option option::one_of(const std::vector<std::string>& words) const {
   return option(checked(m_option, CLI::IsMember(words))).suggest(words);
 }
 
-// A check that finds nothing has room for them in its name.
+// CLI11 keeps no suggestions, so they become the name of a check that accepts everything.
 option option::suggest(const std::vector<std::string>& words) const {
   const auto accept = [](std::string&) { return std::string(); };
   return option(m_option->check(CLI::Validator(accept, "", CLI::detail::join(words, " "))));

@@ -85,7 +85,7 @@ std::string begin_of(const std::string& date) {
   return date.substr(0, end);
 }
 
-// "2026-11-20" in the time of this place; how it begins where it is none.
+// "2026-11-20" in local time; the beginning of the text if it is not a date.
 std::string short_date(const std::string& date) {
   const size_t comma = date.find(',');
   const std::string from = date.substr(comma == std::string::npos ? 0 : comma + 1);

@@ -12,7 +12,7 @@ namespace tavmail {
 // reads from another pipe is gone, and the run cannot be repeated.
 class repetition {
  public:
-  // A pipe that the account before has read is not this one's. What could not be kept stays lost.
+  // Forgets what was read from a pipe for the previous account. What could not be kept stays lost.
   static void begin_account();
   // `retries` is read later: it may be filled while the run goes on.
   static void begin(const int* retries);

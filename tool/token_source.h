@@ -52,7 +52,7 @@ std::shared_ptr<token_source> tokens_of_command(const std::string& command,
 // the run.
 void offer_tokens(int32_t service, const std::shared_ptr<token_source>& source);
 
-// Nothing is offered any more: the next run may be for another account.
+// Offers no tokens any more: the next run may be for another account.
 void withdraw_tokens();
 
 // Why there was no token for the latest login of the service; null when there was one.
